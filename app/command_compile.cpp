@@ -1,0 +1,107 @@
+// offlinetz compile: boundary polygons to a database.
+#include <compile.h>
+#include <fmt/format.h>
+#include <source.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "commands.h"
+#include "database.h"
+#include "progress.h"
+
+namespace {
+
+using offlinetz::CompileOptions;
+using offlinetz::CompileSummary;
+
+double PeakMegabytes() {
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
+void PrintSummary(const CompileOptions& options, const CompileSummary& s, double seconds) {
+    const auto print = [](const char* name, const std::string& text) {
+        std::printf("%-13s %s\n", name, text.c_str());
+    };
+    print("zones", fmt::format("{} from {} features, {} sea features left out", s.zones,
+                               s.features, s.seaFeatures));
+    print("points", fmt::format("{} in, {} out in {} rings", s.pointsIn, s.pointsOut, s.rings));
+    print("pieces", fmt::format("{} with {} points", s.entries, s.entryPoints));
+    print("mended", fmt::format("{} edges split on the grid; {} thin rings boxed, {} dropped",
+                                s.crossingsMended, s.snap.boxed, s.snap.dropped));
+    print("displacement", fmt::format("at most {:.1f} m by simplification and {:.1f} m by the grid",
+                                      s.greatestSimplification, s.greatestRounding));
+    print("bytes", fmt::format("{}: header {}, box table {}, metadata {}, polygons {}", s.fileSize,
+                               s.sizes.header, s.sizes.boxTable, s.sizes.metadata,
+                               s.sizes.polygons));
+    if (options.selfCheckPoints > 0) {
+        print("self-check",
+              fmt::format("{} points, {} of them near a border: {} differ from the source, at most "
+                          "{:.1f} m from a border; {} further than allowed",
+                          s.selfCheck.points, s.selfCheck.nearBorder, s.selfCheck.differences,
+                          s.selfCheck.greatestMetres, s.selfCheck.failures.size()));
+    }
+    print("took", fmt::format("{:.1f} s and {:.0f} MB of memory", seconds, PeakMegabytes()));
+}
+
+int RunCompile(const CompileOptions& options) {
+    const auto start = std::chrono::steady_clock::now();
+    Progress progress;
+    offlinetz::StartGeometry();
+    offlinetz::CompileListener listener;
+    listener.warn = [&](const std::string& line) { progress.PrintLine("offlinetz: " + line); };
+    listener.progress = [&](const char* step, size_t done, size_t all) {
+        progress.Show(step, done, all);
+    };
+    listener.open = [](const std::string& path) { return OpenDatabase(path).release(); };
+    const CompileSummary summary = offlinetz::Compile(options, listener);
+    for (const std::string& failure : summary.selfCheck.failures) {
+        progress.PrintLine("offlinetz: self-check: " + failure);
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    progress.Show("", 0, 0);
+    PrintSummary(options, summary, took.count());
+    if (!summary.selfCheck.failures.empty()) {
+        progress.PrintLine("offlinetz: the self-check failed; nothing was written");
+        return kExitFailed;
+    }
+    return kExitOk;
+}
+
+}  // namespace
+
+void AddCompileCommand(CLI::App* app, int* exitCode) {
+    const auto options = std::make_shared<CompileOptions>();
+    CLI::App* command = app->add_subcommand(
+            "compile", "Compiles boundary polygons (GeoJSON, plain or gzip) to a database");
+    command->add_option("INPUT", options->inputs,
+                        "FeatureCollections of polygons with a tzid property")
+            ->required();
+    command->add_option("-o,--output", options->output, "Database file to write")->required();
+    command->add_option("--data-version", options->version, "Version byte, 0 to 255")
+            ->capture_default_str();
+    command->add_option("--notice", options->notice,
+                        "Data release and attribution, up to 255 bytes");
+    command->add_option("--precision", options->precision,
+                        "Grid of 2^(N-1) units per 90 degrees of latitude and 180 of longitude; "
+                        "only 21 fits the answers at sea")
+            ->check(CLI::Range(offlinetz::Grid::kMinPrecision, offlinetz::Grid::kMaxPrecision))
+            ->capture_default_str();
+    command->add_option("--tolerance", options->toleranceMetres,
+                        "Metres that borders may move to save points; 0 for none")
+            ->check(CLI::Range(0.0, 100000.0))
+            ->capture_default_str();
+    command->add_option("--max-ring-points", options->maxRingPoints,
+                        "Cut rings into pieces of about so many points; 0 keeps them whole")
+            ->capture_default_str();
+    command->add_flag("--bare", options->bareIdentifiers,
+                      "Store identifiers without the double quotes at both ends");
+    command->add_option("--self-check", options->selfCheckPoints,
+                        "Look up so many points and compare with the input");
+    command->callback([options, exitCode] { *exitCode = RunCompile(*options); });
+}

@@ -1,0 +1,174 @@
+// offlinetz lookup: which zones contain a point, for one point or for lines of points.
+#include <LookupInterface.h>
+#include <fmt/format.h>
+#include <host/log.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "database.h"
+#include "points.h"
+#include "progress.h"
+
+namespace {
+
+using vendor::quor::hardware::offlinetimezone::V1_0::implementation::LookupTzIdIn;
+
+constexpr double kKilometresPerDegree = 111.195;
+constexpr double kDegreesPerRadian = 57.29577951308232;
+constexpr float kNoBorderDegrees = 360.0f;  // A distance beyond it means: no ring was near.
+constexpr size_t kProgressInterval = 1024;
+
+struct LookupOptions {
+    std::string database = OFFLINETZ_WORLD_DATABASE;
+    std::string lat;
+    std::string lon;
+    bool json = false;
+    bool raw = false;
+    bool distance = false;
+    bool verbose = false;
+};
+
+struct Answer {
+    std::string raw;  // The exact text that a client of the service gets.
+    float borderDegrees = 0.0f;
+};
+
+Answer LookUp(const ZDDatabase* database, const PointText& point) {
+    Answer answer;
+    const std::unique_ptr<char, decltype(&std::free)> text(
+            LookupTzIdIn(database, static_cast<float>(point.lat), static_cast<float>(point.lon),
+                         &answer.borderDegrees),
+            &std::free);
+    if (text == nullptr) throw std::bad_alloc();
+    answer.raw = text.get();
+    return answer;
+}
+
+// The identifiers in an answer: those between double quotes, or the whole text without any.
+std::vector<std::string> SplitIdentifiers(const std::string& raw) {
+    std::vector<std::string> identifiers;
+    size_t open = raw.find('"');
+    if (open == std::string::npos) return {raw};
+    while (open != std::string::npos) {
+        const size_t close = raw.find('"', open + 1);
+        if (close == std::string::npos) return {raw};
+        identifiers.push_back(raw.substr(open + 1, close - open - 1));
+        open = raw.find('"', close + 1);
+    }
+    return identifiers;
+}
+
+// A lower bound: the database counts a degree of longitude like one of latitude.
+double BorderKilometres(const PointText& point, float degrees) {
+    return static_cast<double>(degrees) * kKilometresPerDegree *
+           std::cos(point.lat / kDegreesPerRadian);
+}
+
+std::string FormatText(const LookupOptions& options, const PointText& point,
+                       const Answer& answer) {
+    std::string text =
+            options.raw ? answer.raw
+                        : fmt::format("{}", fmt::join(SplitIdentifiers(answer.raw), " "));
+    if (options.distance) {
+        text += answer.borderDegrees > kNoBorderDegrees
+                        ? "\tno border near"
+                        : fmt::format("\tborder at least {:.2f} km away",
+                                      BorderKilometres(point, answer.borderDegrees));
+    }
+    return text;
+}
+
+std::string FormatJson(const LookupOptions& options, const PointText& point,
+                       const Answer& answer) {
+    nlohmann::ordered_json line = {
+            {"lat", point.lat}, {"lon", point.lon}, {"zones", SplitIdentifiers(answer.raw)}};
+    if (options.raw) line["raw"] = answer.raw;
+    if (options.distance) {
+        if (answer.borderDegrees > kNoBorderDegrees) {
+            line["border_km"] = nullptr;
+        } else {
+            line["border_km"] = BorderKilometres(point, answer.borderDegrees);
+        }
+    }
+    // A foreign database may hold any bytes; what is not UTF-8 is replaced.
+    return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+int LookUpLines(const LookupOptions& options, const ZDDatabase* database) {
+    Progress progress;
+    int exitCode = kExitOk;
+    std::string line;
+    for (size_t number = 1; std::getline(std::cin, line); ++number) {
+        if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+        try {
+            const PointText point = ParsePointLine(line);
+            const Answer answer = LookUp(database, point);
+            const std::string text =
+                    options.json ? FormatJson(options, point, answer)
+                                 : fmt::format("{} {}\t{}", point.latText, point.lonText,
+                                               FormatText(options, point, answer));
+            std::printf("%s\n", text.c_str());
+        } catch (const std::invalid_argument& error) {
+            progress.PrintLine(fmt::format("offlinetz: line {}: {}", number, error.what()));
+            exitCode = kExitFailed;
+        }
+        if (number % kProgressInterval == 0) progress.Show("looking up", number, 0);
+    }
+    if (std::cin.bad()) throw std::runtime_error("standard input cannot be read");
+    return exitCode;
+}
+
+int RunLookup(const LookupOptions& options) {
+    if (!options.verbose) host::SetLogReceiver([](int, const char*, const std::string&) {});
+    PointText point;
+    const bool onePoint = !options.lat.empty();
+    try {
+        if (onePoint) point = ParsePoint(options.lat, options.lon);
+    } catch (const std::invalid_argument& error) {
+        std::fprintf(stderr, "offlinetz: %s\n", error.what());
+        return kExitUsage;
+    }
+    const DatabasePtr database = OpenDatabase(options.database);
+    int exitCode = kExitOk;
+    if (onePoint) {
+        const Answer answer = LookUp(database.get(), point);
+        std::printf("%s\n", (options.json ? FormatJson(options, point, answer)
+                                          : FormatText(options, point, answer))
+                                    .c_str());
+    } else {
+        exitCode = LookUpLines(options, database.get());
+    }
+    if (std::fflush(stdout) != 0) throw std::runtime_error("standard output cannot be written");
+    return exitCode;
+}
+
+}  // namespace
+
+void AddLookupCommand(CLI::App* app, int* exitCode) {
+    const auto options = std::make_shared<LookupOptions>();
+    CLI::App* command = app->add_subcommand(
+            "lookup", "Names the time zone of a point, or of each line of standard input");
+    auto* lat = command->add_option("LAT", options->lat, "Latitude in degrees, north positive");
+    auto* lon = command->add_option("LON", options->lon, "Longitude in degrees, east positive");
+    lat->needs(lon);
+    lon->needs(lat);
+    command->add_option("--db", options->database, "Database file")->capture_default_str();
+    command->add_flag("--json", options->json, "One JSON object a line");
+    command->add_flag("--raw", options->raw, "The exact text that a client of the service gets");
+    command->add_flag("--distance", options->distance,
+                      "Also how far the nearest border is at least");
+    command->add_flag("--verbose", options->verbose, "The service's log on standard error");
+    command->footer("Lines hold a latitude and a longitude with blanks or a comma between them. "
+                    "A line that makes no sense is reported, and the exit code is 1.");
+    command->callback([options, exitCode] { *exitCode = RunLookup(*options); });
+}

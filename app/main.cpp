@@ -1,0 +1,23 @@
+// offlinetz: looks points up in a zone database, checks one, and compiles one.
+#include <cstdio>
+#include <exception>
+
+#include "commands.h"
+
+int main(int argc, char** argv) {
+    CLI::App app{"Answers which time zone contains a point, without any network.", "offlinetz"};
+    app.require_subcommand(1);
+    int exitCode = kExitOk;
+    AddLookupCommand(&app, &exitCode);
+    AddVerifyCommand(&app, &exitCode);
+    AddCompileCommand(&app, &exitCode);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kExitOk : kExitUsage;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "offlinetz: %s\n", error.what());
+        return kExitFailed;
+    }
+    return exitCode;
+}

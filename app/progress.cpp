@@ -1,0 +1,40 @@
+#include "progress.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace {
+constexpr size_t kBarWidth = 30;
+}
+
+Progress::Progress() : mIsTerminal(isatty(STDERR_FILENO) == 1) {}
+
+Progress::~Progress() { Clear(); }
+
+void Progress::Show(const char* step, size_t done, size_t all) {
+    if (!mIsTerminal) return;
+    std::string text;
+    if (all > 0) {
+        const size_t filled = kBarWidth * done / all;
+        text = fmt::format("{:<12} [{:#<{}}{:<{}}] {:3}%", step, "", filled, "",
+                           kBarWidth - filled, 100 * done / all);
+    } else {
+        text = done > 0 ? fmt::format("{:<12} {}", step, done) : fmt::format("{:<12} ...", step);
+    }
+    if (text == mShown) return;
+    Clear();
+    mShown = text;
+    std::fputs(mShown.c_str(), stderr);
+    std::fflush(stderr);
+}
+
+void Progress::PrintLine(const std::string& line) {
+    Clear();
+    std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+void Progress::Clear() {
+    if (mShown.empty()) return;
+    std::fprintf(stderr, "\r%*s\r", static_cast<int>(mShown.size()), "");
+    mShown.clear();
+}

@@ -1,0 +1,27 @@
+// Progress of long work, shown on a terminal only.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+// Keeps one line on standard error up to date while it is a terminal; silent elsewhere.
+class Progress {
+  public:
+    Progress();
+    ~Progress();  // Clears the line.
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    // Shows how far `step` is: `done` of `all` parts, or `done` alone where `all` is 0.
+    void Show(const char* step, size_t done, size_t all);
+
+    // Prints a line of its own on standard error, terminal or not.
+    void PrintLine(const std::string& line);
+
+  private:
+    void Clear();
+
+    bool mIsTerminal;
+    std::string mShown;
+};

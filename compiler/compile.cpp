@@ -1,0 +1,101 @@
+#include "compile.h"
+
+#include <cmath>
+#include <stdexcept>
+#include <utility>
+
+#include "cut.h"
+#include "grid.h"
+#include "mend.h"
+#include "output_file.h"
+#include "simplify.h"
+#include "source.h"
+
+namespace offlinetz {
+
+namespace {
+
+constexpr char kFieldName[] = "TimezoneId";
+constexpr uint64_t kSelfCheckSeed = 1;
+
+std::string StoredIdentifier(const std::string& tzid, bool bare) {
+    return bare ? tzid : '"' + tzid + '"';
+}
+
+void CountRings(const std::vector<ZoneRings>& zones, size_t* rings, size_t* points) {
+    for (const ZoneRings& zone : zones) {
+        *rings += zone.size();
+        for (const GridRing& ring : zone) *points += ring.size();
+    }
+}
+
+std::vector<ZoneRings> DrawOnGrid(const Source& source, const Grid& grid, double tolerance,
+                                  const CompileListener& listener, CompileSummary* summary) {
+    std::vector<ZoneRings> zones;
+    for (const Zone& zone : source.zones) {
+        zones.push_back(SnapToGrid(zone.area.get(), grid, &summary->snap));
+    }
+    MendOnGrid(&zones, [&](int round, size_t splits) {
+        summary->crossingsMended += splits;
+        listener.progress("mending", static_cast<size_t>(round), 0);
+    });
+    listener.progress("simplifying", 0, 0);
+    summary->greatestSimplification = Simplify(&zones, grid, tolerance);
+    summary->greatestRounding = std::hypot(grid.LatitudeMetres(), grid.LongitudeMetres(0));
+    if (CountCrossings(zones) != 0) throw std::logic_error("simplified borders cross");
+    CountRings(zones, &summary->rings, &summary->pointsOut);
+    for (size_t i = 0; i < zones.size(); ++i) {
+        if (zones[i].empty()) {
+            throw InputError(source.zones[i].tzid + ": vanishes on a grid this coarse");
+        }
+    }
+    return zones;
+}
+
+}  // namespace
+
+CompileSummary Compile(const CompileOptions& options, const CompileListener& listener) {
+    CompileSummary summary;
+    const Grid grid(options.precision);
+    const Source source = ReadSource(options.inputs, listener.warn, listener.progress);
+    summary.features = source.features;
+    summary.seaFeatures = source.seaFeatures;
+    summary.zones = source.zones.size();
+    summary.pointsIn = source.points;
+
+    std::vector<ZoneRings> zones =
+            DrawOnGrid(source, grid, options.toleranceMetres, listener, &summary);
+
+    listener.progress("cutting", 0, 0);
+    DatabaseContent content;
+    content.version = options.version;
+    content.precision = options.precision;
+    content.fieldNames = {kFieldName};
+    content.notice = options.notice;
+    for (size_t i = 0; i < zones.size(); ++i) {
+        content.zones.push_back(StoredIdentifier(source.zones[i].tzid, options.bareIdentifiers));
+        for (const GridRing& ring : zones[i]) {
+            for (Piece& piece : CutRing(ring, options.maxRingPoints)) {
+                summary.entryPoints += piece.ring.size();
+                content.entries.push_back({static_cast<uint32_t>(i), std::move(piece)});
+            }
+        }
+    }
+    summary.entries = content.entries.size();
+
+    const std::vector<uint8_t> bytes = EncodeDatabase(content, &summary.sizes);
+    summary.fileSize = bytes.size();
+    OutputFile output(options.output, bytes);
+    if (options.selfCheckPoints > 0) {
+        ZDDatabase* database = listener.open(output.TemporaryPath());
+        if (database == nullptr) throw std::logic_error("the reader refuses the new database");
+        summary.selfCheck = SelfCheck(source, database, grid, options.toleranceMetres,
+                                      options.selfCheckPoints, kSelfCheckSeed, listener.progress);
+        ZDCloseDatabase(database);
+        if (!summary.selfCheck.failures.empty()) return summary;
+    }
+    output.Commit();
+    return summary;
+}
+
+}  // namespace offlinetz

@@ -1,0 +1,67 @@
+// The whole way from boundary polygons to a database file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "encode.h"
+#include "self_check.h"
+#include "snap.h"
+
+namespace offlinetz {
+
+// Measured on the world database (bench/): fewer points a piece make the box table longer, more
+// make the rings longer, and both are read on every lookup.
+constexpr size_t kDefaultMaxRingPoints = 2000;
+
+struct CompileOptions {
+    std::vector<std::string> inputs;
+    std::string output;
+    uint8_t version = 1;
+    std::string notice;
+    int precision = 21;                            // What the nautical fallback fits.
+    double toleranceMetres = 20.0;                 // 0: keep every bend.
+    size_t maxRingPoints = kDefaultMaxRingPoints;  // 0: keep rings whole.
+    bool bareIdentifiers = false;                  // Without the double quotes at both ends.
+    size_t selfCheckPoints = 0;
+};
+
+struct CompileSummary {
+    size_t features = 0;
+    size_t seaFeatures = 0;
+    size_t zones = 0;
+    size_t pointsIn = 0;
+    size_t rings = 0;      // After mending, before cutting.
+    size_t pointsOut = 0;  // Of those rings.
+    size_t entries = 0;    // Rings and pieces in the box table.
+    size_t entryPoints = 0;
+    size_t crossingsMended = 0;
+    SnapCounts snap;
+    double greatestSimplification = 0.0;  // Metres.
+    double greatestRounding = 0.0;        // Metres, one grid unit in both directions.
+    SectionSizes sizes;
+    size_t fileSize = 0;
+    SelfCheckResult selfCheck;
+};
+
+struct CompileListener {
+    std::function<void(const std::string& line)> warn;
+    // A step's name, the parts done and in all (0: not known).
+    std::function<void(const char* step, size_t done, size_t all)> progress;
+    // Opens the new database for the self-check: ZDOpenDatabase, whose line on standard output
+    // the program may want elsewhere.
+    std::function<ZDDatabase*(const std::string& path)> open = [](const std::string& path) {
+        return ZDOpenDatabase(path.c_str());
+    };
+};
+
+// Compiles the inputs into the output file, which is replaced whole or not at all. A self-check
+// that finds a failure leaves the old file too; the summary then lists it. Throws InputError for
+// bad input, std::exception's others for what the machine refuses. The same inputs and options
+// give the same bytes.
+CompileSummary Compile(const CompileOptions& options, const CompileListener& listener);
+
+}  // namespace offlinetz

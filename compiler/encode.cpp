@@ -1,0 +1,140 @@
+#include "encode.h"
+
+#include <sha1.h>
+
+#include <algorithm>
+#include <initializer_list>
+#include <limits>
+#include <map>
+#include <numeric>
+#include <stdexcept>
+#include <tuple>
+
+namespace offlinetz {
+
+namespace {
+
+constexpr uint32_t kReferenceBase = 256;
+constexpr uint8_t kStringMask = 0x80;
+
+void Append(const std::vector<uint8_t>& part, std::vector<uint8_t>* bytes) {
+    bytes->insert(bytes->end(), part.begin(), part.end());
+}
+
+void AppendRing(const GridRing& ring, std::vector<uint8_t>* bytes) {
+    AppendUnsigned(static_cast<uint32_t>(ring.size()), bytes);
+    GridPoint previous;
+    for (const GridPoint& p : ring) {
+        const GridPoint stored = {p.lat, p.lon - kReaderShift};
+        AppendSigned(stored.lat - previous.lat, bytes);
+        AppendSigned(stored.lon - previous.lon, bytes);
+        previous = stored;
+    }
+}
+
+// The zones' records and the offset of each.
+std::vector<uint8_t> EncodeMetadata(const std::vector<std::string>& zones,
+                                    std::vector<uint32_t>* offsets) {
+    std::vector<uint8_t> bytes;
+    std::map<std::string, uint32_t> stored;
+    for (const std::string& zone : zones) {
+        const auto offset = static_cast<uint32_t>(bytes.size());
+        offsets->push_back(offset);
+        const auto [first, isNew] = stored.emplace(zone, offset);
+        if (isNew) {
+            AppendString(zone, &bytes);
+        } else {
+            AppendUnsigned(kReferenceBase + first->second, &bytes);
+        }
+    }
+    return bytes;
+}
+
+}  // namespace
+
+void AppendUnsigned(uint32_t value, std::vector<uint8_t>* bytes) {
+    for (; value >= 0x80u; value >>= 7) bytes->push_back(static_cast<uint8_t>(value | 0x80u));
+    bytes->push_back(static_cast<uint8_t>(value));
+}
+
+void AppendSigned(int32_t value, std::vector<uint8_t>* bytes) {
+    const uint32_t magnitude =
+            value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    AppendUnsigned(magnitude << 1 | (value < 0 ? 1u : 0u), bytes);
+}
+
+void AppendString(const std::string& text, std::vector<uint8_t>* bytes) {
+    if (text.size() > kMaxStringLength) {
+        throw std::length_error("a text of more than 255 bytes cannot be stored: " + text);
+    }
+    AppendUnsigned(static_cast<uint32_t>(text.size()), bytes);
+    for (const char c : text) bytes->push_back(static_cast<uint8_t>(c) ^ kStringMask);
+}
+
+std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes* sizes) {
+    std::vector<uint32_t> recordOffsets;
+    const std::vector<uint8_t> metadata = EncodeMetadata(content.zones, &recordOffsets);
+
+    // The reader stops at the first box north of the point, so boxes go by their southern edge;
+    // rings lie in the same order, which keeps their deltas unsigned and their reading forward.
+    std::vector<size_t> order(content.entries.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    const auto key = [&](size_t i) {
+        const DatabaseContent::Entry& e = content.entries[i];
+        return std::make_tuple(e.piece.box.min.lat, e.zone, e.piece.box.min.lon, i);
+    };
+    std::sort(order.begin(), order.end(), [&](size_t x, size_t y) { return key(x) < key(y); });
+
+    std::vector<uint8_t> boxTable;
+    std::vector<uint8_t> polygons;
+    uint32_t recordOffset = 0;
+    size_t polygonOffset = 0;
+    for (const size_t i : order) {
+        const DatabaseContent::Entry& entry = content.entries[i];
+        const GridBox& box = entry.piece.box;
+        AppendSigned(box.min.lat, &boxTable);
+        AppendSigned(box.min.lon, &boxTable);
+        AppendSigned(box.max.lat, &boxTable);
+        AppendSigned(box.max.lon, &boxTable);
+        const uint32_t record = recordOffsets.at(entry.zone);
+        AppendSigned(static_cast<int32_t>(record - recordOffset), &boxTable);
+        AppendUnsigned(static_cast<uint32_t>(polygons.size() - polygonOffset), &boxTable);
+        recordOffset = record;
+        polygonOffset = polygons.size();
+        AppendRing(entry.piece.ring, &polygons);
+    }
+
+    std::vector<uint8_t> file = {'P',
+                                 'L',
+                                 'B',
+                                 content.tableType,
+                                 content.version,
+                                 static_cast<uint8_t>(content.precision),
+                                 static_cast<uint8_t>(content.fieldNames.size())};
+    for (const std::string& name : content.fieldNames) AppendString(name, &file);
+    AppendString(content.notice, &file);
+    for (const std::vector<uint8_t>* section :
+         std::initializer_list<const std::vector<uint8_t>*>{&boxTable, &metadata, &polygons}) {
+        if (section->size() > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
+            throw std::length_error("the database would exceed 2 GiB");
+        }
+        AppendUnsigned(static_cast<uint32_t>(section->size()), &file);
+    }
+    *sizes = {file.size(), boxTable.size(), metadata.size(), polygons.size()};
+    Append(boxTable, &file);
+    Append(metadata, &file);
+    Append(polygons, &file);
+    if (file.size() + SHA1HashSize > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
+        throw std::length_error("the database would exceed 2 GiB");
+    }
+
+    SHA1Context context;
+    uint8_t digest[SHA1HashSize];
+    SHA1Reset(&context);
+    SHA1Input(&context, file.data(), static_cast<uint32_t>(file.size()));
+    if (SHA1Result(&context, digest) != shaSuccess) throw std::logic_error("the digest failed");
+    file.insert(file.end(), digest, digest + SHA1HashSize);
+    return file;
+}
+
+}  // namespace offlinetz

@@ -1,0 +1,49 @@
+// Encodes a database, byte by byte as docs/format.md describes it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cut.h"
+
+namespace offlinetz {
+
+struct DatabaseContent {
+    uint8_t tableType = 0;
+    uint8_t version = 0;
+    int precision = 0;
+    std::vector<std::string> fieldNames;  // Up to 255.
+    std::string notice;
+    std::vector<std::string> zones;  // The first string of each zone's record.
+
+    struct Entry {
+        uint32_t zone;  // Index into zones.
+        Piece piece;    // In true coordinates.
+    };
+    std::vector<Entry> entries;
+};
+
+// Bytes of each part of an encoded database.
+struct SectionSizes {
+    size_t header = 0;
+    size_t boxTable = 0;
+    size_t metadata = 0;
+    size_t polygons = 0;
+};
+
+// The longest text that a database stores, in bytes.
+constexpr size_t kMaxStringLength = 255;
+
+void AppendUnsigned(uint32_t value, std::vector<uint8_t>* bytes);
+void AppendSigned(int32_t value, std::vector<uint8_t>* bytes);
+// `text` of at most kMaxStringLength bytes, inline; throws std::length_error for a longer one.
+void AppendString(const std::string& text, std::vector<uint8_t>* bytes);
+
+// The whole file with its digest trailer. The box table is sorted by minimum latitude, a zone
+// string that occurs again is stored once and referenced, rings go kReaderShift units west.
+// Throws std::length_error for a text or a file that the format cannot hold.
+std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes* sizes);
+
+}  // namespace offlinetz

@@ -1,0 +1,82 @@
+#include "grid.h"
+
+#include <algorithm>
+
+namespace offlinetz {
+
+namespace {
+
+// Squared distance from (x, y) to the segment (ax, ay)-(bx, by).
+double SquaredDistance(double x, double y, double ax, double ay, double bx, double by) {
+    const double dx = bx - ax;
+    const double dy = by - ay;
+    const double length2 = dx * dx + dy * dy;
+    double t = length2 > 0.0 ? ((x - ax) * dx + (y - ay) * dy) / length2 : 0.0;
+    t = std::clamp(t, 0.0, 1.0);
+    const double ex = ax + t * dx - x;
+    const double ey = ay + t * dy - y;
+    return ex * ex + ey * ey;
+}
+
+}  // namespace
+
+GridBox BoxOf(const GridRing& ring) {
+    GridBox box = {ring.front(), ring.front()};
+    for (const GridPoint& p : ring) {
+        box.min = {std::min(box.min.lat, p.lat), std::min(box.min.lon, p.lon)};
+        box.max = {std::max(box.max.lat, p.lat), std::max(box.max.lon, p.lon)};
+    }
+    return box;
+}
+
+int64_t Cross(const GridPoint& a, const GridPoint& b, const GridPoint& c) {
+    return (int64_t{b.lon} - a.lon) * (int64_t{c.lat} - a.lat) -
+           (int64_t{b.lat} - a.lat) * (int64_t{c.lon} - a.lon);
+}
+
+int64_t DoubleArea(const GridRing& ring) {
+    int64_t area = 0;
+    for (size_t i = 1; i + 1 < ring.size(); ++i) area += Cross(ring[0], ring[i], ring[i + 1]);
+    return area;
+}
+
+double CosineOfDegrees(double degrees) {
+    const double x = degrees * (3.14159265358979323846 / 180.0);
+    const double x2 = x * x;
+    // Taylor series to x^16; the first term left out is below 1e-12 at 90 degrees.
+    double sum = 1.0;
+    double term = 1.0;
+    for (int k = 1; k <= 8; ++k) {
+        term *= -x2 / ((2 * k - 1) * (2 * k));
+        sum += term;
+    }
+    return std::max(sum, 0.0);
+}
+
+double Grid::LongitudeMetres(int32_t lat) const {
+    const double degrees = std::clamp(lat * 90.0 / mScale, -90.0, 90.0);
+    return kMetresPerDegree * 180.0 / mScale * CosineOfDegrees(degrees);
+}
+
+double Grid::SquaredMetresToSegment(const GridPoint& p, const GridPoint& a,
+                                    const GridPoint& b) const {
+    // Coordinates relative to p are exact; on the line the distance must be 0, not nearly so.
+    const double mx = LongitudeMetres(p.lat);
+    const double my = LatitudeMetres();
+    if (Cross(a, b, p) == 0 && p.lat >= std::min(a.lat, b.lat) && p.lat <= std::max(a.lat, b.lat) &&
+        p.lon >= std::min(a.lon, b.lon) && p.lon <= std::max(a.lon, b.lon)) {
+        return 0.0;
+    }
+    return SquaredDistance(0.0, 0.0, (a.lon - p.lon) * mx, (a.lat - p.lat) * my,
+                           (b.lon - p.lon) * mx, (b.lat - p.lat) * my);
+}
+
+double SquaredMetresToSegment(double lat, double lon, double aLat, double aLon, double bLat,
+                              double bLon) {
+    const double my = Grid::kMetresPerDegree;
+    const double mx = my * CosineOfDegrees(lat);
+    return SquaredDistance(0.0, 0.0, (aLon - lon) * mx, (aLat - lat) * my, (bLon - lon) * mx,
+                           (bLat - lat) * my);
+}
+
+}  // namespace offlinetz

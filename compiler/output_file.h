@@ -1,0 +1,30 @@
+// Writes a file so that its path holds the old or the new bytes, never half of them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace offlinetz {
+
+// A new version of the file `path`, written beside it, synchronised, and put in its place by
+// Commit; destroyed before that, it leaves the old file as it was. All functions throw
+// std::system_error.
+class OutputFile {
+  public:
+    OutputFile(std::string path, const std::vector<uint8_t>& bytes);
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    // Where the new bytes are until Commit.
+    const std::string& TemporaryPath() const { return mTemporaryPath; }
+
+    void Commit();
+
+  private:
+    std::string mPath;
+    std::string mTemporaryPath;  // Empty once committed.
+};
+
+}  // namespace offlinetz

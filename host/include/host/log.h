@@ -1,0 +1,17 @@
+// Where the host's log goes: standard error by default, or a function of the program's own.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace host {
+
+// Receives each message whole, as it was formatted, on the thread that logged it; calls do not
+// overlap. The receiver must not log.
+using LogReceiver = std::function<void(int priority, const char* tag, const std::string& message)>;
+
+// Sends the log to `receiver` from now on; an empty one restores standard error, one line a
+// message. Any thread may call; no call of the previous receiver is running after it returns.
+void SetLogReceiver(LogReceiver receiver);
+
+}  // namespace host

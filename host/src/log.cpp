@@ -1,0 +1,69 @@
+#include "host/log.h"
+
+#include <android/log.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace host {
+namespace {
+
+struct LogState {
+    std::mutex mutex;
+    LogReceiver receiver;  // Guarded by mutex.
+};
+
+// Never destroyed: threads of the service may log while the process ends.
+LogState& State() {
+    static auto* state = new LogState;
+    return *state;
+}
+
+char PriorityLetter(int priority) {
+    static constexpr char kLetters[] = "??VDIWEF";
+    return priority >= 0 && priority < 8 ? kLetters[priority] : '?';
+}
+
+std::string Format(const char* format, va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    std::string text;
+    if (length > 0) {
+        std::vector<char> buffer(static_cast<size_t>(length) + 1);
+        std::vsnprintf(buffer.data(), buffer.size(), format, again);
+        text.assign(buffer.data(), static_cast<size_t>(length));
+    }
+    va_end(again);
+    return text;
+}
+
+}  // namespace
+
+void SetLogReceiver(LogReceiver receiver) {
+    LogState& state = State();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    state.receiver = std::move(receiver);
+}
+
+}  // namespace host
+
+extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::string message = host::Format(format, arguments);
+    va_end(arguments);
+
+    host::LogState& state = host::State();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    if (state.receiver) {
+        state.receiver(priority, tag, message);
+    } else {
+        if (!message.empty() && message.back() == '\n') message.pop_back();
+        std::fprintf(stderr, "%c %s: %s\n", host::PriorityLetter(priority), tag, message.c_str());
+    }
+    return 1;
+}

@@ -1,0 +1,44 @@
+// A second reading of the database format, slow and plain, to hold the reader against. It shares
+// no code with the reader: numbers, floats and rules are written out once more.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace oracle {
+
+struct ZoneHit {
+    int result;
+    uint32_t recordOffset;
+    std::optional<std::string> text;  // The zone's first string, if it can be decoded.
+};
+
+struct Answer {
+    std::vector<ZoneHit> hits;
+    float safezone = 0.0f;
+    uint64_t bytesRead = 0;  // Of the box table, the rings and the zone strings.
+};
+
+class PlainReader {
+  public:
+    // `file` is a whole database file. Throws std::runtime_error where the reader refuses it.
+    explicit PlainReader(std::vector<uint8_t> file);
+
+    Answer Lookup(float lat, float lon) const;
+
+    int Precision() const { return mContent[5]; }
+    const std::string& Notice() const { return mNotice; }
+    const std::vector<std::optional<std::string>>& FieldNames() const { return mFieldNames; }
+
+  private:
+    std::vector<uint8_t> mContent;
+    std::vector<std::optional<std::string>> mFieldNames;
+    std::string mNotice;
+    uint32_t mBoxTable = 0;
+    uint32_t mMetadata = 0;
+    uint32_t mPolygons = 0;
+};
+
+}  // namespace oracle
