@@ -28,17 +28,17 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     const auto print = [](const char* name, const std::string& text) {
         std::printf("%-13s %s\n", name, text.c_str());
     };
-    print("zones", fmt::format("{} from {} features, {} sea features left out", s.zones,
-                               s.features, s.seaFeatures));
+    print("zones", fmt::format("{} from {} features, {} sea features left out", s.zones, s.features,
+                               s.seaFeatures));
     print("points", fmt::format("{} in, {} out in {} rings", s.pointsIn, s.pointsOut, s.rings));
     print("pieces", fmt::format("{} with {} points", s.entries, s.entryPoints));
     print("mended", fmt::format("{} edges split on the grid; {} thin rings boxed, {} dropped",
                                 s.crossingsMended, s.snap.boxed, s.snap.dropped));
     print("displacement", fmt::format("at most {:.1f} m by simplification and {:.1f} m by the grid",
                                       s.greatestSimplification, s.greatestRounding));
-    print("bytes", fmt::format("{}: header {}, box table {}, metadata {}, polygons {}", s.fileSize,
-                               s.sizes.header, s.sizes.boxTable, s.sizes.metadata,
-                               s.sizes.polygons));
+    print("bytes",
+          fmt::format("{}: header {}, box table {}, metadata {}, polygons {}", s.fileSize,
+                      s.sizes.header, s.sizes.boxTable, s.sizes.metadata, s.sizes.polygons));
     if (options.selfCheckPoints > 0) {
         print("self-check",
               fmt::format("{} points, {} of them near a border: {} differ from the source, at most "

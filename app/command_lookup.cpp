@@ -74,11 +74,10 @@ double BorderKilometres(const PointText& point, float degrees) {
            std::cos(point.lat / kDegreesPerRadian);
 }
 
-std::string FormatText(const LookupOptions& options, const PointText& point,
-                       const Answer& answer) {
-    std::string text =
-            options.raw ? answer.raw
-                        : fmt::format("{}", fmt::join(SplitIdentifiers(answer.raw), " "));
+std::string FormatText(const LookupOptions& options, const PointText& point, const Answer& answer) {
+    std::string text = options.raw
+                               ? answer.raw
+                               : fmt::format("{}", fmt::join(SplitIdentifiers(answer.raw), " "));
     if (options.distance) {
         text += answer.borderDegrees > kNoBorderDegrees
                         ? "\tno border near"
@@ -88,8 +87,7 @@ std::string FormatText(const LookupOptions& options, const PointText& point,
     return text;
 }
 
-std::string FormatJson(const LookupOptions& options, const PointText& point,
-                       const Answer& answer) {
+std::string FormatJson(const LookupOptions& options, const PointText& point, const Answer& answer) {
     nlohmann::ordered_json line = {
             {"lat", point.lat}, {"lon", point.lon}, {"zones", SplitIdentifiers(answer.raw)}};
     if (options.raw) line["raw"] = answer.raw;
@@ -168,7 +166,8 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
     command->add_flag("--distance", options->distance,
                       "Also how far the nearest border is at least");
     command->add_flag("--verbose", options->verbose, "The service's log on standard error");
-    command->footer("Lines hold a latitude and a longitude with blanks or a comma between them. "
-                    "A line that makes no sense is reported, and the exit code is 1.");
+    command->footer(
+            "Lines hold a latitude and a longitude with blanks or a comma between them. "
+            "A line that makes no sense is reported, and the exit code is 1.");
     command->callback([options, exitCode] { *exitCode = RunLookup(*options); });
 }

@@ -9,15 +9,17 @@ constexpr size_t kBarWidth = 30;
 
 Progress::Progress() : mIsTerminal(isatty(STDERR_FILENO) == 1) {}
 
-Progress::~Progress() { Clear(); }
+Progress::~Progress() {
+    Clear();
+}
 
 void Progress::Show(const char* step, size_t done, size_t all) {
     if (!mIsTerminal) return;
     std::string text;
     if (all > 0) {
         const size_t filled = kBarWidth * done / all;
-        text = fmt::format("{:<12} [{:#<{}}{:<{}}] {:3}%", step, "", filled, "",
-                           kBarWidth - filled, 100 * done / all);
+        text = fmt::format("{:<12} [{:#<{}}{:<{}}] {:3}%", step, "", filled, "", kBarWidth - filled,
+                           100 * done / all);
     } else {
         text = done > 0 ? fmt::format("{:<12} {}", step, done) : fmt::format("{:<12} ...", step);
     }

@@ -82,25 +82,26 @@ void Reader(benchmark::State& state, const std::vector<Point>* points, bool dist
         ZDFreeResults(ZDLookup(gDatabase, p.lat, p.lon, distance ? &safezone : nullptr));
     });
     double bytes = 0.0;
-    for (const Point& p : *points) bytes += static_cast<double>(gPlain->Lookup(p.lat, p.lon).bytesRead);
+    for (const Point& p : *points)
+        bytes += static_cast<double>(gPlain->Lookup(p.lat, p.lon).bytesRead);
     state.counters["bytes_read"] = bytes / static_cast<double>(points->size());
 }
 
 void PlainReading(benchmark::State& state, const std::vector<Point>* points) {
-    EachPoint(state, *points, [](const Point& p) {
-        benchmark::DoNotOptimize(gPlain->Lookup(p.lat, p.lon));
-    });
+    EachPoint(state, *points,
+              [](const Point& p) { benchmark::DoNotOptimize(gPlain->Lookup(p.lat, p.lon)); });
 }
 
 void GeometryLibrary(benchmark::State& state, const std::vector<Point>* points) {
     EachPoint(state, *points, [](const Point& p) {
-        benchmark::DoNotOptimize(gSourceLookup->ZonesAt(static_cast<double>(p.lat),
-                                                        static_cast<double>(p.lon)));
+        benchmark::DoNotOptimize(
+                gSourceLookup->ZonesAt(static_cast<double>(p.lat), static_cast<double>(p.lon)));
     });
 }
 
 void Open(benchmark::State& state) {
-    for (auto _ : state) ZDCloseDatabase(ZDOpenDatabase(gPath.c_str()));
+    for (auto _ : state)
+        ZDCloseDatabase(ZDOpenDatabase(gPath.c_str()));
 }
 
 void Verify(benchmark::State& state) {
@@ -153,8 +154,8 @@ int main(int argc, char** argv) {
         Register(("reader_with_distance/" + name).c_str(), set.points,
                  [](benchmark::State& s, const std::vector<Point>* p) { Reader(s, p, true); });
         Register(("plain_reading/" + name).c_str(), set.points, PlainReading);
-        if (gSourceLookup) Register(("geometry_library/" + name).c_str(), set.points,
-                                    GeometryLibrary);
+        if (gSourceLookup)
+            Register(("geometry_library/" + name).c_str(), set.points, GeometryLibrary);
     }
     benchmark::RegisterBenchmark("open", Open)->Unit(benchmark::kMicrosecond);
     benchmark::RegisterBenchmark("verify", Verify)->Unit(benchmark::kMillisecond);

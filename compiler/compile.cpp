@@ -25,7 +25,8 @@ std::string StoredIdentifier(const std::string& tzid, bool bare) {
 void CountRings(const std::vector<ZoneRings>& zones, size_t* rings, size_t* points) {
     for (const ZoneRings& zone : zones) {
         *rings += zone.size();
-        for (const GridRing& ring : zone) *points += ring.size();
+        for (const GridRing& ring : zone)
+            *points += ring.size();
     }
 }
 

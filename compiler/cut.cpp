@@ -29,9 +29,8 @@ std::array<GridPoint, 4> CornersOf(const GridBox& box) {
 int RegionOf(const GridPoint& p, const GridBox& box) {
     const int x = p.lon > box.max.lon ? 1 : (p.lon < box.min.lon ? -1 : 0);
     const int y = p.lat > box.max.lat ? 1 : (p.lat < box.min.lat ? -1 : 0);
-    static constexpr int kRegions[3][3] = {{kSouthWest, kSouth, kSouthEast},
-                                           {kWest, -1, kEast},
-                                           {kNorthWest, kNorth, kNorthEast}};
+    static constexpr int kRegions[3][3] = {
+            {kSouthWest, kSouth, kSouthEast}, {kWest, -1, kEast}, {kNorthWest, kNorth, kNorthEast}};
     return kRegions[y + 1][x + 1];
 }
 
@@ -84,10 +83,12 @@ Reduced Reduce(const GridRing& ring, const GridBox& box) {
 
     Reduced reduced;
     size_t start = 0;
-    while (start < count && !touches(start)) ++start;
+    while (start < count && !touches(start))
+        ++start;
     if (start == count) {
         int turn = 0;
-        for (size_t i = 0; i < count; ++i) turn += TurnOf(at(i), at(i + 1), keep);
+        for (size_t i = 0; i < count; ++i)
+            turn += TurnOf(at(i), at(i + 1), keep);
         reduced.winding = turn / 8;
         reduced.cut = true;
         return reduced;
@@ -101,7 +102,8 @@ Reduced Reduce(const GridRing& ring, const GridBox& box) {
         const int region = RegionOf(at(i), keep);
         const size_t stretchStart = i;
         int turn = 0;
-        for (; i < start + count && !touches(i); ++i) turn += TurnOf(at(i), at(i + 1), keep);
+        for (; i < start + count && !touches(i); ++i)
+            turn += TurnOf(at(i), at(i + 1), keep);
         // A single edge stays as it is; it is its own shortest detour.
         if (i == stretchStart + 1) continue;
         reduced.cut = true;
@@ -128,9 +130,8 @@ GridRing Fence(const GridBox& box, size_t firstCorner) {
 // shares with a corner of the fence, so that the way there and back stays outside.
 void AddFence(const GridBox& box, GridRing* ring) {
     const GridBox keep = box.Expanded(kKeepMargin - 1);
-    const auto outside = std::find_if(ring->begin(), ring->end(), [&](const GridPoint& p) {
-        return !keep.Contains(p);
-    });
+    const auto outside = std::find_if(ring->begin(), ring->end(),
+                                      [&](const GridPoint& p) { return !keep.Contains(p); });
     if (outside == ring->end()) return;  // All inside: nothing was cut off.
     const GridPoint vertex = *outside;
     // The corner of the vertex's own region, or one at the end of its side.
@@ -154,8 +155,6 @@ class Cutter {
             GridRing piece = ring;
             if (isCut) AddFence(box, &piece);
             mPieces->push_back({box, std::move(piece)});
-            // A whole ring's box also holds the ring where it is stored.
-            if (!isCut) mPieces->back().box.min.lon -= kReaderShift;
             return;
         }
         GridBox low = box;
@@ -198,7 +197,9 @@ class Cutter {
 std::vector<Piece> CutRing(const GridRing& ring, size_t maxPoints) {
     std::vector<Piece> pieces;
     const size_t limit = maxPoints == 0 ? kReaderMaxPoints : std::min(maxPoints, kReaderMaxPoints);
-    Cutter(limit, DoubleArea(ring) < 0, &pieces).Cut(ring, BoxOf(ring), false);
+    GridBox box = BoxOf(ring);
+    box.min.lon -= kReaderShift;  // The box also holds the ring where it is stored.
+    Cutter(limit, DoubleArea(ring) < 0, &pieces).Cut(ring, box, false);
     return pieces;
 }
 

@@ -17,8 +17,9 @@ struct Piece {
 
 // Cuts a mended ring into pieces of at most about `maxPoints` points (0: the reader's limit).
 //
-// The pieces' boxes tile the ring's own box: every grid point in it lies in exactly one, so no
-// point falls between two pieces or counts twice. Within its box, and a margin around it for the
+// The pieces' boxes tile the box of the ring, widened by the reader's shift to hold the ring where
+// it is stored: every grid point in it lies in exactly one, so no point falls between two pieces
+// or counts twice. Within its box, and a margin around it for the
 // reader's shift and rounding, a piece has every edge of the ring that comes there, whole: the
 // reader classifies a point against the piece as against the ring, bit for bit, and points on a
 // cut are like any other. Far from the box the piece runs along a frame instead of the ring.

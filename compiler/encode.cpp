@@ -53,7 +53,8 @@ std::vector<uint8_t> EncodeMetadata(const std::vector<std::string>& zones,
 }  // namespace
 
 void AppendUnsigned(uint32_t value, std::vector<uint8_t>* bytes) {
-    for (; value >= 0x80u; value >>= 7) bytes->push_back(static_cast<uint8_t>(value | 0x80u));
+    for (; value >= 0x80u; value >>= 7)
+        bytes->push_back(static_cast<uint8_t>(value | 0x80u));
     bytes->push_back(static_cast<uint8_t>(value));
 }
 
@@ -68,7 +69,8 @@ void AppendString(const std::string& text, std::vector<uint8_t>* bytes) {
         throw std::length_error("a text of more than 255 bytes cannot be stored: " + text);
     }
     AppendUnsigned(static_cast<uint32_t>(text.size()), bytes);
-    for (const char c : text) bytes->push_back(static_cast<uint8_t>(c) ^ kStringMask);
+    for (const char c : text)
+        bytes->push_back(static_cast<uint8_t>(c) ^ kStringMask);
 }
 
 std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes* sizes) {
@@ -111,7 +113,8 @@ std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes
                                  content.version,
                                  static_cast<uint8_t>(content.precision),
                                  static_cast<uint8_t>(content.fieldNames.size())};
-    for (const std::string& name : content.fieldNames) AppendString(name, &file);
+    for (const std::string& name : content.fieldNames)
+        AppendString(name, &file);
     AppendString(content.notice, &file);
     for (const std::vector<uint8_t>* section :
          std::initializer_list<const std::vector<uint8_t>*>{&boxTable, &metadata, &polygons}) {

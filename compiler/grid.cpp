@@ -36,7 +36,8 @@ int64_t Cross(const GridPoint& a, const GridPoint& b, const GridPoint& c) {
 
 int64_t DoubleArea(const GridRing& ring) {
     int64_t area = 0;
-    for (size_t i = 1; i + 1 < ring.size(); ++i) area += Cross(ring[0], ring[i], ring[i + 1]);
+    for (size_t i = 1; i + 1 < ring.size(); ++i)
+        area += Cross(ring[0], ring[i], ring[i + 1]);
     return area;
 }
 

@@ -78,8 +78,7 @@ class Grid {
     double LongitudeMetres(int32_t lat) const;
 
     // Squared distance in metres from `p` to the segment a-b; exactly 0 when p lies on it.
-    double SquaredMetresToSegment(const GridPoint& p, const GridPoint& a,
-                                  const GridPoint& b) const;
+    double SquaredMetresToSegment(const GridPoint& p, const GridPoint& a, const GridPoint& b) const;
 
     // The mean Earth radius of 6,371,008.8 m.
     static constexpr double kMetresPerDegree = 111195.0802335329;

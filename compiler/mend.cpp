@@ -78,8 +78,7 @@ void Combine(std::vector<EdgeUse>* uses) {
 std::vector<Segment> SegmentsOf(const std::vector<EdgeUse>& uses) {
     std::vector<Segment> segments;
     for (size_t i = 0; i < uses.size(); ++i) {
-        if (!segments.empty() && segments.back().a == uses[i].a &&
-            segments.back().b == uses[i].b) {
+        if (!segments.empty() && segments.back().a == uses[i].a && segments.back().b == uses[i].b) {
             ++segments.back().useCount;
             segments.back().fresh = segments.back().fresh && uses[i].fresh;
         } else {
@@ -143,7 +142,9 @@ bool IsInnerPoint(const Segment& s, const GridPoint& p) {
            p.lon >= std::min(s.a.lon, s.b.lon) && p.lon <= std::max(s.a.lon, s.b.lon);
 }
 
-int SignOf(int64_t value) { return (value > 0) - (value < 0); }
+int SignOf(int64_t value) {
+    return (value > 0) - (value < 0);
+}
 
 // The grid point nearest to where s and t cross.
 GridPoint CrossingPoint(const Segment& s, int64_t sideOfA, int64_t sideOfB) {
@@ -186,7 +187,8 @@ void ComparePairs(const std::vector<Segment>& segments, SplitFunction split) {
     }
     std::sort(entries.begin(), entries.end());
     for (size_t begin = 0, end = 0; begin < entries.size(); begin = end) {
-        while (end < entries.size() && entries[end].cell == entries[begin].cell) ++end;
+        while (end < entries.size() && entries[end].cell == entries[begin].cell)
+            ++end;
         for (size_t i = begin; i < end; ++i) {
             const Segment& s = segments[entries[i].segment];
             for (size_t j = i + 1; j < end; ++j) {
@@ -215,7 +217,8 @@ void ApplySplits(const std::vector<Segment>& segments, std::vector<Split>* split
         return dx != dy ? dx < dy : x.at < y.at;
     });
     std::vector<EdgeUse> made;
-    for (EdgeUse& use : *uses) use.fresh = false;
+    for (EdgeUse& use : *uses)
+        use.fresh = false;
     for (size_t begin = 0, end = 0; begin < splits->size(); begin = end) {
         const Segment& s = segments[(*splits)[begin].segment];
         std::vector<GridPoint> chain = {s.a};
@@ -381,7 +384,8 @@ ZoneRings KeepBorders(ZoneRings rings) {
         }
         if (around == (clockwise[i] ? 0 : 1)) keptIndices.push_back(i);
     }
-    for (const size_t i : keptIndices) kept.push_back(std::move(rings[i]));
+    for (const size_t i : keptIndices)
+        kept.push_back(std::move(rings[i]));
     return kept;
 }
 

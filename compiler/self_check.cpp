@@ -28,7 +28,9 @@ struct PreparedDeleter {
     }
 };
 
-GeometryPtr PointAt(double x, double y) { return GeometryPtr(GEOSGeom_createPointFromXY(x, y)); }
+GeometryPtr PointAt(double x, double y) {
+    return GeometryPtr(GEOSGeom_createPointFromXY(x, y));
+}
 
 GeometryPtr BoxGeometry(double xMin, double yMin, double xMax, double yMax) {
     return GeometryPtr(GEOSGeom_createRectangle(xMin, yMin, xMax, yMax));
@@ -68,8 +70,7 @@ struct SourceLookup::Impl {
     TreePtr chunkTree{GEOSSTRtree_create(10)};
 };
 
-SourceLookup::SourceLookup(const Source& source)
-    : mImpl(new Impl{source, {}, {}, {}, {}, {}}) {
+SourceLookup::SourceLookup(const Source& source) : mImpl(new Impl{source, {}, {}, {}, {}, {}}) {
     Impl& impl = *mImpl;
     for (size_t zone = 0; zone < source.zones.size(); ++zone) {
         const GEOSGeometry* area = source.zones[zone].area.get();
@@ -187,9 +188,8 @@ std::vector<std::string> ZonesAt(const ZDDatabase* database, float lat, float lo
     ZDResult* results = ZDLookup(database, lat, lon, nullptr);
     if (results == nullptr) throw std::bad_alloc();
     for (const ZDResult* r = results; r->result != ZDLookupEnd; ++r) {
-        std::string zone = r->fieldValues != nullptr && r->fieldValues[0] != nullptr
-                                   ? r->fieldValues[0]
-                                   : "";
+        std::string zone =
+                r->fieldValues != nullptr && r->fieldValues[0] != nullptr ? r->fieldValues[0] : "";
         if (zone.size() >= 2 && zone.front() == '"') zone = zone.substr(1, zone.size() - 2);
         zones.push_back(std::move(zone));
     }
@@ -237,8 +237,8 @@ SelfCheckResult SelfCheck(const Source& source, const ZDDatabase* database, cons
         }
         result.greatestMetres = std::max(result.greatestMetres, metres);
         const auto units = grid.FromDegrees(lat, lon);
-        const double allowed = tolerance + std::hypot(grid.LatitudeMetres(),
-                                                      grid.LongitudeMetres(units.lat));
+        const double allowed =
+                tolerance + std::hypot(grid.LatitudeMetres(), grid.LongitudeMetres(units.lat));
         if (metres > allowed) {
             result.failures.push_back(fmt::format(
                     "{:.6f} {:.6f}: the source says [{}], the database says [{}], {:.1f} m from "

@@ -72,7 +72,8 @@ class Simplifier {
     }
 
     void Run() {
-        for (size_t i = 0; i < mArcs.size(); ++i) ThinArc(static_cast<uint32_t>(i));
+        for (size_t i = 0; i < mArcs.size(); ++i)
+            ThinArc(static_cast<uint32_t>(i));
     }
 
     bool IsKept(const GridPoint& p) const { return mKept[mVertices.IdOf(p)]; }
@@ -120,7 +121,8 @@ class Simplifier {
             for (const GridRing& ring : zone) {
                 std::vector<VertexId> ids;
                 ids.reserve(ring.size());
-                for (const GridPoint& p : ring) ids.push_back(mVertices.IdOf(p));
+                for (const GridPoint& p : ring)
+                    ids.push_back(mVertices.IdOf(p));
                 for (size_t i = 0; i < ids.size(); ++i) {
                     const VertexId next = ids[i + 1 < ids.size() ? i + 1 : 0];
                     mVertices.AddNeighbour(ids[i], next);
@@ -129,7 +131,8 @@ class Simplifier {
                 rings.push_back(std::move(ids));
             }
         }
-        for (std::vector<VertexId>& ids : rings) CutAtNodes(std::move(ids));
+        for (std::vector<VertexId>& ids : rings)
+            CutAtNodes(std::move(ids));
         for (size_t i = 0; i < mArcs.size(); ++i) {
             const auto [from, to] = std::minmax(mArcs[i].front(), mArcs[i].back());
             ++mArcsBetween[{from, to}];
@@ -295,14 +298,14 @@ class Simplifier {
                 west = std::min(x0, x1);
                 east = std::max(x0, x1);
             }
-            const double metres = std::max(
-                    1e-3, std::min(mGrid.LongitudeMetres(static_cast<int32_t>(south)),
-                                   mGrid.LongitudeMetres(static_cast<int32_t>(north))));
+            const double metres =
+                    std::max(1e-3, std::min(mGrid.LongitudeMetres(static_cast<int32_t>(south)),
+                                            mGrid.LongitudeMetres(static_cast<int32_t>(north))));
             const double reachLon = reach / metres + 1.0;
             const auto from = static_cast<int32_t>(
                     std::max<double>(box.min.lon, std::floor(west - reachLon)));
-            const auto to = static_cast<int32_t>(
-                    std::min<double>(box.max.lon, std::ceil(east + reachLon)));
+            const auto to =
+                    static_cast<int32_t>(std::min<double>(box.max.lon, std::ceil(east + reachLon)));
             if (from > to) continue;
             if (!IsRowClear(stretch, box, row, from, to)) return false;
         }
@@ -341,8 +344,7 @@ class Simplifier {
         const GridPoint* q = &b;
         for (size_t i = stretch.from; i <= stretch.to; ++i) {
             const GridPoint& r = PointAt(stretch, i);
-            if ((q->lat > p.lat) != (r.lat > p.lat) &&
-                (Cross(*q, r, p) > 0) == (r.lat > q->lat)) {
+            if ((q->lat > p.lat) != (r.lat > p.lat) && (Cross(*q, r, p) > 0) == (r.lat > q->lat)) {
                 inside = !inside;
             }
             q = &r;

@@ -9,7 +9,8 @@ namespace {
 
 void RemoveRepeats(GridRing* ring) {
     ring->erase(std::unique(ring->begin(), ring->end()), ring->end());
-    while (ring->size() > 1 && ring->front() == ring->back()) ring->pop_back();
+    while (ring->size() > 1 && ring->front() == ring->back())
+        ring->pop_back();
 }
 
 bool IsFlat(const GridRing& ring) {
@@ -34,7 +35,8 @@ GridRing ExtendPastEdge(const GridRing& ring, int32_t GridPoint::*coordinate, in
         return edge != 0 && edge == edgeOf(ring[(from + 1) % count]);
     };
     size_t start = 0;
-    while (start < count && onStretch(start)) ++start;
+    while (start < count && onStretch(start))
+        ++start;
     if (start == count) return ring;  // Flat on the edge: nothing to extend.
 
     GridRing extended;
@@ -72,7 +74,8 @@ std::vector<GridRing> SnapToGrid(const GEOSGeometry* area, const Grid& grid, Sna
         RemoveRepeats(&ring);
         if (IsFlat(ring)) {
             GridBox box = BoxOf(ring);
-            if (box.max.lat - box.min.lat > kIsletUnits || box.max.lon - box.min.lon > kIsletUnits) {
+            if (box.max.lat - box.min.lat > kIsletUnits ||
+                box.max.lon - box.min.lon > kIsletUnits) {
                 ++counts->dropped;
                 return;
             }

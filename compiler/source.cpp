@@ -24,7 +24,7 @@ constexpr double kMendSquareDegrees = 1e-6;
 
 std::string gLastGeometryError;
 
-void OnGeometryMessage(const char* format, ...) {
+__attribute__((format(printf, 1, 2))) void OnGeometryMessage(const char* format, ...) {
     char text[512];
     va_list arguments;
     va_start(arguments, format);
@@ -81,8 +81,7 @@ GeometryPtr ReadRing(const dom::array& positions, const Feature& feature, size_t
         dom::array pair;
         double lon;
         double lat;
-        if (position.get(pair) || pair.size() < 2 || pair.at(0).get(lon) ||
-            pair.at(1).get(lat)) {
+        if (position.get(pair) || pair.size() < 2 || pair.at(0).get(lon) || pair.at(1).get(lat)) {
             Fail(feature.Where(), "a position is not an array of longitude and latitude");
         }
         if (!(std::fabs(lon) <= 180.0) || !(std::fabs(lat) <= 90.0)) {
@@ -219,7 +218,8 @@ void ReadFeature(const dom::element& element, Feature feature, Source* source, Z
     if (type == "Polygon") {
         add(element.at_pointer("/geometry/coordinates"));
     } else if (type == "MultiPolygon") {
-        for (const dom::element polygon : coordinates) add(polygon);
+        for (const dom::element polygon : coordinates)
+            add(polygon);
     } else {
         Fail(feature.Where(),
              fmt::format("its geometry is a {}, not a Polygon or MultiPolygon", type));
@@ -231,7 +231,8 @@ GeometryPtr Unite(std::vector<GeometryPtr> parts, const std::string& tzid) {
     if (parts.size() == 1) return std::move(parts.front());
     std::vector<GEOSGeometry*> raw;
     raw.reserve(parts.size());
-    for (GeometryPtr& part : parts) raw.push_back(part.release());
+    for (GeometryPtr& part : parts)
+        raw.push_back(part.release());
     const GeometryPtr collection =
             Checked(GEOSGeom_createCollection(GEOS_GEOMETRYCOLLECTION, raw.data(),
                                               static_cast<unsigned>(raw.size())),
@@ -241,9 +242,13 @@ GeometryPtr Unite(std::vector<GeometryPtr> parts, const std::string& tzid) {
 
 }  // namespace
 
-void StartGeometry() { initGEOS(OnGeometryNotice, OnGeometryMessage); }
+void StartGeometry() {
+    initGEOS(OnGeometryNotice, OnGeometryMessage);
+}
 
-bool IsSeaZone(std::string_view tzid) { return tzid.substr(0, 7) == "Etc/GMT"; }
+bool IsSeaZone(std::string_view tzid) {
+    return tzid.substr(0, 7) == "Etc/GMT";
+}
 
 Source ReadSource(const std::vector<std::string>& paths,
                   const std::function<void(const std::string&)>& warn,
@@ -302,7 +307,8 @@ void VisitRings(const GEOSGeometry* area, const RingVisitor& visit) {
         if (GEOSGeomTypeId(polygon) != GEOS_POLYGON) continue;
         visitRing(GEOSGetExteriorRing(polygon), false);
         const int holes = GEOSGetNumInteriorRings(polygon);
-        for (int h = 0; h < holes; ++h) visitRing(GEOSGetInteriorRingN(polygon, h), true);
+        for (int h = 0; h < holes; ++h)
+            visitRing(GEOSGetInteriorRingN(polygon, h), true);
     }
 }
 

@@ -27,7 +27,7 @@ char PriorityLetter(int priority) {
     return priority >= 0 && priority < 8 ? kLetters[priority] : '?';
 }
 
-std::string Format(const char* format, va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     const int length = std::vsnprintf(nullptr, 0, format, arguments);

@@ -43,7 +43,8 @@ std::optional<std::string> StringAt(const std::vector<uint8_t>& content, uint32_
         *position = static_cast<uint32_t>(reading.position);
         const bool inlineText = length < 256;
         if (!inlineText) {
-            reading.position = static_cast<uint32_t>(metadata + static_cast<uint32_t>(length - 256));
+            reading.position =
+                    static_cast<uint32_t>(metadata + static_cast<uint32_t>(length - 256));
             length = reading.Number();
             if (length > 256) return std::nullopt;
         }
@@ -61,7 +62,9 @@ std::optional<std::string> StringAt(const std::vector<uint8_t>& content, uint32_
     }
 }
 
-int64_t Wrap(int64_t value) { return static_cast<int32_t>(static_cast<uint32_t>(value)); }
+int64_t Wrap(int64_t value) {
+    return static_cast<int32_t>(static_cast<uint32_t>(value));
+}
 
 int64_t Whole(float value, double lowest, double highest) {
     if (value != value) return 0;
@@ -70,8 +73,12 @@ int64_t Whole(float value, double lowest, double highest) {
     if (wide >= highest) return highest > 3e9 ? INT64_MAX : INT32_MAX;
     return static_cast<int64_t>(wide);
 }
-int64_t Whole32(float value) { return Whole(value, -2147483648.0, 2147483647.0); }
-int64_t Whole64(float value) { return Whole(value, -9223372036854775808.0, 9223372036854775807.0); }
+int64_t Whole32(float value) {
+    return Whole(value, -2147483648.0, 2147483647.0);
+}
+int64_t Whole64(float value) {
+    return Whole(value, -9223372036854775808.0, 9223372036854775807.0);
+}
 
 struct Spot {
     int64_t lat;
@@ -84,7 +91,9 @@ int Quadrant(const Spot& p, const Spot& t) {
     return north ? (east ? 0 : 1) : (east ? 3 : 2);
 }
 
-bool Between(int64_t x, int64_t a, int64_t b) { return (a <= x && x <= b) || (b <= x && x <= a); }
+bool Between(int64_t x, int64_t a, int64_t b) {
+    return (a <= x && x <= b) || (b <= x && x <= a);
+}
 
 uint64_t Squared(const Spot& previous, const Spot& current, const Spot& t) {
     const float latT = static_cast<float>(t.lat);
@@ -233,8 +242,7 @@ Answer PlainReader::Lookup(float lat, float lon) const {
             if (minLat > point.lat) break;
             record += static_cast<uint32_t>(recordDelta);
             polygon += polygonDelta;
-            const bool inBox =
-                    minLon <= point.lon && maxLat >= point.lat && maxLon >= point.lon;
+            const bool inBox = minLon <= point.lon && maxLat >= point.lat && maxLon >= point.lon;
             const uint32_t ringAt = mPolygons + polygon;
             if (!inBox || static_cast<uint32_t>(mMetadata + record) >= mPolygons ||
                 ringAt >= mContent.size()) {

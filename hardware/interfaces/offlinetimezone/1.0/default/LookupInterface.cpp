@@ -39,7 +39,9 @@ ZDDatabase* ExchangeDatabase(ZDDatabase* database) {
 }
 
 // Answers end in two zero bytes.
-char* AllocateAnswer(size_t length) { return static_cast<char*>(std::calloc(length + 2, 1)); }
+char* AllocateAnswer(size_t length) {
+    return static_cast<char*>(std::calloc(length + 2, 1));
+}
 
 char* CopyAnswer(const char* text) {
     const size_t length = std::strlen(text);
@@ -110,7 +112,9 @@ void LookupInterface::OpenDB() {
     if (database == nullptr) LOG("Open DB failed\n");
 }
 
-void LookupInterface::CloseDB() { ZDCloseDatabase(ExchangeDatabase(nullptr)); }
+void LookupInterface::CloseDB() {
+    ZDCloseDatabase(ExchangeDatabase(nullptr));
+}
 
 int32_t LookupInterface::getDBVersion() {
     const std::lock_guard<std::mutex> lock(sDatabaseMutex);

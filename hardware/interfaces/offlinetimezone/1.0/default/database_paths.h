@@ -7,8 +7,7 @@
 #endif
 
 // The file that is verified, opened and read.
-inline constexpr char kActiveDatabasePath[] =
-        OFFLINETZ_DATABASE_DIR "/lastcombinedTimezone.bin";
+inline constexpr char kActiveDatabasePath[] = OFFLINETZ_DATABASE_DIR "/lastcombinedTimezone.bin";
 // The latest download: the source of every restore and injection.
 inline constexpr char kBackupDatabasePath[] =
         OFFLINETZ_DATABASE_DIR "/lastcombinedTimezonebackup.bin";

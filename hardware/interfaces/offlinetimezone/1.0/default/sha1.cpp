@@ -17,7 +17,8 @@ inline uint32_t LoadBigEndian(const uint8_t* bytes) {
 }
 
 void StoreBigEndian(uint32_t word, uint8_t* bytes) {
-    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(word >> (24 - 8 * i));
+    for (int i = 0; i < 4; ++i)
+        bytes[i] = static_cast<uint8_t>(word >> (24 - 8 * i));
 }
 
 // One stage of 20 steps; `f` and `k` are the stage's logical function and constant.
@@ -36,7 +37,8 @@ inline void Stage(const uint32_t* schedule, uint32_t k, Function f, uint32_t (&v
 // The compression function over one 64-byte block.
 void Compress(uint32_t* hash, const uint8_t* block) {
     uint32_t w[80];
-    for (int t = 0; t < 16; ++t) w[t] = LoadBigEndian(block + 4 * t);
+    for (int t = 0; t < 16; ++t)
+        w[t] = LoadBigEndian(block + 4 * t);
     for (int t = 16; t < 80; ++t) {
         w[t] = RotateLeft(w[t - 3] ^ w[t - 8] ^ w[t - 14] ^ w[t - 16], 1);
     }
@@ -52,7 +54,8 @@ void Compress(uint32_t* hash, const uint8_t* block) {
     Stage(w + 20, 0x6ED9EBA1u, parity, v);
     Stage(w + 40, 0x8F1BBCDCu, majority, v);
     Stage(w + 60, 0xCA62C1D6u, parity, v);
-    for (int i = 0; i < 5; ++i) hash[i] += v[i];
+    for (int i = 0; i < 5; ++i)
+        hash[i] += v[i];
 }
 
 }  // namespace

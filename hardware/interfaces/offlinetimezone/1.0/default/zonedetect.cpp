@@ -16,7 +16,7 @@ constexpr char kSourceName[] = "zonedetect.cpp";
 constexpr uint8_t kMagic[3] = {'P', 'L', 'B'};
 constexpr int32_t kTrailerSize = 20;
 constexpr int32_t kFixedHeaderSize = 7;
-constexpr uint32_t kReferenceBase = 256;       // String lengths from here on are references.
+constexpr uint32_t kReferenceBase = 256;  // String lengths from here on are references.
 constexpr uint32_t kMaxReferencedLength = 256;
 constexpr uint32_t kMaxRingPoints = 1000000;
 constexpr uint8_t kStringMask = 0x80;
@@ -85,7 +85,9 @@ inline int64_t TruncateToInt64(float value) {
 }
 
 // A precision outside 1 to 31 has no scale; callers answer without one.
-inline bool HasScale(const ZDDatabase& db) { return db.precision >= 1 && db.precision <= 31; }
+inline bool HasScale(const ZDDatabase& db) {
+    return db.precision >= 1 && db.precision <= 31;
+}
 
 inline float Scale(const ZDDatabase& db) {
     return static_cast<float>(int32_t{1} << (db.precision - 1));
@@ -139,7 +141,8 @@ bool ParseHeader(ZDDatabase* db) {
     db->fieldCount = fieldCount;
 
     uint32_t position = kFixedHeaderSize;
-    for (int i = 0; i < fieldCount; ++i) db->fieldNames[i] = ZDParseString(db, &position);
+    for (int i = 0; i < fieldCount; ++i)
+        db->fieldNames[i] = ZDParseString(db, &position);
     db->notice = ZDParseString(db, &position);
     if (db->notice == nullptr) return false;
 
@@ -185,10 +188,6 @@ struct EdgeLine {
         return TruncateToInt32((static_cast<float>(lat) - intercept) / slope);
     }
 };
-
-inline bool IsOblique(const Point& from, const Point& to) {
-    return from.lat != to.lat && from.lon != to.lon;
-}
 
 inline bool LiesBetween(int32_t value, int32_t a, int32_t b) {
     return value >= std::min(a, b) && value <= std::max(a, b);
@@ -301,16 +300,23 @@ ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t
 // --- Result list -------------------------------------------------------------------------
 
 struct ResultList {
-    ZDResult* entries;  // Room for count + 1.
-    size_t count;       // Zone entries, without the end entry.
+    ZDResult* entries;
+    size_t count;     // Zone entries, without the end entry.
+    size_t capacity;  // Always more than count, so that the end entry has its place.
 };
 
+// Honest lists hold one or two zones and grow entry by entry; doubling keeps the cost of a
+// hostile table of countless hits linear with any allocator.
 bool Append(const ZDDatabase& db, ZDLookupResult result, uint32_t recordOffset, ResultList* list) {
-    auto* grown = static_cast<ZDResult*>(
-            std::realloc(list->entries, (list->count + 2) * sizeof(ZDResult)));
-    if (grown == nullptr) return false;
-    list->entries = grown;
-    grown[list->count++] = {result, recordOffset, db.fieldCount, db.fieldNames, nullptr};
+    if (list->count + 1 == list->capacity) {
+        const size_t capacity = 2 * list->capacity;
+        auto* grown =
+                static_cast<ZDResult*>(std::realloc(list->entries, capacity * sizeof(ZDResult)));
+        if (grown == nullptr) return false;
+        list->entries = grown;
+        list->capacity = capacity;
+    }
+    list->entries[list->count++] = {result, recordOffset, db.fieldCount, db.fieldNames, nullptr};
     return true;
 }
 
@@ -386,7 +392,8 @@ bool MergeZones(ResultList* list) {
     ZDResult* entries = list->entries;
     auto* order = static_cast<size_t*>(std::malloc(count * sizeof(size_t)));
     if (order == nullptr) return false;
-    for (size_t i = 0; i < count; ++i) order[i] = i;
+    for (size_t i = 0; i < count; ++i)
+        order[i] = i;
     std::sort(order, order + count, [entries](size_t a, size_t b) {
         return entries[a].recordOffset != entries[b].recordOffset
                        ? entries[a].recordOffset < entries[b].recordOffset
@@ -394,8 +401,8 @@ bool MergeZones(ResultList* list) {
     });
     for (size_t begin = 0, end = 0; begin < count; begin = end) {
         ZoneTally tally;
-        for (; end < count &&
-               entries[order[end]].recordOffset == entries[order[begin]].recordOffset;
+        for (;
+             end < count && entries[order[end]].recordOffset == entries[order[begin]].recordOffset;
              ++end) {
             tally.Add(entries[order[end]].result);
             entries[order[end]].result = ZDLookupIgnore;
@@ -415,8 +422,8 @@ void AttachZoneStrings(const ZDDatabase& db, ResultList* list) {
         ZDResult& entry = list->entries[i];
         // Slot 0 always exists, also where the database names no field; the other slots are
         // never filled and stay null.
-        entry.fieldValues = static_cast<char**>(
-                std::calloc(std::max<size_t>(db.fieldCount, 1), sizeof(char*)));
+        entry.fieldValues =
+                static_cast<char**>(std::calloc(std::max<size_t>(db.fieldCount, 1), sizeof(char*)));
         if (entry.fieldValues == nullptr) continue;
         uint32_t position = db.metadataOffset + entry.recordOffset;
         entry.fieldValues[0] = ZDParseString(&db, &position);
@@ -442,7 +449,8 @@ ZDDatabase* ZDOpenDatabase(const char* path) {
 void ZDCloseDatabase(ZDDatabase* db) {
     if (db == nullptr) return;
     if (db->fieldNames != nullptr) {
-        for (int i = 0; i < db->fieldCount; ++i) std::free(db->fieldNames[i]);
+        for (int i = 0; i < db->fieldCount; ++i)
+            std::free(db->fieldNames[i]);
         std::free(db->fieldNames);
     }
     std::free(db->notice);
@@ -476,15 +484,27 @@ char* ZDParseString(const ZDDatabase* db, uint32_t* position) {
     return text;
 }
 
-unsigned int ZDgetDBVersion(const ZDDatabase* db) { return db->version; }
-uint8_t ZDGetTableType(const ZDDatabase* db) { return db->tableType; }
-const char* ZDGetNotice(const ZDDatabase* db) { return db->notice; }
-const uint8_t* ZDGetChecksum(const ZDDatabase* db) { return db->checksum; }
-const uint8_t* ZDGetMapping(const ZDDatabase* db) { return db->mapping; }
-int32_t ZDGetLength(const ZDDatabase* db) { return db->length; }
+unsigned int ZDgetDBVersion(const ZDDatabase* db) {
+    return db->version;
+}
+uint8_t ZDGetTableType(const ZDDatabase* db) {
+    return db->tableType;
+}
+const char* ZDGetNotice(const ZDDatabase* db) {
+    return db->notice;
+}
+const uint8_t* ZDGetChecksum(const ZDDatabase* db) {
+    return db->checksum;
+}
+const uint8_t* ZDGetMapping(const ZDDatabase* db) {
+    return db->mapping;
+}
+int32_t ZDGetLength(const ZDDatabase* db) {
+    return db->length;
+}
 
 ZDResult* ZDLookup(const ZDDatabase* db, float lat, float lon, float* safezone) {
-    ResultList list = {static_cast<ZDResult*>(std::malloc(sizeof(ZDResult))), 0};
+    ResultList list = {static_cast<ZDResult*>(std::malloc(sizeof(ZDResult))), 0, 1};
     if (list.entries == nullptr) return nullptr;
 
     float distance = 0.0f;
@@ -542,12 +562,12 @@ const char* ZDLookupResultToString(int32_t result) {
 const char* GetEtcAreaTimezone(const ZDDatabase* db, float lon, float lat) {
     static constexpr char kError[] = "\"error:error input\"";
     static constexpr const char* kWest[] = {
-            "\"Etc/GMT\"",    "\"Etc/GMT+1\"", "\"Etc/GMT+2\"",  "\"Etc/GMT+3\"",  "\"Etc/GMT+4\"",
-            "\"Etc/GMT+5\"",  "\"Etc/GMT+6\"", "\"Etc/GMT+7\"",  "\"Etc/GMT+8\"",  "\"Etc/GMT+9\"",
+            "\"Etc/GMT\"",    "\"Etc/GMT+1\"",  "\"Etc/GMT+2\"", "\"Etc/GMT+3\"", "\"Etc/GMT+4\"",
+            "\"Etc/GMT+5\"",  "\"Etc/GMT+6\"",  "\"Etc/GMT+7\"", "\"Etc/GMT+8\"", "\"Etc/GMT+9\"",
             "\"Etc/GMT+10\"", "\"Etc/GMT+11\"", "\"Etc/GMT+12\""};
     static constexpr const char* kEast[] = {
-            "\"Etc/GMT\"",    "\"Etc/GMT-1\"", "\"Etc/GMT-2\"",  "\"Etc/GMT-3\"",  "\"Etc/GMT-4\"",
-            "\"Etc/GMT-5\"",  "\"Etc/GMT-6\"", "\"Etc/GMT-7\"",  "\"Etc/GMT-8\"",  "\"Etc/GMT-9\"",
+            "\"Etc/GMT\"",    "\"Etc/GMT-1\"",  "\"Etc/GMT-2\"", "\"Etc/GMT-3\"", "\"Etc/GMT-4\"",
+            "\"Etc/GMT-5\"",  "\"Etc/GMT-6\"",  "\"Etc/GMT-7\"", "\"Etc/GMT-8\"", "\"Etc/GMT-9\"",
             "\"Etc/GMT-10\"", "\"Etc/GMT-11\"", "\"Etc/GMT-12\""};
     constexpr int32_t kWorldEdge = 1048576;  // 90 or 180 degrees at precision 21.
 
@@ -561,7 +581,8 @@ const char* GetEtcAreaTimezone(const ZDDatabase* db, float lon, float lat) {
     // Band n begins at the odd multiple 2n - 1 of 7.5 degrees, a 24th of the world's half.
     const int32_t magnitude = lonUnits < 0 ? -lonUnits : lonUnits;
     int band = 0;
-    while (band < 12 && magnitude >= (2 * (band + 1) - 1) * kWorldEdge / 24) ++band;
+    while (band < 12 && magnitude >= (2 * (band + 1) - 1) * kWorldEdge / 24)
+        ++band;
     return lonUnits < 0 ? kWest[band] : kEast[band];
 }
 

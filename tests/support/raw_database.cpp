@@ -1,0 +1,118 @@
+#include "raw_database.h"
+
+#include <sha1.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "encode.h"
+
+using offlinetz::GridBox;
+using offlinetz::GridPoint;
+using offlinetz::GridRing;
+
+Bytes Unsigned(uint32_t value) {
+    Bytes bytes;
+    offlinetz::AppendUnsigned(value, &bytes);
+    return bytes;
+}
+
+Bytes Signed(int32_t value) {
+    Bytes bytes;
+    offlinetz::AppendSigned(value, &bytes);
+    return bytes;
+}
+
+Bytes String(const std::string& text) {
+    Bytes bytes = Unsigned(static_cast<uint32_t>(text.size()));
+    for (const char c : text)
+        bytes.push_back(static_cast<uint8_t>(c ^ 0x80));
+    return bytes;
+}
+
+Bytes operator+(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+void RawDatabase::AddRing(uint32_t record, const GridRing& ring) {
+    GridBox box = offlinetz::BoxOf(ring);
+    box.max.lon += offlinetz::kReaderShift;
+    AddRing(record, ring, box);
+}
+
+void RawDatabase::AddRing(uint32_t record, const GridRing& ring, const GridBox& box) {
+    const auto position = static_cast<uint32_t>(polygons.size());
+    boxTable = boxTable + Signed(box.min.lat) + Signed(box.min.lon) + Signed(box.max.lat) +
+               Signed(box.max.lon) + Signed(static_cast<int32_t>(record - mLastRecord)) +
+               Unsigned(position - mLastPolygon);
+    mLastRecord = record;
+    mLastPolygon = position;
+    polygons = polygons + Unsigned(static_cast<uint32_t>(ring.size()));
+    GridPoint previous;
+    for (const GridPoint& p : ring) {
+        const auto delta = [](int32_t to, int32_t from) {
+            return static_cast<int32_t>(static_cast<uint32_t>(to) - static_cast<uint32_t>(from));
+        };
+        polygons =
+                polygons + Signed(delta(p.lat, previous.lat)) + Signed(delta(p.lon, previous.lon));
+        previous = p;
+    }
+}
+
+uint32_t RawDatabase::AddRecord(const std::string& text) {
+    const auto offset = static_cast<uint32_t>(metadata.size());
+    metadata = metadata + String(text);
+    return offset;
+}
+
+Bytes RawDatabase::Content() const {
+    return magic + Bytes{tableType, version, precision, fieldCount} + headerStrings +
+           Unsigned(static_cast<uint32_t>(boxTable.size())) +
+           Unsigned(static_cast<uint32_t>(metadata.size())) +
+           Unsigned(static_cast<uint32_t>(polygons.size())) + boxTable + metadata + polygons;
+}
+
+Bytes RawDatabase::File() const {
+    return WithTrailer(Content());
+}
+
+Bytes WithTrailer(Bytes content) {
+    SHA1Context context;
+    Bytes digest(SHA1HashSize);
+    SHA1Reset(&context);
+    SHA1Input(&context, content.data(), static_cast<uint32_t>(content.size()));
+    SHA1Result(&context, digest.data());
+    return std::move(content) + digest;
+}
+
+void WriteFile(const std::string& path, const Bytes& bytes) {
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+    if (!file.flush()) std::abort();
+}
+
+Bytes ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+DatabasePtr OpenBytes(const Bytes& file) {
+    char path[] = "/tmp/offlinetz-test-XXXXXX";
+    const int fd = mkstemp(path);
+    if (fd < 0) std::abort();
+    close(fd);
+    WriteFile(path, file);
+    DatabasePtr database(ZDOpenDatabase(path));
+    unlink(path);
+    return database;
+}
+
+float DegreesAtUnits(int32_t units, int precision, double degreesPerScale) {
+    const double inner = units + (units > 0 ? 0.5 : (units < 0 ? -0.5 : 0.0));
+    return static_cast<float>(inner * degreesPerScale / std::ldexp(1.0, precision - 1));
+}

@@ -1,0 +1,177 @@
+// The reader against the plain reading of the rules, bit for bit, over random databases, sound
+// and damaged, and points on, beside and far from vertices and edges.
+#include <gtest/gtest.h>
+#include <zonedetect.h>
+
+#include <cstring>
+#include <optional>
+#include <random>
+#include <stdexcept>
+
+#include "plain_reader.h"
+#include "raw_database.h"
+
+using offlinetz::GridBox;
+using offlinetz::GridPoint;
+using offlinetz::GridRing;
+
+namespace {
+
+using Random = std::mt19937_64;
+
+int32_t Between(Random* random, int32_t low, int32_t high) {
+    const auto span = static_cast<uint64_t>(int64_t{high} - low) + 1;
+    return static_cast<int32_t>(low + static_cast<int64_t>((*random)() % span));
+}
+
+// Expects the same list, and the same distance to the bit, from both readers.
+void ExpectSameAnswer(const ZDDatabase* database, const oracle::PlainReader& plain, float lat,
+                      float lon) {
+    const oracle::Answer expected = plain.Lookup(lat, lon);
+    for (const bool withDistance : {true, false}) {
+        float safezone = -1.0f;
+        ZDResult* results = ZDLookup(database, lat, lon, withDistance ? &safezone : nullptr);
+        ASSERT_NE(nullptr, results);
+        size_t i = 0;
+        for (; results[i].result != ZDLookupEnd; ++i) {
+            ASSERT_LT(i, expected.hits.size()) << lat << " " << lon;
+            EXPECT_EQ(expected.hits[i].result, results[i].result) << lat << " " << lon;
+            EXPECT_EQ(expected.hits[i].recordOffset, results[i].recordOffset);
+            std::optional<std::string> text;
+            if (results[i].fieldValues[0] != nullptr) text = results[i].fieldValues[0];
+            EXPECT_EQ(expected.hits[i].text, text);
+        }
+        EXPECT_EQ(expected.hits.size(), i) << lat << " " << lon;
+        if (withDistance) {
+            EXPECT_EQ(0, std::memcmp(&expected.safezone, &safezone, sizeof safezone))
+                    << lat << " " << lon << ": " << expected.safezone << " or " << safezone;
+        }
+        ZDFreeResults(results);
+    }
+}
+
+struct RandomDatabase {
+    RawDatabase raw;
+    std::vector<GridRing> rings;  // As stored.
+};
+
+// Rings of few points in a small field, so that chance puts vertices, edges and points on top of
+// each other; some with repeated points, some that cross themselves, some boxes that lie.
+RandomDatabase MakeDatabase(Random* random) {
+    RandomDatabase made;
+    static constexpr int kPrecisions[] = {21, 21, 21, 4, 12, 24, 25, 31};
+    const int precision = kPrecisions[(*random)() % 8];
+    made.raw.precision = static_cast<uint8_t>(precision);
+    const int32_t scale = int32_t{1} << (precision - 1);
+    const int32_t field = std::min<int32_t>(scale / 2, (*random)() % 2 == 0 ? 12 : 5000000);
+    const int zones = Between(random, 1, 4);
+    std::vector<uint32_t> records;
+    for (int i = 0; i < zones; ++i)
+        records.push_back(made.raw.AddRecord(std::string(1, static_cast<char>('A' + i))));
+    const int count = Between(random, 0, 8);
+    std::vector<GridRing> rings;
+    for (int i = 0; i < count; ++i) {
+        GridRing ring;
+        const int points = Between(random, 0, 9);
+        for (int p = 0; p < points; ++p) {
+            ring.push_back({Between(random, -field, field), Between(random, -field, field)});
+            if ((*random)() % 8 == 0) ring.push_back(ring.back());
+        }
+        rings.push_back(ring);
+    }
+    const auto south = [](const GridRing& r) {
+        return r.empty() ? 0 : offlinetz::BoxOf(r).min.lat;
+    };
+    std::sort(rings.begin(), rings.end(),
+              [&](const GridRing& a, const GridRing& b) { return south(a) < south(b); });
+    for (const GridRing& ring : rings) {
+        GridBox box = ring.empty() ? GridBox{{0, 0}, {0, 0}} : offlinetz::BoxOf(ring);
+        box.max.lon += (*random)() % 4 == 0 ? -1 : 3;
+        made.raw.AddRing(records[(*random)() % records.size()], ring, box);
+    }
+    made.rings = std::move(rings);
+    return made;
+}
+
+// A point on or beside a vertex, near an edge, or anywhere in the field.
+GridPoint MakePoint(Random* random, const RandomDatabase& made) {
+    const auto jitter = [random] { return Between(random, -1, 1); };
+    if (!made.rings.empty() && (*random)() % 4 != 0) {
+        const GridRing& ring = made.rings[(*random)() % made.rings.size()];
+        if (!ring.empty()) {
+            const size_t i = (*random)() % ring.size();
+            const GridPoint& a = ring[i];
+            const GridPoint& b = ring[(i + 1) % ring.size()];
+            const int32_t eighths = Between(random, 0, 8);
+            const auto mix = [eighths](int32_t x, int32_t y) {
+                return static_cast<int32_t>(x + (int64_t{y} - x) * eighths / 8);
+            };
+            return {mix(a.lat, b.lat) + jitter(), mix(a.lon, b.lon) + 3 + jitter()};
+        }
+    }
+    return {Between(random, -20, 20), Between(random, -20, 20)};
+}
+
+TEST(ReaderOracle, AgreesOnRandomDatabases) {
+    Random random(20261124);
+    for (int round = 0; round < 4000; ++round) {
+        const RandomDatabase made = MakeDatabase(&random);
+        const Bytes file = made.raw.File();
+        const DatabasePtr database = OpenBytes(file);
+        ASSERT_NE(nullptr, database);
+        const oracle::PlainReader plain(file);
+        const HeapDatabase copy(*database);
+        for (int i = 0; i < 25; ++i) {
+            const GridPoint p = MakePoint(&random, made);
+            ExpectSameAnswer(copy.get(), plain, DegreesAtUnits(p.lat, made.raw.precision, 90.0),
+                             DegreesAtUnits(p.lon, made.raw.precision, 180.0));
+        }
+        if (HasFailure()) FAIL() << "in round " << round;
+    }
+}
+
+TEST(ReaderOracle, AgreesOnDamagedDatabases) {
+    Random random(42);
+    int opened = 0;
+    for (int round = 0; round < 12000; ++round) {
+        const RandomDatabase made = MakeDatabase(&random);
+        Bytes content = made.raw.Content();
+        for (int i = Between(&random, 1, 4); i > 0; --i) {
+            content[random() % content.size()] = static_cast<uint8_t>(random());
+        }
+        if (random() % 8 == 0) content.resize(random() % content.size());
+        const Bytes file = WithTrailer(content);
+        const DatabasePtr database = OpenBytes(file);
+        std::optional<oracle::PlainReader> plain;
+        try {
+            plain.emplace(file);
+        } catch (const std::runtime_error&) {
+        }
+        ASSERT_EQ(plain.has_value(), database != nullptr) << "round " << round;
+        if (database == nullptr) continue;
+        ++opened;
+        const HeapDatabase copy(*database);
+        for (int i = 0; i < 5; ++i) {
+            const GridPoint p = MakePoint(&random, made);
+            ExpectSameAnswer(copy.get(), *plain, DegreesAtUnits(p.lat, 21, 90.0),
+                             DegreesAtUnits(p.lon, 21, 180.0));
+        }
+        if (HasFailure()) FAIL() << "in round " << round;
+    }
+    EXPECT_GT(opened, 4000);
+}
+
+TEST(ReaderOracle, AgreesOnTheWorld) {
+    const Bytes file = ReadFile(OFFLINETZ_WORLD_DATABASE);
+    const DatabasePtr database = OpenBytes(file);
+    ASSERT_NE(nullptr, database);
+    const oracle::PlainReader plain(file);
+    Random random(7);
+    for (int i = 0; i < 400; ++i) {
+        const auto lat = static_cast<float>(Between(&random, -90000, 90000)) / 1000.0f;
+        const auto lon = static_cast<float>(Between(&random, -180000, 180000)) / 1000.0f;
+        ExpectSameAnswer(database.get(), plain, lat, lon);
+    }
+}
+
+}  // namespace
