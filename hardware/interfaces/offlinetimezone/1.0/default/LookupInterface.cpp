@@ -87,8 +87,8 @@ void LogDigest(const uint8_t* d) {
 // The digest of `length` bytes, with the log line of a failing step.
 bool Digest(const uint8_t* data, uint32_t length, uint8_t* digest) {
     SHA1Context context = {};
-    int error = SHA1Reset(&context);
-    error = SHA1Input(&context, data, length);
+    SHA1Reset(&context);
+    int error = SHA1Input(&context, data, length);
     if (error != shaSuccess) {
         LOG("SHA1Input Error %d.\n", error);
         return false;

@@ -213,15 +213,12 @@ uint64_t SquaredDistance(const Point& from, const Point& to, const Point& target
         footLon = (s - line.slope * line.intercept) / m;
         footLat = (line.intercept + line.slope * s) / m;
     }
-    int64_t deltaLat;
-    int64_t deltaLon;
+    int64_t deltaLat = int64_t{to.lat} - target.lat;
+    int64_t deltaLon = int64_t{to.lon} - target.lon;
     if (LiesBetween(TruncateToInt32(footLat), to.lat, from.lat) &&
         LiesBetween(TruncateToInt32(footLon), to.lon, from.lon)) {
         deltaLat = TruncateToInt64(footLat - targetLat);
         deltaLon = TruncateToInt64(footLon - targetLon);
-    } else {
-        deltaLat = int64_t{to.lat} - target.lat;
-        deltaLon = int64_t{to.lon} - target.lon;
     }
     // Unsigned, so that far points wrap instead of overflowing.
     const auto lat = static_cast<uint64_t>(deltaLat);
