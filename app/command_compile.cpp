@@ -83,7 +83,8 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
                         "FeatureCollections of polygons with a tzid property")
             ->required();
     command->add_option("-o,--output", options->output, "Database file to write")->required();
-    command->add_option("--data-version", options->version, "Version byte, 0 to 255")
+    command->add_option("--data-version", options->version, "Version byte")
+            ->check(CLI::Range(0, 255))
             ->capture_default_str();
     command->add_option("--notice", options->notice,
                         "Data release and attribution, up to 255 bytes");
@@ -95,9 +96,25 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
     command->add_option("--tolerance", options->toleranceMetres,
                         "Metres that borders may move to save points; 0 for none")
             ->check(CLI::Range(0.0, 100000.0))
+            ->check(CLI::Validator(
+                    [](const std::string& text) {
+                        return text.find_first_of("nN") == std::string::npos
+                                       ? std::string()
+                                       : "not a number of metres: " + text;
+                    },
+                    ""))
             ->capture_default_str();
     command->add_option("--max-ring-points", options->maxRingPoints,
                         "Cut rings into pieces of about so many points; 0 keeps them whole")
+            ->check(CLI::Range(size_t{0}, size_t{1000000}))
+            ->check(CLI::Validator(
+                    [](const std::string& text) {
+                        // Pieces of fewer points would mostly hold the corners of their boxes.
+                        return text == "0" || text.size() >= 3
+                                       ? std::string()
+                                       : "neither 0 nor at least 100: " + text;
+                    },
+                    ""))
             ->capture_default_str();
     command->add_flag("--bare", options->bareIdentifiers,
                       "Store identifiers without the double quotes at both ends");

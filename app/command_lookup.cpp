@@ -122,7 +122,8 @@ int LookUpLines(const LookupOptions& options, const ZDDatabase* database) {
         }
         if (number % kProgressInterval == 0) progress.Show("looking up", number, 0);
     }
-    if (std::cin.bad()) throw std::runtime_error("standard input cannot be read");
+    if (std::cin.bad() || std::ferror(stdin) != 0)
+        throw std::runtime_error("standard input cannot be read");
     return exitCode;
 }
 
@@ -146,7 +147,6 @@ int RunLookup(const LookupOptions& options) {
     } else {
         exitCode = LookUpLines(options, database.get());
     }
-    if (std::fflush(stdout) != 0) throw std::runtime_error("standard output cannot be written");
     return exitCode;
 }
 

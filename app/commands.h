@@ -15,3 +15,4 @@ enum ExitCode {
 void AddLookupCommand(CLI::App* app, int* exitCode);
 void AddVerifyCommand(CLI::App* app, int* exitCode);
 void AddCompileCommand(CLI::App* app, int* exitCode);
+void AddServiceCommand(CLI::App* app, int* exitCode);

@@ -1,6 +1,8 @@
-// offlinetz: looks points up in a zone database, checks one, and compiles one.
+// offlinetz: looks points up in a zone database, checks one, compiles one, and is a client of the
+// service.
 #include <cstdio>
 #include <exception>
+#include <stdexcept>
 
 #include "commands.h"
 
@@ -11,8 +13,11 @@ int main(int argc, char** argv) {
     AddLookupCommand(&app, &exitCode);
     AddVerifyCommand(&app, &exitCode);
     AddCompileCommand(&app, &exitCode);
+    AddServiceCommand(&app, &exitCode);
     try {
         app.parse(argc, argv);
+        // A report that did not get out is not done.
+        if (std::fflush(stdout) != 0) throw std::runtime_error("standard output cannot be written");
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kExitOk : kExitUsage;
     } catch (const std::exception& error) {

@@ -11,7 +11,8 @@ namespace {
 double ParseDegrees(std::string_view text, const char* name, double limit) {
     double degrees = 0.0;
     std::string_view number = text;
-    if (!number.empty() && number.front() == '+') number.remove_prefix(1);
+    // The conversion takes a minus only.
+    if (number.substr(0, 1) == "+" && number.substr(0, 2) != "+-") number.remove_prefix(1);
     const auto [end, error] =
             std::from_chars(number.data(), number.data() + number.size(), degrees);
     if (error != std::errc() || end != number.data() + number.size()) {

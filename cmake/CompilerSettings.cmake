@@ -24,3 +24,8 @@ if(OFFLINETZ_COVERAGE)
 endif()
 
 find_package(Threads REQUIRED)
+
+# Unique symbols of g++ would keep a loaded library from ever being unloaded.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_compile_options(-fno-gnu-unique)
+endif()

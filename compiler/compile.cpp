@@ -1,6 +1,7 @@
 #include "compile.h"
 
 #include <cmath>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -56,6 +57,15 @@ std::vector<ZoneRings> DrawOnGrid(const Source& source, const Grid& grid, double
 }  // namespace
 
 CompileSummary Compile(const CompileOptions& options, const CompileListener& listener) {
+    if (!(options.toleranceMetres >= 0.0) || std::isinf(options.toleranceMetres)) {
+        throw InputError("the tolerance is not a number of metres");
+    }
+    for (const std::string& input : options.inputs) {
+        std::error_code ignored;
+        if (std::filesystem::equivalent(input, options.output, ignored)) {
+            throw InputError(options.output + ": is an input; it would be overwritten");
+        }
+    }
     CompileSummary summary;
     const Grid grid(options.precision);
     const Source source = ReadSource(options.inputs, listener.warn, listener.progress);
@@ -69,7 +79,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
 
     listener.progress("cutting", 0, 0);
     DatabaseContent content;
-    content.version = options.version;
+    content.version = static_cast<uint8_t>(options.version);
     content.precision = options.precision;
     content.fieldNames = {kFieldName};
     content.notice = options.notice;

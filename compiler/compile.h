@@ -20,7 +20,7 @@ constexpr size_t kDefaultMaxRingPoints = 2000;
 struct CompileOptions {
     std::vector<std::string> inputs;
     std::string output;
-    uint8_t version = 1;
+    int version = 1;  // 0 to 255.
     std::string notice;
     int precision = 21;                            // What the nautical fallback fits.
     double toleranceMetres = 20.0;                 // 0: keep every bend.

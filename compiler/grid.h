@@ -58,7 +58,8 @@ constexpr int32_t kReaderShift = 3;
 class Grid {
   public:
     static constexpr int kMinPrecision = 8;
-    static constexpr int kMaxPrecision = 24;  // A finer grid exceeds what a float query resolves.
+    static constexpr int kMaxPrecision =
+            23;  // A finer grid exceeds what the reader's floats resolve.
 
     // `precision` from kMinPrecision to kMaxPrecision.
     explicit Grid(int precision) : mPrecision(precision), mScale(int32_t{1} << (precision - 1)) {}

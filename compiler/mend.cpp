@@ -364,28 +364,63 @@ int WindingAround(const GridRing& ring, const GridPoint& a, const GridPoint& b) 
     return winding;
 }
 
+// The edges that more than one ring passes.
+std::vector<DirectedEdge> SharedEdges(const ZoneRings& rings) {
+    std::vector<DirectedEdge> edges;
+    for (const GridRing& ring : rings) {
+        for (size_t i = 0; i < ring.size(); ++i) {
+            edges.push_back({ring[i], ring[i + 1 < ring.size() ? i + 1 : 0]});
+        }
+    }
+    std::sort(edges.begin(), edges.end());
+    std::vector<DirectedEdge> shared;
+    for (size_t i = 1; i < edges.size(); ++i) {
+        if (!(edges[i - 1] < edges[i])) shared.push_back(edges[i]);
+    }
+    return shared;
+}
+
+// An edge of the ring that no other passes; of rings that are not alike each has one, unless it
+// is pieced together from parts of others, where any will do.
+DirectedEdge OwnEdge(const GridRing& ring, const std::vector<DirectedEdge>& shared) {
+    for (size_t i = 0; i < ring.size(); ++i) {
+        const DirectedEdge edge = {ring[i], ring[i + 1 < ring.size() ? i + 1 : 0]};
+        if (!std::binary_search(shared.begin(), shared.end(), edge)) return edge;
+    }
+    return {ring[0], ring[1]};
+}
+
 // Keeps the rings that part area from no area: an outline with none of the zone around it, a
 // hole with exactly one outline around it. The others are lobes that rounding turned inside
 // out, or overlaps within the zone.
 ZoneRings KeepBorders(ZoneRings rings) {
+    for (GridRing& ring : rings) {
+        std::rotate(ring.begin(), std::min_element(ring.begin(), ring.end()), ring.end());
+    }
+    std::sort(rings.begin(), rings.end());
+    rings.erase(std::unique(rings.begin(), rings.end()), rings.end());
+
+    const std::vector<DirectedEdge> shared = SharedEdges(rings);
     std::vector<GridBox> boxes;
     std::vector<bool> clockwise;
     for (const GridRing& ring : rings) {
         boxes.push_back(BoxOf(ring));
         clockwise.push_back(DoubleArea(ring) < 0);
     }
-    ZoneRings kept;
-    std::vector<size_t> keptIndices;
+    std::vector<bool> isBorder;
     for (size_t i = 0; i < rings.size(); ++i) {
+        const DirectedEdge edge = OwnEdge(rings[i], shared);
         int around = 0;
         for (size_t j = 0; j < rings.size(); ++j) {
             if (j == i || !boxes[j].Contains(boxes[i])) continue;
-            around += WindingAround(rings[j], rings[i][0], rings[i][1]);
+            around += WindingAround(rings[j], edge.from, edge.to);
         }
-        if (around == (clockwise[i] ? 0 : 1)) keptIndices.push_back(i);
+        isBorder.push_back(around == (clockwise[i] ? 0 : 1));
     }
-    for (const size_t i : keptIndices)
-        kept.push_back(std::move(rings[i]));
+    ZoneRings kept;
+    for (size_t i = 0; i < rings.size(); ++i) {
+        if (isBorder[i]) kept.push_back(std::move(rings[i]));
+    }
     return kept;
 }
 

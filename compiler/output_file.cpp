@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -39,10 +41,28 @@ void SynchroniseDirectoryOf(const std::string& path) {
     if (result != 0) Fail(directory);
 }
 
+// The file that `path` stands for: the target of a link, and never anything but a regular file,
+// because the rename would put one in the place of a device or a pipe.
+std::string TargetOf(const std::string& path) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0) {
+        if (errno == ENOENT) return path;
+        Fail(path);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw std::system_error(std::make_error_code(std::errc::invalid_argument),
+                                path + " is not a regular file");
+    }
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
+                                                           &std::free);
+    if (real == nullptr) Fail(path);
+    return real.get();
+}
+
 }  // namespace
 
-OutputFile::OutputFile(std::string path, const std::vector<uint8_t>& bytes)
-    : mPath(std::move(path)) {
+OutputFile::OutputFile(const std::string& path, const std::vector<uint8_t>& bytes)
+    : mPath(TargetOf(path)) {
     std::string name = mPath + ".XXXXXX";
     const int fd = mkstemp(name.data());
     if (fd < 0) Fail(mPath);

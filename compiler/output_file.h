@@ -8,11 +8,11 @@
 namespace offlinetz {
 
 // A new version of the file `path`, written beside it, synchronised, and put in its place by
-// Commit; destroyed before that, it leaves the old file as it was. All functions throw
-// std::system_error.
+// Commit; destroyed before that, it leaves the old file as it was. A link is followed; a path that
+// is anything but a regular file is refused. All functions throw std::system_error.
 class OutputFile {
   public:
-    OutputFile(std::string path, const std::vector<uint8_t>& bytes);
+    OutputFile(const std::string& path, const std::vector<uint8_t>& bytes);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;

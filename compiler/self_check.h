@@ -25,9 +25,9 @@ class SourceLookup {
     // The tzids of the zones that contain a point, border included, sorted.
     std::vector<std::string> ZonesAt(double lat, double lon) const;
 
-    // Metres from a point to the nearest border of the zone `tzid`; infinite beyond 1 km or for
-    // an unknown zone.
-    double MetresToBorder(double lat, double lon, const std::string& tzid) const;
+    // Metres from a point to the nearest border of the zone `tzid`; infinite beyond `within` metres
+    // or for an unknown zone.
+    double MetresToBorder(double lat, double lon, const std::string& tzid, double within) const;
 
     // A point within `metres` of a border, by three numbers from 0 to 1 (1 excluded).
     void PointNearBorder(double metres, const double (&random)[4], double* lat, double* lon) const;

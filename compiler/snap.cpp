@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "mend.h"
+
 namespace offlinetz {
 
 namespace {
@@ -13,11 +15,15 @@ void RemoveRepeats(GridRing* ring) {
         ring->pop_back();
 }
 
-bool IsFlat(const GridRing& ring) {
-    for (size_t i = 2; i < ring.size(); ++i) {
-        if (Cross(ring[0], ring[1], ring[i]) != 0) return false;
+// Whether a ring encloses nothing: its points lie on a line, or its edges cancel each other.
+bool IsFlat(const GridRing& ring, bool isSmall) {
+    if (!isSmall) {
+        return std::all_of(ring.begin(), ring.end(),
+                           [&ring](const GridPoint& p) { return Cross(ring[0], ring[1], p) == 0; });
     }
-    return true;
+    std::vector<ZoneRings> alone = {{ring}};
+    MendOnGrid(&alone, [](int, size_t) {});
+    return alone[0].empty();
 }
 
 GridRing ClockwiseBox(const GridBox& box) {
@@ -72,10 +78,11 @@ std::vector<GridRing> SnapToGrid(const GEOSGeometry* area, const Grid& grid, Sna
         // The area lies on the right of a ring's direction.
         if (isHole == isClockwise) std::reverse(ring.begin(), ring.end());
         RemoveRepeats(&ring);
-        if (IsFlat(ring)) {
-            GridBox box = BoxOf(ring);
-            if (box.max.lat - box.min.lat > kIsletUnits ||
-                box.max.lon - box.min.lon > kIsletUnits) {
+        GridBox box = BoxOf(ring);
+        const bool isSmall = box.max.lat - box.min.lat <= kIsletUnits &&
+                             box.max.lon - box.min.lon <= kIsletUnits;
+        if (IsFlat(ring, isSmall)) {
+            if (!isSmall) {
                 ++counts->dropped;
                 return;
             }

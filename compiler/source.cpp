@@ -60,7 +60,12 @@ simdjson::padded_string ReadFile(const std::string& path) {
     if (got < 0 || code != Z_OK || closed != Z_OK) {
         Fail(path, "cannot be read: " + (reason.empty() ? "the file is cut short" : reason));
     }
-    return simdjson::padded_string(text);
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    std::string_view json = text;
+    if (json.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+        json.remove_prefix(kByteOrderMark.size());
+    }
+    return simdjson::padded_string(json);
 }
 
 struct Feature {
@@ -195,10 +200,12 @@ void ReadFeature(const dom::element& element, Feature feature, Source* source, Z
     if (element.at_pointer("/properties/tzid").get(tzid) || tzid.empty()) {
         Fail(feature.Where(), "has no tzid");
     }
-    feature.tzid = tzid;
-    if (feature.tzid.find_first_of(std::string_view("\"\0", 2)) != std::string::npos) {
-        Fail(feature.Where(), "the tzid holds a double-quote or zero character");
+    if (std::any_of(tzid.begin(), tzid.end(), [](char c) {
+            return c == '"' || static_cast<unsigned char>(c) < ' ' || c == '\x7F';
+        })) {
+        Fail(feature.Where(), "its tzid holds a double-quote or control character");
     }
+    feature.tzid = tzid;
     if (IsSeaZone(tzid)) {
         ++source->seaFeatures;
         return;

@@ -4,11 +4,13 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 
 #include "raw_database.h"
+#include "sample_databases.h"
 #include "temporary_directory.h"
 
 using testing::HasSubstr;
@@ -114,7 +116,7 @@ TEST_F(CliTest, ExplainsWhatItCannotDo) {
             {"lookup --db nowhere.bin 1 2", 1, "",
              "offlinetz: nowhere.bin: No such file or directory\n"},
             {"lookup --db text.bin 1 2", 1, "", "offlinetz: text.bin: is not a zone database\n"},
-            {"verify nowhere.bin", 1, "", "offlinetz: nowhere.bin: cannot be read\n"},
+            {"verify nowhere.bin", 1, "", "offlinetz: nowhere.bin: No such file or directory\n"},
             {"verify damaged.bin", 1,
              "damaged.bin: damaged: the digest at its end does not match its content\n", ""},
             {"verify text.bin", 1,
@@ -139,6 +141,60 @@ TEST_F(CliTest, ExplainsWhatItCannotDo) {
         EXPECT_NE("", outcome.errors) << usage;
     }
     EXPECT_EQ(0, RunProgram("--help").exitCode);
+}
+
+// An update told in plain words, with an exit code for scripts.
+TEST_F(CliTest, UsesTheServiceAsAClient) {
+    const std::string service = "service --library " OFFLINETZ_LOCAL_LIBRARY " ";
+    std::filesystem::create_directory("offlinetz");
+    WriteFile("a.bin", SampleDatabase("\"Zone/A\"", 1));
+    WriteFile("b.bin", SampleDatabase("\"Zone/B\"", 2, 20000));
+    Bytes damaged = SampleDatabase("\"Zone/C\"", 3);
+    damaged[9] ^= 1;
+    WriteFile("c.bin", damaged);
+    WriteFile("junk.bin", WithTrailer(Bytes(40, 'x')));
+    const struct {
+        const char* arguments;
+        const char* input;
+        int exitCode;
+        const char* output;
+    } steps[] = {
+            {"status", "", 1, "failed: no usable database\n"},
+            {"lookup 1 2", "", 0, "error:Server is not supportted\n"},
+            {"update a.bin", "", 0, "installed version 1 (before: no database)\n"},
+            {"status", "", 0, "running, version 1\n"},
+            {"lookup 1 2", "", 0, "\"Zone/A\"\n"},
+            {"lookup", "1 2\n-1,-2\n", 0, "1 2\t\"Zone/A\"\n-1 -2\t\"Etc/GMT\"\n"},
+            {"update --chunk-size 1 b.bin", "", 0, "installed version 2 (before: version 1)\n"},
+            {"update c.bin", "", 1,
+             "refused: c.bin is damaged: the digest at its end does not match its content; still "
+             "on version 2\n"},
+            {"update junk.bin", "", 1,
+             "refused: junk.bin is unusable: the digest matches, but the content is not a zone "
+             "database; still on version 2\n"},
+            {"update --chunk-size 4093 b.bin", "", 0, "installed version 2 (before: version 2)\n"},
+            {"update --force junk.bin", "", 3,
+             "nothing usable left: the service could not install junk.bin and has no other "
+             "database\n"},
+            {"update --force c.bin", "", 3,
+             "nothing usable left: the service could not install c.bin and has no other "
+             "database\n"},
+            {"status", "", 1, "failed: no usable database\n"},
+            {"update a.bin", "", 0, "installed version 1 (before: no database)\n"},
+    };
+    for (const auto& step : steps) {
+        const Outcome outcome = RunProgram(service + step.arguments, step.input);
+        EXPECT_EQ(step.exitCode, outcome.exitCode) << step.arguments;
+        EXPECT_EQ(step.output, outcome.output) << step.arguments;
+        EXPECT_EQ("", outcome.errors) << step.arguments;
+    }
+    EXPECT_THAT(RunProgram(service + "--verbose lookup 1 2").errors,
+                HasSubstr("\nI OfflinetimezoneThread: start to call back from hidl\n"));
+    EXPECT_EQ(1, RunProgram("service --library ./none.so status").exitCode);
+    EXPECT_EQ(1, RunProgram("service --library libm.so.6 status").exitCode);
+    EXPECT_EQ(1, RunProgram(service + "update none.bin").exitCode);
+    EXPECT_EQ(2, RunProgram(service + "update --chunk-size 0 a.bin").exitCode);
+    EXPECT_EQ(2, RunProgram(service + "lookup 91 0").exitCode);
 }
 
 TEST_F(CliTest, CompilesAFileToADatabase) {

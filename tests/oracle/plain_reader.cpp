@@ -252,6 +252,7 @@ Answer PlainReader::Lookup(float lat, float lon) const {
             const int result = ClassifyRing(&ring, shifted, &nearest);
             answer.bytesRead += ring.taken;
             ringBytes += ring.taken;
+            if (result != 0 && rings.size() == 4096) break;
             if (result != 0) rings.push_back({result, record});
         }
     } catch (const CutShort&) {

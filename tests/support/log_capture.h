@@ -3,6 +3,9 @@
 
 #include <host/log.h>
 
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -19,6 +22,7 @@ class LogCapture {
         host::SetLogReceiver([this](int priority, const char* tag, const std::string& message) {
             const std::lock_guard<std::mutex> lock(mMutex);
             mLines.push_back({priority, tag, message});
+            mChanged.notify_all();
         });
     }
     ~LogCapture() { host::SetLogReceiver(nullptr); }
@@ -38,7 +42,18 @@ class LogCapture {
         return messages;
     }
 
+    // Waits until `message` stands `count` times in what was not taken yet; false after a minute.
+    bool WaitFor(const std::string& message, long count) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::minutes(1), [&] {
+            return std::count_if(mLines.begin(), mLines.end(), [&](const LogLine& line) {
+                       return line.message == message;
+                   }) >= count;
+        });
+    }
+
   private:
     std::mutex mMutex;
+    std::condition_variable mChanged;
     std::vector<LogLine> mLines;
 };

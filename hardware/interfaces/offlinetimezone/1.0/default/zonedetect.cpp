@@ -28,6 +28,11 @@ constexpr uint32_t kRingShift = 3;  // Rings are tested this many longitude unit
 // worker thread for hours; with the limit its cost stays proportional to its size.
 constexpr uint64_t kRingBytesPerContentByte = 64;
 
+// A lookup collects at most this many rings, then its scan ends as where memory is short. An
+// honest point lies in a handful; a hostile table could otherwise multiply its own size into
+// lists that no device has the memory for.
+constexpr size_t kMaxHits = 4096;
+
 // --- Numbers -----------------------------------------------------------------------------
 
 // A position in the content and the end that no read may pass.
@@ -297,23 +302,18 @@ ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t
 // --- Result list -------------------------------------------------------------------------
 
 struct ResultList {
-    ZDResult* entries;
-    size_t count;     // Zone entries, without the end entry.
-    size_t capacity;  // Always more than count, so that the end entry has its place.
+    ZDResult* entries;  // Room for count + 1.
+    size_t count;       // Zone entries, without the end entry.
 };
 
-// Honest lists hold one or two zones and grow entry by entry; doubling keeps the cost of a
-// hostile table of countless hits linear with any allocator.
+// False when the list cannot grow, or has grown beyond what any honest table holds at a point.
 bool Append(const ZDDatabase& db, ZDLookupResult result, uint32_t recordOffset, ResultList* list) {
-    if (list->count + 1 == list->capacity) {
-        const size_t capacity = 2 * list->capacity;
-        auto* grown =
-                static_cast<ZDResult*>(std::realloc(list->entries, capacity * sizeof(ZDResult)));
-        if (grown == nullptr) return false;
-        list->entries = grown;
-        list->capacity = capacity;
-    }
-    list->entries[list->count++] = {result, recordOffset, db.fieldCount, db.fieldNames, nullptr};
+    if (list->count == kMaxHits) return false;
+    auto* grown = static_cast<ZDResult*>(
+            std::realloc(list->entries, (list->count + 2) * sizeof(ZDResult)));
+    if (grown == nullptr) return false;
+    list->entries = grown;
+    grown[list->count++] = {result, recordOffset, db.fieldCount, db.fieldNames, nullptr};
     return true;
 }
 
@@ -382,36 +382,24 @@ struct ZoneTally {
 };
 
 // Leaves one entry a zone, where its first ring stood, and drops the zones that the point is
-// not in. Sorting keeps the cost of a hostile table of countless hits near linear. False when
-// memory is short.
-bool MergeZones(ResultList* list) {
-    const size_t count = list->count;
-    ZDResult* entries = list->entries;
-    auto* order = static_cast<size_t*>(std::malloc(count * sizeof(size_t)));
-    if (order == nullptr) return false;
-    for (size_t i = 0; i < count; ++i)
-        order[i] = i;
-    std::sort(order, order + count, [entries](size_t a, size_t b) {
-        return entries[a].recordOffset != entries[b].recordOffset
-                       ? entries[a].recordOffset < entries[b].recordOffset
-                       : a < b;
-    });
-    for (size_t begin = 0, end = 0; begin < count; begin = end) {
+// not in.
+void MergeZones(ResultList* list) {
+    ZDResult* const end = list->entries + list->count;
+    for (ZDResult* first = list->entries; first != end; ++first) {
+        if (first->result == ZDLookupIgnore) continue;
         ZoneTally tally;
-        for (;
-             end < count && entries[order[end]].recordOffset == entries[order[begin]].recordOffset;
-             ++end) {
-            tally.Add(entries[order[end]].result);
-            entries[order[end]].result = ZDLookupIgnore;
+        for (ZDResult* entry = first; entry != end; ++entry) {
+            if (entry->recordOffset != first->recordOffset) continue;
+            tally.Add(entry->result);
+            entry->result = ZDLookupIgnore;
         }
-        entries[order[begin]].result = tally.Result();
+        first->result = tally.Result();
+        // Merged entries lie behind this one, so an entry to keep is never met again.
     }
-    std::free(order);
     list->count = static_cast<size_t>(
-            std::remove_if(entries, entries + count,
+            std::remove_if(list->entries, end,
                            [](const ZDResult& r) { return r.result == ZDLookupIgnore; }) -
-            entries);
-    return true;
+            list->entries);
 }
 
 void AttachZoneStrings(const ZDDatabase& db, ResultList* list) {
@@ -501,7 +489,7 @@ int32_t ZDGetLength(const ZDDatabase* db) {
 }
 
 ZDResult* ZDLookup(const ZDDatabase* db, float lat, float lon, float* safezone) {
-    ResultList list = {static_cast<ZDResult*>(std::malloc(sizeof(ZDResult))), 0, 1};
+    ResultList list = {static_cast<ZDResult*>(std::malloc(sizeof(ZDResult))), 0};
     if (list.entries == nullptr) return nullptr;
 
     float distance = 0.0f;
@@ -510,11 +498,7 @@ ZDResult* ZDLookup(const ZDDatabase* db, float lat, float lon, float* safezone) 
         const Point target = {LatitudeUnits(lat, scale), LongitudeUnits(lon, scale)};
         uint64_t minDistance = UINT64_MAX;
         ScanBoxTable(*db, target, safezone != nullptr ? &minDistance : nullptr, &list);
-        // An unmerged list would report holes as zones: without memory to merge, no list.
-        if (list.count > 0 && !MergeZones(&list)) {
-            std::free(list.entries);
-            return nullptr;
-        }
+        MergeZones(&list);
         AttachZoneStrings(*db, &list);
         distance = sqrtf(static_cast<float>(minDistance)) * 90.0f / scale;
     }

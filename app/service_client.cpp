@@ -1,0 +1,115 @@
+#include "service_client.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+using ::android::sp;
+using ::android::hardware::hidl_string;
+using ::android::hardware::Return;
+using ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
+using ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
+
+constexpr std::chrono::minutes kPatience{2};
+constexpr std::chrono::milliseconds kPollInterval{2};
+
+constexpr uint32_t kDownloadStart = 1;
+constexpr uint32_t kDownloadContinue = 2;
+constexpr uint32_t kDownloadEnd = 3;
+
+}  // namespace
+
+// Keeps the number of reports and the latest answer.
+class ServiceClient::Callback : public IOfflinetimezoneCallback {
+  public:
+    Return<void> timeZoneIdReport(const hidl_string&, const hidl_string&,
+                                  const hidl_string& tzId) override {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mAnswer = tzId;
+        ++mReports;
+        mChanged.notify_all();
+        return ::android::hardware::Void();
+    }
+
+    // The answer of the `number`-th report, counted from 1.
+    std::string WaitFor(size_t number) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        if (!mChanged.wait_for(lock, kPatience, [&] { return mReports >= number; })) {
+            throw std::runtime_error("the service does not answer");
+        }
+        return mAnswer;
+    }
+
+    size_t Reports() {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mReports;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    size_t mReports = 0;
+    std::string mAnswer;
+};
+
+ServiceClient::ServiceClient(const std::string& path) : mCallback(new Callback) {
+    mLibrary = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (mLibrary == nullptr) throw std::runtime_error(dlerror());
+    const auto fetch = reinterpret_cast<decltype(&HIDL_FETCH_IOfflinetimezone)>(
+            dlsym(mLibrary, "HIDL_FETCH_IOfflinetimezone"));
+    if (fetch == nullptr) throw std::runtime_error(path + ": has no service in it");
+    mService = fetch("default");
+    if (mService == nullptr) throw std::runtime_error(path + ": the service cannot run");
+
+    mService->startLookup(mCallback);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (GetState().status == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            throw std::runtime_error("the service does not start");
+        }
+        std::this_thread::sleep_for(kPollInterval);
+    }
+}
+
+// The library stays loaded: its service object lives as long as the process.
+ServiceClient::~ServiceClient() {
+    if (mService != nullptr) mService->stopLookup(mCallback);
+}
+
+ServiceClient::State ServiceClient::GetState() const {
+    return {mService->getServerStatus(), mService->getDBVersion()};
+}
+
+std::string ServiceClient::Lookup(const std::string& lat, const std::string& lon) {
+    const size_t next = mCallback->Reports() + 1;
+    mService->Lookup(lat, lon);
+    return mCallback->WaitFor(next);
+}
+
+ServiceClient::State ServiceClient::Update(const std::vector<uint8_t>& file, size_t chunkSize,
+                                           const std::function<void(size_t)>& sent) {
+    const auto total = static_cast<uint32_t>(file.size());
+    uint32_t status = kDownloadStart;
+    for (size_t begin = 0; begin < file.size(); begin += chunkSize) {
+        const size_t end = std::min(file.size(), begin + chunkSize);
+        const std::vector<uint8_t> chunk(file.begin() + static_cast<std::ptrdiff_t>(begin),
+                                         file.begin() + static_cast<std::ptrdiff_t>(end));
+        mService->downloadDB(chunk, static_cast<uint32_t>(chunk.size()), total, status);
+        status = kDownloadContinue;
+        sent(end);
+    }
+    mService->downloadDB({}, 0, total, kDownloadEnd);
+    mService->injectDB();
+    // The outcome shows by polling only, and the status is "running" before the installation as
+    // after it. Requests are handled in order, so once a lookup posted behind the installation
+    // is answered, the status is the one after it.
+    Lookup("0", "0");
+    return GetState();
+}

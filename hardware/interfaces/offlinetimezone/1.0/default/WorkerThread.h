@@ -1,0 +1,152 @@
+// The one worker: its messages, its queue and its thread, which carries every request out in the
+// order of arrival.
+#pragma once
+
+#include <pthread.h>
+#include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezoneCallback.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LookupInterface.h"
+
+namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
+
+// The payload of a message. A service method makes it with every field empty, fills those of its
+// own kind, and gives it away with the post.
+struct MsgData {
+    std::string lat;  // As the client sent it.
+    std::string lon;
+    std::vector<uint8_t> data;  // One download chunk.
+    uint32_t status = 0;        // A DownloadStatus, or what the client sent for one.
+    uint32_t totalSize = 0;     // Bytes of the whole database; read with DOWNLOAD_END.
+};
+
+// One queued message; owns its payload, which is null only for MSG_EXIT_THREAD.
+struct ThreadMsg {
+    int32_t id;
+    const MsgData* msg;
+};
+
+enum MessageId : int32_t {
+    MSG_EXIT_THREAD = 1,
+    MSG_LOOKUP = 2,
+    MSG_TIMER = 3,
+    MSG_INIT = 4,
+    MSG_INJECT_DB = 5,
+    MSG_DOWNLOAD_DATA = 6,
+};
+
+enum ServerStatus : int32_t {
+    SERVER_STATUS_IDLE = 0,
+    SERVER_STATUS_RUNNING = 1,
+    SERVER_STATUS_INJECTING = 2,
+    SERVER_STATUS_FAILED = 3,
+};
+
+enum DownloadStatus : uint32_t {
+    DOWNLOAD_START = 1,
+    DOWNLOAD_CONTINUE = 2,
+    DOWNLOAD_END = 3,
+};
+
+enum DownloadState : int32_t {
+    DOWNLOAD_STATE_NONE = 0,
+    DOWNLOAD_STATE_RECEIVING = 1,
+    DOWNLOAD_STATE_COMPLETE = 2,
+};
+
+// Guards who is registered, in the front and here: taken by startLookup, stopLookup, serviceDied,
+// registerCb and clearCb, and by the worker to copy the callback before it reports. Recursive, so
+// that the front can hold it around registerCb. No client code runs under it.
+inline std::recursive_mutex registrationMutex;
+
+// Any thread may call the public operations, unless they say otherwise.
+class WorkerThread {
+  public:
+    // `threadName` must outlive the object. Starts no thread.
+    explicit WorkerThread(const char* threadName);
+
+    // Stops the thread (see ExitThread) and closes the database. No other call may be going on.
+    ~WorkerThread();
+
+    WorkerThread(const WorkerThread&) = delete;
+    WorkerThread& operator=(const WorkerThread&) = delete;
+
+    // Starts the thread and creates the database manager unless they exist. Returns true; throws
+    // std::system_error ("thread constructor failed") when the thread cannot start, and leaves
+    // everything as it was.
+    bool CreateThread();
+
+    // Lets everything posted so far be handled, discards what is posted later, and waits for the
+    // thread to end. Does nothing without one. Not to be called on the worker's thread.
+    void ExitThread();
+
+    // Post one message and return at once. `data` must not be null and belongs to the worker.
+    void PostMsg(const MsgData* data);          // MSG_LOOKUP
+    void PostInitMsg(const MsgData* data);      // MSG_INIT
+    void PostInjectMsg(const MsgData* data);    // MSG_INJECT_DB
+    void PostDownloadMsg(const MsgData* data);  // MSG_DOWNLOAD_DATA
+
+    // The number of messages in the queue: a snapshot, read without the queue's lock.
+    OFFLINETZ_EXPORT uint32_t GetMsgLength();
+
+    // Registers the callback that receives the reports, unless one is registered.
+    void registerCb(const ::android::sp<IOfflinetimezoneCallback>& callback);
+
+    // Forgets the registered callback.
+    void clearCb();
+
+    // The registered callback, or empty.
+    ::android::sp<IOfflinetimezoneCallback> registeredCb();
+
+    // The open database's version, or 65535. Never waits for a verification or a copy.
+    int32_t getDBVersion();
+
+    int32_t getServerStatus();
+
+    // The native id of the worker's thread, which must exist.
+    OFFLINETZ_EXPORT pthread_t GetThreadId();
+    OFFLINETZ_EXPORT static pthread_t GetCurrentThreadId();
+
+  private:
+    void Post(int32_t id, const MsgData* data);
+    void Process();
+    void TimerThread();
+
+    // The handling of each message, on the worker's thread.
+    void Dispatch(const ThreadMsg& message);
+    void HandleInit();
+    void HandleLookup(const MsgData& data);
+    void HandleDownload(const MsgData& data);
+    void HandleInject();
+
+    void Report(const MsgData& request, const char* tzId);
+    void ResetDownload();
+    void WriteBackup();
+
+    // Written by the worker alone; the status is read by any thread.
+    std::atomic<int32_t> mDbOpen{0};
+    std::unique_ptr<std::thread> mThread;  // Guarded by mMutex.
+    std::deque<ThreadMsg*> mQueue;         // Guarded by mMutex.
+    std::mutex mMutex;
+    std::condition_variable mCv;
+    std::atomic<bool> mTimerExit{false};
+    const char* mThreadName;
+    std::atomic<int32_t> mServerStatus{SERVER_STATUS_IDLE};
+    ::android::sp<IOfflinetimezoneCallback> mCb;  // Guarded by registrationMutex.
+    std::unique_ptr<LookupInterface> mLookup;     // Set under mMutex, once.
+    std::vector<uint8_t> mDownloadBuf;            // The worker's alone, like the state.
+    int32_t mDownloadState = DOWNLOAD_STATE_NONE;
+    // The queue's length, kept beside it because a deque cannot be asked without its lock.
+    std::atomic<uint32_t> mMsgLength{0};
+};
+
+}  // namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation

@@ -1,0 +1,35 @@
+// Declarations of IOfflinetimezone.hal, as the platform's interface compiler makes them.
+#pragma once
+
+#include <android/hidl/base/1.0/IBase.h>
+#include <hidl/HidlSupport.h>
+#include <hidl/Status.h>
+#include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezoneCallback.h>
+
+#include <cstdint>
+
+namespace vendor::quor::hardware::offlinetimezone::V1_0 {
+
+// Methods stand in slot order; what each does is said in the .hal file. Any thread may call.
+struct IOfflinetimezone : public ::android::hidl::base::V1_0::IBase {
+    virtual ::android::hardware::Return<bool> startLookup(
+            const ::android::sp<IOfflinetimezoneCallback>& callback) = 0;
+    virtual ::android::hardware::Return<bool> stopLookup(
+            const ::android::sp<IOfflinetimezoneCallback>& callback) = 0;
+    virtual ::android::hardware::Return<bool> Lookup(
+            const ::android::hardware::hidl_string& lat,
+            const ::android::hardware::hidl_string& lon) = 0;
+    virtual ::android::hardware::Return<int32_t> getDBVersion() = 0;
+    virtual ::android::hardware::Return<int32_t> getServerStatus() = 0;
+    virtual ::android::hardware::Return<bool> downloadDB(
+            const ::android::hardware::hidl_vec<uint8_t>& data, uint32_t size, uint32_t totalSize,
+            uint32_t status) = 0;
+    virtual ::android::hardware::Return<bool> injectDB() = 0;
+};
+
+}  // namespace vendor::quor::hardware::offlinetimezone::V1_0
+
+// The library's entry: a new service object, which the caller holds through a strong reference,
+// or null when the service cannot run. `name` is not looked at.
+extern "C" ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone*
+HIDL_FETCH_IOfflinetimezone(const char* name);

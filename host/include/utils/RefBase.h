@@ -1,0 +1,124 @@
+// Intrusive reference counting, as the platform's utility library offers it.
+//
+// Counts are atomic: references to one object may be made and dropped on any threads. A single
+// reference (one sp or wp variable) belongs to one thread at a time.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <utility>
+
+namespace android {
+
+// Base of shared objects; deleted when the last strong reference goes. Derive virtually where a
+// class may inherit it twice.
+class RefBase {
+  public:
+    // The counts of an object. Outlives it while weak references remain.
+    class weakref_type {
+      public:
+        void incWeak();
+        void decWeak();
+        // Takes a strong reference if the object still has one; false once it is gone.
+        bool attemptIncStrong();
+
+      private:
+        friend class RefBase;
+        std::atomic<int32_t> mStrong{0};
+        std::atomic<int32_t> mWeak{1};  // The object itself holds one.
+    };
+
+    void incStrong() const;
+    void decStrong() const;
+    int32_t getStrongCount() const;
+    weakref_type* getWeakRefs() const { return mRefs; }
+
+    RefBase(const RefBase&) = delete;
+    RefBase& operator=(const RefBase&) = delete;
+
+  protected:
+    RefBase();
+    virtual ~RefBase();
+
+  private:
+    weakref_type* const mRefs;
+};
+
+// A strong reference to a T, or empty.
+template <typename T>
+class sp {
+  public:
+    sp() = default;
+    sp(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): as the platform has it.
+    sp(T* object) : mObject(object) {  // NOLINT(google-explicit-constructor)
+        if (mObject != nullptr) mObject->incStrong();
+    }
+    sp(const sp& other) : sp(other.mObject) {}
+    sp(sp&& other) noexcept : mObject(other.mObject) { other.mObject = nullptr; }
+    template <typename U>
+    sp(const sp<U>& other) : sp(other.get()) {}  // NOLINT(google-explicit-constructor)
+    ~sp() { clear(); }
+
+    sp& operator=(sp other) noexcept {
+        std::swap(mObject, other.mObject);
+        return *this;
+    }
+
+    void clear() {
+        T* object = mObject;
+        mObject = nullptr;
+        if (object != nullptr) object->decStrong();
+    }
+
+    T* get() const { return mObject; }
+    T* operator->() const { return mObject; }
+    T& operator*() const { return *mObject; }
+
+    friend bool operator==(const sp& a, const sp& b) { return a.mObject == b.mObject; }
+    friend bool operator!=(const sp& a, const sp& b) { return a.mObject != b.mObject; }
+    friend bool operator==(const sp& a, std::nullptr_t) { return a.mObject == nullptr; }
+    friend bool operator!=(const sp& a, std::nullptr_t) { return a.mObject != nullptr; }
+
+  private:
+    template <typename U>
+    friend class wp;
+
+    T* mObject = nullptr;
+};
+
+// A weak reference to a T, or empty: it does not keep the object alive.
+template <typename T>
+class wp {
+  public:
+    wp() = default;
+    wp(const sp<T>& object) : wp(object.get()) {}  // NOLINT(google-explicit-constructor)
+    wp(T* object) : mObject(object) {              // NOLINT(google-explicit-constructor)
+        if (mObject == nullptr) return;
+        mRefs = mObject->getWeakRefs();
+        mRefs->incWeak();
+    }
+    wp(const wp& other) : mObject(other.mObject), mRefs(other.mRefs) {
+        if (mRefs != nullptr) mRefs->incWeak();
+    }
+    ~wp() {
+        if (mRefs != nullptr) mRefs->decWeak();
+    }
+    wp& operator=(wp other) noexcept {
+        std::swap(mObject, other.mObject);
+        std::swap(mRefs, other.mRefs);
+        return *this;
+    }
+
+    // A strong reference, empty once the object is gone.
+    sp<T> promote() const {
+        sp<T> strong;
+        if (mRefs != nullptr && mRefs->attemptIncStrong()) strong.mObject = mObject;
+        return strong;
+    }
+
+  private:
+    T* mObject = nullptr;
+    RefBase::weakref_type* mRefs = nullptr;
+};
+
+}  // namespace android

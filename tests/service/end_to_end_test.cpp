@@ -1,0 +1,153 @@
+// The whole service as a device has it: the default library at its default paths, loaded and
+// used by a client that knows the interface alone.
+#include <compile.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cmath>
+#include <filesystem>
+#include <random>
+#include <set>
+
+#include "loaded_service.h"
+#include "log_capture.h"
+
+using android::sp;
+namespace fs = std::filesystem;
+
+namespace {
+
+const char kDirectory[] = "/data/offlinetz";
+
+// The device's directory, if this machine has none of its own and lets it be made.
+class DeviceDirectory {
+  public:
+    DeviceDirectory() {
+        std::error_code error;
+        if (fs::exists(kDirectory, error) || error) return;
+        mMadeParent = !fs::exists("/data");
+        fs::create_directories(kDirectory, error);
+        mMade = !error;
+    }
+    ~DeviceDirectory() {
+        std::error_code ignored;
+        if (mMade) fs::remove_all(mMadeParent ? "/data" : kDirectory, ignored);
+    }
+    bool IsMade() const { return mMade; }
+
+  private:
+    bool mMade = false;
+    bool mMadeParent = false;
+};
+
+struct Place {
+    std::string lat;
+    std::string lon;
+    std::string answer;
+};
+
+// Points anywhere, as texts, with the answers of the reader itself.
+std::vector<Place> WorldPlaces(size_t count) {
+    const DatabasePtr world(ZDOpenDatabase(OFFLINETZ_WORLD_DATABASE));
+    std::mt19937_64 random(11);
+    std::vector<Place> places;
+    while (places.size() < count) {
+        char lat[32];
+        char lon[32];
+        std::snprintf(lat, sizeof lat, "%.5f", static_cast<double>(random() % 18000001) / 1e5 - 90);
+        std::snprintf(lon, sizeof lon, "%.5f",
+                      static_cast<double>(random() % 36000001) / 1e5 - 180);
+        const auto latDegrees = std::strtof(lat, nullptr);
+        const auto lonDegrees = std::strtof(lon, nullptr);
+        ZDResult* results = ZDLookup(world.get(), latDegrees, lonDegrees, nullptr);
+        std::string answer;
+        for (ZDResult* r = results; r->result != ZDLookupEnd; ++r)
+            answer += r->fieldValues[0];
+        if (answer.empty()) answer = GetEtcAreaTimezone(world.get(), lonDegrees, latDegrees);
+        ZDFreeResults(results);
+        places.push_back({lat, lon, answer});
+    }
+    return places;
+}
+
+// A database that differs from the world around Paris: a ragged island of a zone of its own.
+Bytes SecondDatabase(uint8_t version) {
+    offlinetz::DatabaseContent content;
+    content.version = version;
+    content.precision = 21;
+    content.fieldNames = {"TimezoneId"};
+    content.notice = "second";
+    content.zones = {"\"Second/Paris\""};
+    const offlinetz::GridPoint center = offlinetz::Grid(21).FromDegrees(48.8566, 2.3522);
+    offlinetz::GridRing ring;
+    for (int i = 0; i < 3000; ++i) {
+        const double angle = -6.283185307 * i / 3000;
+        const double radius = 20000.0 + 300.0 * (i % 7);
+        ring.push_back({center.lat + static_cast<int32_t>(radius * std::sin(angle)),
+                        center.lon + static_cast<int32_t>(radius * std::cos(angle))});
+    }
+    for (offlinetz::Piece& piece : offlinetz::CutRing(ring, 0)) {
+        content.entries.push_back({0, std::move(piece)});
+    }
+    offlinetz::SectionSizes sizes;
+    return offlinetz::EncodeDatabase(content, &sizes);
+}
+
+TEST(EndToEnd, ServesTheWorldAndTakesANewDatabase) {
+    const DeviceDirectory device;
+    if (!device.IsMade()) GTEST_SKIP() << kDirectory << " exists or cannot be made";
+    const fs::path directory = kDirectory;
+    const Bytes world = ReadFile(OFFLINETZ_WORLD_DATABASE);
+    WriteFile(directory / "lastcombinedTimezone.bin", world);
+    LogCapture log;
+
+    LoadedService service(OFFLINETZ_LIBRARY);
+    const sp<Recorder> client = new Recorder;
+    ASSERT_TRUE(service->startLookup(client));
+    const std::vector<Place> places = WorldPlaces(1000);
+    for (const Place& place : places)
+        service->Lookup(place.lat, place.lon);
+    ASSERT_TRUE(client->WaitFor(places.size()));
+    std::vector<ClientReport> reports = client->Reports();
+    ASSERT_EQ(places.size(), reports.size());
+    std::set<std::string> zones;
+    for (size_t i = 0; i < places.size(); ++i) {
+        ASSERT_EQ((ClientReport{places[i].lat, places[i].lon, places[i].answer}), reports[i]);
+        zones.insert(places[i].answer);
+    }
+    EXPECT_GT(zones.size(), 100u);
+    EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
+
+    const auto ask = [&](const char* lat, const char* lon) {
+        const size_t before = client->Reports().size();
+        service->Lookup(lat, lon);
+        return client->WaitFor(before + 1) ? client->Reports()[before].tzId : "no answer";
+    };
+    EXPECT_EQ("\"Europe/Paris\"", ask("48.8566", "2.3522"));
+    EXPECT_EQ("\"America/New_York\"", ask("40.7128", "-74.0060"));
+    uint8_t version = 10;
+    for (const size_t chunk : {size_t{1}, size_t{4093}, SIZE_MAX / 2}) {
+        const Bytes second = SecondDatabase(++version);
+        ASSERT_GT(second.size(), 4093u);
+        service.Send(second, chunk);
+        service->injectDB();
+        EXPECT_EQ("\"Second/Paris\"", ask("48.8566", "2.3522"));
+        EXPECT_EQ("\"Etc/GMT+5\"", ask("40.7128", "-74.0060"));
+        EXPECT_EQ(1, static_cast<int32_t>(service->getServerStatus()));
+        EXPECT_EQ(version, static_cast<int32_t>(service->getDBVersion()));
+        EXPECT_EQ(second, ReadFile(directory / "lastcombinedTimezone.bin"));
+        log.Take();
+    }
+    // A download that loses a chunk leaves everything as it is.
+    service.Send(world, 1 << 20, static_cast<uint32_t>(world.size()) + 1);
+    service->injectDB();
+    EXPECT_EQ("\"Second/Paris\"", ask("48.8566", "2.3522"));
+    EXPECT_EQ(version, static_cast<int32_t>(service->getDBVersion()));
+    // And the world again.
+    service.Send(world, 1 << 16);
+    service->injectDB();
+    EXPECT_EQ("\"Europe/Paris\"", ask("48.8566", "2.3522"));
+    EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
+}
+
+}  // namespace

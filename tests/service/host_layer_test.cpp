@@ -1,0 +1,121 @@
+#include <android/hidl/base/1.0/IBase.h>
+#include <gtest/gtest.h>
+#include <host/death_registry.h>
+#include <utils/RefBase.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+using android::RefBase;
+using android::sp;
+using android::wp;
+using android::hardware::hidl_death_recipient;
+using android::hidl::base::V1_0::IBase;
+
+namespace {
+
+struct Counted : virtual RefBase {
+    explicit Counted(std::atomic<int>* alive) : mAlive(alive) { ++*mAlive; }
+    ~Counted() override { --*mAlive; }
+    std::atomic<int>* mAlive;
+};
+
+TEST(References, KeepAnObjectExactlyAsLongAsNeeded) {
+    std::atomic<int> alive{0};
+    sp<Counted> first = new Counted(&alive);
+    sp<Counted> second = first;
+    const sp<RefBase> base = first;
+    wp<Counted> weak = first;
+    const sp<Counted>& itself = first;
+    first = itself;  // Must not drop the object.
+    first.clear();
+    second = nullptr;
+    EXPECT_EQ(1, alive);
+    EXPECT_EQ(base, sp<RefBase>(weak.promote()));
+    const_cast<sp<RefBase>&>(base).clear();
+    EXPECT_EQ(0, alive);
+    EXPECT_EQ(nullptr, weak.promote());
+    EXPECT_EQ(nullptr, wp<Counted>().promote());
+}
+
+TEST(References, CountAcrossThreads) {
+    std::atomic<int> alive{0};
+    sp<Counted> object = new Counted(&alive);
+    const wp<Counted> weak = object;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([object, weak] {
+            for (int i = 0; i < 20000; ++i) {
+                const sp<Counted> copy = object;
+                const sp<Counted> promoted = weak.promote();
+                ASSERT_EQ(copy, promoted);
+            }
+        });
+    }
+    object.clear();
+    for (std::thread& thread : threads)
+        thread.join();
+    threads.clear();
+    EXPECT_EQ(0, alive);
+}
+
+struct Recipient : hidl_death_recipient {
+    void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mNotices.emplace_back(cookie, who.promote().get());
+        mThreads.push_back(std::this_thread::get_id());
+    }
+    std::mutex mMutex;
+    std::vector<std::pair<uint64_t, IBase*>> mNotices;
+    std::vector<std::thread::id> mThreads;
+};
+
+struct Object : IBase {};
+
+TEST(Deaths, AreToldOnceForEachLink) {
+    const sp<Object> object = new Object;
+    const sp<Object> other = new Object;
+    const sp<Recipient> a = new Recipient;
+    const sp<Recipient> b = new Recipient;
+    EXPECT_TRUE(object->linkToDeath(a, 99));
+    EXPECT_TRUE(object->linkToDeath(a, 7));
+    EXPECT_TRUE(object->linkToDeath(b, 1));
+    EXPECT_TRUE(other->linkToDeath(b, 2));
+    EXPECT_FALSE(object->linkToDeath(nullptr, 3));
+    EXPECT_TRUE(object->unlinkToDeath(b));
+    EXPECT_FALSE(object->unlinkToDeath(b));
+    host::EndOwnerOf(object);
+    host::EndOwnerOf(object);
+    using Notices = std::vector<std::pair<uint64_t, IBase*>>;
+    EXPECT_EQ((Notices{{99, object.get()}, {7, object.get()}}), a->mNotices);
+    EXPECT_EQ(Notices{}, b->mNotices);
+    EXPECT_NE(std::this_thread::get_id(), a->mThreads[0]);
+}
+
+TEST(Deaths, AreNotToldWhenTheObjectJustEnds) {
+    const sp<Recipient> recipient = new Recipient;
+    sp<Object> object = new Object;
+    object->linkToDeath(recipient, 1);
+    EXPECT_EQ(2, recipient->getStrongCount());
+    object.clear();
+    EXPECT_EQ(1, recipient->getStrongCount());  // The link went with the object.
+    EXPECT_TRUE(recipient->mNotices.empty());
+}
+
+TEST(Deaths, MayUnlinkFromWithinTheNotice) {
+    struct Unlinker : Recipient {
+        void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
+            who.promote()->unlinkToDeath(this);
+            Recipient::serviceDied(cookie, who);
+        }
+    };
+    const sp<Unlinker> recipient = new Unlinker;
+    const sp<Object> object = new Object;
+    object->linkToDeath(recipient, 5);
+    host::EndOwnerOf(object);
+    EXPECT_EQ(1u, recipient->mNotices.size());
+}
+
+}  // namespace

@@ -1,0 +1,230 @@
+// What happens when memory runs out or a disk is full: the n-th allocation of an operation
+// fails, for every n, and nothing crashes or leaks.
+#include <WorkerThread.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+#include <set>
+#include <thread>
+
+#include "log_capture.h"
+#include "raw_database.h"
+#include "recorder.h"
+#include "sample_databases.h"
+#include "temporary_directory.h"
+
+using android::sp;
+using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
+
+namespace {
+
+std::atomic<int> gAllocationToFail{-1};  // Counts down; the one at 0 fails.
+std::atomic<bool> gAllFail{false};
+std::atomic<size_t> gLargestNew{SIZE_MAX};  // Larger ones fail in operator new.
+std::atomic<bool> gDiskFull{false};
+
+bool MayAllocate() {
+    return !gAllFail && gAllocationToFail-- != 0;
+}
+
+}  // namespace
+
+// The C allocator as the reader and the manager call it (the linker sends their calls here).
+extern "C" {
+void* __real_malloc(size_t size);
+void* __real_calloc(size_t count, size_t size);
+void* __real_realloc(void* memory, size_t size);
+size_t __real_fwrite(const void* data, size_t size, size_t count, FILE* file);
+void* __wrap_malloc(size_t size);
+void* __wrap_calloc(size_t count, size_t size);
+void* __wrap_realloc(void* memory, size_t size);
+size_t __wrap_fwrite(const void* data, size_t size, size_t count, FILE* file);
+
+void* __wrap_malloc(size_t size) {
+    return MayAllocate() ? __real_malloc(size) : nullptr;
+}
+void* __wrap_calloc(size_t count, size_t size) {
+    return MayAllocate() ? __real_calloc(count, size) : nullptr;
+}
+void* __wrap_realloc(void* memory, size_t size) {
+    return MayAllocate() ? __real_realloc(memory, size) : nullptr;
+}
+size_t __wrap_fwrite(const void* data, size_t size, size_t count, FILE* file) {
+    if (!gDiskFull) return __real_fwrite(data, size, count, file);
+    errno = ENOSPC;
+    return 0;
+}
+}
+
+// Not inlined, so that the compiler does not see malloc's memory behind new.
+__attribute__((noinline)) void* operator new(size_t size) {
+    void* memory = size <= gLargestNew ? __real_malloc(size) : nullptr;
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+__attribute__((noinline)) void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+__attribute__((noinline)) void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+
+namespace {
+
+class MemoryTest : public testing::Test {
+  protected:
+    void SetUp() override { std::filesystem::create_directory("offlinetz"); }
+    void TearDown() override {
+        gAllocationToFail = -1;
+        gAllFail = false;
+        gLargestNew = SIZE_MAX;
+        gDiskFull = false;
+    }
+
+    TemporaryDirectory mDirectory;
+    LogCapture mLog;
+};
+
+TEST_F(MemoryTest, OpeningFailsCleanly) {
+    WriteFile("db", SampleDatabase("\"Zone/A\"", 5));
+    // The handle, the array of names and the notice are needed; a name may be missing.
+    const bool opens[] = {false, false, true, false, true};
+    for (int failing = 0; failing < 5; ++failing) {
+        gAllocationToFail = failing;
+        ZDDatabase* database = ZDOpenDatabase("db");
+        gAllocationToFail = -1;
+        ASSERT_EQ(opens[failing], database != nullptr) << failing;
+        if (database != nullptr) {
+            EXPECT_EQ(failing == 2, database->fieldNames[0] == nullptr);
+        }
+        ZDCloseDatabase(database);
+    }
+}
+
+// Two zones and a hole, so that every allocation of a lookup takes place.
+TEST_F(MemoryTest, LookupsAnswerRightOrNotAtAll) {
+    RawDatabase raw;
+    const uint32_t a = raw.AddRecord("\"Zone/A\"");
+    const uint32_t b = raw.AddRecord("\"Zone/B\"");
+    const offlinetz::GridRing square = {{-90, -90}, {90, -90}, {90, 90}, {-90, 90}};
+    raw.AddRing(a, square);
+    raw.AddRing(b, square);
+    raw.AddRing(a, {square.rbegin(), square.rend()});
+    const DatabasePtr database = OpenBytes(raw.File());
+    ASSERT_NE(nullptr, database);
+    int complete = 0;
+    for (int limit = 0; limit < 20; ++limit) {
+        float safezone = -7.0f;
+        gAllocationToFail = limit;
+        ZDResult* results = ZDLookup(database.get(), 0, 0, &safezone);
+        gAllocationToFail = -1;
+        if (results == nullptr) {
+            EXPECT_EQ(-7.0f, safezone);
+            continue;
+        }
+        size_t count = 0;
+        while (results[count].result != ZDLookupEnd)
+            ++count;
+        EXPECT_LE(count, 2u);
+        if (count == 1 && results[0].recordOffset == b && results[0].fieldValues != nullptr &&
+            results[0].fieldValues[0] != nullptr) {
+            ++complete;
+        }
+        ZDFreeResults(results);
+    }
+    EXPECT_GE(complete, 8);
+}
+
+TEST_F(MemoryTest, TheClientIsToldWhenNoAnswerCanBeMade) {
+    WriteFile("db", SampleDatabase("\"Zone/A\"", 5));
+    ZDDatabase* database = ZDOpenDatabase("db");
+    std::set<std::string> answers;
+    for (int limit = 0; limit < 12; ++limit) {
+        float safezone;
+        gAllocationToFail = limit;
+        char* answer = LookupTzIdIn(database, 1, 2, &safezone);
+        gAllocationToFail = -1;
+        answers.insert(answer != nullptr ? answer : "(null)");
+        std::free(answer);
+    }
+    // Without a list, with one that cannot grow, without the zone's text, without an answer, and
+    // whole.
+    EXPECT_EQ((std::set<std::string>{"error:malloc failed", "\"Etc/GMT\"", "", "(null)",
+                                     "\"Zone/A\""}),
+              answers);
+    ZDCloseDatabase(database);
+
+    WriteFile("offlinetz/lastcombinedTimezone.bin", SampleDatabase("\"Zone/A\"", 5));
+    WorkerThread worker("OfflinetimezoneThread");
+    const sp<Recorder> client = new Recorder;
+    worker.registerCb(client);
+    worker.CreateThread();
+    worker.PostInitMsg(new MsgData);
+    auto* data = new MsgData;
+    data->lat = "1";
+    data->lon = "2";
+    const auto* again = new MsgData(*data);
+    while (worker.getServerStatus() != SERVER_STATUS_RUNNING)
+        std::this_thread::yield();
+    gAllFail = true;
+    worker.PostMsg(data);
+    ASSERT_TRUE(client->WaitFor(1));
+    gAllFail = false;
+    worker.PostMsg(again);
+    ASSERT_TRUE(client->WaitFor(2));
+    EXPECT_EQ("error:malloc failed", client->Reports()[0].tzId);
+    EXPECT_EQ("\"Zone/A\"", client->Reports()[1].tzId);
+}
+
+// A chunk that cannot be joined is a lost chunk: the length at the end does not match.
+TEST_F(MemoryTest, AChunkThatCannotBeJoinedFailsTheDownload) {
+    WorkerThread worker("OfflinetimezoneThread");
+    const auto chunk = [](size_t size, uint32_t status, uint32_t totalSize) {
+        auto* data = new MsgData;
+        data->data = Bytes(size, 'x');
+        data->status = status;
+        data->totalSize = totalSize;
+        return data;
+    };
+    worker.PostDownloadMsg(chunk(1000, DOWNLOAD_START, 0));
+    worker.PostDownloadMsg(chunk(200000, DOWNLOAD_CONTINUE, 0));
+    worker.PostDownloadMsg(chunk(1000, DOWNLOAD_CONTINUE, 0));
+    worker.PostDownloadMsg(chunk(0, DOWNLOAD_END, 202000));
+    gLargestNew = 100000;
+    worker.CreateThread();
+    worker.ExitThread();
+    gLargestNew = SIZE_MAX;
+    const std::vector<std::string> lines = mLog.TakeMessages();
+    EXPECT_NE(lines.end(), std::find(lines.begin(), lines.end(), "download DB data lost"));
+    EXPECT_FALSE(std::filesystem::exists("offlinetz/lastcombinedTimezonebackup.bin"));
+}
+
+TEST_F(MemoryTest, AFullDiskShowsInTheLogAndInTheVerification) {
+    WriteFile("offlinetz/lastcombinedTimezone.bin", SampleDatabase("\"Zone/A\"", 5));
+    WorkerThread worker("OfflinetimezoneThread");
+    worker.CreateThread();
+    const Bytes file = SampleDatabase("\"Zone/B\"", 6);
+    auto* data = new MsgData;
+    data->data = file;
+    data->status = DOWNLOAD_START;
+    auto* end = new MsgData;
+    end->status = DOWNLOAD_END;
+    end->totalSize = static_cast<uint32_t>(file.size());
+    gDiskFull = true;
+    worker.PostDownloadMsg(data);
+    worker.PostDownloadMsg(end);
+    worker.PostInjectMsg(new MsgData);
+    worker.ExitThread();
+    const std::vector<std::string> lines = mLog.TakeMessages();
+    EXPECT_NE(lines.end(), std::find(lines.begin(), lines.end(),
+                                     "after  write it to backup No space left on device"));
+    EXPECT_EQ(SERVER_STATUS_FAILED, worker.getServerStatus());
+    EXPECT_EQ(65535, worker.getDBVersion());
+}
+
+}  // namespace

@@ -1,0 +1,281 @@
+// The worker by itself, with its classes linked in.
+#include <WorkerThread.h>
+#include <coordinate_text.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <clocale>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <future>
+#include <stdexcept>
+#include <system_error>
+
+#include "log_capture.h"
+#include "raw_database.h"
+#include "recorder.h"
+#include "sample_databases.h"
+#include "temporary_directory.h"
+
+using android::sp;
+using android::hardware::hidl_string;
+using android::hardware::Return;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Not;
+using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
+namespace fs = std::filesystem;
+
+namespace {
+
+const char kActive[] = "offlinetz/lastcombinedTimezone.bin";
+const char kBackup[] = "offlinetz/lastcombinedTimezonebackup.bin";
+
+class WorkerTest : public testing::Test {
+  protected:
+    void SetUp() override { fs::create_directory("offlinetz"); }
+
+    static const MsgData* Lookup(const char* lat, const char* lon) {
+        auto* data = new MsgData;
+        data->lat = lat;
+        data->lon = lon;
+        return data;
+    }
+    static const MsgData* Chunk(const Bytes& bytes, uint32_t status, uint32_t totalSize = 0) {
+        auto* data = new MsgData;
+        data->data = bytes;
+        data->status = status;
+        data->totalSize = totalSize;
+        return data;
+    }
+
+    TemporaryDirectory mDirectory;
+    LogCapture mLog;
+};
+
+TEST_F(WorkerTest, QueuesBeforeItsThreadRunsAndDiscardsAfterIt) {
+    WorkerThread worker("OfflinetimezoneThread");
+    EXPECT_EQ(65535, worker.getDBVersion());
+    EXPECT_EQ(0, worker.getServerStatus());
+    worker.ExitThread();  // Without a thread: nothing to do.
+    const sp<Recorder> client = new Recorder;
+    worker.registerCb(client);
+    worker.PostMsg(Lookup("1", "2"));
+    worker.PostInitMsg(new MsgData);
+    EXPECT_EQ(2u, worker.GetMsgLength());
+    EXPECT_TRUE(worker.CreateThread());
+    const pthread_t thread = worker.GetThreadId();
+    EXPECT_TRUE(worker.CreateThread());
+    EXPECT_TRUE(pthread_equal(thread, worker.GetThreadId()));
+    EXPECT_FALSE(pthread_equal(thread, WorkerThread::GetCurrentThreadId()));
+    worker.ExitThread();
+    EXPECT_EQ(0u, worker.GetMsgLength());
+    EXPECT_THAT(client->Reports(),
+                ElementsAre(ClientReport{"1", "2", "error:Server is not supportted"}));
+    EXPECT_EQ(3, worker.getServerStatus());  // There was no database to open.
+
+    worker.PostMsg(Lookup("3", "4"));  // Stays in the queue; freed with the worker.
+    EXPECT_EQ(1u, worker.GetMsgLength());
+    EXPECT_EQ(1u, client->Reports().size());
+}
+
+TEST_F(WorkerTest, KeepsTheFirstCallbackUntilItIsCleared) {
+    WorkerThread worker("OfflinetimezoneThread");
+    const sp<Recorder> a = new Recorder;
+    const sp<Recorder> b = new Recorder;
+    worker.clearCb();
+    worker.registerCb(a);
+    worker.registerCb(b);
+    EXPECT_EQ(a.get(), worker.registeredCb().get());
+    worker.clearCb();
+    EXPECT_EQ(1, a->getStrongCount());
+    worker.registerCb(b);
+    EXPECT_EQ(b.get(), worker.registeredCb().get());
+}
+
+TEST_F(WorkerTest, ConvertsCoordinateTextsWithoutTheLocale) {
+    const char* previous = std::setlocale(LC_ALL, nullptr);
+    const std::string saved = previous;
+    std::setlocale(LC_ALL, "de_DE.UTF-8");  // Where it is installed, its decimal point is a comma.
+    const struct {
+        const char* text;
+        bool accepted;
+        float value;
+    } cases[] = {
+            {"12.5abc", true, 12.5f},
+            {" 40", true, 40.0f},
+            {"\t\n-7.25e1x", true, -72.5f},
+            {"+.5", true, 0.5f},
+            {"0x1.8p1", true, 3.0f},
+            {"12,5", true, 12.0f},
+            {"1e-60", true, 0.0f},
+            {"1e-40", true, 1e-40f},
+            {"inf", true, INFINITY},
+            {"-Infinity", true, -INFINITY},
+            {"nan", true, NAN},
+            {"", false, 0},
+            {"abc", false, 0},
+            {"-", false, 0},
+            {" ", false, 0},
+            {"1e39", false, 0},
+            {"-1e400", false, 0},
+            {"e5", false, 0},
+            {"3.4028235e38", true, 3.4028235e38f},
+    };
+    for (const auto& c : cases) {
+        float value = 77.0f;
+        EXPECT_EQ(c.accepted, ParseCoordinate(c.text, &value)) << c.text;
+        const float expected = c.accepted ? c.value : 77.0f;
+        if (std::isnan(expected)) {
+            EXPECT_TRUE(std::isnan(value)) << c.text;
+        } else {
+            EXPECT_EQ(expected, value) << c.text;
+        }
+    }
+    std::setlocale(LC_ALL, saved.c_str());
+}
+
+// A client that throws, one that calls every method of its own registration, and messages that
+// make no sense: the next message is handled all the same.
+TEST_F(WorkerTest, SurvivesItsClients) {
+    struct Thrower : Recorder {
+        Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
+                                      const hidl_string& tzId) override {
+            Recorder::timeZoneIdReport(lat, lon, tzId);
+            throw std::runtime_error("a client's trouble");
+        }
+    };
+    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
+    WorkerThread worker("OfflinetimezoneThread");
+    const sp<Thrower> thrower = new Thrower;
+    worker.registerCb(thrower);
+    worker.CreateThread();
+    worker.PostInitMsg(new MsgData);
+    worker.PostMsg(Lookup("1", "2"));
+    worker.PostMsg(Lookup("x", "2"));
+    worker.PostMsg(Lookup("1", "9e99"));
+    worker.PostMsg(Lookup("91", "0"));
+    ASSERT_TRUE(thrower->WaitFor(4));
+    EXPECT_EQ(5, worker.getDBVersion());
+    worker.ExitThread();
+    EXPECT_THAT(thrower->Reports(), ElementsAre(ClientReport{"1", "2", "\"Zone/A\""},
+                                                ClientReport{"x", "2", "\"error:error input\""},
+                                                ClientReport{"1", "9e99", "\"error:error input\""},
+                                                ClientReport{"91", "0", "\"error:error input\""}));
+    // The database manager is asked for texts that are numbers only.
+    const std::vector<std::string> lines = mLog.TakeMessages();
+    EXPECT_EQ(2, std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+                  return line.rfind("input lat : ", 0) == 0;
+              }));
+}
+
+TEST_F(WorkerTest, CollectsChunksByTheirStatusAlone) {
+    const Bytes kept = {'k', 'e', 'p', 't'};
+    const Bytes a(100, 'a');
+    const Bytes b(100, 'b');
+    const Bytes c(50, 'c');
+    struct Message {
+        Bytes data;
+        uint32_t status;
+        uint32_t totalSize;
+    };
+    const struct {
+        const char* what;
+        std::vector<Message> messages;
+        Bytes backup;
+    } cases[] = {
+            {"three chunks", {{a, 1, 0}, {b, 2, 0}, {c, 2, 9}, {{}, 3, 250}}, a + b + c},
+            {"a length that lies", {{a, 1, 0}, {b, 2, 0}, {c, 2, 0}, {{}, 3, 251}}, kept},
+            {"data in the end message", {{a, 1, 0}, {b, 3, 100}}, a},
+            {"an empty first chunk", {{a, 2, 0}, {{}, 1, 0}, {b, 2, 0}, {{}, 3, 100}}, b},
+            {"no start", {{a, 2, 0}, {{}, 3, 100}}, a},
+            {"a further chunk after the end",
+             {{a, 1, 0}, {{}, 3, 100}, {b, 2, 0}, {{}, 3, 200}},
+             a + b},
+            {"nothing at all", {{{}, 3, 0}}, {}},
+            {"unknown statuses", {{a, 1, 0}, {b, 0, 0}, {b, 4, 0}, {{}, 3, 100}}, a},
+            {"only unknown statuses", {{a, 0, 100}, {a, 4, 100}, {{}, 3, 100}}, kept},
+            {"started again", {{a, 1, 0}, {b, 1, 0}, {{}, 3, 100}}, b},
+            {"out of order", {{b, 2, 0}, {a, 1, 0}, {{}, 3, 200}}, kept},
+    };
+    for (const auto& test : cases) {
+        WriteFile(kBackup, kept);
+        WorkerThread worker("OfflinetimezoneThread");
+        worker.CreateThread();
+        for (const Message& m : test.messages) {
+            worker.PostDownloadMsg(Chunk(m.data, m.status, m.totalSize));
+        }
+        worker.ExitThread();
+        EXPECT_EQ(test.backup, ReadFile(kBackup)) << test.what;
+    }
+}
+
+TEST_F(WorkerTest, ReportsAThreadThatCannotStart) {
+    pthread_attr_t usual;
+    pthread_attr_t impossible;
+    ASSERT_EQ(0, pthread_getattr_default_np(&usual));
+    ASSERT_EQ(0, pthread_attr_init(&impossible));
+    ASSERT_EQ(0, pthread_attr_setstacksize(&impossible, size_t{1} << 46));
+    WorkerThread worker("OfflinetimezoneThread");
+    ASSERT_EQ(0, pthread_setattr_default_np(&impossible));
+    try {
+        worker.CreateThread();
+        ADD_FAILURE() << "a thread with a stack of 64 TiB started";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(0, std::strncmp("thread constructor failed", error.what(), 25)) << error.what();
+    }
+    pthread_setattr_default_np(&usual);
+    pthread_attr_destroy(&impossible);
+    EXPECT_EQ(65535, worker.getDBVersion());
+    EXPECT_TRUE(worker.CreateThread());
+}
+
+TEST_F(WorkerTest, ALaterCreateThreadLeavesTheDatabaseOpen) {
+    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
+    WorkerThread worker("OfflinetimezoneThread");
+    const sp<Recorder> client = new Recorder;
+    worker.registerCb(client);
+    worker.CreateThread();
+    worker.PostInitMsg(new MsgData);
+    worker.PostMsg(Lookup("1", "2"));
+    ASSERT_TRUE(client->WaitFor(1));
+    worker.CreateThread();
+    worker.PostMsg(Lookup("2", "1"));
+    ASSERT_TRUE(client->WaitFor(2));
+    EXPECT_EQ("\"Zone/A\"", client->Reports()[1].tzId);
+}
+
+// A version query must not wait behind the verification of a database or its copy.
+TEST_F(WorkerTest, AnswersItsStateWhileItWorks) {
+    // A client that holds the worker in its report until it is told to go on.
+    struct Blocker : Recorder {
+        Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
+                                      const hidl_string& tzId) override {
+            Recorder::timeZoneIdReport(lat, lon, tzId);
+            mGate.wait();
+            return android::hardware::Void();
+        }
+        std::promise<void> mOpen;
+        std::shared_future<void> mGate{mOpen.get_future()};
+    };
+    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
+    WorkerThread worker("OfflinetimezoneThread");
+    const sp<Blocker> client = new Blocker;
+    worker.registerCb(client);
+    worker.CreateThread();
+    worker.PostInitMsg(new MsgData);
+    worker.PostMsg(Lookup("1", "2"));
+    ASSERT_TRUE(client->WaitFor(1));
+    EXPECT_EQ(5, worker.getDBVersion());
+    EXPECT_EQ(1, worker.getServerStatus());
+    worker.PostMsg(Lookup("3", "4"));
+    EXPECT_EQ(1u, worker.GetMsgLength());  // The one in hand no longer counts.
+    worker.clearCb();
+    client->mOpen.set_value();
+    worker.ExitThread();
+    EXPECT_EQ(1u, client->Reports().size());
+}
+
+}  // namespace

@@ -1,0 +1,52 @@
+// A client's callback that keeps what it is told.
+#pragma once
+
+#include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezoneCallback.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+struct ClientReport {
+    std::string lat;
+    std::string lon;
+    std::string tzId;
+
+    friend bool operator==(const ClientReport& a, const ClientReport& b) {
+        return a.lat == b.lat && a.lon == b.lon && a.tzId == b.tzId;
+    }
+    friend std::ostream& operator<<(std::ostream& out, const ClientReport& r) {
+        return out << r.lat << ", " << r.lon << ": " << r.tzId;
+    }
+};
+
+class Recorder : public vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback {
+  public:
+    android::hardware::Return<void> timeZoneIdReport(
+            const android::hardware::hidl_string& lat, const android::hardware::hidl_string& lon,
+            const android::hardware::hidl_string& tzId) override {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mReports.push_back({lat, lon, tzId});
+        mChanged.notify_all();
+        return android::hardware::Void();
+    }
+
+    // Waits until `count` reports have come since the start; false after a minute.
+    bool WaitFor(size_t count) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::minutes(1),
+                                 [&] { return mReports.size() >= count; });
+    }
+
+    std::vector<ClientReport> Reports() {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mReports;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::vector<ClientReport> mReports;
+};
