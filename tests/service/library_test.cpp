@@ -27,6 +27,12 @@ using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 namespace fs = std::filesystem;
 
+// The class behind the shared instance, of which clients see the interface only.
+namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
+class Offlinetimezone;
+}
+namespace implementation = vendor::quor::hardware::offlinetimezone::V1_0::implementation;
+
 namespace {
 
 const char kActive[] = "offlinetz/lastcombinedTimezone.bin";
@@ -508,13 +514,15 @@ TEST_F(FlowTest, ServiceObjectsShareOneWorker) {
     service->Lookup("1", "2");
     ASSERT_TRUE(client->WaitFor(1));
     LoadedService::Interface* second = service.Fetch();
-    const auto getInstance = service.Symbol<LoadedService::Interface* (*)()>(
+    const auto getInstance = service.Symbol<implementation::Offlinetimezone* (*)()>(
             "_ZN6vendor4quor8hardware15offlinetimezone4V1_014implementation15Offlinetimezone"
             "11getInstanceEv");
     LoadedService::Interface* shared[4] = {};
     std::vector<std::thread> threads;
     for (auto& instance : shared) {
-        threads.emplace_back([&instance, getInstance] { instance = getInstance(); });
+        threads.emplace_back([&instance, getInstance] {
+            instance = reinterpret_cast<LoadedService::Interface*>(getInstance());
+        });
     }
     for (std::thread& thread : threads)
         thread.join();

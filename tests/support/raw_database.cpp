@@ -46,19 +46,20 @@ void RawDatabase::AddRing(uint32_t record, const GridRing& ring) {
 
 void RawDatabase::AddRing(uint32_t record, const GridRing& ring, const GridBox& box) {
     const auto position = static_cast<uint32_t>(polygons.size());
-    boxTable = boxTable + Signed(box.min.lat) + Signed(box.min.lon) + Signed(box.max.lat) +
-               Signed(box.max.lon) + Signed(static_cast<int32_t>(record - mLastRecord)) +
+    boxTable = std::move(boxTable) + Signed(box.min.lat) + Signed(box.min.lon) +
+               Signed(box.max.lat) + Signed(box.max.lon) +
+               Signed(static_cast<int32_t>(record - mLastRecord)) +
                Unsigned(position - mLastPolygon);
     mLastRecord = record;
     mLastPolygon = position;
-    polygons = polygons + Unsigned(static_cast<uint32_t>(ring.size()));
+    polygons = std::move(polygons) + Unsigned(static_cast<uint32_t>(ring.size()));
     GridPoint previous;
     for (const GridPoint& p : ring) {
         const auto delta = [](int32_t to, int32_t from) {
             return static_cast<int32_t>(static_cast<uint32_t>(to) - static_cast<uint32_t>(from));
         };
-        polygons =
-                polygons + Signed(delta(p.lat, previous.lat)) + Signed(delta(p.lon, previous.lon));
+        polygons = std::move(polygons) + Signed(delta(p.lat, previous.lat)) +
+                   Signed(delta(p.lon, previous.lon));
         previous = p;
     }
 }
