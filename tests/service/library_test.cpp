@@ -1,17 +1,15 @@
 // The library as it is built: what it shows, what it leaves behind, and every flow that a client
 // can take, with its answers and its log.
 #include <dlfcn.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
 #include <malloc.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <map>
 #include <regex>
 #include <set>
 #include <thread>
@@ -20,9 +18,9 @@
 #include "log_capture.h"
 #include "sample_databases.h"
 #include "temporary_directory.h"
+#include "transcript.h"
 
 using android::sp;
-using testing::ElementsAreArray;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 namespace fs = std::filesystem;
@@ -37,13 +35,6 @@ namespace {
 
 const char kActive[] = "offlinetz/lastcombinedTimezone.bin";
 const char kBackup[] = "offlinetz/lastcombinedTimezonebackup.bin";
-
-using Lines = std::vector<std::string>;
-
-Lines operator+(Lines a, const Lines& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 
 // --- What it shows -----------------------------------------------------------------------
 
@@ -131,345 +122,121 @@ class FlowTest : public testing::Test {
   protected:
     void SetUp() override { fs::create_directory("offlinetz"); }
 
-    // What was logged under a tag since the last call, with the parts that differ from run to
-    // run made alike.
-    static Lines Tagged(const std::vector<LogLine>& lines, const std::vector<std::string>& tags) {
-        static const std::regex kTime("starttime: [0-9]+!");
-        static const std::regex kAddress("who: 0x[0-9a-f]+");
-        Lines tagged;
-        for (const LogLine& line : lines) {
-            if (std::find(tags.begin(), tags.end(), line.tag) == tags.end()) continue;
-            tagged.push_back(
-                    std::to_string(line.priority) + " " +
-                    std::regex_replace(std::regex_replace(line.message, kTime, "starttime: T!"),
-                                       kAddress, "who: P"));
-        }
-        return tagged;
-    }
-
     TemporaryDirectory mDirectory;
     LogCapture mLog;
 };
 
-const Lines kFetched = {"6 HIDL_FETCH_IOfflinetimezone HIDL init", "6 Offlinetimezone init !"};
-const Lines kStarted = {"4 setup call back in service!"};
-const Lines kExit = {"4 Exit thread on "};
+// Every flow of flows.transcript, each on a library loaded anew. The front's lines follow the step
+// that made them. The worker's come in its own time: "unload" lets it finish and gives them all,
+// then the reports that the client got.
+TEST_F(FlowTest, RunsAsTheTranscriptSays) {
+    std::map<std::string, Bytes> files = {{"a", SampleDatabase("\"Zone/A\"", 1)},
+                                          {"b", SampleDatabase("\"Zone/B\"", 2)},
+                                          {"junk", WithTrailer(Bytes(40, 'x'))},
+                                          {"empty", {}}};
+    files["damaged"] = files["b"];
+    files["damaged"][9] ^= 4;
+    std::unique_ptr<LoadedService> service;
+    sp<Recorder> client;
+    std::vector<LogLine> workerLines;
 
-std::string LookupLine(const std::string& lat, const std::string& lon) {
-    return "4 lookup Lat : " + lat + " , Lon : " + lon + " pid : " + std::to_string(getpid()) +
-           " starttime: T!";
-}
-
-std::string HexLine(const uint8_t* digest) {
-    std::string line = "4 ";
-    char text[4];
-    for (int i = 0; i < 20; ++i) {
-        std::snprintf(text, sizeof text, "%02x ", digest[i]);
-        line += text;
-    }
-    return line;
-}
-
-// The worker's lines for a file that verifies, and for its opening.
-Lines PassLines(const Bytes& file) {
-    const std::string digest = HexLine(&file[file.size() - 20]);
-    return {"4 open file " + std::string(kActive) + " length " + std::to_string(file.size()),
-            "4 sha1 value read from file : ",
-            digest,
-            "4 sha1 value cal from file content : ",
-            digest,
-            "4 DB pass "};
-}
-const Lines kOpen = {"4 Try to OpenDB offlinetz/lastcombinedTimezone.bin\n"};
-
-Lines ZoneLines(const std::string& lat, const std::string& lon, const std::string& floats,
-                const std::string& zone, const std::string& safezone) {
-    return {"4 MsgData : Lat : " + lat + " Lon : " + lon + " ",
-            "4 MsgData : " + floats + " ",
-            "4 input lat : " + floats.substr(6, floats.find(" Lon") - 6) +
-                    ", long : " + floats.substr(floats.find("Lon : ") + 6) + " \n",
-            "4 TimezoneId: " + zone + " \"\n",
-            "4 lookup results : " + zone + " ",
-            "4 Safezone: " + safezone + "\n",
-            "4 start to call back from hidl"};
-}
-
-Lines NotSupportedLines(const std::string& lat, const std::string& lon) {
-    return {"4 MsgData : Lat : " + lat + " Lon : " + lon + " ",
-            "4 This server is not supported anyway!"};
-}
-
-Lines ChunkLines(size_t size, int status) {
-    return {"6 injectDB data : size : " + std::to_string(size) + " ,  data.size() : " +
-                    std::to_string(size) + " status: " + std::to_string(status),
-            "6 new injectDB data  size() : " + std::to_string(size) +
-                    " status: " + std::to_string(status)};
-}
-
-Lines EndLines() {
-    return {"6 injectDB data : size : 0 ,  data.size() : 0 status: 3", "6 Should be end part!",
-            "6 new injectDB data  size() : 0 status: 3"};
-}
-
-Lines ReceivedLines(size_t total, bool first) {
-    Lines lines = {"4 MSG_DOWNLOAD_DATA "};
-    if (first) lines.push_back("4 injectdb size : 0 ");
-    lines.push_back("4 total inject db size : " + std::to_string(total));
-    return lines;
-}
-
-const Lines kWritten = {"4 start write it to backup ", "4 open  file  Success",
-                        "4 after  write it to backup Success"};
-
-std::string CopiedLine(const Bytes& file) {
-    return "4 read file " + std::string(kBackup) + " last " + std::to_string(file.size() % 4096);
-}
-
-TEST_F(FlowTest, LogsEachStepInOrder) {
-    const Bytes a = SampleDatabase("\"Zone/A\"", 1);
-    const Bytes b = SampleDatabase("\"Zone/B\"", 2);
-    const Bytes junk = WithTrailer(Bytes(40, 'x'));
-    Bytes damaged = b;
-    damaged[9] ^= 4;
-    const Lines opened = PassLines(a) + kOpen;
-    const Lines lookupA =
-            ZoneLines("1", "2", "Lat : 1.000000 Lon : 2.000000", "\"Zone/A\"", "0.999928");
-    const Lines lookupB =
-            ZoneLines("1", "2", "Lat : 1.000000 Lon : 2.000000", "\"Zone/B\"", "0.999928");
-    const auto half = b.size() / 2 + 1;
-    const Lines sent = ChunkLines(half, 1) + ChunkLines(b.size() - half, 2) + EndLines();
-    const Lines received = ReceivedLines(half, true) + ReceivedLines(b.size(), false) +
-                           ReceivedLines(b.size(), false);
-    const Lines notFinished = {"4 MSG_INJECT_DB ", "4 db donwload not finished ",
-                               "4 clear the data  : 0 "};
-
-    struct Flow {
-        const char* what;
-        bool hasDatabase;
-        std::function<void(LoadedService&, const sp<Recorder>&)> run;
-        Lines front;
-        Lines worker;
-        std::vector<ClientReport> reports;
-    };
-    const Flow flows[] = {
-            {"fetched and left", true, [](LoadedService&, const sp<Recorder>&) {}, {}, {}, {}},
-            {"an empty callback",
-             true,
-             [](LoadedService& service, const sp<Recorder>&) {
-                 EXPECT_FALSE(service->startLookup(nullptr));
-                 EXPECT_FALSE(service->stopLookup(nullptr));
-             },
-             {},
-             {},
-             {}},
-            {"a lookup before any start",
-             true,
-             [](LoadedService& service, const sp<Recorder>&) {
-                 EXPECT_FALSE(service->Lookup("1", "2"));
-             },
-             {LookupLine("1", "2")},
-             NotSupportedLines("1", "2"),
-             {}},
-            {"a lookup",
-             true,
-             [](LoadedService& service, const sp<Recorder>& client) {
-                 EXPECT_TRUE(service->startLookup(client));
-                 EXPECT_FALSE(service->Lookup("1", "2"));
-             },
-             kStarted + Lines{LookupLine("1", "2")},
-             opened + lookupA,
-             {{"1", "2", "\"Zone/A\""}}},
-            {"two empty texts, text behind a number, the open sea",
-             true,
-             [](LoadedService& service, const sp<Recorder>& client) {
-                 service->startLookup(client);
-                 service->Lookup("", "");
-                 service->Lookup("-12.5abc", " 40");
-             },
-             kStarted + Lines{LookupLine("", ""), LookupLine("-12.5abc", " 40")},
-             opened + Lines{"4 MsgData : Lat :  Lon :  ", "4 start to call back from hidl",
-                            "4 MsgData : Lat : -12.5abc Lon :  40 ",
-                            "4 MsgData : Lat : -12.500000 Lon : 40.000000 ",
-                            "4 input lat : -12.500000, long : 40.000000 \n",
-                            "4 Try to get time zone from etc area!",
-                            "4 Etc time zone : \"Etc/GMT-3\" ", "4 start to call back from hidl"},
-             {{"", "", "\"error:error input\""}, {"-12.5abc", " 40", "\"Etc/GMT-3\""}}},
-            {"no database",
-             false,
-             [](LoadedService& service, const sp<Recorder>& client) {
-                 service->startLookup(client);
-                 service->Lookup("1", "2");
-                 EXPECT_TRUE(service.WaitForStatus(3));
-             },
-             kStarted + Lines{LookupLine("1", "2")},
-             Lines{"4 open file " + std::string(kActive) + " failed No such file or directory",
-                   "4 open file " + std::string(kBackup) + " failed No such file or directory",
-                   "4 -------- Copy BACKUP DB failed--------", "4 try to open db again !",
-                   "4 open file " + std::string(kActive) + " failed No such file or directory",
-                   "4 --------  BACKUP DB is destroy also--------"} +
-                     NotSupportedLines("1", "2"),
-             {{"1", "2", "error:Server is not supportted"}}},
-            {"started twice, stopped, still reported to",
-             true,
-             [](LoadedService& service, const sp<Recorder>& client) {
-                 service->startLookup(client);
-                 service->startLookup(client);
-                 EXPECT_FALSE(service->stopLookup(client));
-                 service->Lookup("1", "2");
-             },
-             kStarted + kStarted + Lines{LookupLine("1", "2")},
-             opened + Lines{"4 server is running "} + lookupA,
-             {{"1", "2", "\"Zone/A\""}}},
-            {"the client dies",
-             true,
-             [](LoadedService& service, const sp<Recorder>& client) {
-                 service->startLookup(client);
-                 service->Lookup("1", "2");
-                 EXPECT_TRUE(client->WaitFor(1));
-                 host::EndOwnerOf(client);
-                 host::EndOwnerOf(client);  // The link is gone.
-                 service->Lookup("1", "2");
-             },
-             kStarted + Lines{LookupLine("1", "2"),
-                              "3 serviceDied service died. cookie: 99, who: P",
-                              LookupLine("1", "2")},
-             opened + lookupA + lookupA + Lines{"4 mCb is null,please check if server dead"},
-             {{"1", "2", "\"Zone/A\""}}},
-            {"a database is replaced, twice from one download",
-             true,
-             [&](LoadedService& service, const sp<Recorder>& client) {
-                 service->startLookup(client);
-                 EXPECT_TRUE(service.WaitForStatus(1));
-                 EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
-                 service.Send(b, half);
-                 EXPECT_TRUE(service->injectDB());
-                 service->injectDB();
-                 service->Lookup("1", "2");
-                 EXPECT_TRUE(client->WaitFor(1));
-                 EXPECT_EQ(2, static_cast<int32_t>(service->getDBVersion()));
-                 EXPECT_EQ(b, ReadFile(kActive));
-                 EXPECT_EQ(b, ReadFile(kBackup));
-             },
-             kStarted + sent + Lines{LookupLine("1", "2")},
-             opened + received + kWritten + Lines{"4 MSG_INJECT_DB ", CopiedLine(b)} +
-                     PassLines(b) + kOpen + Lines{"4 MSG_INJECT_DB ", CopiedLine(b)} +
-                     PassLines(b) + kOpen + lookupB,
-             {{"1", "2", "\"Zone/B\""}}},
-            {"an injection asked for too early",
-             true,
-             [&](LoadedService& service, const sp<Recorder>& client) {
-                 service->startLookup(client);
-                 service->injectDB();
-                 service->downloadDB(b, 9, 9, 1);  // The size lies; only the log shows it.
-                 service->injectDB();
-                 service->downloadDB({}, 0, static_cast<uint32_t>(b.size()), 3);
-                 service->Lookup("1", "2");
-                 EXPECT_TRUE(client->WaitFor(1));
-                 EXPECT_EQ(1, static_cast<int32_t>(service->getServerStatus()));
-                 EXPECT_EQ(a, ReadFile(kActive));
-                 EXPECT_FALSE(fs::exists(kBackup));
-             },
-             kStarted +
-                     Lines{"6 injectDB data : size : 9 ,  data.size() : " +
-                                   std::to_string(b.size()) + " status: 1",
-                           "6 new injectDB data  size() : " + std::to_string(b.size()) +
-                                   " status: 1"} +
-                     EndLines() + Lines{LookupLine("1", "2")},
-             opened + notFinished + ReceivedLines(b.size(), true) + notFinished +
-                     ReceivedLines(0, false) +
-                     Lines{"4 download DB data lost", "4 clear the data  : 0 "} + lookupA,
-             {{"1", "2", "\"Zone/A\""}}},
-            {"a damaged database is injected",
-             true,
-             [&](LoadedService& service, const sp<Recorder>& client) {
-                 service->startLookup(client);
-                 service.Send(damaged, damaged.size());
-                 service->injectDB();
-                 service->Lookup("1", "2");
-                 EXPECT_TRUE(client->WaitFor(1));
-                 EXPECT_EQ(3, static_cast<int32_t>(service->getServerStatus()));
-                 EXPECT_EQ(65535, static_cast<int32_t>(service->getDBVersion()));
-             },
-             kStarted + ChunkLines(b.size(), 1) + EndLines() + Lines{LookupLine("1", "2")},
-             [&] {
-                 Lines bad = PassLines(damaged);
-                 Bytes whole = WithTrailer(Bytes(damaged.begin(), damaged.end() - 20));
-                 bad[4] = HexLine(&whole[whole.size() - 20]);
-                 bad[5] = "4 DB file destory----------- need recovery!";
-                 return opened + ReceivedLines(b.size(), true) + ReceivedLines(b.size(), false) +
-                        kWritten + Lines{"4 MSG_INJECT_DB ", CopiedLine(b)} + bad +
-                        Lines{CopiedLine(b), "4 try to open db again !"} + bad +
-                        Lines{"4 --------  BACKUP DB is destroy also--------"} +
-                        NotSupportedLines("1", "2");
-             }(),
-             {{"1", "2", "error:Server is not supportted"}}},
-            {"the backup is gone when it is injected, and a start repairs nothing but tries",
-             true,
-             [&](LoadedService& service, const sp<Recorder>& client) {
-                 service->startLookup(client);
-                 service.Send(b, b.size());
-                 service->Lookup("1", "2");
-                 EXPECT_TRUE(client->WaitFor(1));
-                 fs::remove(kBackup);
-                 service->injectDB();
-                 EXPECT_TRUE(service.WaitForStatus(3));
-                 service->Lookup("1", "2");
-                 service->startLookup(client);
-                 service->Lookup("1", "2");
-             },
-             kStarted + ChunkLines(b.size(), 1) + EndLines() +
-                     Lines{LookupLine("1", "2"), LookupLine("1", "2")} + kStarted +
-                     Lines{LookupLine("1", "2")},
-             opened + ReceivedLines(b.size(), true) + ReceivedLines(b.size(), false) + kWritten +
-                     lookupA +
-                     Lines{"4 MSG_INJECT_DB ",
-                           "4 open file " + std::string(kBackup) +
-                                   " failed No such file or directory",
-                           "4 -------- Copy BACKUP DB failed--------"} +
-                     NotSupportedLines("1", "2") + opened + lookupA,
-             {{"1", "2", "\"Zone/A\""},
-              {"1", "2", "error:Server is not supportted"},
-              {"1", "2", "\"Zone/A\""}}},
-            {"a file with a good trailer that is no database",
-             true,
-             [&](LoadedService& service, const sp<Recorder>& client) {
-                 service->startLookup(client);
-                 service.Send(junk, junk.size());
-                 service->injectDB();
-                 service->Lookup("1", "2");
-                 EXPECT_TRUE(client->WaitFor(1));
-                 EXPECT_EQ(1, static_cast<int32_t>(service->getServerStatus()));
-                 EXPECT_EQ(65535, static_cast<int32_t>(service->getDBVersion()));
-             },
-             kStarted + ChunkLines(junk.size(), 1) + EndLines() + Lines{LookupLine("1", "2")},
-             opened + ReceivedLines(junk.size(), true) + ReceivedLines(junk.size(), false) +
-                     kWritten + Lines{"4 MSG_INJECT_DB ", CopiedLine(junk)} + PassLines(junk) +
-                     kOpen +
-                     Lines{"4 Open DB failed\n", "4 MsgData : Lat : 1 Lon : 2 ",
-                           "4 MsgData : Lat : 1.000000 Lon : 2.000000 ",
-                           "4 input lat : 1.000000, long : 2.000000 \n",
-                           "4 start to call back from hidl"},
-             {{"1", "2", "error:Server is not supportted"}}},
-    };
-    for (const Flow& flow : flows) {
-        SCOPED_TRACE(flow.what);
-        fs::remove(kActive);
-        fs::remove(kBackup);
-        if (flow.hasDatabase) WriteFile(kActive, a);
-        const sp<Recorder> client = new Recorder;
-        {
-            LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
-            EXPECT_EQ(65535, static_cast<int32_t>(service->getDBVersion()));
-            EXPECT_EQ(0, static_cast<int32_t>(service->getServerStatus()));
-            flow.run(service, client);
+    // The lines since the last call that the front wrote, with what differs from run to run
+    // made alike; the others are kept for the end.
+    const auto takeFront = [&] {
+        static const std::regex kTime("pid : [0-9]+ starttime: [0-9]+!");
+        static const std::regex kAddress("who: 0x[0-9a-f]+");
+        Words lines;
+        for (const LogLine& line : mLog.Take()) {
+            if (line.tag != "OfflinetimezoneService") {
+                workerLines.push_back(line);
+                continue;
+            }
+            const std::string text =
+                    std::regex_replace(line.message, kTime, "pid : P starttime: T!");
+            lines.push_back(std::to_string(line.priority) +
+                            Bars(std::regex_replace(text, kAddress, "who: W")));
         }
-        const std::vector<LogLine> lines = mLog.Take();
-        EXPECT_THAT(Tagged(lines, {"OfflinetimezoneService"}),
-                    ElementsAreArray(kFetched + flow.front));
-        EXPECT_THAT(Tagged(lines, {"OfflinetimezoneThread", "OfflinetimezoneInterface"}),
-                    ElementsAreArray(flow.worker + kExit));
-        EXPECT_EQ(flow.reports, client->Reports());
-    }
+        return lines;
+    };
+    const auto boolean = [](bool value) { return std::string(value ? "true" : "false"); };
+    const auto number = [](const std::string& text) {
+        return static_cast<uint32_t>(std::stoul(text));
+    };
+    const auto unload = [&] {
+        service.reset();
+        Words lines = takeFront();
+        for (const LogLine& line : workerLines) {
+            lines.push_back(std::to_string(line.priority) + " " + line.tag.substr(15) +
+                            Bars(line.message));
+        }
+        workerLines.clear();
+        for (const ClientReport& r : client->Reports()) {
+            lines.push_back("report " + Bars(r.lat) + " " + Bars(r.lon) + " " + Bars(r.tzId));
+        }
+        return lines;
+    };
+    // Which of the sample files the two database files are.
+    const auto filesAre = [&] {
+        std::string names;
+        for (const char* path : {kActive, kBackup}) {
+            std::string found = fs::exists(path) ? " other" : " none";
+            for (const auto& [name, file] : files) {
+                if (fs::exists(path) && ReadFile(path) == file) found = " " + name;
+            }
+            names += found;
+        }
+        return "active and backup:" + names;
+    };
+    const auto run = [&](const Words& words) -> std::string {
+        const std::string& step = words[0];
+        LoadedService& loaded = *service;
+        if (step == "start") return boolean(loaded->startLookup(client));
+        if (step == "start-empty") return boolean(loaded->startLookup(nullptr));
+        if (step == "stop") return boolean(loaded->stopLookup(client));
+        if (step == "lookup") return boolean(loaded->Lookup(words.at(1), words.at(2)));
+        if (step == "inject") return boolean(loaded->injectDB());
+        if (step == "chunk") {  // A chunk of a file: name, from, to, size, total size, status.
+            const Bytes& file = files.at(words.at(1));
+            const Bytes part(file.begin() + number(words.at(2)),
+                             file.begin() + number(words.at(3)));
+            return boolean(loaded->downloadDB(part, number(words.at(4)), number(words.at(5)),
+                                              number(words.at(6))));
+        }
+        if (step == "die") {
+            host::EndOwnerOf(client);
+            return "";
+        }
+        if (step == "wait") return boolean(client->WaitFor(number(words.at(1))));
+        if (step == "wait-status") {
+            return boolean(loaded.WaitForStatus(static_cast<int32_t>(number(words.at(1)))));
+        }
+        if (step == "state") {
+            return "status " + std::to_string(loaded->getServerStatus()) + ", version " +
+                   std::to_string(loaded->getDBVersion());
+        }
+        if (step == "remove-backup") return boolean(fs::remove(kBackup));
+        if (step == "write-active") {
+            WriteFile(kActive, files.at(words.at(1)));
+            return "";
+        }
+        return "no such step";
+    };
+    CheckTranscript(
+            OFFLINETZ_TESTS "/service/flows.transcript",
+            [&](const std::string&) {
+                fs::remove(kActive);
+                fs::remove(kBackup);
+                client = new Recorder;
+                service = std::make_unique<LoadedService>(OFFLINETZ_LOCAL_LIBRARY);
+            },
+            [&](const std::string& step) {
+                if (step == "unload") return unload();
+                if (step == "files") return Words{filesAre()};
+                const std::string result = run(SplitStep(step));
+                Words lines = takeFront();
+                if (!result.empty()) lines.push_back(result);
+                return lines;
+            });
 }
 
 // Two clients: reports go to the first until any linked client dies.

@@ -31,7 +31,6 @@ namespace fs = std::filesystem;
 namespace {
 
 const char kActive[] = "offlinetz/lastcombinedTimezone.bin";
-const char kBackup[] = "offlinetz/lastcombinedTimezonebackup.bin";
 
 class WorkerTest : public testing::Test {
   protected:
@@ -41,13 +40,6 @@ class WorkerTest : public testing::Test {
         auto* data = new MsgData;
         data->lat = lat;
         data->lon = lon;
-        return data;
-    }
-    static const MsgData* Chunk(const Bytes& bytes, uint32_t status, uint32_t totalSize = 0) {
-        auto* data = new MsgData;
-        data->data = bytes;
-        data->status = status;
-        data->totalSize = totalSize;
         return data;
     }
 
@@ -169,47 +161,6 @@ TEST_F(WorkerTest, SurvivesItsClients) {
     EXPECT_EQ(2, std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
                   return line.rfind("input lat : ", 0) == 0;
               }));
-}
-
-TEST_F(WorkerTest, CollectsChunksByTheirStatusAlone) {
-    const Bytes kept = {'k', 'e', 'p', 't'};
-    const Bytes a(100, 'a');
-    const Bytes b(100, 'b');
-    const Bytes c(50, 'c');
-    struct Message {
-        Bytes data;
-        uint32_t status;
-        uint32_t totalSize;
-    };
-    const struct {
-        const char* what;
-        std::vector<Message> messages;
-        Bytes backup;
-    } cases[] = {
-            {"three chunks", {{a, 1, 0}, {b, 2, 0}, {c, 2, 9}, {{}, 3, 250}}, a + b + c},
-            {"a length that lies", {{a, 1, 0}, {b, 2, 0}, {c, 2, 0}, {{}, 3, 251}}, kept},
-            {"data in the end message", {{a, 1, 0}, {b, 3, 100}}, a},
-            {"an empty first chunk", {{a, 2, 0}, {{}, 1, 0}, {b, 2, 0}, {{}, 3, 100}}, b},
-            {"no start", {{a, 2, 0}, {{}, 3, 100}}, a},
-            {"a further chunk after the end",
-             {{a, 1, 0}, {{}, 3, 100}, {b, 2, 0}, {{}, 3, 200}},
-             a + b},
-            {"nothing at all", {{{}, 3, 0}}, {}},
-            {"unknown statuses", {{a, 1, 0}, {b, 0, 0}, {b, 4, 0}, {{}, 3, 100}}, a},
-            {"only unknown statuses", {{a, 0, 100}, {a, 4, 100}, {{}, 3, 100}}, kept},
-            {"started again", {{a, 1, 0}, {b, 1, 0}, {{}, 3, 100}}, b},
-            {"out of order", {{b, 2, 0}, {a, 1, 0}, {{}, 3, 200}}, kept},
-    };
-    for (const auto& test : cases) {
-        WriteFile(kBackup, kept);
-        WorkerThread worker("OfflinetimezoneThread");
-        worker.CreateThread();
-        for (const Message& m : test.messages) {
-            worker.PostDownloadMsg(Chunk(m.data, m.status, m.totalSize));
-        }
-        worker.ExitThread();
-        EXPECT_EQ(test.backup, ReadFile(kBackup)) << test.what;
-    }
 }
 
 TEST_F(WorkerTest, ReportsAThreadThatCannotStart) {

@@ -1,0 +1,63 @@
+// Golden transcripts: a file of steps, each followed by what it must give.
+//
+//     == a section, run from a fresh start
+//     > a step
+//     a line of its outcome
+//
+// The steps are run and the file written anew in memory; the test compares the two texts whole.
+// With UPDATE_TRANSCRIPTS set in its environment it replaces the file, for review.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using Words = std::vector<std::string>;
+
+// The words of a step; '_' stands for a blank within a word, "()" for an empty word.
+inline Words SplitStep(const std::string& step) {
+    Words words;
+    std::istringstream stream(step);
+    for (std::string word; stream >> word;) {
+        std::replace(word.begin(), word.end(), '_', ' ');
+        words.push_back(word == "()" ? "" : word);
+    }
+    return words;
+}
+
+// A log message between bars, because many end in blanks.
+inline std::string Bars(const std::string& message) {
+    std::string line = "|";
+    for (const char c : message)
+        line += c == '\n' ? std::string("\\n") : std::string(1, c);
+    return line + "|";
+}
+
+inline void CheckTranscript(const std::string& path,
+                            const std::function<void(const std::string& section)>& begin,
+                            const std::function<Words(const std::string& step)>& run) {
+    std::ifstream file(path);
+    ASSERT_TRUE(file.is_open()) << path;
+    std::string expected;
+    std::string actual;
+    for (std::string line; std::getline(file, line);) {
+        expected += line + "\n";
+        const bool isStep = line.rfind("> ", 0) == 0;
+        const bool isSection = line.rfind("== ", 0) == 0;
+        if (!isStep && !isSection && !line.empty() && line[0] != '#') continue;
+        actual += line + "\n";
+        if (isSection) begin(line.substr(3));
+        if (!isStep) continue;
+        for (const std::string& outcome : run(line.substr(2)))
+            actual += outcome + "\n";
+    }
+    if (std::getenv("UPDATE_TRANSCRIPTS") != nullptr) std::ofstream(path) << actual;
+    EXPECT_EQ(expected, actual);
+    EXPECT_NE(std::string::npos, actual.find("\n> ")) << "no step in " << path;
+}
