@@ -5,9 +5,11 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <map>
 
 namespace offlinetz {
@@ -46,8 +48,9 @@ GeometryPtr Checked(GEOSGeometry* geometry, const std::string& where) {
 
 // A whole file, unpacked where it is gzip.
 simdjson::padded_string ReadFile(const std::string& path) {
+    errno = 0;
     gzFile file = gzopen(path.c_str(), "rb");
-    if (file == nullptr) Fail(path, "cannot be opened");
+    if (file == nullptr) Fail(path, errno != 0 ? std::strerror(errno) : "out of memory");
     std::string text;
     std::vector<char> buffer(size_t{1} << 20);
     int got;

@@ -1,5 +1,5 @@
-// The host program as users run it. Each step of cli.transcript is a shell command; its outcome is
-// what it writes, standard error behind "! ", and its exit code if that is not 0.
+// The host program as users run it. Each step of a transcript here is a shell command; its outcome
+// is what it writes, standard error behind "! ", and its exit code if that is not 0.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -13,6 +13,8 @@
 #include "temporary_directory.h"
 #include "transcript.h"
 
+namespace fs = std::filesystem;
+
 namespace {
 
 void AppendLines(const char* path, const std::string& mark, Words* lines) {
@@ -21,34 +23,48 @@ void AppendLines(const char* path, const std::string& mark, Words* lines) {
         lines->push_back(mark + line);
 }
 
-TEST(Cli, BehavesAsTheTranscriptSays) {
+// `prepare` fills the directory in which the commands of a section run.
+void CheckCommands(const std::string& transcript, void (*prepare)()) {
     const std::string program = OFFLINETZ_PROGRAM;
     const std::string path = program.substr(0, program.rfind('/')) + ":" + std::getenv("PATH");
     setenv("PATH", path.c_str(), 1);
     setenv("WORLD", OFFLINETZ_WORLD_DATABASE, 1);
+    setenv("INPUTS", OFFLINETZ_TESTS "/cli/inputs", 1);
     setenv("LIBRARY", OFFLINETZ_LOCAL_LIBRARY, 1);
     std::optional<TemporaryDirectory> directory;
     CheckTranscript(
-            OFFLINETZ_TESTS "/cli/cli.transcript",
+            OFFLINETZ_TESTS "/cli/" + transcript,
             [&](const std::string&) {
                 directory.emplace();
-                std::filesystem::create_directory("offlinetz");
-                Bytes damaged = SampleDatabase("\"Zone/C\"", 3);
-                damaged[9] ^= 1;
-                WriteFile("a.bin", SampleDatabase("\"Zone/A\"", 1));
-                WriteFile("b.bin", SampleDatabase("\"Zone/B\"", 2, 20000));
-                WriteFile("damaged.bin", damaged);
-                WriteFile("junk.bin", WithTrailer(Bytes(40, 'x')));
+                fs::create_directory("work");
+                fs::current_path("work");
+                prepare();
             },
             [](const std::string& step) {
-                const int status = std::system(("(" + step + ") >out 2>err").c_str());
+                const int status = std::system(("(" + step + ") >../out 2>../err").c_str());
                 Words lines;
-                AppendLines("out", "", &lines);
-                AppendLines("err", "! ", &lines);
+                AppendLines("../out", "", &lines);
+                AppendLines("../err", "! ", &lines);
                 const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
                 if (code != 0) lines.push_back("[exit code " + std::to_string(code) + "]");
                 return lines;
             });
+}
+
+TEST(Cli, BehavesAsTheTranscriptSays) {
+    CheckCommands("cli.transcript", [] {
+        fs::create_directory("offlinetz");
+        Bytes damaged = SampleDatabase("\"Zone/C\"", 3);
+        damaged[9] ^= 1;
+        WriteFile("a.bin", SampleDatabase("\"Zone/A\"", 1));
+        WriteFile("b.bin", SampleDatabase("\"Zone/B\"", 2, 20000));
+        WriteFile("damaged.bin", damaged);
+        WriteFile("junk.bin", WithTrailer(Bytes(40, 'x')));
+    });
+}
+
+TEST(Cli, CompilesAsTheTranscriptSays) {
+    CheckCommands("compile.transcript", [] {});
 }
 
 }  // namespace
