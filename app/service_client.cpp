@@ -11,10 +11,8 @@
 
 namespace {
 
-using ::android::sp;
 using ::android::hardware::hidl_string;
 using ::android::hardware::Return;
-using ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
 using ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 
 constexpr std::chrono::minutes kPatience{2};

@@ -1,9 +1,9 @@
 #include <android/hidl/base/1.0/IBase.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/death_registry.h"
@@ -37,11 +37,14 @@ struct Registry {
     // Takes the links of `object` out, all or those of one recipient.
     std::vector<Link> Take(const IBase* object, const hidl_death_recipient* recipient) {
         const std::lock_guard<std::mutex> lock(mutex);
-        const auto kept = std::stable_partition(links.begin(), links.end(), [&](const Link& link) {
-            return link.object != object || (recipient != nullptr && link.recipient != recipient);
-        });
-        std::vector<Link> taken(kept, links.end());
-        links.erase(kept, links.end());
+        std::vector<Link> kept;
+        std::vector<Link> taken;
+        for (Link& link : links) {
+            const bool matches =
+                    link.object == object && (recipient == nullptr || link.recipient == recipient);
+            (matches ? taken : kept).push_back(std::move(link));
+        }
+        links = std::move(kept);
         return taken;
     }
 };
