@@ -127,10 +127,9 @@ int LookUpLines(const LookupOptions& options, const ZDDatabase* database) {
     return exitCode;
 }
 
-int RunLookup(const LookupOptions& options) {
+int RunLookup(const LookupOptions& options, bool onePoint) {
     if (!options.verbose) host::SetLogReceiver([](int, const char*, const std::string&) {});
     PointText point;
-    const bool onePoint = !options.lat.empty();
     try {
         if (onePoint) point = ParsePoint(options.lat, options.lon);
     } catch (const std::invalid_argument& error) {
@@ -169,5 +168,6 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
     command->footer(
             "Lines hold a latitude and a longitude with blanks or a comma between them. "
             "A line that makes no sense is reported, and the exit code is 1.");
-    command->callback([options, exitCode] { *exitCode = RunLookup(*options); });
+    command->callback(
+            [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
 }

@@ -29,19 +29,13 @@ struct ServiceOptions {
     bool force = false;
 };
 
-// The service prints a line on standard output whenever it opens a database, and logs much.
-class QuietService {
-  public:
-    explicit QuietService(const ServiceOptions& options) {
-        if (!options.verbose) host::SetLogReceiver([](int, const char*, const std::string&) {});
-        mClient = std::make_unique<ServiceClient>(options.library);
-    }
-    ServiceClient* operator->() { return mClient.get(); }
-
-  private:
-    SilencedOutput mSilenced;
-    std::unique_ptr<ServiceClient> mClient;
-};
+// The service, loaded and started. What it prints on standard output while it opens a database is
+// dropped, and its log too unless it is asked for.
+std::unique_ptr<ServiceClient> StartService(const ServiceOptions& options) {
+    if (!options.verbose) host::SetLogReceiver([](int, const char*, const std::string&) {});
+    const SilencedOutput silenced;
+    return std::make_unique<ServiceClient>(options.library);
+}
 
 std::string VersionText(int32_t version) {
     return version == ServiceClient::kNoVersion ? "no database"
@@ -49,42 +43,43 @@ std::string VersionText(int32_t version) {
 }
 
 int RunStatus(const ServiceOptions& options) {
-    const ServiceClient::State state = QuietService(options)->GetState();
+    const ServiceClient::State state = StartService(options)->GetState();
     std::printf("%s\n", state.IsUsable()
                                 ? fmt::format("running, {}", VersionText(state.version)).c_str()
                                 : "failed: no usable database");
     return state.IsUsable() ? kExitOk : kExitFailed;
 }
 
-int RunLookup(const ServiceOptions& options) {
-    try {
-        if (!options.lat.empty()) ParsePoint(options.lat, options.lon);
-    } catch (const std::invalid_argument& error) {
-        std::fprintf(stderr, "offlinetz: %s\n", error.what());
-        return kExitUsage;
-    }
-    std::vector<std::string> answers;
+// Prints an answer behind `prefix`; an error text makes the exit code say so.
+void PrintAnswer(const std::string& prefix, const std::string& answer, int* exitCode) {
+    std::printf("%s%s\n", prefix.c_str(), answer.c_str());
+    if (answer.find("error:") <= 1) *exitCode = kExitFailed;
+}
+
+int RunLookup(const ServiceOptions& options, bool onePoint) {
     int exitCode = kExitOk;
-    {
-        QuietService service(options);
-        if (!options.lat.empty()) {
-            answers.push_back(service->Lookup(options.lat, options.lon));
-        } else {
-            std::string line;
-            for (size_t number = 1; std::getline(std::cin, line); ++number) {
-                try {
-                    const PointText point = ParsePointLine(line);
-                    answers.push_back(fmt::format("{} {}\t{}", point.latText, point.lonText,
-                                                  service->Lookup(point.latText, point.lonText)));
-                } catch (const std::invalid_argument& error) {
-                    std::fprintf(stderr, "offlinetz: line %zu: %s\n", number, error.what());
-                    exitCode = kExitFailed;
-                }
-            }
+    if (onePoint) {
+        try {
+            ParsePoint(options.lat, options.lon);
+        } catch (const std::invalid_argument& error) {
+            std::fprintf(stderr, "offlinetz: %s\n", error.what());
+            return kExitUsage;
+        }
+        PrintAnswer("", StartService(options)->Lookup(options.lat, options.lon), &exitCode);
+        return exitCode;
+    }
+    const std::unique_ptr<ServiceClient> service = StartService(options);
+    std::string line;
+    for (size_t number = 1; std::getline(std::cin, line); ++number) {
+        try {
+            const PointText point = ParsePointLine(line);
+            PrintAnswer(fmt::format("{} {}\t", point.latText, point.lonText),
+                        service->Lookup(point.latText, point.lonText), &exitCode);
+        } catch (const std::invalid_argument& error) {
+            std::fprintf(stderr, "offlinetz: line %zu: %s\n", number, error.what());
+            exitCode = kExitFailed;
         }
     }
-    for (const std::string& answer : answers)
-        std::printf("%s\n", answer.c_str());
     return exitCode;
 }
 
@@ -93,28 +88,35 @@ int32_t VersionOf(const std::vector<uint8_t>& file) {
     return file.size() > 4 ? file[4] : ServiceClient::kNoVersion;
 }
 
+int Refuse(const std::string& reason, const ServiceClient::State& state) {
+    std::printf("refused: %s; still on %s\n", reason.c_str(), VersionText(state.version).c_str());
+    return kExitFailed;
+}
+
 int RunUpdate(const ServiceOptions& options) {
     const std::vector<uint8_t> file = ReadFile(options.file);
-    // A bad file that is injected takes the place of the active database and of its backup, so
-    // it is stopped here.
-    const std::string fault = options.force ? "" : FaultOf(options.file, file);
-    Progress progress;
-    ServiceClient::State before;
-    ServiceClient::State after;
-    {
-        QuietService service(options);
-        before = service->GetState();
-        after = before;
-        if (fault.empty()) {
-            after = service->Update(file, options.chunkSize, [&](size_t sent) {
-                progress.Show("sending", sent, file.size());
-            });
+    if (file.size() > INT32_MAX) throw std::runtime_error(options.file + ": has 2 GiB or more");
+    const int32_t version = VersionOf(file);
+    const std::unique_ptr<ServiceClient> service = StartService(options);
+    const ServiceClient::State before = service->GetState();
+    if (!options.force) {
+        // A bad file that is injected takes the place of the active database and of its backup;
+        // one of the same version cannot be told from what is there.
+        const std::string fault = FaultOf(options.file, file);
+        if (!fault.empty()) return Refuse(options.file + " is " + fault, before);
+        if (before.IsUsable() && version == before.version) {
+            return Refuse(options.file +
+                                  " has the version that is installed, so whether it "
+                                  "replaced it could not be seen (--force sends it)",
+                          before);
         }
     }
-    if (!fault.empty()) {
-        std::printf("refused: %s is %s; still on %s\n", options.file.c_str(), fault.c_str(),
-                    VersionText(before.version).c_str());
-        return kExitFailed;
+    ServiceClient::State after;
+    {
+        Progress progress;
+        const SilencedOutput silenced;
+        after = service->Update(file, options.chunkSize,
+                                [&](size_t sent) { progress.Show("sending", sent, file.size()); });
     }
     if (!after.IsUsable()) {
         std::printf(
@@ -123,12 +125,14 @@ int RunUpdate(const ServiceOptions& options) {
                 options.file.c_str());
         return kExitNothingUsable;
     }
-    if (after.version != VersionOf(file)) {
-        std::printf("refused by the service; still on %s\n", VersionText(after.version).c_str());
-        return kExitFailed;
+    if (after.version != version) return Refuse("the service did not install it", after);
+    if (before.version == version) {
+        std::printf("sent %s; whether it replaced the one before cannot be seen\n",
+                    VersionText(version).c_str());
+    } else {
+        std::printf("installed %s (before: %s)\n", VersionText(version).c_str(),
+                    VersionText(before.version).c_str());
     }
-    std::printf("installed %s (before: %s)\n", VersionText(after.version).c_str(),
-                VersionText(before.version).c_str());
     return kExitOk;
 }
 
@@ -153,14 +157,16 @@ void AddServiceCommand(CLI::App* app, int* exitCode) {
     auto* lon = lookup->add_option("LON", options->lon, "Longitude in degrees, east positive");
     lat->needs(lon);
     lon->needs(lat);
-    lookup->callback([options, exitCode] { *exitCode = RunLookup(*options); });
+    lookup->callback(
+            [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
 
     CLI::App* update = service->add_subcommand("update", "Sends a database and installs it");
     update->add_option("FILE", options->file, "Database file")->required();
     update->add_option("--chunk-size", options->chunkSize, "Bytes a call")
             ->check(CLI::Range(size_t{1}, size_t{1} << 30))
             ->capture_default_str();
-    update->add_flag("--force", options->force, "Send the file even if it is damaged");
+    update->add_flag("--force", options->force,
+                     "Send the file even if it is damaged or of the version installed");
     update->footer(
             "Exit code 0: installed; 1: refused, and the database is the one before; "
             "3: no usable database is left.");

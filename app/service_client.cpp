@@ -18,6 +18,7 @@ using ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 constexpr std::chrono::minutes kPatience{2};
 constexpr std::chrono::milliseconds kPollInterval{2};
 
+constexpr int32_t kFailed = 3;  // The server status after an installation that failed.
 constexpr uint32_t kDownloadStart = 1;
 constexpr uint32_t kDownloadContinue = 2;
 constexpr uint32_t kDownloadEnd = 3;
@@ -60,8 +61,9 @@ class ServiceClient::Callback : public IOfflinetimezoneCallback {
 ServiceClient::ServiceClient(const std::string& path) : mCallback(new Callback) {
     mLibrary = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (mLibrary == nullptr) throw std::runtime_error(dlerror());
-    const auto fetch = reinterpret_cast<decltype(&HIDL_FETCH_IOfflinetimezone)>(
-            dlsym(mLibrary, "HIDL_FETCH_IOfflinetimezone"));
+    using Fetch =
+            ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone* (*)(const char*);
+    const auto fetch = reinterpret_cast<Fetch>(dlsym(mLibrary, "HIDL_FETCH_IOfflinetimezone"));
     if (fetch == nullptr) throw std::runtime_error(path + ": has no service in it");
     mService = fetch("default");
     if (mService == nullptr) throw std::runtime_error(path + ": the service cannot run");
@@ -109,5 +111,11 @@ ServiceClient::State ServiceClient::Update(const std::vector<uint8_t>& file, siz
     // after it. Requests are handled in order, so once a lookup posted behind the installation
     // is answered, the status is the one after it.
     Lookup("0", "0");
+    if (GetState().status == kFailed) {
+        // A start makes the service try what it has once more: if the new file never reached the
+        // active one, the old database is still there.
+        mService->startLookup(mCallback);
+        Lookup("0", "0");
+    }
     return GetState();
 }

@@ -126,8 +126,8 @@ int main(int argc, char** argv) {
     host::SetLogReceiver([](int, const char*, const std::string&) {});
     void* library = dlopen(OFFLINETZ_LOCAL_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) return 1;
-    gService = reinterpret_cast<decltype(&HIDL_FETCH_IOfflinetimezone)>(
-            dlsym(library, "HIDL_FETCH_IOfflinetimezone"))("default");
+    using Fetch = IOfflinetimezone* (*)(const char*);
+    gService = reinterpret_cast<Fetch>(dlsym(library, "HIDL_FETCH_IOfflinetimezone"))("default");
     gClient = new Counter;
     gService->startLookup(gClient);
 

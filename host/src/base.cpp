@@ -60,8 +60,9 @@ Registry& Links() {
 namespace host {
 
 void EndOwnerOf(const sp<IBase>& object) {
-    const std::vector<Link> links = Links().Take(object.get(), nullptr);
-    std::thread notifier([&links, &object] {
+    // Taken by the thread itself: if it cannot start, the links are still there.
+    std::thread notifier([&object] {
+        const std::vector<Link> links = Links().Take(object.get(), nullptr);
         const wp<IBase> who(object);
         for (const Link& link : links)
             link.recipient->serviceDied(link.cookie, who);

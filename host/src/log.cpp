@@ -41,6 +41,19 @@ __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_
     return text;
 }
 
+// Without the line break that some messages end in, and with those inside shown as "\\n".
+std::string OnOneLine(const std::string& message) {
+    std::string line;
+    for (size_t i = 0; i < message.size(); ++i) {
+        if (message[i] != '\n') {
+            line += message[i];
+        } else if (i + 1 < message.size()) {
+            line += "\\n";
+        }
+    }
+    return line;
+}
+
 }  // namespace
 
 void SetLogReceiver(LogReceiver receiver) {
@@ -51,19 +64,24 @@ void SetLogReceiver(LogReceiver receiver) {
 
 }  // namespace host
 
+// A line that there is no memory for is lost: the service does not expect its log to fail.
 extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    std::string message = host::Format(format, arguments);
-    va_end(arguments);
-
-    host::LogState& state = host::State();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    if (state.receiver) {
-        state.receiver(priority, tag, message);
-    } else {
-        if (!message.empty() && message.back() == '\n') message.pop_back();
-        std::fprintf(stderr, "%c %s: %s\n", host::PriorityLetter(priority), tag, message.c_str());
+    int result = 1;
+    try {
+        const std::string message = host::Format(format, arguments);
+        host::LogState& state = host::State();
+        const std::lock_guard<std::mutex> lock(state.mutex);
+        if (state.receiver) {
+            state.receiver(priority, tag, message);
+        } else {
+            std::fprintf(stderr, "%c %s: %s\n", host::PriorityLetter(priority), tag,
+                         host::OnOneLine(message).c_str());
+        }
+    } catch (...) {
+        result = -1;
     }
-    return 1;
+    va_end(arguments);
+    return result;
 }

@@ -26,11 +26,11 @@ RefBase::~RefBase() {
     mRefs->decWeak();
 }
 
-void RefBase::incStrong() const {
+void RefBase::incStrong(const void* /*id*/) const {
     mRefs->mStrong.fetch_add(1, std::memory_order_relaxed);
 }
 
-void RefBase::decStrong() const {
+void RefBase::decStrong(const void* /*id*/) const {
     if (mRefs->mStrong.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 

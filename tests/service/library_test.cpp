@@ -202,6 +202,7 @@ TEST_F(FlowTest, RunsAsTheTranscriptSays) {
             return boolean(loaded->downloadDB(part, number(words.at(4)), number(words.at(5)),
                                               number(words.at(6))));
         }
+        if (step == "references") return std::to_string(client->getStrongCount());
         if (step == "die") {
             host::EndOwnerOf(client);
             return "";
@@ -258,7 +259,17 @@ TEST_F(FlowTest, KeepsOneClientAtATime) {
     service->startLookup(b);
     ask("3");
     ASSERT_TRUE(b->WaitFor(1));
-    host::EndOwnerOf(a);  // A's link from the first start is still there.
+    host::EndOwnerOf(a);  // A's link from the first start is still there; B's goes with it.
+    const auto deaths = [this] {
+        long count = 0;
+        for (const LogLine& line : mLog.Lines()) {
+            if (line.priority == 3) ++count;
+        }
+        return count;
+    };
+    EXPECT_EQ(2, deaths());
+    host::EndOwnerOf(b);
+    EXPECT_EQ(2, deaths());
     ask("4");
     ASSERT_TRUE(mLog.WaitFor(unheard, 2));
     service->startLookup(a);

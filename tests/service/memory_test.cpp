@@ -28,6 +28,8 @@ std::atomic<bool> gAllFail{false};
 std::atomic<size_t> gLargestNew{SIZE_MAX};  // Larger ones fail in operator new.
 std::atomic<bool> gDiskFull{false};
 
+std::atomic<int> gSynchronised{0};  // Files that reached the medium.
+
 bool MayAllocate() {
     return !gAllFail && gAllocationToFail-- != 0;
 }
@@ -44,6 +46,14 @@ void* __wrap_malloc(size_t size);
 void* __wrap_calloc(size_t count, size_t size);
 void* __wrap_realloc(void* memory, size_t size);
 size_t __wrap_fwrite(const void* data, size_t size, size_t count, FILE* file);
+int __real_fsync(int fd);
+int __wrap_fsync(int fd);
+
+int __wrap_fsync(int fd) {
+    const int result = __real_fsync(fd);
+    if (result == 0) ++gSynchronised;
+    return result;
+}
 
 void* __wrap_malloc(size_t size) {
     return MayAllocate() ? __real_malloc(size) : nullptr;
@@ -202,6 +212,19 @@ TEST_F(MemoryTest, AChunkThatCannotBeJoinedFailsTheDownload) {
     const std::vector<std::string> lines = mLog.TakeMessages();
     EXPECT_NE(lines.end(), std::find(lines.begin(), lines.end(), "download DB data lost"));
     EXPECT_FALSE(std::filesystem::exists("offlinetz/lastcombinedTimezonebackup.bin"));
+}
+
+// The backup and the copy of it are on the medium when the installation is done.
+TEST_F(MemoryTest, AnInstallationReachesTheMedium) {
+    WorkerThread worker("OfflinetimezoneThread");
+    worker.CreateThread();
+    gSynchronised = 0;
+    worker.PostDownloadMsg(new MsgData{"", "", SampleDatabase("\"Zone/B\"", 6), DOWNLOAD_START, 0});
+    worker.PostDownloadMsg(new MsgData{"", "", {}, DOWNLOAD_END, 82});
+    worker.PostInjectMsg(new MsgData);
+    worker.ExitThread();
+    EXPECT_EQ(SERVER_STATUS_RUNNING, worker.getServerStatus());
+    EXPECT_EQ(2, gSynchronised);
 }
 
 TEST_F(MemoryTest, AFullDiskShowsInTheLogAndInTheVerification) {

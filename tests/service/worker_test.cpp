@@ -1,9 +1,12 @@
 // The worker by itself, with its classes linked in.
 #include <WorkerThread.h>
 #include <coordinate_text.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <clocale>
 #include <cmath>
@@ -88,9 +91,11 @@ TEST_F(WorkerTest, KeepsTheFirstCallbackUntilItIsCleared) {
 }
 
 TEST_F(WorkerTest, ConvertsCoordinateTextsWithoutTheLocale) {
-    const char* previous = std::setlocale(LC_ALL, nullptr);
-    const std::string saved = previous;
-    std::setlocale(LC_ALL, "de_DE.UTF-8");  // Where it is installed, its decimal point is a comma.
+    // A locale whose decimal point is a comma, made here: few machines have one.
+    ASSERT_EQ(0, std::system("localedef -i de_DE -f UTF-8 ./de_DE.UTF-8 >/dev/null 2>&1"));
+    setenv("LOCPATH", mDirectory.Path().c_str(), 1);
+    ASSERT_NE(nullptr, std::setlocale(LC_ALL, "de_DE.UTF-8"));
+    ASSERT_EQ(1.5f, std::strtof("1,5", nullptr));
     const struct {
         const char* text;
         bool accepted;
@@ -126,7 +131,7 @@ TEST_F(WorkerTest, ConvertsCoordinateTextsWithoutTheLocale) {
             EXPECT_EQ(expected, value) << c.text;
         }
     }
-    std::setlocale(LC_ALL, saved.c_str());
+    std::setlocale(LC_ALL, "C");
 }
 
 // A client that throws, one that calls every method of its own registration, and messages that
@@ -198,19 +203,19 @@ TEST_F(WorkerTest, ALaterCreateThreadLeavesTheDatabaseOpen) {
     EXPECT_EQ("\"Zone/A\"", client->Reports()[1].tzId);
 }
 
-// A version query must not wait behind the verification of a database or its copy.
-TEST_F(WorkerTest, AnswersItsStateWhileItWorks) {
-    // A client that holds the worker in its report until it is told to go on.
-    struct Blocker : Recorder {
-        Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
-                                      const hidl_string& tzId) override {
-            Recorder::timeZoneIdReport(lat, lon, tzId);
-            mGate.wait();
-            return android::hardware::Void();
-        }
-        std::promise<void> mOpen;
-        std::shared_future<void> mGate{mOpen.get_future()};
-    };
+// A client that holds the worker in its report until it is told to go on.
+struct Blocker : Recorder {
+    Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
+                                  const hidl_string& tzId) override {
+        Recorder::timeZoneIdReport(lat, lon, tzId);
+        mGate.wait();
+        return android::hardware::Void();
+    }
+    std::promise<void> mOpen;
+    std::shared_future<void> mGate{mOpen.get_future()};
+};
+
+TEST_F(WorkerTest, CountsAndForgetsWhileItWorks) {
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
     WorkerThread worker("OfflinetimezoneThread");
     const sp<Blocker> client = new Blocker;
@@ -219,14 +224,44 @@ TEST_F(WorkerTest, AnswersItsStateWhileItWorks) {
     worker.PostInitMsg(new MsgData);
     worker.PostMsg(Lookup("1", "2"));
     ASSERT_TRUE(client->WaitFor(1));
-    EXPECT_EQ(5, worker.getDBVersion());
-    EXPECT_EQ(1, worker.getServerStatus());
     worker.PostMsg(Lookup("3", "4"));
     EXPECT_EQ(1u, worker.GetMsgLength());  // The one in hand no longer counts.
     worker.clearCb();
     client->mOpen.set_value();
     worker.ExitThread();
     EXPECT_EQ(1u, client->Reports().size());
+}
+
+// Pipes in the place of the two files hold the worker in a verification and in a copy until
+// someone writes to them: queries of its state must not wait for that.
+TEST_F(WorkerTest, AnswersItsStateDuringVerificationAndCopy) {
+    ASSERT_EQ(0, mkfifo(kActive, 0600));
+    ASSERT_EQ(0, mkfifo("offlinetz/lastcombinedTimezonebackup.bin", 0600));
+    WorkerThread worker("OfflinetimezoneThread");
+    worker.CreateThread();
+    worker.PostInitMsg(new MsgData);
+    // Opening for writing succeeds once the worker waits for the other end.
+    const auto query = [&worker] {
+        auto state = std::async(std::launch::async, [&worker] {
+            return worker.getDBVersion() + worker.getServerStatus();
+        });
+        const bool isReady = state.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+        EXPECT_TRUE(isReady) << "a query waits for the worker";
+        return isReady;
+    };
+    const auto whileItWaits = [&](const char* path) {
+        while (worker.GetMsgLength() > 0)
+            std::this_thread::yield();
+        query();
+        const int fd = open(path, O_WRONLY | O_CLOEXEC);
+        query();
+        unlink(path);
+        close(fd);
+    };
+    whileItWaits(kActive);  // Verification: a pipe has no length and counts as damaged.
+    whileItWaits("offlinetz/lastcombinedTimezonebackup.bin");  // The copy.
+    worker.ExitThread();
+    EXPECT_EQ(SERVER_STATUS_FAILED, worker.getServerStatus());
 }
 
 }  // namespace

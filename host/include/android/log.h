@@ -12,8 +12,8 @@ enum {
     ANDROID_LOG_ERROR = 6,
 };
 
-// Writes one message with its priority and tag to the log; any thread may call. Returns a
-// positive number when the message was written.
+// Writes one message with its priority and tag to the log; any thread may call. Returns 1, or a
+// negative number when the message was lost; never throws.
 int __android_log_print(int priority, const char* tag, const char* format, ...)
         __attribute__((format(printf, 3, 4)));
 

@@ -20,7 +20,9 @@ namespace android::hardware {
 class hidl_string {
   public:
     hidl_string() = default;
-    hidl_string(const char* text) : mText(text) {}  // NOLINT(google-explicit-constructor)
+    // Null is the empty string.
+    hidl_string(const char* text)  // NOLINT(google-explicit-constructor)
+        : mText(text != nullptr ? text : "") {}
     hidl_string(const char* bytes, size_t size) : mText(bytes, size) {}
     hidl_string(std::string text)  // NOLINT(google-explicit-constructor)
         : mText(std::move(text)) {}

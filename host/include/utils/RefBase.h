@@ -28,8 +28,9 @@ class RefBase {
         std::atomic<int32_t> mWeak{1};  // The object itself holds one.
     };
 
-    void incStrong() const;
-    void decStrong() const;
+    // `id` names the holder; it is not looked at.
+    void incStrong(const void* id) const;
+    void decStrong(const void* id) const;
     int32_t getStrongCount() const;
     weakref_type* getWeakRefs() const { return mRefs; }
 
@@ -51,7 +52,7 @@ class sp {
     sp() = default;
     sp(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): as the platform has it.
     sp(T* object) : mObject(object) {  // NOLINT(google-explicit-constructor)
-        if (mObject != nullptr) mObject->incStrong();
+        if (mObject != nullptr) mObject->incStrong(this);
     }
     sp(const sp& other) : sp(other.mObject) {}
     sp(sp&& other) noexcept : mObject(other.mObject) { other.mObject = nullptr; }
@@ -67,7 +68,7 @@ class sp {
     void clear() {
         T* object = mObject;
         mObject = nullptr;
-        if (object != nullptr) object->decStrong();
+        if (object != nullptr) object->decStrong(this);
     }
 
     T* get() const { return mObject; }
@@ -109,7 +110,7 @@ class wp {
         return *this;
     }
 
-    // A strong reference, empty once the object is gone.
+    // A strong reference, empty before the object has its first one and once it is gone.
     sp<T> promote() const {
         sp<T> strong;
         if (mRefs != nullptr && mRefs->attemptIncStrong()) strong.mObject = mObject;

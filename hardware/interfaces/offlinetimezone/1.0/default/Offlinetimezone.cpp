@@ -30,9 +30,47 @@ constexpr uint64_t kDeathCookie = 99;
 
 }  // namespace
 
-// Destroyed in reverse order: the callback first, then the worker, which ends its thread.
+namespace {
+
+// The callback of the latest client. Emptied when the library goes, under the lock, because the
+// worker still runs then and a client may register from inside its report; from then on it stays
+// empty. Its storage is never destroyed before the worker has ended.
+class ClientSlot {
+  public:
+    // All with registrationMutex held.
+    sp<IOfflinetimezoneCallback> Exchange(const sp<IOfflinetimezoneCallback>& callback) {
+        if (mIsClosed) return nullptr;
+        sp<IOfflinetimezoneCallback> previous = callback;
+        std::swap(mCallback, previous);
+        return previous;
+    }
+    const sp<IOfflinetimezoneCallback>& Get() const { return mCallback; }
+    sp<IOfflinetimezoneCallback> Close() {
+        sp<IOfflinetimezoneCallback> last = Exchange(nullptr);
+        mIsClosed = true;
+        return last;
+    }
+
+  private:
+    sp<IOfflinetimezoneCallback> mCallback;
+    bool mIsClosed = false;
+};
+
+struct ClientSlotCloser {
+    ClientSlot& slot;
+    ~ClientSlotCloser() {
+        sp<IOfflinetimezoneCallback> last;  // Released after the lock.
+        const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
+        last = slot.Close();
+    }
+};
+
+}  // namespace
+
+// Destroyed in reverse order: the client's callback is dropped, then the worker ends its thread.
+ClientSlot clientCallback;  // Guarded by registrationMutex.
 WorkerThread lookupThread("OfflinetimezoneThread");
-sp<IOfflinetimezoneCallback> clientCallback;  // Guarded by registrationMutex.
+ClientSlotCloser clientCallbackCloser{clientCallback};
 
 Offlinetimezone* Offlinetimezone::sInstance = nullptr;
 
@@ -45,7 +83,11 @@ Offlinetimezone* Offlinetimezone::getInstance() {
 Offlinetimezone::Offlinetimezone() {
     LOG(ANDROID_LOG_ERROR, "Offlinetimezone init !");
     lookupThread.CreateThread();
+    // Until the recipient holds its reference this object has no other: one more keeps it from
+    // being deleted in here if the recipient cannot be made. It is then dropped with the object.
+    incStrong(this);
     mDeathRecipient = new DeathRecipient(this);
+    decStrong(this);
 }
 
 Offlinetimezone::~Offlinetimezone() {
@@ -59,14 +101,17 @@ Return<bool> Offlinetimezone::startLookup(const sp<IOfflinetimezoneCallback>& ca
     {
         // What was registered before is released after the lock: it may be the last reference.
         sp<IOfflinetimezoneCallback> previous = callback;
-        sp<IOfflinetimezoneCallback> previousClient = callback;
+        sp<IOfflinetimezoneCallback> previousClient;
         const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
         std::swap(mCallback, previous);
-        std::swap(clientCallback, previousClient);
+        previousClient = clientCallback.Exchange(callback);
         lookupThread.registerCb(mCallback);
     }
-    // A call into the client's object, so outside the lock.
-    callback->linkToDeath(mDeathRecipient, kDeathCookie);
+    // A call into the client's object, so outside the lock; its outcome changes nothing.
+    try {
+        static_cast<void>(callback->linkToDeath(mDeathRecipient, kDeathCookie).isOk());
+    } catch (...) {
+    }
     lookupThread.PostInitMsg(new MsgData);
     return true;
 }
@@ -84,8 +129,8 @@ Return<bool> Offlinetimezone::Lookup(const hidl_string& lat, const hidl_string& 
     LOG(ANDROID_LOG_INFO, "lookup Lat : %s , Lon : %s pid : %d starttime: %ld!", lat.c_str(),
         lon.c_str(), getpid(), static_cast<long>(now.tv_sec));
     auto data = std::make_unique<MsgData>();
-    data->lat = lat;
-    data->lon = lon;
+    data->lat.assign(lat.c_str(), lat.size());
+    data->lon.assign(lon.c_str(), lon.size());
     lookupThread.PostMsg(data.release());
     return false;
 }
@@ -131,15 +176,23 @@ void Offlinetimezone::DeathRecipient::serviceDied(uint64_t cookie, const wp<IBas
     LOG(ANDROID_LOG_DEBUG, "%s service died. cookie: %llu, who: %p", __func__,
         static_cast<unsigned long long>(cookie), static_cast<const void*>(&who));
     sp<IOfflinetimezoneCallback> client;
-    sp<IOfflinetimezoneCallback> registered;
     {
-        // Both references are kept until after the lock: they may be the last ones.
         const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
-        std::swap(clientCallback, client);
-        registered = lookupThread.registeredCb();
-        lookupThread.clearCb();
+        client = clientCallback.Get();
     }
-    if (client != nullptr) client->unlinkToDeath(this);
+    // A call into the client's object, so outside the lock. First the link goes, then the
+    // registration: a client that registers in between ends up linked and unregistered, never
+    // registered with its death unnoticed.
+    try {
+        if (client != nullptr) static_cast<void>(client->unlinkToDeath(this).isOk());
+    } catch (...) {
+    }
+    // What is dropped is released after the lock: it may be the last reference.
+    sp<IOfflinetimezoneCallback> dropped;
+    const sp<IOfflinetimezoneCallback> registered = lookupThread.registeredCb();
+    const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
+    dropped = clientCallback.Exchange(nullptr);
+    lookupThread.clearCb();
 }
 
 Return<void> OfflinetimezoneCallback::timeZoneIdReport(const hidl_string&, const hidl_string&,
@@ -149,8 +202,7 @@ Return<void> OfflinetimezoneCallback::timeZoneIdReport(const hidl_string&, const
 
 }  // namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation
 
-extern "C" __attribute__((visibility("default")))
-vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone*
+extern "C" vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone*
 HIDL_FETCH_IOfflinetimezone(const char* /*name*/) {
     using vendor::quor::hardware::offlinetimezone::V1_0::implementation::Offlinetimezone;
     __android_log_print(ANDROID_LOG_ERROR, "OfflinetimezoneService",

@@ -64,3 +64,9 @@ class __attribute__((visibility("default"))) OfflinetimezoneCallback
 };
 
 }  // namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation
+
+// The library's entry: a new service object, which the caller holds through a strong reference,
+// or null when the service cannot run. `name` is not looked at.
+extern "C" __attribute__((
+        visibility("default"))) ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone*
+HIDL_FETCH_IOfflinetimezone(const char* name);

@@ -79,6 +79,10 @@ void WorkerThread::ExitThread() {
         thread = mThread.get();
     }
     if (thread == nullptr) return;
+    if (thread->get_id() == std::this_thread::get_id()) {
+        thread->detach();
+        return;
+    }
     Post(MSG_EXIT_THREAD, nullptr);
     thread->join();
     const std::lock_guard<std::mutex> lock(mMutex);
@@ -230,7 +234,7 @@ void WorkerThread::HandleLookup(const MsgData& data) {
     LOG("MsgData : Lat : %s Lon : %s ", data.lat.c_str(), data.lon.c_str());
     if (mDbOpen == 0) {
         LOG("This server is not supported anyway!");
-        Report(data, kNotSupported);
+        Report(registeredCb(), data, kNotSupported);
         return;
     }
     float lat;
@@ -244,20 +248,19 @@ void WorkerThread::HandleLookup(const MsgData& data) {
         answer = found != nullptr ? found.get() : kMallocFailed;
     }
     LOG("start to call back from hidl");
-    if (registeredCb() == nullptr) {
-        LOG("mCb is null,please check if server dead");
-        return;
-    }
-    Report(data, answer);
+    const sp<IOfflinetimezoneCallback> callback = registeredCb();
+    if (callback == nullptr) LOG("mCb is null,please check if server dead");
+    Report(callback, data, answer);
 }
 
-// Calls the registered client, if there is one, with a reference of the worker's own and no lock
-// held.
-void WorkerThread::Report(const MsgData& request, const char* tzId) {
-    const sp<IOfflinetimezoneCallback> callback = registeredCb();
+// Calls the client, if there is one, with a reference of the worker's own and no lock held.
+void WorkerThread::Report(const sp<IOfflinetimezoneCallback>& callback, const MsgData& request,
+                          const char* tzId) {
     if (callback == nullptr) return;
     try {
-        callback->timeZoneIdReport(request.lat, request.lon, tzId);
+        // Whether the report got through is looked at, as the runtime demands, and changes
+        // nothing.
+        static_cast<void>(callback->timeZoneIdReport(request.lat, request.lon, tzId).isOk());
     } catch (...) {
         // A client in this process threw; its trouble must not end the worker.
     }

@@ -68,7 +68,7 @@ enum DownloadState : int32_t {
 // that the front can hold it around registerCb. No client code runs under it.
 inline std::recursive_mutex registrationMutex;
 
-// Any thread may call the public operations, unless they say otherwise.
+// Any thread may call the public operations, at any time, unless they say otherwise.
 class WorkerThread {
   public:
     // `threadName` must outlive the object. Starts no thread.
@@ -85,8 +85,10 @@ class WorkerThread {
     // everything as it was.
     bool CreateThread();
 
-    // Lets everything posted so far be handled, discards what is posted later, and waits for the
-    // thread to end. Does nothing without one. Not to be called on the worker's thread.
+    // Lets everything posted so far be handled and waits for the thread to end; what is posted
+    // before it has ended is discarded, what comes later stays in the queue. Does nothing without
+    // a thread. No other ExitThread or CreateThread may be going on. On the worker's own thread,
+    // where a client may have ended the process from its report, it lets the thread go instead.
     void ExitThread();
 
     // Post one message and return at once. `data` must not be null and belongs to the worker.
@@ -128,7 +130,8 @@ class WorkerThread {
     void HandleDownload(const MsgData& data);
     void HandleInject();
 
-    void Report(const MsgData& request, const char* tzId);
+    static void Report(const ::android::sp<IOfflinetimezoneCallback>& callback,
+                       const MsgData& request, const char* tzId);
     void ResetDownload();
     void WriteBackup();
 

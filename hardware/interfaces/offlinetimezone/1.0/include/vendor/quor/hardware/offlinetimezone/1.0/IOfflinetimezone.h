@@ -28,8 +28,3 @@ struct IOfflinetimezone : public ::android::hidl::base::V1_0::IBase {
 };
 
 }  // namespace vendor::quor::hardware::offlinetimezone::V1_0
-
-// The library's entry: a new service object, which the caller holds through a strong reference,
-// or null when the service cannot run. `name` is not looked at.
-extern "C" ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone*
-HIDL_FETCH_IOfflinetimezone(const char* name);
