@@ -19,15 +19,19 @@ namespace {
 
 const char kDirectory[] = "/data/offlinetz";
 
-// The device's directory, if this machine has none of its own and lets it be made.
+// The device's directory, if this machine has none of its own and lets it be made. A mark in it
+// tells one that a test left behind.
 class DeviceDirectory {
   public:
     DeviceDirectory() {
         std::error_code error;
+        const fs::path mark = fs::path(kDirectory) / "made-by-a-test";
+        if (fs::exists(mark, error)) fs::remove_all(kDirectory, error);
         if (fs::exists(kDirectory, error) || error) return;
         mMadeParent = !fs::exists("/data");
         fs::create_directories(kDirectory, error);
         mMade = !error;
+        if (mMade) WriteFile(mark, {});
     }
     ~DeviceDirectory() {
         std::error_code ignored;

@@ -28,10 +28,6 @@ constexpr uint64_t kDeathCookie = 99;
 
 #define LOG(priority, ...) __android_log_print(priority, kTag, __VA_ARGS__)
 
-}  // namespace
-
-namespace {
-
 // The callback of the latest client. Emptied when the library goes, under the lock, because the
 // worker still runs then and a client may register from inside its report; from then on it stays
 // empty. Its storage is never destroyed before the worker has ended.
