@@ -97,46 +97,33 @@ TEST_F(WorkerTest, ConvertsCoordinateTextsWithoutTheLocale) {
     setenv("LOCPATH", mDirectory.Path().c_str(), 1);
     ASSERT_NE(nullptr, std::setlocale(LC_ALL, "de_DE.UTF-8"));
     ASSERT_EQ(1.5f, std::strtof("1,5", nullptr));
-    const struct {
-        const char* text;
-        bool accepted;
-        float value;
-    } cases[] = {
-            {"12.5abc", true, 12.5f},
-            {" 40", true, 40.0f},
-            {"\t\n-7.25e1x", true, -72.5f},
-            {"+.5", true, 0.5f},
-            {"0x1.8p1", true, 3.0f},
-            {"12,5", true, 12.0f},
-            {"1e-60", true, 0.0f},
-            {"1e-40", true, 1e-40f},
-            {"inf", true, INFINITY},
-            {"-Infinity", true, -INFINITY},
-            {"nan", true, NAN},
-            {"", false, 0},
-            {"abc", false, 0},
-            {"-", false, 0},
-            {" ", false, 0},
-            {"1e39", false, 0},
-            {"-1e400", false, 0},
-            {"e5", false, 0},
-            {"3.4028235e38", true, 3.4028235e38f},
-    };
-    for (const auto& c : cases) {
-        float value = 77.0f;
-        EXPECT_EQ(c.accepted, ParseCoordinate(c.text, &value)) << c.text;
-        const float expected = c.accepted ? c.value : 77.0f;
-        if (std::isnan(expected)) {
-            EXPECT_TRUE(std::isnan(value)) << c.text;
-        } else {
-            EXPECT_EQ(expected, value) << c.text;
-        }
+    const std::pair<const char*, float> accepted[] = {{"12.5abc", 12.5f},
+                                                      {" 40", 40.0f},
+                                                      {"\t\n-7.25e1x", -72.5f},
+                                                      {"+.5", 0.5f},
+                                                      {"0x1.8p1", 3.0f},
+                                                      {"12,5", 12.0f},
+                                                      {"1e-60", 0.0f},
+                                                      {"1e-40", 1e-40f},
+                                                      {"inf", INFINITY},
+                                                      {"-Infinity", -INFINITY},
+                                                      {"3.4028235e38", 3.4028235e38f}};
+    float value = 77.0f;
+    for (const auto& [text, expected] : accepted) {
+        EXPECT_TRUE(ParseCoordinate(text, &value)) << text;
+        EXPECT_EQ(expected, value) << text;
+    }
+    EXPECT_TRUE(ParseCoordinate("nan", &value) && std::isnan(value));
+    value = 77.0f;
+    for (const char* text : {"", "abc", "-", " ", "1e39", "-1e400", "e5"}) {
+        EXPECT_FALSE(ParseCoordinate(text, &value)) << text;
+        EXPECT_EQ(77.0f, value) << text;
     }
     std::setlocale(LC_ALL, "C");
 }
 
-// A client that throws, one that calls every method of its own registration, and messages that
-// make no sense: the next message is handled all the same.
+// A client that throws from every report, and texts that make no sense: the next message is
+// handled all the same.
 TEST_F(WorkerTest, SurvivesItsClients) {
     struct Thrower : Recorder {
         Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
