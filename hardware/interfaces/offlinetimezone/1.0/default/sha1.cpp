@@ -21,27 +21,40 @@ void StoreBigEndian(uint32_t word, uint8_t* bytes) {
         bytes[i] = static_cast<uint8_t>(word >> (24 - 8 * i));
 }
 
-// One stage of 20 steps; `f` and `k` are the stage's logical function and constant.
+// One step. The five working variables stay where they are; each step's caller names them one
+// place further on instead of moving them.
 template <typename Function>
-inline void Stage(const uint32_t* schedule, uint32_t k, Function f, uint32_t (&v)[5]) {
-    for (int t = 0; t < 20; ++t) {
-        const uint32_t temp = RotateLeft(v[0], 5) + f(v[1], v[2], v[3]) + v[4] + schedule[t] + k;
-        v[4] = v[3];
-        v[3] = v[2];
-        v[2] = RotateLeft(v[1], 30);
-        v[1] = v[0];
-        v[0] = temp;
+inline void Step(uint32_t a, uint32_t& b, uint32_t c, uint32_t d, uint32_t& e, Function f,
+                 uint32_t word) {
+    e += RotateLeft(a, 5) + f(b, c, d) + word;
+    b = RotateLeft(b, 30);
+}
+
+// Word t of the schedule, made in place from the sixteen before it.
+inline uint32_t ScheduleWord(uint32_t (&w)[16], int t) {
+    if (t >= 16) {
+        w[t & 15] = RotateLeft(w[(t + 13) & 15] ^ w[(t + 8) & 15] ^ w[(t + 2) & 15] ^ w[t & 15], 1);
+    }
+    return w[t & 15];
+}
+
+// The 20 steps from `first` on; `f` and `k` are their logical function and constant.
+template <typename Function>
+inline void Stage(int first, uint32_t k, Function f, uint32_t (&w)[16], uint32_t (&v)[5]) {
+    for (int t = first; t < first + 20; t += 5) {
+        Step(v[0], v[1], v[2], v[3], v[4], f, ScheduleWord(w, t) + k);
+        Step(v[4], v[0], v[1], v[2], v[3], f, ScheduleWord(w, t + 1) + k);
+        Step(v[3], v[4], v[0], v[1], v[2], f, ScheduleWord(w, t + 2) + k);
+        Step(v[2], v[3], v[4], v[0], v[1], f, ScheduleWord(w, t + 3) + k);
+        Step(v[1], v[2], v[3], v[4], v[0], f, ScheduleWord(w, t + 4) + k);
     }
 }
 
 // The compression function over one 64-byte block.
 void Compress(uint32_t* hash, const uint8_t* block) {
-    uint32_t w[80];
+    uint32_t w[16];
     for (int t = 0; t < 16; ++t)
         w[t] = LoadBigEndian(block + 4 * t);
-    for (int t = 16; t < 80; ++t) {
-        w[t] = RotateLeft(w[t - 3] ^ w[t - 8] ^ w[t - 14] ^ w[t - 16], 1);
-    }
 
     const auto choose = [](uint32_t b, uint32_t c, uint32_t d) { return (b & c) | (~b & d); };
     const auto parity = [](uint32_t b, uint32_t c, uint32_t d) { return b ^ c ^ d; };
@@ -50,10 +63,10 @@ void Compress(uint32_t* hash, const uint8_t* block) {
     };
     uint32_t v[5];
     std::memcpy(v, hash, sizeof v);
-    Stage(w, 0x5A827999u, choose, v);
-    Stage(w + 20, 0x6ED9EBA1u, parity, v);
-    Stage(w + 40, 0x8F1BBCDCu, majority, v);
-    Stage(w + 60, 0xCA62C1D6u, parity, v);
+    Stage(0, 0x5A827999u, choose, w, v);
+    Stage(20, 0x6ED9EBA1u, parity, w, v);
+    Stage(40, 0x8F1BBCDCu, majority, w, v);
+    Stage(60, 0xCA62C1D6u, parity, w, v);
     for (int i = 0; i < 5; ++i)
         hash[i] += v[i];
 }
