@@ -5,7 +5,9 @@
 #include <sys/resource.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -98,7 +100,7 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
             ->check(CLI::Range(0.0, 100000.0))
             ->check(CLI::Validator(
                     [](const std::string& text) {
-                        return text.find_first_of("nN") == std::string::npos
+                        return !std::isnan(std::strtod(text.c_str(), nullptr))
                                        ? std::string()
                                        : "not a number of metres: " + text;
                     },
@@ -110,9 +112,9 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
             ->check(CLI::Validator(
                     [](const std::string& text) {
                         // Pieces of fewer points would mostly hold the corners of their boxes.
-                        return text == "0" || text.size() >= 3
-                                       ? std::string()
-                                       : "neither 0 nor at least 100: " + text;
+                        const unsigned long points = std::strtoul(text.c_str(), nullptr, 10);
+                        return points == 0 || points >= 100 ? std::string()
+                                                            : "neither 0 nor at least 100: " + text;
                     },
                     ""))
             ->capture_default_str();

@@ -68,7 +68,8 @@ std::vector<std::string> SplitIdentifiers(const std::string& raw) {
     return identifiers;
 }
 
-// A lower bound: the database counts a degree of longitude like one of latitude.
+// About: the database counts a degree of longitude like one of latitude, so a border to the north
+// or south is further away than this says.
 double BorderKilometres(const PointText& point, float degrees) {
     return static_cast<double>(degrees) * kKilometresPerDegree *
            std::cos(point.lat / kDegreesPerRadian);
@@ -80,8 +81,8 @@ std::string FormatText(const LookupOptions& options, const PointText& point, con
                                : fmt::format("{}", fmt::join(SplitIdentifiers(answer.raw), " "));
     if (options.distance) {
         text += answer.borderDegrees > kNoBorderDegrees
-                        ? "\tno border near"
-                        : fmt::format("\tborder at least {:.2f} km away",
+                        ? "\tno border looked at"
+                        : fmt::format("\tnearest border looked at: {:.2f} km",
                                       BorderKilometres(point, answer.borderDegrees));
     }
     return text;
@@ -163,7 +164,8 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
     command->add_flag("--json", options->json, "One JSON object a line");
     command->add_flag("--raw", options->raw, "The exact text that a client of the service gets");
     command->add_flag("--distance", options->distance,
-                      "Also how far the nearest border is at least");
+                      "Also how far the nearest border is that the lookup looked at: not those of "
+                      "islands, enclaves and coasts whose box does not hold the point");
     command->add_flag("--verbose", options->verbose, "The service's log on standard error");
     command->footer(
             "Lines hold a latitude and a longitude with blanks or a comma between them. "

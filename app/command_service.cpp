@@ -71,6 +71,7 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
     const std::unique_ptr<ServiceClient> service = StartService(options);
     std::string line;
     for (size_t number = 1; std::getline(std::cin, line); ++number) {
+        if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
         try {
             const PointText point = ParsePointLine(line);
             PrintAnswer(fmt::format("{} {}\t", point.latText, point.lonText),
@@ -79,6 +80,9 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
             std::fprintf(stderr, "offlinetz: line %zu: %s\n", number, error.what());
             exitCode = kExitFailed;
         }
+    }
+    if (std::cin.bad() || std::ferror(stdin) != 0) {
+        throw std::runtime_error("standard input cannot be read");
     }
     return exitCode;
 }

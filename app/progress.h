@@ -1,4 +1,5 @@
-// Progress of long work, shown on a terminal only.
+// Progress of long work, shown on a terminal only. Written here because Debian has no C++ library
+// for it.
 #pragma once
 
 #include <cstddef>

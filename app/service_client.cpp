@@ -59,11 +59,12 @@ class ServiceClient::Callback : public IOfflinetimezoneCallback {
 };
 
 ServiceClient::ServiceClient(const std::string& path) : mCallback(new Callback) {
-    mLibrary = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (mLibrary == nullptr) throw std::runtime_error(dlerror());
+    // Never unloaded: the service object lives as long as the process.
+    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) throw std::runtime_error(dlerror());
     using Fetch =
             ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone* (*)(const char*);
-    const auto fetch = reinterpret_cast<Fetch>(dlsym(mLibrary, "HIDL_FETCH_IOfflinetimezone"));
+    const auto fetch = reinterpret_cast<Fetch>(dlsym(library, "HIDL_FETCH_IOfflinetimezone"));
     if (fetch == nullptr) throw std::runtime_error(path + ": has no service in it");
     mService = fetch("default");
     if (mService == nullptr) throw std::runtime_error(path + ": the service cannot run");
@@ -82,7 +83,6 @@ ServiceClient::ServiceClient(const std::string& path) : mCallback(new Callback) 
     }
 }
 
-// The library stays loaded: its service object lives as long as the process.
 ServiceClient::~ServiceClient() {
     if (mService != nullptr) mService->stopLookup(mCallback);
 }

@@ -43,7 +43,6 @@ class ServiceClient {
   private:
     class Callback;
 
-    void* mLibrary = nullptr;
     ::android::sp<::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone> mService;
     ::android::sp<Callback> mCallback;
 };

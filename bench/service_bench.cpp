@@ -48,7 +48,6 @@ class Counter : public IOfflinetimezoneCallback {
         std::unique_lock<std::mutex> lock(mMutex);
         mChanged.wait(lock, [&] { return mReports >= count; });
     }
-    size_t Expected = 0;
 
   private:
     std::mutex mMutex;
@@ -57,6 +56,7 @@ class Counter : public IOfflinetimezoneCallback {
 };
 
 sp<Counter> gClient;
+size_t gExpected = 0;  // Reports asked for so far.
 
 void BareReader(benchmark::State& state) {
     ZDDatabase* database = ZDOpenDatabase(OFFLINETZ_WORLD_DATABASE);
@@ -76,7 +76,7 @@ void ServiceInBulk(benchmark::State& state) {
     for (auto _ : state) {
         for (const Point& p : gPoints)
             gService->Lookup(p.lat, p.lon);
-        gClient->WaitFor(gClient->Expected += gPoints.size());
+        gClient->WaitFor(gExpected += gPoints.size());
     }
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(gPoints.size()));
 }
@@ -86,7 +86,7 @@ void ServiceOneByOne(benchmark::State& state) {
     for (auto _ : state) {
         for (const Point& p : gPoints) {
             gService->Lookup(p.lat, p.lon);
-            gClient->WaitFor(++gClient->Expected);
+            gClient->WaitFor(++gExpected);
         }
     }
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(gPoints.size()));

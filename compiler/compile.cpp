@@ -1,5 +1,7 @@
 #include "compile.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <filesystem>
 #include <stdexcept>
@@ -31,7 +33,8 @@ void CountRings(const std::vector<ZoneRings>& zones, size_t* rings, size_t* poin
     }
 }
 
-std::vector<ZoneRings> DrawOnGrid(const Source& source, const Grid& grid, double tolerance,
+std::vector<ZoneRings> DrawOnGrid(const std::vector<std::string>& inputs, const Source& source,
+                                  const Grid& grid, double tolerance,
                                   const CompileListener& listener, CompileSummary* summary) {
     std::vector<ZoneRings> zones;
     for (const Zone& zone : source.zones) {
@@ -48,7 +51,8 @@ std::vector<ZoneRings> DrawOnGrid(const Source& source, const Grid& grid, double
     CountRings(zones, &summary->rings, &summary->pointsOut);
     for (size_t i = 0; i < zones.size(); ++i) {
         if (zones[i].empty()) {
-            throw InputError(source.zones[i].tzid + ": vanishes on a grid this coarse");
+            throw InputError(fmt::format("{}: {} vanishes on a grid this coarse",
+                                         fmt::join(inputs, ", "), source.zones[i].tzid));
         }
     }
     return zones;
@@ -75,7 +79,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     summary.pointsIn = source.points;
 
     std::vector<ZoneRings> zones =
-            DrawOnGrid(source, grid, options.toleranceMetres, listener, &summary);
+            DrawOnGrid(options.inputs, source, grid, options.toleranceMetres, listener, &summary);
 
     listener.progress("cutting", 0, 0);
     DatabaseContent content;

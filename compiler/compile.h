@@ -13,20 +13,20 @@
 
 namespace offlinetz {
 
-// Measured on the world database (bench/): fewer points a piece make the box table longer, more
-// make the rings longer, and both are read on every lookup.
+// Measured (docs/format.md): fewer points a piece make the box table longer, more make the rings
+// longer, and both are read on every lookup.
 constexpr size_t kDefaultMaxRingPoints = 2000;
 
 struct CompileOptions {
     std::vector<std::string> inputs;
     std::string output;
-    int version = 1;  // 0 to 255.
-    std::string notice;
-    int precision = 21;                            // What the nautical fallback fits.
+    int version = 1;                               // 0 to 255.
+    std::string notice;                            // Up to kMaxStringLength bytes.
+    int precision = 21;                            // As Grid takes it; 21 fits the fallback at sea.
     double toleranceMetres = 20.0;                 // 0: keep every bend.
     size_t maxRingPoints = kDefaultMaxRingPoints;  // 0: keep rings whole.
     bool bareIdentifiers = false;                  // Without the double quotes at both ends.
-    size_t selfCheckPoints = 0;
+    size_t selfCheckPoints = 0;                    // 0: no self-check.
 };
 
 struct CompileSummary {
@@ -51,8 +51,8 @@ struct CompileListener {
     std::function<void(const std::string& line)> warn;
     // A step's name, the parts done and in all (0: not known).
     std::function<void(const char* step, size_t done, size_t all)> progress;
-    // Opens the new database for the self-check: ZDOpenDatabase, whose line on standard output
-    // the program may want elsewhere.
+    // Opens the new database for the self-check, which closes it: ZDOpenDatabase, whose line on
+    // standard output the program may want elsewhere.
     std::function<ZDDatabase*(const std::string& path)> open = [](const std::string& path) {
         return ZDOpenDatabase(path.c_str());
     };

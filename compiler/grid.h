@@ -44,12 +44,20 @@ struct GridBox {
 // The smallest box around a ring's points; the ring must not be empty.
 GridBox BoxOf(const GridRing& ring);
 
-// Twice the cross product of a->b and a->c over the plane (lon, lat): positive when c lies left
-// of the line from a to b. Exact for the coordinates of every precision that Grid accepts.
+// The cross product of a->b and a->c over the plane (lon, lat): positive when c lies left of the
+// line from a to b. Exact for the coordinates of every precision that Grid accepts.
 int64_t Cross(const GridPoint& a, const GridPoint& b, const GridPoint& c);
 
 // Twice the signed area: negative for a clockwise ring.
 int64_t DoubleArea(const GridRing& ring);
+
+// The square cell of 2^kCellShift units that a point lies in, as a key that sorts by row, then
+// column: for finding what lies near.
+constexpr int kCellShift = 6;
+inline uint64_t CellKey(int32_t row, int32_t column) {
+    return (uint64_t{static_cast<uint32_t>(row) ^ 0x80000000u} << 32) |
+           (static_cast<uint32_t>(column) ^ 0x80000000u);
+}
 
 // The reader tests a point against boxes where it is, but against rings this many longitude units
 // further west. Rings are stored that much further west, so that the shift vanishes.
@@ -58,8 +66,7 @@ constexpr int32_t kReaderShift = 3;
 class Grid {
   public:
     static constexpr int kMinPrecision = 8;
-    static constexpr int kMaxPrecision =
-            23;  // A finer grid exceeds what the reader's floats resolve.
+    static constexpr int kMaxPrecision = 23;  // The reader's floats resolve no finer grid.
 
     // `precision` from kMinPrecision to kMaxPrecision.
     explicit Grid(int precision) : mPrecision(precision), mScale(int32_t{1} << (precision - 1)) {}

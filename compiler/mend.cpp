@@ -11,8 +11,6 @@ namespace offlinetz {
 namespace {
 
 constexpr int kMaxRounds = 50;
-constexpr int kCellShift = 6;  // Edges are compared within cells of 64 units.
-
 // The use of an undirected edge (a < b) by one zone.
 struct EdgeUse {
     GridPoint a;
@@ -98,11 +96,6 @@ struct CellEntry {
         return x.cell != y.cell ? x.cell < y.cell : x.segment < y.segment;
     }
 };
-
-uint64_t CellKey(int32_t row, int32_t column) {
-    return (uint64_t{static_cast<uint32_t>(row) ^ 0x80000000u} << 32) |
-           (static_cast<uint32_t>(column) ^ 0x80000000u);
-}
 
 // Enters a segment in every cell that it may touch, row by row.
 void EnterCells(const Segment& s, uint32_t index, std::vector<CellEntry>* entries) {

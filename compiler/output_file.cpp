@@ -46,8 +46,9 @@ void SynchroniseDirectoryOf(const std::string& path) {
 std::string TargetOf(const std::string& path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
-        if (errno == ENOENT) return path;
-        Fail(path);
+        struct stat link = {};
+        if (errno != ENOENT || lstat(path.c_str(), &link) == 0) Fail(path);  // A link to nothing.
+        return path;
     }
     if (!S_ISREG(status.st_mode)) {
         throw std::system_error(std::make_error_code(std::errc::invalid_argument),

@@ -29,7 +29,7 @@ class SourceLookup {
     // or for an unknown zone.
     double MetresToBorder(double lat, double lon, const std::string& tzid, double within) const;
 
-    // A point within `metres` of a border, by three numbers from 0 to 1 (1 excluded).
+    // A point within `metres` of a border, by four numbers from 0 to 1 (1 excluded).
     void PointNearBorder(double metres, const double (&random)[4], double* lat, double* lon) const;
 
   private:

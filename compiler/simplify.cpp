@@ -80,8 +80,6 @@ class Simplifier {
     double GreatestDistance() const { return std::sqrt(mGreatestSquared); }
 
   private:
-    static constexpr int kCellShift = 6;
-
     struct CellVertex {
         uint64_t cell;
         VertexId vertex;
@@ -99,11 +97,6 @@ class Simplifier {
 
     const GridPoint& PointAt(const Stretch& stretch, size_t position) const {
         return mVertices.At(mArcs[stretch.arc][position]);
-    }
-
-    static uint64_t CellKey(int32_t row, int32_t column) {
-        return (uint64_t{static_cast<uint32_t>(row) ^ 0x80000000u} << 32) |
-               (static_cast<uint32_t>(column) ^ 0x80000000u);
     }
 
     void IndexCells() {

@@ -290,12 +290,14 @@ Source ReadSource(const std::vector<std::string>& paths,
     for (auto& [tzid, polygons] : parts) {
         GeometryPtr area = polygons.empty() ? nullptr : Unite(std::move(polygons), tzid);
         if (area == nullptr || GEOSisEmpty(area.get()) == 1) {
-            throw InputError(tzid + ": has no area");
+            throw InputError(fmt::format("{}: {} has no area", fmt::join(paths, ", "), tzid));
         }
         source.zones.push_back({tzid, std::move(area)});
         progress("uniting", ++done, parts.size());
     }
-    if (source.zones.empty()) throw InputError("the input holds no land zone");
+    if (source.zones.empty()) {
+        throw InputError(fmt::format("{}: no land zone in it", fmt::join(paths, ", ")));
+    }
     return source;
 }
 

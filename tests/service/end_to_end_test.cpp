@@ -35,7 +35,8 @@ class DeviceDirectory {
     }
     ~DeviceDirectory() {
         std::error_code ignored;
-        if (mMade) fs::remove_all(mMadeParent ? "/data" : kDirectory, ignored);
+        if (mMade) fs::remove_all(kDirectory, ignored);
+        if (mMadeParent) fs::remove("/data", ignored);  // If it is empty.
     }
     bool IsMade() const { return mMade; }
 

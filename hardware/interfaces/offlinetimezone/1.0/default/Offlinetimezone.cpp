@@ -183,7 +183,8 @@ void Offlinetimezone::DeathRecipient::serviceDied(uint64_t cookie, const wp<IBas
         if (client != nullptr) static_cast<void>(client->unlinkToDeath(this).isOk());
     } catch (...) {
     }
-    // What is dropped is released after the lock: it may be the last reference.
+    // What is dropped is released after the lock: it may be the last reference. `registered` is
+    // there to outlast clearCb.
     sp<IOfflinetimezoneCallback> dropped;
     const sp<IOfflinetimezoneCallback> registered = lookupThread.registeredCb();
     const std::lock_guard<std::recursive_mutex> lock(registrationMutex);

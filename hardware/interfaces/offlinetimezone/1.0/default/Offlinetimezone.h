@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+#include "export.h"
+
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
 
 // Turns each request into a message for the one worker and returns at once. Any thread may call.
@@ -15,7 +17,7 @@ namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
 class Offlinetimezone : public IOfflinetimezone {
   public:
     // The one object that a host process may share, made by the first call.
-    __attribute__((visibility("default"))) static Offlinetimezone* getInstance();
+    OFFLINETZ_EXPORT static Offlinetimezone* getInstance();
 
     // Starts the worker. Throws std::system_error when its thread cannot start.
     Offlinetimezone();
@@ -54,8 +56,7 @@ class Offlinetimezone : public IOfflinetimezone {
 };
 
 // A callback that ignores its reports, for clients in the same process to derive from.
-class __attribute__((visibility("default"))) OfflinetimezoneCallback
-    : public IOfflinetimezoneCallback {
+class OFFLINETZ_EXPORT OfflinetimezoneCallback : public IOfflinetimezoneCallback {
   public:
     ::android::hardware::Return<void> timeZoneIdReport(
             const ::android::hardware::hidl_string& lat,

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "LookupInterface.h"
+#include "export.h"
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
 
@@ -135,18 +136,19 @@ class WorkerThread {
     void ResetDownload();
     void WriteBackup();
 
-    // Written by the worker alone; the status is read by any thread.
-    std::atomic<int32_t> mDbOpen{0};
+    std::atomic<int32_t> mDbOpen{0};       // The worker's alone.
     std::unique_ptr<std::thread> mThread;  // Guarded by mMutex.
     std::deque<ThreadMsg*> mQueue;         // Guarded by mMutex.
     std::mutex mMutex;
     std::condition_variable mCv;
     std::atomic<bool> mTimerExit{false};
     const char* mThreadName;
-    std::atomic<int32_t> mServerStatus{SERVER_STATUS_IDLE};
+    std::atomic<int32_t> mServerStatus{
+            SERVER_STATUS_IDLE};                  // Set by the worker, read by any thread.
     ::android::sp<IOfflinetimezoneCallback> mCb;  // Guarded by registrationMutex.
-    std::unique_ptr<LookupInterface> mLookup;     // Set under mMutex, once.
-    std::vector<uint8_t> mDownloadBuf;            // The worker's alone, like the state.
+    // Set under mMutex, once, before the worker can take its first message under it.
+    std::unique_ptr<LookupInterface> mLookup;
+    std::vector<uint8_t> mDownloadBuf;  // The worker's alone, like the state.
     int32_t mDownloadState = DOWNLOAD_STATE_NONE;
     // The queue's length, kept beside it because a deque cannot be asked without its lock.
     std::atomic<uint32_t> mMsgLength{0};

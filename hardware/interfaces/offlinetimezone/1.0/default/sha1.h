@@ -6,11 +6,11 @@
 
 #include <cstdint>
 
+#include "export.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-#define OFFLINETZ_EXPORT __attribute__((visibility("default")))
 
 enum {
     shaSuccess = 0,

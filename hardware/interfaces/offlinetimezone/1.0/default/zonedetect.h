@@ -10,11 +10,11 @@
 
 #include <cstdint>
 
+#include "export.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-#define OFFLINETZ_EXPORT __attribute__((visibility("default")))
 
 // Classification of a point against a ring or a zone.
 typedef enum ZDLookupResult {
