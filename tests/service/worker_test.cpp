@@ -253,4 +253,26 @@ TEST_F(WorkerTest, AnswersItsStateDuringVerificationAndCopy) {
     EXPECT_EQ(SERVER_STATUS_FAILED, worker.getServerStatus());
 }
 
+// Then the worker is destroyed on its own thread, which it cannot wait for.
+TEST(WorkerDeathTest, AClientMayEndTheProcessFromItsReport) {
+    struct Quitter : Recorder {
+        Return<void> timeZoneIdReport(const hidl_string&, const hidl_string&,
+                                      const hidl_string&) override {
+            std::exit(7);
+        }
+    };
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    // The companion thread, which has ended, is not joined any more.
+    setenv("TSAN_OPTIONS", "report_thread_leaks=0", 1);
+    EXPECT_EXIT(
+            {
+                static WorkerThread worker("OfflinetimezoneThread");
+                worker.registerCb(new Quitter);
+                worker.CreateThread();
+                worker.PostMsg(new MsgData);
+                std::this_thread::sleep_for(std::chrono::minutes(1));
+            },
+            testing::ExitedWithCode(7), "");
+}
+
 }  // namespace

@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezone.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
