@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <memory>
 #include <new>
 #include <nlohmann/json.hpp>
@@ -105,27 +104,18 @@ std::string FormatJson(const LookupOptions& options, const PointText& point, con
 
 int LookUpLines(const LookupOptions& options, const ZDDatabase* database) {
     Progress progress;
-    int exitCode = kExitOk;
-    std::string line;
-    for (size_t number = 1; std::getline(std::cin, line); ++number) {
-        if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
-        try {
-            const PointText point = ParsePointLine(line);
-            const Answer answer = LookUp(database, point);
-            const std::string text =
-                    options.json ? FormatJson(options, point, answer)
-                                 : fmt::format("{} {}\t{}", point.latText, point.lonText,
-                                               FormatText(options, point, answer));
-            std::printf("%s\n", text.c_str());
-        } catch (const std::invalid_argument& error) {
-            progress.PrintLine(fmt::format("offlinetz: line {}: {}", number, error.what()));
-            exitCode = kExitFailed;
-        }
-        if (number % kProgressInterval == 0) progress.Show("looking up", number, 0);
-    }
-    if (std::cin.bad() || std::ferror(stdin) != 0)
-        throw std::runtime_error("standard input cannot be read");
-    return exitCode;
+    const bool allMadeSense = VisitPointLines(
+            [&](size_t number, const PointText& point) {
+                const Answer answer = LookUp(database, point);
+                const std::string text =
+                        options.json ? FormatJson(options, point, answer)
+                                     : fmt::format("{} {}\t{}", point.latText, point.lonText,
+                                                   FormatText(options, point, answer));
+                std::printf("%s\n", text.c_str());
+                if (number % kProgressInterval == 0) progress.Show("looking up", number, 0);
+            },
+            [&progress](const std::string& message) { progress.PrintLine(message); });
+    return allMadeSense ? kExitOk : kExitFailed;
 }
 
 int RunLookup(const LookupOptions& options, bool onePoint) {

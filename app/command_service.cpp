@@ -3,7 +3,6 @@
 #include <host/log.h>
 
 #include <cstdio>
-#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -69,21 +68,13 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
         return exitCode;
     }
     const std::unique_ptr<ServiceClient> service = StartService(options);
-    std::string line;
-    for (size_t number = 1; std::getline(std::cin, line); ++number) {
-        if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
-        try {
-            const PointText point = ParsePointLine(line);
-            PrintAnswer(fmt::format("{} {}\t", point.latText, point.lonText),
-                        service->Lookup(point.latText, point.lonText), &exitCode);
-        } catch (const std::invalid_argument& error) {
-            std::fprintf(stderr, "offlinetz: line %zu: %s\n", number, error.what());
-            exitCode = kExitFailed;
-        }
-    }
-    if (std::cin.bad() || std::ferror(stdin) != 0) {
-        throw std::runtime_error("standard input cannot be read");
-    }
+    const bool allMadeSense = VisitPointLines(
+            [&](size_t, const PointText& point) {
+                PrintAnswer(fmt::format("{} {}\t", point.latText, point.lonText),
+                            service->Lookup(point.latText, point.lonText), &exitCode);
+            },
+            [](const std::string& message) { std::fprintf(stderr, "%s\n", message.c_str()); });
+    if (!allMadeSense) exitCode = kExitFailed;
     return exitCode;
 }
 

@@ -4,6 +4,8 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <iostream>
 #include <stdexcept>
 
 namespace {
@@ -50,4 +52,23 @@ PointText ParsePointLine(std::string_view line) {
         rest = trim(rest.substr(1));
     }
     return ParsePoint(line.substr(0, latEnd), rest);
+}
+
+bool VisitPointLines(const std::function<void(size_t number, const PointText& point)>& visit,
+                     const std::function<void(const std::string& message)>& complain) {
+    bool allMadeSense = true;
+    std::string line;
+    for (size_t number = 1; std::getline(std::cin, line); ++number) {
+        if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+        try {
+            visit(number, ParsePointLine(line));
+        } catch (const std::invalid_argument& error) {
+            complain(fmt::format("offlinetz: line {}: {}", number, error.what()));
+            allMadeSense = false;
+        }
+    }
+    if (std::cin.bad() || std::ferror(stdin) != 0) {
+        throw std::runtime_error("standard input cannot be read");
+    }
+    return allMadeSense;
 }

@@ -1,6 +1,8 @@
 // Points as users write them.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -19,3 +21,9 @@ PointText ParsePoint(std::string_view lat, std::string_view lon);
 // Reads a line that holds a latitude and a longitude with blanks, tabs, a comma or a semicolon
 // between them. Throws std::invalid_argument with the reason.
 PointText ParsePointLine(std::string_view line);
+
+// Calls `visit` with the number, from 1, and the point of each line of standard input; blank lines
+// are passed over. A line that makes no sense goes to `complain` as a whole message instead.
+// Returns whether all made sense; throws std::runtime_error when the input cannot be read.
+bool VisitPointLines(const std::function<void(size_t number, const PointText& point)>& visit,
+                     const std::function<void(const std::string& message)>& complain);
