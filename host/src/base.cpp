@@ -1,10 +1,9 @@
 #include <android/hidl/base/1.0/IBase.h>
 #include <unistd.h>
 
+#include <list>
 #include <mutex>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "host/death_registry.h"
 
@@ -27,24 +26,26 @@ struct Link {
 
 struct Registry {
     std::mutex mutex;
-    std::vector<Link> links;  // Guarded by mutex.
+    std::list<Link> links;  // Guarded by mutex.
 
     void Add(const Link& link) {
+        std::list<Link> added = {link};
         const std::lock_guard<std::mutex> lock(mutex);
-        links.push_back(link);
+        links.splice(links.end(), added);
     }
 
-    // Takes the links of `object` out, all or those of one recipient.
-    std::vector<Link> Take(const IBase* object, const hidl_death_recipient* recipient) {
+    // Takes the links of `object` out, all or those of one recipient. Needs no memory: objects end
+    // where there is none.
+    std::list<Link> Take(const IBase* object, const hidl_death_recipient* recipient) {
+        std::list<Link> taken;
         const std::lock_guard<std::mutex> lock(mutex);
-        std::vector<Link> kept;
-        std::vector<Link> taken;
-        for (Link& link : links) {
-            const bool matches =
-                    link.object == object && (recipient == nullptr || link.recipient == recipient);
-            (matches ? taken : kept).push_back(std::move(link));
+        for (auto link = links.begin(); link != links.end();) {
+            const auto next = std::next(link);
+            if (link->object == object && (recipient == nullptr || link->recipient == recipient)) {
+                taken.splice(taken.end(), links, link);
+            }
+            link = next;
         }
-        links = std::move(kept);
         return taken;
     }
 };
@@ -62,7 +63,7 @@ namespace host {
 void EndOwnerOf(const sp<IBase>& object) {
     // Taken by the thread itself: if it cannot start, the links are still there.
     std::thread notifier([&object] {
-        const std::vector<Link> links = Links().Take(object.get(), nullptr);
+        const std::list<Link> links = Links().Take(object.get(), nullptr);
         const wp<IBase> who(object);
         for (const Link& link : links)
             link.recipient->serviceDied(link.cookie, who);

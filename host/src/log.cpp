@@ -1,6 +1,7 @@
 #include "host/log.h"
 
 #include <android/log.h>
+#include <locale.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -27,7 +28,24 @@ char PriorityLetter(int priority) {
     return priority >= 0 && priority < 8 ? kLetters[priority] : '?';
 }
 
+// Numbers look the same whatever locale the process has set, as on the platform; the texts are read
+// by programs.
+class PlainNumbers {
+  public:
+    PlainNumbers() {
+        static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+        mPrevious = uselocale(plain);
+    }
+    ~PlainNumbers() { uselocale(mPrevious); }
+    PlainNumbers(const PlainNumbers&) = delete;
+    PlainNumbers& operator=(const PlainNumbers&) = delete;
+
+  private:
+    locale_t mPrevious;
+};
+
 __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {
+    const PlainNumbers plain;
     va_list again;
     va_copy(again, arguments);
     const int length = std::vsnprintf(nullptr, 0, format, arguments);

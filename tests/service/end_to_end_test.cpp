@@ -2,6 +2,7 @@
 // used by a client that knows the interface alone.
 #include <compile.h>
 #include <gtest/gtest.h>
+#include <host/death_registry.h>
 
 #include <cerrno>
 #include <cmath>
@@ -153,6 +154,13 @@ TEST(EndToEnd, ServesTheWorldAndTakesANewDatabase) {
     service->injectDB();
     EXPECT_EQ("\"Europe/Paris\"", ask("48.8566", "2.3522"));
     EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
+
+    // The library stays when it is unloaded: its objects go on serving, and hear of deaths.
+    service.Unload();
+    host::EndOwnerOf(client);
+    EXPECT_EQ(2, client->getStrongCount());  // This one and the service object's.
+    ASSERT_TRUE(service->startLookup(client));
+    EXPECT_EQ("\"Europe/Paris\"", ask("48.8566", "2.3522"));
 }
 
 }  // namespace

@@ -6,13 +6,16 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <regex>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "loaded_service.h"
 #include "log_capture.h"
@@ -21,6 +24,7 @@
 #include "transcript.h"
 
 using android::sp;
+using android::hardware::hidl_string;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 namespace fs = std::filesystem;
@@ -350,6 +354,124 @@ TEST_F(FlowTest, AClientMayCallTheServiceFromItsReport) {
     service->startLookup(client);
     service->Lookup("1", "2");
     EXPECT_TRUE(client->WaitFor(2));
+}
+
+// A client may register inside the link and unlink calls that another one's registration and death
+// make into it; what comes out is what one after the other would give.
+TEST_F(FlowTest, RegistrationsAndDeathsTakeTurns) {
+    struct Client : Recorder {
+        android::hardware::Return<bool> linkToDeath(
+                const sp<android::hardware::hidl_death_recipient>& recipient,
+                uint64_t cookie) override {
+            std::exchange(mBeforeLink, [] {})();
+            ++mLinks;
+            return Recorder::linkToDeath(recipient, cookie);
+        }
+        android::hardware::Return<bool> unlinkToDeath(
+                const sp<android::hardware::hidl_death_recipient>& recipient) override {
+            std::exchange(mBeforeUnlink, [] {})();
+            return Recorder::unlinkToDeath(recipient);
+        }
+        std::function<void()> mBeforeLink = [] {};
+        std::function<void()> mBeforeUnlink = [] {};
+        int mLinks = 0;
+    };
+    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 1));
+    LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
+    const sp<Client> a = new Client;
+    const sp<Client> b = new Client;
+    const auto isServed = [&](const sp<Client>& client) {
+        const size_t before = client->Reports().size();
+        mLog.Take();
+        service->Lookup(hidl_string("1\0!", 3), "2");  // Texts go as they are, zeros included.
+        EXPECT_TRUE(mLog.WaitFor("start to call back from hidl", 1));
+        service->injectDB();  // Refused; its line tells that the report before is done.
+        EXPECT_TRUE(mLog.WaitFor("clear the data  : 0 ", 1));
+        const std::vector<ClientReport> reports = client->Reports();
+        if (reports.size() == before) return false;
+        EXPECT_EQ((ClientReport{std::string("1\0!", 3), "2", "\"Zone/A\""}), reports.back());
+        return true;
+    };
+    // B registers while A's death is handled: it is served, and its own death is noticed.
+    service->startLookup(a);
+    a->mBeforeUnlink = [&] { service->startLookup(b); };
+    host::EndOwnerOf(a);
+    EXPECT_TRUE(isServed(b));
+    host::EndOwnerOf(b);
+    EXPECT_FALSE(isServed(b));
+    // A itself registers again while its unlinking is under way, and keeps a link.
+    service->startLookup(a);
+    a->mBeforeUnlink = [&] { service->startLookup(a); };
+    host::EndOwnerOf(a);
+    EXPECT_TRUE(isServed(a));
+    host::EndOwnerOf(a);
+    EXPECT_FALSE(isServed(a));
+    // A's death is handled before B is linked: B is forgotten with A, and its later end, of which
+    // the service must not hear, takes nothing from A, which is back.
+    service->startLookup(a);
+    b->mBeforeLink = [&] { host::EndOwnerOf(a); };
+    service->startLookup(b);
+    EXPECT_FALSE(isServed(b));
+    service->startLookup(a);
+    host::EndOwnerOf(b);
+    EXPECT_TRUE(isServed(a));
+}
+
+// While the library ends and a client is still in its report, nobody registers any more.
+TEST_F(FlowTest, NobodyRegistersWhileItEnds) {
+    struct Late : Recorder {
+        explicit Late(LoadedService* service) : mService(service) {}
+        android::hardware::Return<void> timeZoneIdReport(const hidl_string&, const hidl_string&,
+                                                         const hidl_string&) override {
+            // Held by the test, the service object, the worker, this call, and the front, until it
+            // lets go.
+            while (getStrongCount() > 4)
+                std::this_thread::yield();
+            (*mService)->startLookup(this);
+            return android::hardware::Void();
+        }
+        LoadedService* mService;
+    };
+    LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
+    const sp<Late> client = new Late(&service);
+    service->startLookup(client);
+    service->Lookup("1", "2");
+    service.Unload();
+    EXPECT_EQ(2, client->getStrongCount());  // The test's and the service object's.
+}
+
+// Threads go on calling while the process ends, and so does an exit handler that is older than the
+// library.
+TEST(LibraryDeathTest, IsSafeToCallWhileTheProcessEnds) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    static LoadedService* service;
+    static const auto callEverything = [] {
+        LoadedService& loaded = *service;
+        const sp<Recorder> client = new Recorder;
+        loaded->startLookup(client);
+        loaded->Lookup("1", "2");
+        loaded->downloadDB({1, 2}, 2, 2, 1);
+        loaded->injectDB();
+        loaded->getDBVersion();
+        loaded->getServerStatus();
+        loaded->stopLookup(client);
+        host::EndOwnerOf(client);
+    };
+    EXPECT_EXIT(
+            {
+                std::atexit([] {
+                    for (int i = 0; i < 100; ++i)
+                        callEverything();
+                });
+                service = new LoadedService(OFFLINETZ_LOCAL_LIBRARY);
+                std::thread([] {
+                    for (;;)
+                        callEverything();
+                }).detach();
+                callEverything();
+                std::exit(7);
+            },
+            testing::ExitedWithCode(7), "");
 }
 
 // --- What it leaves behind ---------------------------------------------------------------

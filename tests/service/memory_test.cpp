@@ -2,10 +2,10 @@
 // fails, for every n, and nothing crashes or leaks.
 #include <WorkerThread.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
-#include <cerrno>
-#include <cstdio>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <new>
@@ -25,10 +25,9 @@ namespace {
 
 std::atomic<int> gAllocationToFail{-1};  // Counts down; the one at 0 fails.
 std::atomic<bool> gAllFail{false};
+std::atomic<int> gNewToFail{-1};            // Counts down in operator new, likewise.
 std::atomic<size_t> gLargestNew{SIZE_MAX};  // Larger ones fail in operator new.
-std::atomic<bool> gDiskFull{false};
-
-std::atomic<int> gSynchronised{0};  // Files that reached the medium.
+std::atomic<int> gSynchronised{0};          // Files that reached the medium.
 
 bool MayAllocate() {
     return !gAllFail && gAllocationToFail-- != 0;
@@ -41,11 +40,9 @@ extern "C" {
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
-size_t __real_fwrite(const void* data, size_t size, size_t count, FILE* file);
 void* __wrap_malloc(size_t size);
 void* __wrap_calloc(size_t count, size_t size);
 void* __wrap_realloc(void* memory, size_t size);
-size_t __wrap_fwrite(const void* data, size_t size, size_t count, FILE* file);
 int __real_fsync(int fd);
 int __wrap_fsync(int fd);
 
@@ -64,16 +61,12 @@ void* __wrap_calloc(size_t count, size_t size) {
 void* __wrap_realloc(void* memory, size_t size) {
     return MayAllocate() ? __real_realloc(memory, size) : nullptr;
 }
-size_t __wrap_fwrite(const void* data, size_t size, size_t count, FILE* file) {
-    if (!gDiskFull) return __real_fwrite(data, size, count, file);
-    errno = ENOSPC;
-    return 0;
-}
 }
 
 // Not inlined, so that the compiler does not see malloc's memory behind new.
 __attribute__((noinline)) void* operator new(size_t size) {
-    void* memory = size <= gLargestNew ? __real_malloc(size) : nullptr;
+    const bool mayAllocate = size <= gLargestNew && gNewToFail-- != 0;
+    void* memory = mayAllocate ? __real_malloc(size) : nullptr;
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
@@ -92,8 +85,8 @@ class MemoryTest : public testing::Test {
     void TearDown() override {
         gAllocationToFail = -1;
         gAllFail = false;
+        gNewToFail = -1;
         gLargestNew = SIZE_MAX;
-        gDiskFull = false;
     }
 
     TemporaryDirectory mDirectory;
@@ -191,6 +184,36 @@ TEST_F(MemoryTest, TheClientIsToldWhenNoAnswerCanBeMade) {
     EXPECT_EQ("\"Zone/A\"", client->Reports()[1].tzId);
 }
 
+// On whichever thread memory runs out, from the start of the worker to a report: nothing ends, and
+// the next request is answered.
+TEST_F(MemoryTest, AnyAllocationOfTheWorkerMayFail) {
+    WriteFile("offlinetz/lastcombinedTimezone.bin", SampleDatabase("\"Zone/A\"", 5));
+    int failing = 0;
+    for (bool failed = true; failed; ++failing) {
+        WorkerThread worker("OfflinetimezoneThread");
+        const sp<Recorder> client = new Recorder;
+        worker.registerCb(client);
+        const auto ask = [&worker] {
+            worker.CreateThread();
+            worker.PostInitMsg(new MsgData);
+            worker.PostMsg(new MsgData{"1", "2", {}, 0, 0});
+        };
+        gNewToFail = failing;
+        try {
+            ask();
+        } catch (const std::bad_alloc&) {
+        }
+        worker.ExitThread();
+        failed = gNewToFail < 0;
+        gNewToFail = -1;
+        ask();
+        worker.ExitThread();
+        ASSERT_FALSE(client->Reports().empty()) << failing;
+        EXPECT_EQ((ClientReport{"1", "2", "\"Zone/A\""}), client->Reports().back()) << failing;
+    }
+    EXPECT_GT(failing, 10);
+}
+
 // A chunk that cannot be joined is a lost chunk: the length at the end does not match.
 TEST_F(MemoryTest, AChunkThatCannotBeJoinedFailsTheDownload) {
     WorkerThread worker("OfflinetimezoneThread");
@@ -214,7 +237,7 @@ TEST_F(MemoryTest, AChunkThatCannotBeJoinedFailsTheDownload) {
     EXPECT_FALSE(std::filesystem::exists("offlinetz/lastcombinedTimezonebackup.bin"));
 }
 
-// The backup and the copy of it are on the medium when the installation is done.
+// The backup, its directory and the copy of it are on the medium when the installation is done.
 TEST_F(MemoryTest, AnInstallationReachesTheMedium) {
     WorkerThread worker("OfflinetimezoneThread");
     worker.CreateThread();
@@ -224,7 +247,7 @@ TEST_F(MemoryTest, AnInstallationReachesTheMedium) {
     worker.PostInjectMsg(new MsgData);
     worker.ExitThread();
     EXPECT_EQ(SERVER_STATUS_RUNNING, worker.getServerStatus());
-    EXPECT_EQ(2, gSynchronised);
+    EXPECT_EQ(3, gSynchronised);
 }
 
 TEST_F(MemoryTest, AFullDiskShowsInTheLogAndInTheVerification) {
@@ -238,14 +261,20 @@ TEST_F(MemoryTest, AFullDiskShowsInTheLogAndInTheVerification) {
     auto* end = new MsgData;
     end->status = DOWNLOAD_END;
     end->totalSize = static_cast<uint32_t>(file.size());
-    gDiskFull = true;
+    // A limit on the size of files, in the midst of this one, stands in for the disk.
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit unlimited;
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    const rlimit full = {file.size() / 2, unlimited.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
     worker.PostDownloadMsg(data);
     worker.PostDownloadMsg(end);
     worker.PostInjectMsg(new MsgData);
     worker.ExitThread();
+    setrlimit(RLIMIT_FSIZE, &unlimited);
     const std::vector<std::string> lines = mLog.TakeMessages();
-    EXPECT_NE(lines.end(), std::find(lines.begin(), lines.end(),
-                                     "after  write it to backup No space left on device"));
+    EXPECT_NE(lines.end(),
+              std::find(lines.begin(), lines.end(), "after  write it to backup File too large"));
     EXPECT_EQ(SERVER_STATUS_FAILED, worker.getServerStatus());
     EXPECT_EQ(65535, worker.getDBVersion());
 }

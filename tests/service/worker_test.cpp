@@ -1,5 +1,7 @@
 // The worker by itself, with its classes linked in.
+#include <Offlinetimezone.h>
 #include <WorkerThread.h>
+#include <android/log.h>
 #include <coordinate_text.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -8,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <clocale>
 #include <cmath>
 #include <cstring>
@@ -34,7 +37,26 @@ namespace fs = std::filesystem;
 
 namespace {
 
+std::atomic<int> gFaults{0};
+
+}  // namespace
+
+// The worker's calls of the assertion hook come here.
+extern "C" void __wrap_FaultHandler(const char* file, int line);
+extern "C" void __wrap_FaultHandler(const char* file, int line) {
+    EXPECT_STREQ("hardware/interfaces/offlinetimezone/1.0/default/WorkerThread", file);
+    EXPECT_GT(line, 0);
+    ++gFaults;
+}
+
+namespace {
+
 const char kActive[] = "offlinetz/lastcombinedTimezone.bin";
+
+struct OpenWorker : WorkerThread {
+    using WorkerThread::Post;
+    using WorkerThread::WorkerThread;
+};
 
 class WorkerTest : public testing::Test {
   protected:
@@ -51,8 +73,9 @@ class WorkerTest : public testing::Test {
     LogCapture mLog;
 };
 
-TEST_F(WorkerTest, QueuesBeforeItsThreadRunsAndDiscardsAfterIt) {
-    WorkerThread worker("OfflinetimezoneThread");
+TEST_F(WorkerTest, QueuesWithoutAThreadUntilItIsClosed) {
+    gFaults = 0;
+    OpenWorker worker("OfflinetimezoneThread");
     EXPECT_EQ(65535, worker.getDBVersion());
     EXPECT_EQ(0, worker.getServerStatus());
     worker.ExitThread();  // Without a thread: nothing to do.
@@ -61,37 +84,52 @@ TEST_F(WorkerTest, QueuesBeforeItsThreadRunsAndDiscardsAfterIt) {
     worker.PostMsg(Lookup("1", "2"));
     worker.PostInitMsg(new MsgData);
     EXPECT_EQ(2u, worker.GetMsgLength());
+    EXPECT_EQ(2, gFaults);
     EXPECT_TRUE(worker.CreateThread());
     const pthread_t thread = worker.GetThreadId();
     EXPECT_TRUE(worker.CreateThread());
     EXPECT_TRUE(pthread_equal(thread, worker.GetThreadId()));
     EXPECT_FALSE(pthread_equal(thread, WorkerThread::GetCurrentThreadId()));
+    worker.Post(77, new MsgData);  // No such message.
+    worker.Post(MSG_TIMER, new MsgData);
     worker.ExitThread();
+    EXPECT_EQ(3, gFaults);
+    EXPECT_THAT(mLog.TakeMessages(), Contains("Timer expired on "));
     EXPECT_EQ(0u, worker.GetMsgLength());
-    EXPECT_THAT(client->Reports(),
-                ElementsAre(ClientReport{"1", "2", "error:Server is not supportted"}));
     EXPECT_EQ(3, worker.getServerStatus());  // There was no database to open.
 
-    worker.PostMsg(Lookup("3", "4"));  // Stays in the queue; freed with the worker.
+    worker.PostMsg(Lookup("3", "4"));  // Stays in the queue until a thread runs again.
     EXPECT_EQ(1u, worker.GetMsgLength());
     EXPECT_EQ(1u, client->Reports().size());
+    EXPECT_TRUE(worker.CreateThread());
+    worker.Close();
+    const char* const answer = "error:Server is not supportted";
+    EXPECT_THAT(client->Reports(),
+                ElementsAre(ClientReport{"1", "2", answer}, ClientReport{"3", "4", answer}));
+    EXPECT_EQ(1, client->getStrongCount());
+    worker.registerCb(client);
+    worker.PostMsg(Lookup("5", "6"));
+    EXPECT_EQ(nullptr, worker.registeredCb());
+    EXPECT_EQ(0u, worker.GetMsgLength());
+    EXPECT_EQ(65535, worker.getDBVersion());
+    EXPECT_THROW(worker.CreateThread(), std::system_error);
 }
 
 TEST_F(WorkerTest, KeepsTheFirstCallbackUntilItIsCleared) {
     WorkerThread worker("OfflinetimezoneThread");
     const sp<Recorder> a = new Recorder;
     const sp<Recorder> b = new Recorder;
-    worker.clearCb();
+    EXPECT_EQ(nullptr, worker.clearCb());
     worker.registerCb(a);
     worker.registerCb(b);
     EXPECT_EQ(a.get(), worker.registeredCb().get());
-    worker.clearCb();
+    EXPECT_EQ(a.get(), worker.clearCb().get());
     EXPECT_EQ(1, a->getStrongCount());
     worker.registerCb(b);
     EXPECT_EQ(b.get(), worker.registeredCb().get());
 }
 
-TEST_F(WorkerTest, ConvertsCoordinateTextsWithoutTheLocale) {
+TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
     // A locale whose decimal point is a comma, made here: few machines have one.
     ASSERT_EQ(0, std::system("localedef -i de_DE -f UTF-8 ./de_DE.UTF-8 >/dev/null 2>&1"));
     setenv("LOCPATH", mDirectory.Path().c_str(), 1);
@@ -119,36 +157,45 @@ TEST_F(WorkerTest, ConvertsCoordinateTextsWithoutTheLocale) {
         EXPECT_FALSE(ParseCoordinate(text, &value)) << text;
         EXPECT_EQ(77.0f, value) << text;
     }
+    __android_log_print(ANDROID_LOG_INFO, "Tag", "Safezone: %f\n", 1.5);
+    EXPECT_THAT(mLog.TakeMessages(), ElementsAre("Safezone: 1.500000\n"));
     std::setlocale(LC_ALL, "C");
 }
 
-// A client that throws from every report, and texts that make no sense: the next message is
-// handled all the same.
+// A client that throws, ends its thread or cannot be reached, and texts that make no sense: the
+// next message is handled all the same.
 TEST_F(WorkerTest, SurvivesItsClients) {
-    struct Thrower : Recorder {
+    struct Troublemaker : Recorder {
         Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
                                       const hidl_string& tzId) override {
             Recorder::timeZoneIdReport(lat, lon, tzId);
-            throw std::runtime_error("a client's trouble");
+            switch (Reports().size()) {
+                case 1:
+                    throw std::runtime_error("a client's trouble");
+                case 2:
+                    pthread_exit(nullptr);
+                default:
+                    return android::hardware::Status::fromStatusT(android::DEAD_OBJECT);
+            }
         }
     };
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
     WorkerThread worker("OfflinetimezoneThread");
-    const sp<Thrower> thrower = new Thrower;
-    worker.registerCb(thrower);
+    const sp<Troublemaker> client = new Troublemaker;
+    worker.registerCb(client);
     worker.CreateThread();
     worker.PostInitMsg(new MsgData);
     worker.PostMsg(Lookup("1", "2"));
     worker.PostMsg(Lookup("x", "2"));
     worker.PostMsg(Lookup("1", "9e99"));
     worker.PostMsg(Lookup("91", "0"));
-    ASSERT_TRUE(thrower->WaitFor(4));
+    ASSERT_TRUE(client->WaitFor(4));
     EXPECT_EQ(5, worker.getDBVersion());
     worker.ExitThread();
-    EXPECT_THAT(thrower->Reports(), ElementsAre(ClientReport{"1", "2", "\"Zone/A\""},
-                                                ClientReport{"x", "2", "\"error:error input\""},
-                                                ClientReport{"1", "9e99", "\"error:error input\""},
-                                                ClientReport{"91", "0", "\"error:error input\""}));
+    EXPECT_THAT(client->Reports(), ElementsAre(ClientReport{"1", "2", "\"Zone/A\""},
+                                               ClientReport{"x", "2", "\"error:error input\""},
+                                               ClientReport{"1", "9e99", "\"error:error input\""},
+                                               ClientReport{"91", "0", "\"error:error input\""}));
     // The database manager is asked for texts that are numbers only.
     const std::vector<std::string> lines = mLog.TakeMessages();
     EXPECT_EQ(2, std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
@@ -203,7 +250,7 @@ struct Blocker : Recorder {
     std::shared_future<void> mGate{mOpen.get_future()};
 };
 
-TEST_F(WorkerTest, CountsAndForgetsWhileItWorks) {
+TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
     WorkerThread worker("OfflinetimezoneThread");
     const sp<Blocker> client = new Blocker;
@@ -214,10 +261,27 @@ TEST_F(WorkerTest, CountsAndForgetsWhileItWorks) {
     ASSERT_TRUE(client->WaitFor(1));
     worker.PostMsg(Lookup("3", "4"));
     EXPECT_EQ(1u, worker.GetMsgLength());  // The one in hand no longer counts.
-    worker.clearCb();
+    // What is posted behind the exit message is discarded.
+    std::thread ender([&worker] { worker.ExitThread(); });
+    while (worker.GetMsgLength() < 2)
+        std::this_thread::yield();
+    worker.PostMsg(Lookup("5", "6"));
     client->mOpen.set_value();
+    ender.join();
+    EXPECT_EQ(0u, worker.GetMsgLength());
+    EXPECT_THAT(client->Reports(), ElementsAre(ClientReport{"1", "2", "\"Zone/A\""},
+                                               ClientReport{"3", "4", "\"Zone/A\""}));
+}
+
+TEST_F(WorkerTest, ReportsToACallbackOfTheLibrarysOwn) {
+    struct Derived : OfflinetimezoneCallback {};
+    WorkerThread worker("OfflinetimezoneThread");
+    const sp<Derived> client = new Derived;
+    worker.registerCb(client);
+    worker.PostMsg(Lookup("1", "2"));
+    worker.CreateThread();
     worker.ExitThread();
-    EXPECT_EQ(1u, client->Reports().size());
+    EXPECT_TRUE(client->timeZoneIdReport("1", "2", "3").isOk());
 }
 
 // Pipes in the place of the two files hold the worker in a verification and in a copy until

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -22,23 +23,44 @@ class hidl_string {
     hidl_string() = default;
     // Null is the empty string.
     hidl_string(const char* text)  // NOLINT(google-explicit-constructor)
-        : mText(text != nullptr ? text : "") {}
-    hidl_string(const char* bytes, size_t size) : mText(bytes, size) {}
+        : mOwned(text != nullptr ? text : "") {}
+    hidl_string(const char* bytes, size_t size) : mOwned(bytes, size) {}
     hidl_string(std::string text)  // NOLINT(google-explicit-constructor)
-        : mText(std::move(text)) {}
+        : mOwned(std::move(text)) {}
 
-    const char* c_str() const { return mText.c_str(); }
-    size_t size() const { return mText.size(); }
-    bool empty() const { return mText.empty(); }
-    operator std::string() const { return mText; }  // NOLINT(google-explicit-constructor)
+    // Refers to `size` bytes with a zero behind them, which must outlive this string. A copy of it
+    // owns its bytes.
+    void setToExternal(const char* bytes, size_t size) {
+        mExternal = bytes;
+        mExternalSize = size;
+    }
+
+    hidl_string(const hidl_string& other) : mOwned(other.c_str(), other.size()) {}
+    hidl_string(hidl_string&& other) = default;
+    hidl_string& operator=(hidl_string other) noexcept {
+        mOwned.swap(other.mOwned);
+        mExternal = other.mExternal;
+        mExternalSize = other.mExternalSize;
+        return *this;
+    }
+    ~hidl_string() = default;
+
+    const char* c_str() const { return mExternal != nullptr ? mExternal : mOwned.c_str(); }
+    size_t size() const { return mExternal != nullptr ? mExternalSize : mOwned.size(); }
+    bool empty() const { return size() == 0; }
+    operator std::string() const {  // NOLINT(google-explicit-constructor)
+        return {c_str(), size()};
+    }
 
     friend bool operator==(const hidl_string& a, const hidl_string& b) {
-        return a.mText == b.mText;
+        return std::string_view(a.c_str(), a.size()) == std::string_view(b.c_str(), b.size());
     }
     friend bool operator!=(const hidl_string& a, const hidl_string& b) { return !(a == b); }
 
   private:
-    std::string mText;
+    std::string mOwned;
+    const char* mExternal = nullptr;  // Not null: the string's bytes instead of mOwned.
+    size_t mExternalSize = 0;
 };
 
 template <typename T>

@@ -1,16 +1,55 @@
 // What an interface method returns: whether the call got through, and its value.
 #pragma once
 
+#include <cstdint>
+#include <cstdlib>
 #include <utility>
 
-namespace android::hardware {
+namespace android {
+
+using status_t = int32_t;
+constexpr status_t OK = 0;
+constexpr status_t DEAD_OBJECT = -32;  // The other end of the call has died.
+
+namespace hardware {
+
+// How a call ended.
+class Status {
+  public:
+    static Status ok() { return Status(OK); }
+    static Status fromStatusT(status_t status) { return Status(status); }
+    bool isOk() const { return mStatus == OK; }
+
+  private:
+    explicit Status(status_t status) : mStatus(status) {}
+    status_t mStatus;
+};
 
 namespace details {
 
-// Calls within one process always get through; the status has no other state here.
+// Whether a call got through. Calls of this layer do, within one process; an implementation may say
+// otherwise by the Status that it returns. As on the platform, a failure that nobody asked for ends
+// the process.
 class return_status {
   public:
-    bool isOk() const { return true; }
+    return_status() = default;
+    return_status(const Status& status)  // NOLINT(google-explicit-constructor)
+        : mIsOk(status.isOk()), mIsChecked(status.isOk()) {}
+    return_status(return_status&& other) noexcept
+        : mIsOk(other.mIsOk), mIsChecked(std::exchange(other.mIsChecked, true)) {}
+    return_status& operator=(return_status&&) = delete;
+    ~return_status() {
+        if (!mIsChecked) std::abort();
+    }
+
+    bool isOk() const {
+        mIsChecked = true;
+        return mIsOk;
+    }
+
+  private:
+    bool mIsOk = true;
+    mutable bool mIsChecked = true;
 };
 
 }  // namespace details
@@ -18,18 +57,24 @@ class return_status {
 template <typename T>
 class Return : public details::return_status {
   public:
-    Return(T value) : mValue(std::move(value)) {}  // NOLINT(google-explicit-constructor)
-    operator T() const { return mValue; }          // NOLINT(google-explicit-constructor)
+    Return(const Status& status) : return_status(status) {}  // NOLINT(google-explicit-constructor)
+    Return(T value) : mValue(std::move(value)) {}            // NOLINT(google-explicit-constructor)
+    operator T() const { return mValue; }                    // NOLINT(google-explicit-constructor)
 
   private:
-    T mValue;
+    T mValue{};
 };
 
 template <>
-class Return<void> : public details::return_status {};
+class Return<void> : public details::return_status {
+  public:
+    Return() = default;
+    Return(const Status& status) : return_status(status) {}  // NOLINT(google-explicit-constructor)
+};
 
 inline Return<void> Void() {
     return {};
 }
 
-}  // namespace android::hardware
+}  // namespace hardware
+}  // namespace android

@@ -7,14 +7,17 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "WorkerThread.h"
+#include "client_exceptions.h"
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
 
 using ::android::sp;
 using ::android::wp;
+using ::android::hardware::hidl_death_recipient;
 using ::android::hardware::hidl_string;
 using ::android::hardware::hidl_vec;
 using ::android::hardware::Return;
@@ -28,45 +31,66 @@ constexpr uint64_t kDeathCookie = 99;
 
 #define LOG(priority, ...) __android_log_print(priority, kTag, __VA_ARGS__)
 
-// The callback of the latest client. Emptied when the library goes, under the lock, because the
-// worker still runs then and a client may register from inside its report; from then on it stays
-// empty. Its storage is never destroyed before the worker has ended.
-class ClientSlot {
-  public:
-    // All with registrationMutex held.
-    sp<IOfflinetimezoneCallback> Exchange(const sp<IOfflinetimezoneCallback>& callback) {
-        if (mIsClosed) return nullptr;
-        sp<IOfflinetimezoneCallback> previous = callback;
-        std::swap(mCallback, previous);
-        return previous;
-    }
-    const sp<IOfflinetimezoneCallback>& Get() const { return mCallback; }
-    sp<IOfflinetimezoneCallback> Close() {
-        sp<IOfflinetimezoneCallback> last = Exchange(nullptr);
-        mIsClosed = true;
-        return last;
-    }
-
-  private:
-    sp<IOfflinetimezoneCallback> mCallback;
-    bool mIsClosed = false;
+// Room for an object that is made when the library is loaded and never destroyed: client threads
+// and exit handlers may call the service for as long as the process lives.
+template <typename T>
+struct Room {
+    alignas(T) unsigned char bytes[sizeof(T)];
 };
+Room<WorkerThread> workerRoom;
+Room<sp<IOfflinetimezoneCallback>> callbackRoom;
 
-struct ClientSlotCloser {
-    ClientSlot& slot;
-    ~ClientSlotCloser() {
-        sp<IOfflinetimezoneCallback> last;  // Released after the lock.
-        const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
-        last = slot.Close();
-    }
-};
+// Guards who is registered: mCallback of every service object, clientCallback, and what follows.
+// Taken by startLookup, stopLookup and serviceDied for each change as a whole; no client's code
+// runs under it.
+std::mutex registrationMutex;
+bool isClosed = false;    // The library ends: nobody registers any more.
+uint64_t deathCount = 0;  // Death notices so far.
 
 }  // namespace
 
-// Destroyed in reverse order: the client's callback is dropped, then the worker ends its thread.
-ClientSlot clientCallback;  // Guarded by registrationMutex.
-WorkerThread lookupThread("OfflinetimezoneThread");
-ClientSlotCloser clientCallbackCloser{clientCallback};
+WorkerThread& lookupThread = *new (workerRoom.bytes) WorkerThread("OfflinetimezoneThread");
+// The callback of the latest client. Guarded by registrationMutex.
+sp<IOfflinetimezoneCallback>& clientCallback =
+        *new (callbackRoom.bytes) sp<IOfflinetimezoneCallback>;
+
+namespace {
+
+// What happens at process exit: the client's callback is dropped, then the worker ends.
+struct Closer {
+    ~Closer() {
+        sp<IOfflinetimezoneCallback> last;  // Released after the lock.
+        {
+            const std::lock_guard<std::mutex> lock(registrationMutex);
+            isClosed = true;
+            std::swap(last, clientCallback);
+        }
+        last.clear();
+        lookupThread.Close();
+    }
+} closer;
+
+// Calls into the client's object, with no lock held. Whether it answers, what it answers and what
+// it throws changes nothing.
+void Link(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient) {
+    try {
+        static_cast<void>(client->linkToDeath(recipient, kDeathCookie).isOk());
+    }
+    RETHROW_END_OF_THREAD
+    catch (...) {
+    }
+}
+
+void Unlink(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient) {
+    try {
+        static_cast<void>(client->unlinkToDeath(recipient).isOk());
+    }
+    RETHROW_END_OF_THREAD
+    catch (...) {
+    }
+}
+
+}  // namespace
 
 Offlinetimezone* Offlinetimezone::sInstance = nullptr;
 
@@ -94,27 +118,35 @@ Offlinetimezone::~Offlinetimezone() {
 Return<bool> Offlinetimezone::startLookup(const sp<IOfflinetimezoneCallback>& callback) {
     if (callback == nullptr) return false;
     LOG(ANDROID_LOG_INFO, "setup call back in service!");
+    // Posted ahead of the registration because it is the one step that can fail: a client must not
+    // be registered by a call that it sees fail. Opening the database asks for no client.
+    lookupThread.PostInitMsg(new MsgData);
+    uint64_t deathsBefore;
     {
         // What was registered before is released after the lock: it may be the last reference.
         sp<IOfflinetimezoneCallback> previous = callback;
-        sp<IOfflinetimezoneCallback> previousClient;
-        const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
+        sp<IOfflinetimezoneCallback> previousClient = callback;
+        const std::lock_guard<std::mutex> lock(registrationMutex);
+        if (isClosed) return true;
         std::swap(mCallback, previous);
-        previousClient = clientCallback.Exchange(callback);
+        std::swap(clientCallback, previousClient);
         lookupThread.registerCb(mCallback);
+        deathsBefore = deathCount;
     }
-    // A call into the client's object, so outside the lock; its outcome changes nothing.
-    try {
-        static_cast<void>(callback->linkToDeath(mDeathRecipient, kDeathCookie).isOk());
-    } catch (...) {
+    Link(callback, mDeathRecipient);
+    // A death notice that was handled in between has unregistered this client before it was linked.
+    bool isForgotten;
+    {
+        const std::lock_guard<std::mutex> lock(registrationMutex);
+        isForgotten = deathCount != deathsBefore && clientCallback != callback;
     }
-    lookupThread.PostInitMsg(new MsgData);
+    if (isForgotten) Unlink(callback, mDeathRecipient);
     return true;
 }
 
 Return<bool> Offlinetimezone::stopLookup(const sp<IOfflinetimezoneCallback>& callback) {
     sp<IOfflinetimezoneCallback> dropped;  // Released after the lock.
-    const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
+    const std::lock_guard<std::mutex> lock(registrationMutex);
     if (mCallback == callback) std::swap(mCallback, dropped);
     return false;
 }
@@ -171,25 +203,24 @@ void Offlinetimezone::DeathRecipient::serviceDied(uint64_t cookie, const wp<IBas
     // The service knows no client by a number: the line ends before one.
     LOG(ANDROID_LOG_DEBUG, "%s service died. cookie: %llu, who: %p", __func__,
         static_cast<unsigned long long>(cookie), static_cast<const void*>(&who));
+    // Both are released after the lock: they may be the last references.
     sp<IOfflinetimezoneCallback> client;
+    sp<IOfflinetimezoneCallback> registered;
     {
-        const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
-        client = clientCallback.Get();
+        const std::lock_guard<std::mutex> lock(registrationMutex);
+        std::swap(client, clientCallback);
+        registered = lookupThread.clearCb();
+        ++deathCount;
     }
-    // A call into the client's object, so outside the lock. First the link goes, then the
-    // registration: a client that registers in between ends up linked and unregistered, never
-    // registered with its death unnoticed.
-    try {
-        if (client != nullptr) static_cast<void>(client->unlinkToDeath(this).isOk());
-    } catch (...) {
+    if (client == nullptr) return;
+    Unlink(client, this);
+    // The same client may have registered again in between: its new link has gone with the old one.
+    bool isBack;
+    {
+        const std::lock_guard<std::mutex> lock(registrationMutex);
+        isBack = clientCallback == client;
     }
-    // What is dropped is released after the lock: it may be the last reference. `registered` is
-    // there to outlast clearCb.
-    sp<IOfflinetimezoneCallback> dropped;
-    const sp<IOfflinetimezoneCallback> registered = lookupThread.registeredCb();
-    const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
-    dropped = clientCallback.Exchange(nullptr);
-    lookupThread.clearCb();
+    if (isBack) Link(client, this);
 }
 
 Return<void> OfflinetimezoneCallback::timeZoneIdReport(const hidl_string&, const hidl_string&,

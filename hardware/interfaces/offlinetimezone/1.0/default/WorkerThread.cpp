@@ -1,14 +1,18 @@
 #include "WorkerThread.h"
 
 #include <android/log.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <system_error>
+#include <utility>
 
+#include "client_exceptions.h"
 #include "coordinate_text.h"
 #include "database_paths.h"
 
@@ -17,6 +21,7 @@ namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
 namespace {
 
 using ::android::sp;
+using ::android::hardware::hidl_string;
 
 constexpr char kTag[] = "OfflinetimezoneThread";
 constexpr char kSourcePath[] = "hardware/interfaces/offlinetimezone/1.0/default/WorkerThread";
@@ -27,31 +32,50 @@ constexpr char kErrorInput[] = "\"error:error input\"";
 
 #define LOG(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
 
-// A message taken off the queue, with its payload.
-struct MessageDeleter {
-    void operator()(const ThreadMsg* message) const {
-        delete message->msg;
-        delete message;
-    }
-};
-using MessagePtr = std::unique_ptr<const ThreadMsg, MessageDeleter>;
-
 struct TextDeleter {
     void operator()(char* text) const { std::free(text); }
 };
+
+// Joins when it goes, whichever way.
+struct JoinedThread {
+    std::thread thread;
+    ~JoinedThread() {
+        if (thread.joinable()) thread.join();
+    }
+};
+
+// A text as it crosses the interface, borrowed: a report must not fail for want of memory.
+hidl_string Borrowed(const char* text, size_t size) {
+    hidl_string borrowed;
+    borrowed.setToExternal(text, size);
+    return borrowed;
+}
 
 }  // namespace
 
 WorkerThread::WorkerThread(const char* threadName) : mThreadName(threadName) {}
 
 WorkerThread::~WorkerThread() {
+    Close();
+}
+
+void WorkerThread::Close() {
     ExitThread();
-    // The thread may never have run: what was posted then is still here.
-    for (const ThreadMsg* message : mQueue)
-        MessagePtr(message).reset();
-    // The library may be unloaded while the process goes on, so the database must not stay
-    // mapped.
+    std::vector<uint8_t>().swap(mDownloadBuf);
+    sp<IOfflinetimezoneCallback> callback;  // Released after the lock, like the messages.
+    {
+        const std::lock_guard<std::mutex> lock(mCbMutex);
+        mIsCbClosed = true;
+        std::swap(callback, mCb);
+    }
+    MessageQueue discarded;
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mIsClosed = true;
+    discarded.swap(mQueue);
+    mMsgLength = 0;
+    // The database must not stay mapped when the process goes on without the library.
     if (mLookup != nullptr) mLookup->CloseDB();
+    mLookup.reset();
 }
 
 bool WorkerThread::CreateThread() {
@@ -59,34 +83,43 @@ bool WorkerThread::CreateThread() {
     // the database manager when it takes its first message. mDbOpen is left alone: a second
     // service object must not close the database to the first one's clients.
     const std::lock_guard<std::mutex> lock(mMutex);
+    if (mIsClosed) {
+        throw std::system_error(std::make_error_code(std::errc::operation_canceled),
+                                "thread constructor failed");
+    }
     std::unique_ptr<LookupInterface> lookup;
     if (mLookup == nullptr) lookup = std::make_unique<LookupInterface>();
     if (mThread == nullptr) {
+        MessageQueue exitMessage = MakeMessage(MSG_EXIT_THREAD, nullptr);
         try {
-            mThread = std::make_unique<std::thread>(&WorkerThread::Process, this);
+            mThread = std::make_unique<std::thread>(&WorkerThread::Run, this);
         } catch (const std::system_error& error) {
             throw std::system_error(error.code(), "thread constructor failed");
         }
+        mExitMessage.swap(exitMessage);
+        mIsRunning = true;
     }
     if (mLookup == nullptr) mLookup = std::move(lookup);
     return true;
 }
 
 void WorkerThread::ExitThread() {
-    std::thread* thread;
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        thread = mThread.get();
-    }
-    if (thread == nullptr) return;
-    if (thread->get_id() == std::this_thread::get_id()) {
-        thread->detach();
+    std::unique_ptr<std::thread> thread;
+    std::unique_lock<std::mutex> lock(mMutex);
+    if (mThread == nullptr) return;
+    if (mThread->get_id() == std::this_thread::get_id()) {
+        mThread->detach();
+        mThread.reset();
         return;
     }
-    Post(MSG_EXIT_THREAD, nullptr);
-    thread->join();
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mThread.reset();
+    mQueue.splice(mQueue.end(), mExitMessage);
+    mMsgLength.fetch_add(1);
+    mCv.notify_one();
+    // Only then join: until its loop has ended, a thread may hand over to another.
+    mIdle.wait(lock, [this] { return !mIsRunning; });
+    thread.swap(mThread);
+    lock.unlock();
+    if (thread != nullptr) thread->join();
 }
 
 void WorkerThread::PostMsg(const MsgData* data) {
@@ -102,18 +135,27 @@ void WorkerThread::PostDownloadMsg(const MsgData* data) {
     Post(MSG_DOWNLOAD_DATA, data);
 }
 
+WorkerThread::MessageQueue WorkerThread::MakeMessage(int32_t id, const MsgData* data) {
+    std::unique_ptr<const MsgData> payload(data);
+    MessagePtr message(new ThreadMsg{id, data});
+    static_cast<void>(payload.release());  // The message's now.
+    MessageQueue queue;
+    queue.push_back(std::move(message));
+    return queue;
+}
+
 void WorkerThread::Post(int32_t id, const MsgData* data) {
+    MessageQueue message = MakeMessage(id, data);
     bool hasThread;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
+        if (mIsClosed) return;
         hasThread = mThread != nullptr;
+        mQueue.splice(mQueue.end(), message);
+        mMsgLength.fetch_add(1);
+        mCv.notify_one();
     }
     if (!hasThread) FaultHandler(kSourcePath, __LINE__);
-    auto* message = new ThreadMsg{id, data};
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mQueue.push_back(message);
-    mMsgLength.fetch_add(1);
-    mCv.notify_one();
 }
 
 uint32_t WorkerThread::GetMsgLength() {
@@ -121,28 +163,25 @@ uint32_t WorkerThread::GetMsgLength() {
 }
 
 void WorkerThread::registerCb(const sp<IOfflinetimezoneCallback>& callback) {
-    const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
-    if (mCb == nullptr) mCb = callback;
+    const std::lock_guard<std::mutex> lock(mCbMutex);
+    if (mCb == nullptr && !mIsCbClosed) mCb = callback;
 }
 
-void WorkerThread::clearCb() {
-    sp<IOfflinetimezoneCallback> dropped;  // Released after the lock: it may be the last one.
-    const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
-    std::swap(dropped, mCb);
+sp<IOfflinetimezoneCallback> WorkerThread::clearCb() {
+    sp<IOfflinetimezoneCallback> cleared;
+    const std::lock_guard<std::mutex> lock(mCbMutex);
+    std::swap(cleared, mCb);
+    return cleared;
 }
 
 sp<IOfflinetimezoneCallback> WorkerThread::registeredCb() {
-    const std::lock_guard<std::recursive_mutex> lock(registrationMutex);
+    const std::lock_guard<std::mutex> lock(mCbMutex);
     return mCb;
 }
 
 int32_t WorkerThread::getDBVersion() {
-    LookupInterface* lookup;
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        lookup = mLookup.get();
-    }
-    return lookup != nullptr ? lookup->getDBVersion() : kNoVersion;
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return mLookup != nullptr ? mLookup->getDBVersion() : kNoVersion;
 }
 
 int32_t WorkerThread::getServerStatus() {
@@ -158,15 +197,44 @@ pthread_t WorkerThread::GetCurrentThreadId() {
     return pthread_self();
 }
 
+void WorkerThread::Run() {
+    // A client that ends its thread from inside a report ends the worker's: then another takes
+    // over.
+    struct Succession {
+        WorkerThread* worker;
+        bool isOver;
+        ~Succession() {
+            if (!isOver) worker->HandOver();
+        }
+    } succession{this, false};
+    Process();
+    succession.isOver = true;
+}
+
+// Puts another thread in the place of this one, which is ending.
+void WorkerThread::HandOver() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    if (mThread == nullptr) return;  // Let go: the process ends.
+    mThread->detach();
+    try {
+        *mThread = std::thread(&WorkerThread::Run, this);
+    } catch (const std::exception&) {
+        // Without one the messages wait until CreateThread can start it.
+        mThread.reset();
+        mIsRunning = false;
+        mIdle.notify_all();
+    }
+}
+
 void WorkerThread::Process() {
     char name[16] = {};  // What a thread's name holds, with its end.
     std::strncpy(name, mThreadName, sizeof name - 1);
     pthread_setname_np(pthread_self(), name);
     mTimerExit.store(false);
-    std::thread timer;
+    JoinedThread timer;
     try {
-        timer = std::thread(&WorkerThread::TimerThread, this);
-    } catch (const std::system_error&) {
+        timer.thread = std::thread(&WorkerThread::TimerThread, this);
+    } catch (const std::exception&) {
         // It has no work: the worker does without it.
     }
     for (;;) {
@@ -174,26 +242,29 @@ void WorkerThread::Process() {
         {
             std::unique_lock<std::mutex> lock(mMutex);
             mCv.wait(lock, [this] { return !mQueue.empty(); });
-            message.reset(mQueue.front());
+            message = std::move(mQueue.front());
             mQueue.pop_front();
             mMsgLength.fetch_sub(1);
         }
         if (message->id == MSG_EXIT_THREAD) break;
         try {
             Dispatch(*message);
-        } catch (...) {
+        }
+        RETHROW_END_OF_THREAD
+        catch (...) {
             // Out of memory in the midst of a message. The message is lost and nothing of it is
             // half done: a chunk that could not be joined makes the end of the download fail.
         }
     }
     mTimerExit.store(true);
-    if (timer.joinable()) timer.join();
+    if (timer.thread.joinable()) timer.thread.join();
+    MessageQueue discarded;  // Destroyed after the lock.
     const std::lock_guard<std::mutex> lock(mMutex);
-    for (const ThreadMsg* message : mQueue)
-        MessagePtr(message).reset();
-    mQueue.clear();
+    discarded.swap(mQueue);
     mMsgLength.store(0);
     LOG("Exit thread on ");
+    mIsRunning = false;
+    mIdle.notify_all();
 }
 
 void WorkerThread::TimerThread() {}
@@ -257,11 +328,16 @@ void WorkerThread::HandleLookup(const MsgData& data) {
 void WorkerThread::Report(const sp<IOfflinetimezoneCallback>& callback, const MsgData& request,
                           const char* tzId) {
     if (callback == nullptr) return;
+    const hidl_string lat = Borrowed(request.lat.c_str(), request.lat.size());
+    const hidl_string lon = Borrowed(request.lon.c_str(), request.lon.size());
     try {
         // Whether the report got through is looked at, as the runtime demands, and changes
         // nothing.
-        static_cast<void>(callback->timeZoneIdReport(request.lat, request.lon, tzId).isOk());
-    } catch (...) {
+        static_cast<void>(
+                callback->timeZoneIdReport(lat, lon, Borrowed(tzId, std::strlen(tzId))).isOk());
+    }
+    RETHROW_END_OF_THREAD
+    catch (...) {
         // A client in this process threw; its trouble must not end the worker.
     }
 }
@@ -323,14 +399,21 @@ void WorkerThread::WriteBackup() {
     FILE* file = std::fopen(kBackupDatabasePath, "wb");
     LOG("open  file  %s", std::strerror(errno));
     if (file == nullptr) return;
+    // Unbuffered, so that a full disk fails the write, where the log looks, and not the flush.
+    std::setvbuf(file, nullptr, _IONBF, 0);
     errno = 0;
-    std::fwrite(mDownloadBuf.data(), 1, mDownloadBuf.size(), file);
+    if (!mDownloadBuf.empty()) std::fwrite(mDownloadBuf.data(), 1, mDownloadBuf.size(), file);
     LOG("after  write it to backup %s", std::strerror(errno));
-    // The injection that follows cuts the active file to nothing first: by then the backup must
-    // be on the medium, or a power cut between the two would find neither file whole.
+    // The injection that follows cuts the active file to nothing first: by then the backup, and its
+    // entry in the directory where it is new, must be on the medium, or a power cut between the two
+    // would find neither file whole.
     std::fflush(file);
     fsync(fileno(file));
     std::fclose(file);
+    const int directory = open(kDatabaseDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory < 0) return;
+    fsync(directory);
+    close(directory);
 }
 
 }  // namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation

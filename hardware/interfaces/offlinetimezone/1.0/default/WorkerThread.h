@@ -8,7 +8,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -34,6 +34,13 @@ struct MsgData {
 struct ThreadMsg {
     int32_t id;
     const MsgData* msg;
+};
+
+struct ThreadMsgDeleter {
+    void operator()(const ThreadMsg* message) const {
+        delete message->msg;
+        delete message;
+    }
 };
 
 enum MessageId : int32_t {
@@ -64,26 +71,27 @@ enum DownloadState : int32_t {
     DOWNLOAD_STATE_COMPLETE = 2,
 };
 
-// Guards who is registered, in the front and here: taken by startLookup, stopLookup, serviceDied,
-// registerCb and clearCb, and by the worker to copy the callback before it reports. Recursive, so
-// that the front can hold it around registerCb. No client code runs under it.
-inline std::recursive_mutex registrationMutex;
-
 // Any thread may call the public operations, at any time, unless they say otherwise.
 class WorkerThread {
   public:
     // `threadName` must outlive the object. Starts no thread.
     explicit WorkerThread(const char* threadName);
 
-    // Stops the thread (see ExitThread) and closes the database. No other call may be going on.
+    // Closes (see Close). No other call may be going on.
     ~WorkerThread();
 
     WorkerThread(const WorkerThread&) = delete;
     WorkerThread& operator=(const WorkerThread&) = delete;
 
+    // Ends for good: stops the thread (see ExitThread), discards what is queued, closes the
+    // database and forgets the callback. Calls that come later are safe: posts are discarded, no
+    // callback registers, the version is 65535, and CreateThread fails.
+    void Close();
+
     // Starts the thread and creates the database manager unless they exist. Returns true; throws
-    // std::system_error ("thread constructor failed") when the thread cannot start, and leaves
-    // everything as it was.
+    // std::system_error ("thread constructor failed") when the thread cannot start, or after Close,
+    // and leaves everything as it was. After ExitThread it starts a fresh thread, which goes on
+    // with what is queued.
     bool CreateThread();
 
     // Lets everything posted so far be handled and waits for the thread to end; what is posted
@@ -92,7 +100,8 @@ class WorkerThread {
     // where a client may have ended the process from its report, it lets the thread go instead.
     void ExitThread();
 
-    // Post one message and return at once. `data` must not be null and belongs to the worker.
+    // Post one message and return at once. `data` must not be null and belongs to the worker, also
+    // when std::bad_alloc is thrown and nothing was posted.
     void PostMsg(const MsgData* data);          // MSG_LOOKUP
     void PostInitMsg(const MsgData* data);      // MSG_INIT
     void PostInjectMsg(const MsgData* data);    // MSG_INJECT_DB
@@ -104,8 +113,9 @@ class WorkerThread {
     // Registers the callback that receives the reports, unless one is registered.
     void registerCb(const ::android::sp<IOfflinetimezoneCallback>& callback);
 
-    // Forgets the registered callback.
-    void clearCb();
+    // Forgets the registered callback. Returns it, or empty: it may be the last reference, which
+    // the caller releases where it holds no lock.
+    ::android::sp<IOfflinetimezoneCallback> clearCb();
 
     // The registered callback, or empty.
     ::android::sp<IOfflinetimezoneCallback> registeredCb();
@@ -119,8 +129,20 @@ class WorkerThread {
     OFFLINETZ_EXPORT pthread_t GetThreadId();
     OFFLINETZ_EXPORT static pthread_t GetCurrentThreadId();
 
-  private:
+  protected:
+    // Posts a message of any id.
     void Post(int32_t id, const MsgData* data);
+
+  private:
+    using MessagePtr = std::unique_ptr<const ThreadMsg, ThreadMsgDeleter>;
+    // A list, because a message that stands in one of its own already can be appended without
+    // memory: nothing can fail under the lock, nor when the thread is to end.
+    using MessageQueue = std::list<MessagePtr>;
+
+    static MessageQueue MakeMessage(int32_t id, const MsgData* data);
+
+    void Run();
+    void HandOver();
     void Process();
     void TimerThread();
 
@@ -138,20 +160,30 @@ class WorkerThread {
 
     std::atomic<int32_t> mDbOpen{0};       // The worker's alone.
     std::unique_ptr<std::thread> mThread;  // Guarded by mMutex.
-    std::deque<ThreadMsg*> mQueue;         // Guarded by mMutex.
+    MessageQueue mQueue;                   // Guarded by mMutex.
     std::mutex mMutex;
     std::condition_variable mCv;
     std::atomic<bool> mTimerExit{false};
     const char* mThreadName;
     std::atomic<int32_t> mServerStatus{
             SERVER_STATUS_IDLE};                  // Set by the worker, read by any thread.
-    ::android::sp<IOfflinetimezoneCallback> mCb;  // Guarded by registrationMutex.
-    // Set under mMutex, once, before the worker can take its first message under it.
+    ::android::sp<IOfflinetimezoneCallback> mCb;  // Guarded by mCbMutex.
+    // Made under mMutex, once, before the worker can take its first message under it.
     std::unique_ptr<LookupInterface> mLookup;
     std::vector<uint8_t> mDownloadBuf;  // The worker's alone, like the state.
     int32_t mDownloadState = DOWNLOAD_STATE_NONE;
-    // The queue's length, kept beside it because a deque cannot be asked without its lock.
+
+    // The queue's length, kept beside it so that it can be asked without its lock.
     std::atomic<uint32_t> mMsgLength{0};
+    // Guards mCb and its flag. The worker copies the callback under it before it reports; no
+    // client's code runs under it.
+    std::mutex mCbMutex;
+    bool mIsCbClosed = false;       // Guarded by mCbMutex.
+    bool mIsClosed = false;         // Guarded by mMutex.
+    bool mIsRunning = false;        // Guarded by mMutex: whether a thread handles messages.
+    std::condition_variable mIdle;  // Notified when mIsRunning becomes false.
+    // The message that ends the thread, made when it starts. Guarded by mMutex.
+    MessageQueue mExitMessage;
 };
 
 }  // namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation

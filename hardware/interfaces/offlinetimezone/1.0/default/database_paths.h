@@ -6,6 +6,7 @@
 #define OFFLINETZ_DATABASE_DIR "/data/offlinetz"
 #endif
 
+inline constexpr char kDatabaseDirectory[] = OFFLINETZ_DATABASE_DIR;
 // The file that is verified, opened and read.
 inline constexpr char kActiveDatabasePath[] = OFFLINETZ_DATABASE_DIR "/lastcombinedTimezone.bin";
 // The latest download: the source of every restore and injection.
