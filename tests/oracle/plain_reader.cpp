@@ -34,9 +34,15 @@ struct Reading {
     }
 };
 
+// More than this is not begun, of strings in an opening, of rings and strings in a lookup.
+bool IsTooMuch(const std::vector<uint8_t>& content, uint64_t taken) {
+    return taken > 4 * content.size() + 1048576;
+}
+
 // The string at `*position`; moves it on as the format says.
 std::optional<std::string> StringAt(const std::vector<uint8_t>& content, uint32_t metadata,
                                     uint32_t* position, uint64_t* taken) {
+    if (IsTooMuch(content, *taken)) return std::nullopt;
     Reading reading{content, *position};
     try {
         uint64_t length = reading.Number();
@@ -46,7 +52,7 @@ std::optional<std::string> StringAt(const std::vector<uint8_t>& content, uint32_
             reading.position =
                     static_cast<uint32_t>(metadata + static_cast<uint32_t>(length - 256));
             length = reading.Number();
-            if (length > 256) return std::nullopt;
+            if (length > 256) length = content.size();  // None is so long.
         }
         *taken += reading.taken;
         if (reading.position + length > content.size()) return std::nullopt;
@@ -58,6 +64,7 @@ std::optional<std::string> StringAt(const std::vector<uint8_t>& content, uint32_
         if (inlineText) *position += static_cast<uint32_t>(length);
         return text.substr(0, text.find('\0'));
     } catch (const CutShort&) {
+        *taken += reading.taken;
         return std::nullopt;
     }
 }
@@ -229,16 +236,13 @@ Answer PlainReader::Lookup(float lat, float lon) const {
         Reading table{mContent, mBoxTable};
         uint32_t record = 0;
         uint32_t polygon = 0;
-        uint64_t ringBytes = 0;
-        while (table.position < mMetadata && ringBytes <= 64 * mContent.size()) {
+        while (table.position < mMetadata && !IsTooMuch(mContent, answer.bytesRead)) {
             const int64_t minLat = table.SignedNumber();
             const int64_t minLon = table.SignedNumber();
             const int64_t maxLat = table.SignedNumber();
             const int64_t maxLon = table.SignedNumber();
             const int64_t recordDelta = table.SignedNumber();
             const uint32_t polygonDelta = table.Number();
-            answer.bytesRead += table.taken;
-            table.taken = 0;
             if (minLat > point.lat) break;
             record += static_cast<uint32_t>(recordDelta);
             polygon += polygonDelta;
@@ -251,7 +255,6 @@ Answer PlainReader::Lookup(float lat, float lon) const {
             Reading ring{mContent, ringAt};
             const int result = ClassifyRing(&ring, shifted, &nearest);
             answer.bytesRead += ring.taken;
-            ringBytes += ring.taken;
             if (result != 0 && rings.size() == 4096) break;
             if (result != 0) rings.push_back({result, record});
         }

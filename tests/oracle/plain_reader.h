@@ -18,7 +18,7 @@ struct ZoneHit {
 struct Answer {
     std::vector<ZoneHit> hits;
     float safezone = 0.0f;
-    uint64_t bytesRead = 0;  // Of the box table, the rings and the zone strings.
+    uint64_t bytesRead = 0;  // Of the rings and the zone strings.
 };
 
 class PlainReader {

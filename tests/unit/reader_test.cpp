@@ -188,18 +188,44 @@ TEST(Lookup, TruncatesAndClampsAnyFloat) {
     }
 }
 
-// Every entry of a long table points at one long ring: without a limit on its work a lookup
-// would decode 2^37 points.
-TEST(Hostile, ALongTableOfOneLongRingCostsLittle) {
-    RawDatabase raw;
-    raw.AddRecord("A");
-    const Bytes entry = Signed(-9) + Signed(-9) + Signed(9) + Signed(9) + Signed(0) + Unsigned(0);
-    for (int i = 0; i < 300000; ++i)
-        raw.boxTable = std::move(raw.boxTable) + entry;
-    raw.polygons = Unsigned(400000) + Bytes(800000, 2);
-    const DatabasePtr database = OpenBytes(raw.File());
-    ASSERT_NE(nullptr, database);
-    EXPECT_EQ("nothing", Hits(ZDLookup(database.get(), 0, 0, nullptr)));
+// Thousands of entries of one long ring, of records in one long run of bytes that each say that
+// another follows, or names that refer to one: what is read ends early, in proportion to the file.
+TEST(Hostile, LongRingsAndTextsAreReadAFewTimesOnly) {
+    constexpr uint32_t kZones = 4000;
+    const Bytes run = Bytes(1 << 20, 0x80) + Bytes{1, 'A' ^ 0x80};
+    const auto hits = [&](const Bytes& ring, const Bytes& records) {
+        RawDatabase raw;
+        for (uint32_t i = 0; i < kZones; ++i) {
+            raw.boxTable = std::move(raw.boxTable) + Signed(-9) + Signed(-9) + Signed(9) +
+                           Signed(9) + Signed(i == 0 ? 0 : 1) + Unsigned(0);
+        }
+        raw.metadata = records;
+        raw.polygons = ring;
+        const DatabasePtr database = OpenBytes(raw.File());
+        size_t texts = 0;
+        size_t count = 0;
+        ZDResult* results = ZDLookup(database.get(), 0, 0, nullptr);
+        for (; results[count].result != ZDLookupEnd; ++count)
+            texts += results[count].fieldValues[0] != nullptr ? 1 : 0;
+        ZDFreeResults(results);
+        return std::make_pair(count, texts);
+    };
+    const Bytes corners = Signed(-9) + Signed(-12) + Signed(18) + Signed(0) + Signed(0) +
+                          Signed(18) + Signed(-18) + Signed(0);
+    // Four times a content of a megabyte, a megabyte more, and the one that goes beyond.
+    EXPECT_EQ(std::make_pair(size_t{kZones}, size_t{6}), hits(Unsigned(4) + corners, run));
+    EXPECT_EQ(std::make_pair(size_t{6}, size_t{0}),
+              hits(Unsigned(500000) + corners + Bytes(999992, 0), Bytes(kZones, 0)));
+
+    RawDatabase names;
+    names.fieldCount = 255;
+    names.headerStrings.clear();
+    // Positions in the header count from the start of the file; the run begins before this one.
+    for (int i = 0; i < 255; ++i)
+        names.headerStrings = std::move(names.headerStrings) + Unsigned(256 + 1000);
+    names.headerStrings = std::move(names.headerStrings) + String("notice");
+    names.metadata = run;
+    EXPECT_EQ(nullptr, OpenBytes(names.File()));
 }
 
 // As many zones as entries, all hit, each asking for 255 values: the list ends where no honest one

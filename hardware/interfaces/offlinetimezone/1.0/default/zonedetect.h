@@ -4,13 +4,16 @@
 // here reads outside the file's content (the file less its 20-byte digest trailer, which the
 // reader does not verify), raises an exception, or computes with undefined behaviour.
 //
-// An open handle is only read, so any number of threads may look points up in it at once;
-// it must not be closed while one of them does. The format is described in docs/format.md.
+// An open handle is only read, but for what its first lookup remembers, so any number of threads
+// may look points up in it at once; it must not be closed while one of them does. The format is
+// described in docs/format.md.
 #pragma once
 
 #include <cstdint>
 
 #include "export.h"
+
+class ZDDirectory;
 
 #ifdef __cplusplus
 extern "C" {
@@ -43,6 +46,8 @@ typedef struct ZDDatabase {
     uint32_t metadataOffset;
     uint32_t polygonDataOffset;
     const uint8_t* checksum;  // The digest trailer, mapping + length.
+    // What lookups remember of the box table, owned; null: they scan it. The first lookup fills it.
+    ZDDirectory* directory;
 } ZDDatabase;
 
 // One entry of a lookup's result list.

@@ -1,0 +1,103 @@
+// Numbers as a database holds them, read within bounds, and as its units count.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+
+#include "zonedetect.h"
+
+namespace zonedetect {
+
+// A position in the content and the end that no read may pass.
+struct Cursor {
+    const uint8_t* next;
+    const uint8_t* end;
+};
+
+inline Cursor CursorAt(const ZDDatabase& db, uint32_t position) {
+    const auto length = static_cast<uint32_t>(db.length);
+    return {db.mapping + (position < length ? position : length), db.mapping + length};
+}
+
+inline uint32_t PositionOf(const ZDDatabase& db, const Cursor& cursor) {
+    return static_cast<uint32_t>(cursor.next - db.mapping);
+}
+
+// Reads an unsigned varint; groups at bit 32 or above are dropped. False, with the cursor where it
+// was, when it starts at or runs past the end.
+inline bool ReadUnsigned(Cursor* cursor, uint32_t* value) {
+    const uint8_t* next = cursor->next;
+    const uint8_t* const end = cursor->end;
+    uint32_t result = 0;
+    for (unsigned shift = 0; next < end; shift += 7) {
+        const uint8_t byte = *next++;
+        if (shift < 32) result |= uint32_t{byte & 0x7Fu} << shift;
+        if ((byte & 0x80u) == 0) {
+            cursor->next = next;
+            *value = result;
+            return true;
+        }
+        if (shift > 32) shift -= 7;  // Stays beyond 32 however long the number is.
+    }
+    return false;
+}
+
+// The number that a varint stands for where it is signed: sign in bit 0, magnitude above it.
+inline int32_t SignedOf(uint32_t raw) {
+    const auto magnitude = static_cast<int32_t>(raw >> 1);
+    return (raw & 1u) != 0 ? -magnitude : magnitude;
+}
+
+// Reads a signed varint, as ReadUnsigned does.
+inline bool ReadSigned(Cursor* cursor, int32_t* value) {
+    uint32_t raw;
+    if (!ReadUnsigned(cursor, &raw)) return false;
+    *value = SignedOf(raw);
+    return true;
+}
+
+// Sums in a database wrap as 32-bit two's complement; signed overflow never happens.
+inline int32_t WrappingAdd(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+
+// Truncation toward zero that clamps and turns NaN into 0, as float casts alone do not.
+inline int32_t TruncateToInt32(float value) {
+    if (std::isnan(value)) return 0;
+    if (value >= 2147483648.0f) return INT32_MAX;
+    if (value <= -2147483648.0f) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+inline int64_t TruncateToInt64(float value) {
+    if (std::isnan(value)) return 0;
+    if (value >= 9223372036854775808.0f) return INT64_MAX;
+    if (value <= -9223372036854775808.0f) return INT64_MIN;
+    return static_cast<int64_t>(value);
+}
+
+// A precision outside 1 to 31 has no scale; callers answer without one.
+inline bool HasScale(const ZDDatabase& db) {
+    return db.precision >= 1 && db.precision <= 31;
+}
+
+// Units in 90 degrees of latitude and in 180 of longitude.
+inline float Scale(const ZDDatabase& db) {
+    return static_cast<float>(int32_t{1} << (db.precision - 1));
+}
+
+inline int32_t LatitudeUnits(float degrees, float scale) {
+    return TruncateToInt32(degrees / 90.0f * scale);
+}
+
+inline int32_t LongitudeUnits(float degrees, float scale) {
+    return TruncateToInt32(degrees / 180.0f * scale);
+}
+
+// A point in database units.
+struct Point {
+    int32_t lat;
+    int32_t lon;
+};
+
+}  // namespace zonedetect

@@ -1,0 +1,211 @@
+#include "directory.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+namespace zonedetect {
+
+namespace {
+
+constexpr uint32_t kTopCells = 64;  // In each direction.
+// A guess at the bytes of a run in the table, so that the first vectors are seldom made twice.
+constexpr size_t kUsualRunBytes = 20;
+// How many times runs may be listed in the top grid, beyond four times each, and how many times as
+// often in the parts of a cell: what a table of overlapping boxes may cost.
+constexpr size_t kTopListings = 32768;
+constexpr size_t kPartListings = 4;
+
+constexpr uint32_t kAlone = 0x80000000u;   // The rest is a run.
+constexpr uint32_t kListed = 0x40000000u;  // The rest is a place in the lists.
+constexpr uint32_t kRestMask = 0x3FFFFFFFu;
+
+}  // namespace
+
+uint32_t Directory::Axis::CellOf(int32_t units) const {
+    if (units <= min) return 0;
+    const uint32_t above = static_cast<uint32_t>(units) - static_cast<uint32_t>(min);
+    return std::min(above / cellUnits, kTopCells - 1);
+}
+
+Directory::Part Directory::Axis::PartOf(size_t cell) const {
+    const int64_t from = min + static_cast<int64_t>(cell * cellUnits);
+    return {from, from + cellUnits - 1};
+}
+
+bool Directory::ReadRuns(const ZDDatabase& db, std::vector<Box>* boxes) {
+    const uint32_t end = std::min(db.metadataOffset, static_cast<uint32_t>(db.length));
+    const size_t guess = (std::max(end, db.boxTableOffset) - db.boxTableOffset) / kUsualRunBytes;
+    boxes->reserve(guess);
+    mPlaces.reserve(guess + 1);
+    TableReader reader(db, TableReader::Start(db));
+    TablePlace place = reader.Place();
+    for (Box box; reader.Next(&box); place = reader.Place()) {
+        if (!boxes->empty() && box.minLat < boxes->back().minLat) return false;
+        if (!boxes->empty() && box == boxes->back()) continue;
+        boxes->push_back(box);
+        mPlaces.push_back(place);
+    }
+    mPlaces.push_back(place);
+    return boxes->size() < kRestMask;
+}
+
+bool Directory::Build(const ZDDatabase& db) {
+    std::vector<Box> boxes;
+    if (!ReadRuns(db, &boxes)) return false;
+    mPlaces.shrink_to_fit();
+
+    Box all = {0, 0, 0, 0};
+    if (!boxes.empty()) all = boxes.front();
+    for (const Box& box : boxes) {
+        all.minLat = std::min(all.minLat, box.minLat);
+        all.minLon = std::min(all.minLon, box.minLon);
+        all.maxLat = std::max(all.maxLat, box.maxLat);
+        all.maxLon = std::max(all.maxLon, box.maxLon);
+    }
+    const auto span = [](int32_t min, int32_t max) {
+        const int64_t units = std::max<int64_t>(int64_t{max} - min + 1, 1);
+        return static_cast<uint32_t>((units + kTopCells - 1) / kTopCells);
+    };
+    mLat = {all.minLat, span(all.minLat, all.maxLat)};
+    mLon = {all.minLon, span(all.minLon, all.maxLon)};
+
+    // Lists each run in the cells that it meets: first how many, then which.
+    const auto visitCells = [&](uint32_t run, auto visit) {
+        const Box& box = boxes[run];
+        if (box.minLat > box.maxLat || box.minLon > box.maxLon) return;  // Contains nothing.
+        const uint32_t west = mLon.CellOf(box.minLon);
+        const uint32_t east = mLon.CellOf(box.maxLon);
+        const uint32_t north = mLat.CellOf(box.maxLat);
+        for (uint32_t row = mLat.CellOf(box.minLat); row <= north; ++row) {
+            for (uint32_t column = west; column <= east; ++column)
+                visit(size_t{row} * kTopCells + column);
+        }
+    };
+    const auto runCount = static_cast<uint32_t>(boxes.size());
+    const size_t limit = 4 * size_t{runCount} + kTopListings;
+    std::vector<uint32_t> begins(size_t{kTopCells} * kTopCells + 1);
+    size_t listed = 0;
+    for (uint32_t run = 0; run < runCount && listed <= limit; ++run) {
+        visitCells(run, [&](size_t cell) {
+            ++begins[cell + 1];
+            ++listed;
+        });
+    }
+    if (listed > limit) return false;
+    for (size_t cell = 0; cell + 1 < begins.size(); ++cell)
+        begins[cell + 1] += begins[cell];
+    std::vector<uint32_t> top(listed);
+    {
+        std::vector<uint32_t> next(begins.begin(), begins.end() - 1);
+        for (uint32_t run = 0; run < runCount; ++run)
+            visitCells(run, [&](size_t cell) { top[next[cell]++] = run; });
+    }
+
+    mTop.resize(size_t{kTopCells} * kTopCells);
+    mNodes.reserve(mTop.size() + 2 * size_t{runCount});
+    mLists.push_back(0);  // The list of nothing.
+    std::vector<uint32_t> runs;
+    for (size_t cell = 0; cell < mTop.size(); ++cell) {
+        runs.assign(top.begin() + begins[cell], top.begin() + begins[cell + 1]);
+        mTop[cell] = static_cast<uint32_t>(mNodes.size());
+        AddNode(boxes, mLat.PartOf(cell / kTopCells), mLon.PartOf(cell % kTopCells), &runs, 0,
+                kPartListings * runs.size());
+    }
+    mNodes.shrink_to_fit();
+    mLists.shrink_to_fit();
+    return mNodes.size() <= kRestMask && mLists.size() <= kRestMask;
+}
+
+// Adds the node of a part of the grid and all below it. `runs` holds the runs that the part meets
+// from `first` on, and the same as before afterwards; `budget` is how many the lists below may
+// hold.
+void Directory::AddNode(const std::vector<Box>& boxes, const Part& lat, const Part& lon,
+                        std::vector<uint32_t>* runs, size_t first, size_t budget) {
+    const size_t last = runs->size();
+    const size_t count = last - first;
+    const size_t node = mNodes.size();
+    mNodes.push_back(0);
+    if (count == 1) {
+        mNodes[node] = kAlone | (*runs)[first];
+        return;
+    }
+    const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
+    const Part& whole = isSplitByLat ? lat : lon;
+    const Part halves[2] = {{whole.min, whole.Middle()}, {whole.Middle() + 1, whole.max}};
+    const auto meets = [&](uint32_t run, const Part& half) {
+        const Box& box = boxes[run];
+        return isSplitByLat ? box.minLat <= half.max && box.maxLat >= half.min
+                            : box.minLon <= half.max && box.maxLon >= half.min;
+    };
+    size_t counts[2] = {0, 0};
+    if (whole.min < whole.max) {
+        for (size_t i = first; i < last; ++i) {
+            if (meets((*runs)[i], halves[0])) ++counts[0];
+            if (meets((*runs)[i], halves[1])) ++counts[1];
+        }
+    }
+    const size_t listings = counts[0] + counts[1];
+    if (listings == 0 || listings > budget) {
+        mNodes[node] = kListed | static_cast<uint32_t>(count == 0 ? 0 : mLists.size());
+        if (count == 0) return;
+        mLists.push_back(static_cast<uint32_t>(count));
+        mLists.insert(mLists.end(), runs->begin() + static_cast<std::ptrdiff_t>(first),
+                      runs->end());
+        return;
+    }
+    for (int half = 0; half < 2; ++half) {
+        if (half == 1) mNodes[node] = static_cast<uint32_t>(mNodes.size());
+        for (size_t i = first; i < last; ++i) {
+            const uint32_t run = (*runs)[i];
+            if (meets(run, halves[half])) runs->push_back(run);
+        }
+        AddNode(boxes, isSplitByLat ? halves[half] : lat, isSplitByLat ? lon : halves[half], runs,
+                last, budget * counts[half] / listings);
+        runs->resize(last);
+    }
+}
+
+Directory::Runs Directory::RunsAt(const Point& point) const {
+    const uint32_t row = mLat.CellOf(point.lat);
+    const uint32_t column = mLon.CellOf(point.lon);
+    Part lat = mLat.PartOf(row);
+    Part lon = mLon.PartOf(column);
+    size_t node = mTop[size_t{row} * kTopCells + column];
+    while ((mNodes[node] & (kAlone | kListed)) == 0) {
+        const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
+        Part& part = isSplitByLat ? lat : lon;
+        const int64_t middle = part.Middle();
+        const bool isSecond = (isSplitByLat ? point.lat : point.lon) > middle;
+        part = isSecond ? Part{middle + 1, part.max} : Part{part.min, middle};
+        node = isSecond ? mNodes[node] : node + 1;
+    }
+    const uint32_t rest = mNodes[node] & kRestMask;
+    if ((mNodes[node] & kAlone) != 0) return {nullptr, 1, rest};
+    return {&mLists[rest + 1], mLists[rest], 0};
+}
+
+}  // namespace zonedetect
+
+ZDDirectory::~ZDDirectory() {
+    delete mDirectory;
+}
+
+const zonedetect::Directory* ZDDirectory::Get(const ZDDatabase& db) {
+    State state = mState.load(std::memory_order_acquire);
+    if (state == kReady) return mDirectory;
+    if (state != kNone) return nullptr;
+    if (!mState.compare_exchange_strong(state, kBusy, std::memory_order_acquire)) return nullptr;
+    try {
+        auto directory = std::make_unique<zonedetect::Directory>();
+        if (directory->Build(db)) {
+            mDirectory = directory.release();
+            mState.store(kReady, std::memory_order_release);
+            return mDirectory;
+        }
+        mState.store(kUseless, std::memory_order_relaxed);
+    } catch (const std::bad_alloc&) {
+        mState.store(kNone, std::memory_order_release);  // The next lookup tries again.
+    }
+    return nullptr;
+}

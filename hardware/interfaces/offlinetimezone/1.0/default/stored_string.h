@@ -1,0 +1,30 @@
+// Texts as a database stores them.
+#pragma once
+
+#include <cstdint>
+
+#include "database_numbers.h"
+#include "read_budget.h"
+#include "zonedetect.h"
+
+namespace zonedetect {
+
+// A text within the content, not decoded yet.
+struct StoredString {
+    const uint8_t* bytes;
+    uint32_t length;
+
+    // Decodes it to `text`, which has room for length + 1 characters, with a zero at its end.
+    void CopyTo(char* text) const;
+};
+
+// Finds the string at content position `*position`, which moves as ZDParseString says. False when
+// it cannot be decoded, or when the budget, on which its bytes go, is spent; `*position` then
+// stays.
+bool FindString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget, StoredString* found);
+
+// FindString, with the text decoded into memory of its own, which the caller frees; null when it
+// cannot be, or where there is no memory.
+char* ParseString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget);
+
+}  // namespace zonedetect
