@@ -33,7 +33,8 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     print("zones", fmt::format("{} from {} features, {} sea features left out", s.zones, s.features,
                                s.seaFeatures));
     print("points", fmt::format("{} in, {} out in {} rings", s.pointsIn, s.pointsOut, s.rings));
-    print("pieces", fmt::format("{} with {} points", s.entries, s.entryPoints));
+    print("tiles",
+          fmt::format("{} with {} rings and {} points", s.tiles, s.entries, s.entryPoints));
     print("mended", fmt::format("{} edges split on the grid; {} thin rings boxed, {} dropped",
                                 s.crossingsMended, s.snap.boxed, s.snap.dropped));
     print("displacement", fmt::format("at most {:.1f} m by simplification and {:.1f} m by the grid",
@@ -106,15 +107,15 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
                     },
                     ""))
             ->capture_default_str();
-    command->add_option("--max-ring-points", options->maxRingPoints,
-                        "Cut rings into pieces of about so many points; 0 keeps them whole")
+    command->add_option("--max-tile-points", options->maxTilePoints,
+                        "Tile the world into boxes of about so many points; 0 keeps rings whole")
             ->check(CLI::Range(size_t{0}, size_t{1000000}))
             ->check(CLI::Validator(
                     [](const std::string& text) {
-                        // Pieces of fewer points would mostly hold the corners of their boxes.
+                        // Tiles of fewer points would mostly hold the corners of their fences.
                         const unsigned long points = std::strtoul(text.c_str(), nullptr, 10);
-                        return points == 0 || points >= 100 ? std::string()
-                                                            : "neither 0 nor at least 100: " + text;
+                        return points == 0 || points >= 32 ? std::string()
+                                                           : "neither 0 nor at least 32: " + text;
                     },
                     ""))
             ->capture_default_str();

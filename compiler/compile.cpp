@@ -7,12 +7,12 @@
 #include <stdexcept>
 #include <utility>
 
-#include "cut.h"
 #include "grid.h"
 #include "mend.h"
 #include "output_file.h"
 #include "simplify.h"
 #include "source.h"
+#include "tile.h"
 
 namespace offlinetz {
 
@@ -30,6 +30,15 @@ void CountRings(const std::vector<ZoneRings>& zones, size_t* rings, size_t* poin
         *rings += zone.size();
         for (const GridRing& ring : zone)
             *points += ring.size();
+    }
+}
+
+// Entries of one tile follow each other.
+void CountEntries(const std::vector<TableEntry>& entries, CompileSummary* summary) {
+    summary->entries = entries.size();
+    for (size_t i = 0; i < entries.size(); ++i) {
+        summary->entryPoints += entries[i].ring.size();
+        if (i == 0 || entries[i].box.min != entries[i - 1].box.min) ++summary->tiles;
     }
 }
 
@@ -81,22 +90,17 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     std::vector<ZoneRings> zones =
             DrawOnGrid(options.inputs, source, grid, options.toleranceMetres, listener, &summary);
 
-    listener.progress("cutting", 0, 0);
     DatabaseContent content;
     content.version = static_cast<uint8_t>(options.version);
     content.precision = options.precision;
     content.fieldNames = {kFieldName};
     content.notice = options.notice;
-    for (size_t i = 0; i < zones.size(); ++i) {
-        content.zones.push_back(StoredIdentifier(source.zones[i].tzid, options.bareIdentifiers));
-        for (const GridRing& ring : zones[i]) {
-            for (Piece& piece : CutRing(ring, options.maxRingPoints)) {
-                summary.entryPoints += piece.ring.size();
-                content.entries.push_back({static_cast<uint32_t>(i), std::move(piece)});
-            }
-        }
-    }
-    summary.entries = content.entries.size();
+    for (const Zone& zone : source.zones)
+        content.zones.push_back(StoredIdentifier(zone.tzid, options.bareIdentifiers));
+    listener.progress("tiling", 0, 0);
+    content.entries = TileWorld(zones, grid, options.maxTilePoints,
+                                [&](size_t entries) { listener.progress("tiling", entries, 0); });
+    CountEntries(content.entries, &summary);
 
     const std::vector<uint8_t> bytes = EncodeDatabase(content, &summary.sizes);
     summary.fileSize = bytes.size();

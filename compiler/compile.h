@@ -13,9 +13,8 @@
 
 namespace offlinetz {
 
-// Measured (docs/format.md): fewer points a piece make the box table longer, more make the rings
-// longer, and both are read on every lookup.
-constexpr size_t kDefaultMaxRingPoints = 2000;
+// Measured (docs/format.md): fewer points a tile make lookups faster and the file larger.
+constexpr size_t kDefaultMaxTilePoints = 256;
 
 struct CompileOptions {
     std::vector<std::string> inputs;
@@ -24,7 +23,7 @@ struct CompileOptions {
     std::string notice;                            // Up to kMaxStringLength bytes.
     int precision = 21;                            // As Grid takes it; 21 fits the fallback at sea.
     double toleranceMetres = 20.0;                 // 0: keep every bend.
-    size_t maxRingPoints = kDefaultMaxRingPoints;  // 0: keep rings whole.
+    size_t maxTilePoints = kDefaultMaxTilePoints;  // 0: keep rings whole.
     bool bareIdentifiers = false;                  // Without the double quotes at both ends.
     size_t selfCheckPoints = 0;                    // 0: no self-check.
 };
@@ -34,9 +33,10 @@ struct CompileSummary {
     size_t seaFeatures = 0;
     size_t zones = 0;
     size_t pointsIn = 0;
-    size_t rings = 0;      // After mending, before cutting.
+    size_t rings = 0;      // After mending, before tiling.
     size_t pointsOut = 0;  // Of those rings.
-    size_t entries = 0;    // Rings and pieces in the box table.
+    size_t tiles = 0;      // Boxes in the box table.
+    size_t entries = 0;    // Of the box table.
     size_t entryPoints = 0;
     size_t crossingsMended = 0;
     SnapCounts snap;

@@ -82,8 +82,8 @@ std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes
     std::vector<size_t> order(content.entries.size());
     std::iota(order.begin(), order.end(), size_t{0});
     const auto key = [&](size_t i) {
-        const DatabaseContent::Entry& e = content.entries[i];
-        return std::make_tuple(e.piece.box.min.lat, e.zone, e.piece.box.min.lon, i);
+        const TableEntry& e = content.entries[i];
+        return std::make_tuple(e.box.min.lat, e.box.min.lon, e.zone, i);
     };
     std::sort(order.begin(), order.end(), [&](size_t x, size_t y) { return key(x) < key(y); });
 
@@ -92,18 +92,18 @@ std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes
     uint32_t recordOffset = 0;
     size_t polygonOffset = 0;
     for (const size_t i : order) {
-        const DatabaseContent::Entry& entry = content.entries[i];
-        const GridBox& box = entry.piece.box;
-        AppendSigned(box.min.lat, &boxTable);
-        AppendSigned(box.min.lon, &boxTable);
-        AppendSigned(box.max.lat, &boxTable);
-        AppendSigned(box.max.lon, &boxTable);
-        const uint32_t record = recordOffsets.at(entry.zone);
+        const TableEntry& entry = content.entries[i];
+        AppendSigned(entry.box.min.lat, &boxTable);
+        AppendSigned(entry.box.min.lon, &boxTable);
+        AppendSigned(entry.box.max.lat, &boxTable);
+        AppendSigned(entry.box.max.lon, &boxTable);
+        const uint32_t record =
+                entry.zone != TableEntry::kNoZone ? recordOffsets.at(entry.zone) : recordOffset;
         AppendSigned(static_cast<int32_t>(record - recordOffset), &boxTable);
         AppendUnsigned(static_cast<uint32_t>(polygons.size() - polygonOffset), &boxTable);
         recordOffset = record;
         polygonOffset = polygons.size();
-        AppendRing(entry.piece.ring, &polygons);
+        AppendRing(entry.ring, &polygons);
     }
 
     std::vector<uint8_t> file = {'P',

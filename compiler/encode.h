@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cut.h"
+#include "tile.h"
 
 namespace offlinetz {
 
@@ -18,11 +18,7 @@ struct DatabaseContent {
     std::string notice;
     std::vector<std::string> zones;  // The first string of each zone's record.
 
-    struct Entry {
-        uint32_t zone;  // Index into zones.
-        Piece piece;    // In true coordinates.
-    };
-    std::vector<Entry> entries;
+    std::vector<TableEntry> entries;  // Their zones are indexes into zones.
 };
 
 // Bytes of each part of an encoded database.
@@ -42,8 +38,9 @@ void AppendSigned(int32_t value, std::vector<uint8_t>* bytes);
 void AppendString(const std::string& text, std::vector<uint8_t>* bytes);
 
 // The whole file with its digest trailer. The box table is sorted by minimum latitude, a zone
-// string that occurs again is stored once and referenced, rings go kReaderShift units west.
-// Throws std::length_error for a text or a file that the format cannot hold.
+// string that occurs again is stored once and referenced, rings go kReaderShift units west. A ring
+// of no zone gets the record of the entry before it. Throws std::length_error for a text or a file
+// that the format cannot hold.
 std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes* sizes);
 
 }  // namespace offlinetz

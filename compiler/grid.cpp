@@ -34,6 +34,31 @@ int64_t Cross(const GridPoint& a, const GridPoint& b, const GridPoint& c) {
            (int64_t{b.lat} - a.lat) * (int64_t{c.lon} - a.lon);
 }
 
+std::array<GridPoint, 4> CornersOf(const GridBox& box) {
+    return {box.max, GridPoint{box.max.lat, box.min.lon}, box.min,
+            GridPoint{box.min.lat, box.max.lon}};
+}
+
+bool ShareSide(const GridPoint& p, const GridPoint& q, const GridBox& box) {
+    return (p.lat > box.max.lat && q.lat > box.max.lat) ||
+           (p.lat < box.min.lat && q.lat < box.min.lat) ||
+           (p.lon > box.max.lon && q.lon > box.max.lon) ||
+           (p.lon < box.min.lon && q.lon < box.min.lon);
+}
+
+bool TouchesBox(const GridPoint& p, const GridPoint& q, const GridBox& box) {
+    if (ShareSide(p, q, box)) return false;
+    // The line misses the box when all corners lie on one side of it.
+    bool left = false;
+    bool right = false;
+    for (const GridPoint& corner : CornersOf(box)) {
+        const int64_t side = Cross(p, q, corner);
+        left = left || side >= 0;
+        right = right || side <= 0;
+    }
+    return left && right;
+}
+
 int64_t DoubleArea(const GridRing& ring) {
     int64_t area = 0;
     for (size_t i = 1; i + 1 < ring.size(); ++i)

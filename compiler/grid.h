@@ -4,6 +4,7 @@
 // depends on a mathematical library: the same input gives the same bits on every machine.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -47,6 +48,15 @@ GridBox BoxOf(const GridRing& ring);
 // The cross product of a->b and a->c over the plane (lon, lat): positive when c lies left of the
 // line from a to b. Exact for the coordinates of every precision that Grid accepts.
 int64_t Cross(const GridPoint& a, const GridPoint& b, const GridPoint& c);
+
+// Whether the edge from `p` to `q` and the box have a point in common.
+bool TouchesBox(const GridPoint& p, const GridPoint& q, const GridBox& box);
+
+// Whether two points lie beyond the same side of a box.
+bool ShareSide(const GridPoint& p, const GridPoint& q, const GridBox& box);
+
+// The corners of a box, counterclockwise: north-east, north-west, south-west, south-east.
+std::array<GridPoint, 4> CornersOf(const GridBox& box);
 
 // Twice the signed area: negative for a clockwise ring.
 int64_t DoubleArea(const GridRing& ring);

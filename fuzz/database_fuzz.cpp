@@ -1,8 +1,6 @@
 // Opens arbitrary bytes as a database and looks points up in it; the reader and the plain
 // reading of the test tree must agree in everything. The input's first 16 bytes are two points,
 // the rest is the content; a trailer is added, which the reader does not check.
-#include <sys/mman.h>
-#include <unistd.h>
 #include <zonedetect.h>
 
 #include <cstdint>
@@ -22,16 +20,6 @@ void Require(bool condition, const char* what) {
     if (condition) return;
     std::fprintf(stderr, "the readers disagree: %s\n", what);
     std::abort();
-}
-
-DatabasePtr Open(const Bytes& file) {
-    const int fd = memfd_create("database", MFD_CLOEXEC);
-    if (fd < 0 || write(fd, file.data(), file.size()) != static_cast<ssize_t>(file.size())) {
-        std::abort();
-    }
-    DatabasePtr database(ZDOpenDatabase(("/proc/self/fd/" + std::to_string(fd)).c_str()));
-    close(fd);
-    return database;
 }
 
 void Compare(const ZDDatabase* database, const oracle::PlainReader& plain, float lat, float lon) {
@@ -64,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     file.resize(file.size() + 20);
 
     std::fflush(stdout);
-    const DatabasePtr database = Open(file);
+    const DatabasePtr database = OpenBytes(file);
     std::unique_ptr<oracle::PlainReader> plain;
     try {
         plain = std::make_unique<oracle::PlainReader>(file);

@@ -92,9 +92,7 @@ Bytes SecondDatabase(uint8_t version) {
         ring.push_back({center.lat + static_cast<int32_t>(radius * std::sin(angle)),
                         center.lon + static_cast<int32_t>(radius * std::cos(angle))});
     }
-    for (offlinetz::Piece& piece : offlinetz::CutRing(ring, 0)) {
-        content.entries.push_back({0, std::move(piece)});
-    }
+    content.entries = {{0, offlinetz::BoxOf(ring), ring}};
     offlinetz::SectionSizes sizes;
     return offlinetz::EncodeDatabase(content, &sizes);
 }

@@ -1,6 +1,7 @@
 #include "raw_database.h"
 
 #include <sha1.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -103,13 +104,12 @@ Bytes ReadFile(const std::string& path) {
 }
 
 DatabasePtr OpenBytes(const Bytes& file) {
-    char path[] = "/tmp/offlinetz-test-XXXXXX";
-    const int fd = mkstemp(path);
-    if (fd < 0) std::abort();
+    const int fd = memfd_create("database", MFD_CLOEXEC);
+    if (fd < 0 || write(fd, file.data(), file.size()) != static_cast<ssize_t>(file.size())) {
+        std::abort();
+    }
+    DatabasePtr database(ZDOpenDatabase(("/proc/self/fd/" + std::to_string(fd)).c_str()));
     close(fd);
-    WriteFile(path, file);
-    DatabasePtr database(ZDOpenDatabase(path));
-    unlink(path);
     return database;
 }
 

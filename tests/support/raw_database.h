@@ -55,7 +55,7 @@ struct DatabaseCloser {
 };
 using DatabasePtr = std::unique_ptr<ZDDatabase, DatabaseCloser>;
 
-// Opens `file` by way of a temporary file; null where the reader refuses it.
+// Opens `file` by way of a file in memory; null where the reader refuses it.
 DatabasePtr OpenBytes(const Bytes& file);
 
 // A handle on an exact-size heap copy of a database's content, so that a sanitizer sees a read

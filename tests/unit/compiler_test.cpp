@@ -1,14 +1,19 @@
 // The compiler's steps on rings; what a whole run makes of a file is in cli/compile.transcript.
-#include <cut.h>
 #include <encode.h>
 #include <grid.h>
 #include <gtest/gtest.h>
 #include <mend.h>
 #include <simplify.h>
+#include <tile.h>
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "raw_database.h"
 
@@ -16,7 +21,6 @@ using offlinetz::Grid;
 using offlinetz::GridBox;
 using offlinetz::GridPoint;
 using offlinetz::GridRing;
-using offlinetz::Piece;
 using offlinetz::ZoneRings;
 
 namespace {
@@ -200,104 +204,180 @@ TEST(Simplifying, LeavesAnIslandOnItsSideOfABorder) {
     EXPECT_LT(TotalArea(zones[0]), 5000);
 }
 
-// --- Cutting -----------------------------------------------------------------------------
+// --- Tiling ------------------------------------------------------------------------------
 
-// A coast of many points, as a closed ring around a center.
-GridRing Coast(std::mt19937_64* random, bool clockwise) {
+// A ragged coast as a closed ring around a center.
+GridRing Coast(std::mt19937_64* random, const GridPoint& center, double size, int points) {
     GridRing ring;
-    const int points = 800;
-    double radius = 40000;
+    double radius = size / 2;
     for (int i = 0; i < points; ++i) {
-        radius = std::clamp(radius + static_cast<double>((*random)() % 9001) - 4500.0, 9000.0,
-                            90000.0);
-        const double angle = (clockwise ? -6.283185307 : 6.283185307) * i / points;
-        ring.push_back({static_cast<int32_t>(radius * std::sin(angle)),
-                        static_cast<int32_t>(radius * std::cos(angle))});
+        const double change = static_cast<double>((*random)() % 2001) / 1000.0 - 1.0;
+        radius = std::clamp(radius + change * size / 20, size / 10, size);
+        const double angle = -6.283185307 * i / points;  // Clockwise.
+        ring.push_back({center.lat + static_cast<int32_t>(radius * std::sin(angle)),
+                        center.lon + static_cast<int32_t>(radius * std::cos(angle))});
     }
     return ring;
 }
 
-// A database of pieces answers every point as one of whole rings does, and never promises a
-// greater distance.
-TEST(Cutting, ChangesNoAnswerAndNoSafeDistanceForTheWorse) {
-    std::mt19937_64 random(3);
-    for (int round = 0; round < 6; ++round) {
-        ZoneRings rings = {Coast(&random, true)};
-        GridRing hole = Coast(&random, false);
-        for (GridPoint& p : hole)
-            p = {p.lat / 12, p.lon / 12};
-        rings.push_back(hole);
-        std::vector<ZoneRings> zones = {rings};
-        Mend(&zones);
-        std::vector<GridPoint> corners;  // Of the boxes that were made last.
-        const auto database = [&](size_t maxPoints) {
-            corners.clear();
-            offlinetz::DatabaseContent content;
-            content.precision = 21;
-            content.fieldNames = {"TimezoneId"};
-            content.zones = {"A"};
-            for (const GridRing& ring : zones[0]) {
-                for (Piece& piece : offlinetz::CutRing(ring, maxPoints)) {
-                    const GridBox& box = piece.box;
-                    corners.insert(corners.end(), {box.min,
-                                                   box.max,
-                                                   {box.min.lat, box.max.lon},
-                                                   {box.max.lat, box.min.lon}});
-                    content.entries.push_back({0, std::move(piece)});
-                }
-            }
-            offlinetz::SectionSizes sizes;
-            return OpenBytes(offlinetz::EncodeDatabase(content, &sizes));
-        };
-        const DatabasePtr whole = database(0);
-        const DatabasePtr pieces = database(16 + 30 * static_cast<size_t>(round));
-        ASSERT_NE(nullptr, whole);
-        ASSERT_NE(nullptr, pieces);
-        EXPECT_GT(ZDGetLength(pieces.get()), ZDGetLength(whole.get()));
-        for (int i = 0; i < 20000; ++i) {
-            GridPoint p = {static_cast<int32_t>(random() % 190001) - 95000,
-                           static_cast<int32_t>(random() % 190001) - 95000};
-            if (i % 4 == 0) {  // On or beside a vertex.
-                const GridRing& ring = zones[0][random() % zones[0].size()];
-                p = ring[random() % ring.size()];
-                p.lat += static_cast<int32_t>(random() % 3) - 1;
-                p.lon += static_cast<int32_t>(random() % 3) - 1;
-            }
-            if (i % 4 == 1) p = corners[random() % corners.size()];
-            const float lat = DegreesAtUnits(p.lat, 21, 90.0);
-            const float lon = DegreesAtUnits(p.lon, 21, 180.0);
-            float wholeDistance;
-            float pieceDistance;
-            ZDResult* expected = ZDLookup(whole.get(), lat, lon, &wholeDistance);
-            ZDResult* actual = ZDLookup(pieces.get(), lat, lon, &pieceDistance);
-            EXPECT_EQ(expected->result, actual->result) << p.lat << " " << p.lon;
-            EXPECT_LE(pieceDistance, wholeDistance) << p.lat << " " << p.lon;
-            ZDFreeResults(expected);
-            ZDFreeResults(actual);
+// A world of a few zones: lands that overlap, an enclave, lakes, islands, one zone across a whole
+// corner of the world and past its edges.
+std::vector<ZoneRings> DrawWorld(std::mt19937_64* random, const Grid& grid) {
+    const auto place = [&] { return static_cast<int32_t>((*random)() % 400001) - 200000; };
+    std::vector<ZoneRings> zones(5);
+    GridPoint centers[3];
+    for (size_t zone = 0; zone < 3; ++zone) {
+        centers[zone] = {place(), place()};
+        zones[zone].push_back(Coast(random, centers[zone], 150000, 700));
+    }
+    GridRing lake = Coast(random, centers[0], 14000, 100);
+    std::reverse(lake.begin(), lake.end());
+    zones[0].push_back(lake);
+    GridRing enclave = Coast(random, centers[1], 9000, 60);
+    zones[3].push_back(enclave);
+    std::reverse(enclave.begin(), enclave.end());
+    zones[1].push_back(enclave);
+    for (int i = 0; i < 30; ++i)
+        zones[3].push_back(Coast(random, {place(), place()}, 500.0, 12));
+    const int32_t edge = grid.Scale() + 8;
+    GridRing corner = Clockwise(400000, 300000, edge, edge);
+    corner.insert(corner.begin() + 1, {700000, 310000});
+    zones[4].push_back(corner);
+    Mend(&zones);
+    return zones;
+}
+
+struct Drawing {
+    std::vector<ZoneRings> zones;
+    std::vector<offlinetz::TableEntry> entries;
+    DatabasePtr database;
+};
+
+Drawing Draw(const std::vector<ZoneRings>& zones, const Grid& grid, size_t maxPoints) {
+    Drawing drawing;
+    drawing.zones = zones;
+    drawing.entries = offlinetz::TileWorld(zones, grid, maxPoints, [](size_t) {});
+    offlinetz::DatabaseContent content;
+    content.precision = grid.Precision();
+    content.fieldNames = {"TimezoneId"};
+    for (size_t zone = 0; zone < zones.size(); ++zone)
+        content.zones.push_back(std::string(1, static_cast<char>('A' + zone)));
+    content.entries = drawing.entries;
+    offlinetz::SectionSizes sizes;
+    drawing.database = OpenBytes(offlinetz::EncodeDatabase(content, &sizes));
+    return drawing;
+}
+
+using Answer = std::set<std::pair<std::string, int>>;
+
+Answer AnswerAt(const Drawing& drawing, const GridPoint& p, double* units = nullptr) {
+    float distance;
+    ZDResult* results =
+            ZDLookup(drawing.database.get(), DegreesAtUnits(p.lat, 21, 90.0),
+                     DegreesAtUnits(p.lon, 21, 180.0), units != nullptr ? &distance : nullptr);
+    Answer answer;
+    for (const ZDResult* r = results; r->result != ZDLookupEnd; ++r)
+        answer.emplace(r->fieldValues[0], r->result);
+    ZDFreeResults(results);
+    if (units != nullptr) *units = static_cast<double>(distance) * 1048576.0 / 90.0;
+    return answer;
+}
+
+// Vertices, places beside edges, corners of tiles, the world's edges, or anywhere.
+GridPoint Somewhere(std::mt19937_64* random, const Drawing& drawing, const Grid& grid) {
+    const auto jitter = [&] { return static_cast<int32_t>((*random)() % 3) - 1; };
+    const auto& entry = drawing.entries[(*random)() % drawing.entries.size()];
+    switch ((*random)() % 4) {
+        case 0: {
+            const ZoneRings& rings = drawing.zones[(*random)() % drawing.zones.size()];
+            const GridRing& ring = rings[(*random)() % rings.size()];
+            const GridPoint p = ring[(*random)() % ring.size()];
+            return {p.lat + jitter(), p.lon + jitter()};
         }
-        if (testing::Test::HasFailure()) break;
+        case 1:
+            return (*random)() % 2 == 0 ? entry.box.min : entry.box.max;
+        case 2: {
+            const int32_t field = (*random)() % 2 == 0 ? 300000 : grid.Scale();
+            const auto any = [&] {
+                return static_cast<int32_t>((*random)() % (2 * static_cast<uint32_t>(field) + 1)) -
+                       field;
+            };
+            return {any(), any()};
+        }
+        default: {
+            const GridRing& ring = entry.ring;
+            const GridPoint& a = ring[(*random)() % ring.size()];
+            const GridPoint& b = ring[(*random)() % ring.size()];
+            return {std::clamp((a.lat + b.lat) / 2 + jitter(), -grid.Scale(), grid.Scale()),
+                    std::clamp((a.lon + b.lon) / 2 + jitter(), -grid.Scale(), grid.Scale())};
+        }
     }
 }
 
-TEST(Cutting, BoxesTileTheRingsBox) {
-    std::mt19937_64 random(8);
-    std::vector<ZoneRings> zones = {{Coast(&random, true)}};
-    Mend(&zones);
-    const GridRing& ring = zones[0][0];
-    const std::vector<Piece> pieces = offlinetz::CutRing(ring, 50);
-    GridBox box = offlinetz::BoxOf(ring);
-    box.min.lon -= offlinetz::kReaderShift;
-    int64_t tiled = 0;
-    const auto areaOf = [](const GridBox& b) {
-        return (int64_t{b.max.lat} - b.min.lat + 1) * (int64_t{b.max.lon} - b.min.lon + 1);
-    };
-    for (const Piece& piece : pieces) {
-        EXPECT_TRUE(box.Contains(piece.box));
-        EXPECT_LE(piece.ring.size(), 50u + 10u);
-        tiled += areaOf(piece.box);
+TEST(Tiling, ChangesNoAnswerAndPromisesNoMoreThanItKeeps) {
+    const Grid grid(21);
+    std::mt19937_64 random(3);
+    for (const size_t maxPoints : std::initializer_list<size_t>{40, 90, 250}) {
+        const std::vector<ZoneRings> zones = DrawWorld(&random, grid);
+        const Drawing whole = Draw(zones, grid, 0);
+        const Drawing tiled = Draw(zones, grid, maxPoints);
+        ASSERT_NE(nullptr, tiled.database);
+        int wide = 0;
+        for (int i = 0; i < 20000 && !HasFailure(); ++i) {
+            const GridPoint p = Somewhere(&random, tiled, grid);
+            double distance;
+            const Answer answer = AnswerAt(tiled, p, &distance);
+            EXPECT_EQ(AnswerAt(whole, p), answer) << p.lat << " " << p.lon;
+            // Within three quarters of the distance less three units nothing has another answer.
+            const double radius = 0.75 * distance - 3.0;
+            if (radius < 1.0) continue;
+            if (distance > 20000.0) ++wide;
+            for (int k = 0; k < 8; ++k) {
+                GridPoint q = Somewhere(&random, tiled, grid);
+                double lat = q.lat - p.lat;
+                double lon = q.lon - p.lon;
+                const double length = std::hypot(lat, 2 * lon);
+                if (k % 2 == 0 || length > radius) {  // Towards it, to the edge of the radius.
+                    lat *= radius / std::max(length, 1.0);
+                    lon *= radius / std::max(length, 1.0);
+                    q = {p.lat + static_cast<int32_t>(lat), p.lon + static_cast<int32_t>(lon)};
+                }
+                if (std::abs(q.lat) > grid.Scale() || std::abs(q.lon) > grid.Scale()) continue;
+                const Answer other = AnswerAt(tiled, q);
+                EXPECT_EQ(answer, other) << p.lat << " " << p.lon << " says " << distance
+                                         << ", not at " << q.lat << " " << q.lon;
+            }
+        }
+        EXPECT_GT(wide, 1000);  // Much wider than tiles.
     }
-    EXPECT_EQ(areaOf(box), tiled);
-    EXPECT_EQ(1u, offlinetz::CutRing(ring, 0).size());
+}
+
+TEST(Tiling, EveryPointLiesInOneTile) {
+    const Grid grid(21);
+    std::mt19937_64 random(8);
+    const Drawing tiled = Draw(DrawWorld(&random, grid), grid, 60);
+    int64_t area = 0;
+    const GridBox world = {{-grid.Scale() - 32, -grid.Scale() - 32},
+                           {grid.Scale() + 31, grid.Scale() + 31}};
+    std::map<GridPoint, std::vector<const offlinetz::TableEntry*>> tiles;
+    for (const offlinetz::TableEntry& entry : tiled.entries)
+        tiles[entry.box.min].push_back(&entry);
+    for (const auto& [corner, entries] : tiles) {
+        const GridBox& box = entries[0]->box;
+        EXPECT_TRUE(world.Contains(box));
+        size_t points = 0;
+        std::set<uint32_t> zones;
+        for (const offlinetz::TableEntry* entry : entries) {
+            EXPECT_EQ(box.max, entry->box.max);
+            points += entry->ring.size();
+            zones.insert(entry->zone);
+        }
+        EXPECT_LE(points, 60u + 8 + 4 * zones.size());
+        area += (int64_t{box.max.lat} - box.min.lat + 1) * (int64_t{box.max.lon} - box.min.lon + 1);
+    }
+    EXPECT_EQ(int64_t{world.max.lat - world.min.lat + 1} * (world.max.lon - world.min.lon + 1),
+              area);
+    EXPECT_GT(tiles.size(), 30u);
 }
 
 TEST(Encoding, WritesTheFormatByteByByte) {
@@ -308,20 +388,21 @@ TEST(Encoding, WritesTheFormatByteByByte) {
     content.fieldNames = {"F"};
     content.notice = "N";
     content.zones = {"UTC", "B", "UTC"};  // The third is a reference to the first.
-    content.entries = {{2, {{{5, 6}, {7, 8}}, {{1, 1}, {2, 1}, {2, 3}}}},
-                       {0, {{{-1, 6}, {7, 8}}, {{-1, 3}, {0, 3}, {0, 4}}}}};
+    content.entries = {{2, {{5, 6}, {7, 8}}, {{1, 1}, {2, 1}, {2, 3}}},
+                       {offlinetz::TableEntry::kNoZone, {{-1, 6}, {7, 8}}, {{-1, 3}, {0, 3}}},
+                       {1, {{-1, 6}, {7, 8}}, {{-1, 3}, {0, 3}, {0, 4}}}};
     offlinetz::SectionSizes sizes;
     const Bytes file = offlinetz::EncodeDatabase(content, &sizes);
-    const Bytes expected = {'P', 'L', 'B', 1, 2, 21, 1, 1, 'F' ^ 0x80, 1, 'N' ^ 0x80, 12, 8, 14,
-                            // Boxes: the more southern one first.
-                            3, 12, 14, 16, 0, 0, 10, 12, 14, 16, 12, 7,
+    const Bytes expected = {'P', 'L', 'B', 1, 2, 21, 1, 1, 'F' ^ 0x80, 1, 'N' ^ 0x80, 18, 8, 19,
+                            // Boxes: the more southern ones first, the one of no zone after B.
+                            3, 12, 14, 16, 8, 0, 3, 12, 14, 16, 0, 7, 10, 12, 14, 16, 4, 5,
                             // Records.
                             3, 0xD5, 0xD4, 0xC3, 1, 'B' ^ 0x80, 0x80, 0x02,
                             // Rings, three units further west.
-                            3, 3, 0, 2, 0, 0, 2, 3, 2, 5, 2, 0, 0, 4};
+                            3, 3, 0, 2, 0, 0, 2, 2, 3, 0, 2, 0, 3, 2, 5, 2, 0, 0, 4};
     EXPECT_EQ(WithTrailer(expected), file);
     EXPECT_EQ(14u, sizes.header);
-    EXPECT_EQ(12u, sizes.boxTable);
+    EXPECT_EQ(18u, sizes.boxTable);
 }
 
 }  // namespace

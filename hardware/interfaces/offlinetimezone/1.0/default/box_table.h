@@ -1,7 +1,9 @@
 // The entries of the bounding-box table, one after the other.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "database_numbers.h"
 
@@ -16,10 +18,6 @@ struct Box {
 
     bool Contains(const Point& p) const {
         return minLat <= p.lat && minLon <= p.lon && maxLat >= p.lat && maxLon >= p.lon;
-    }
-    friend bool operator==(const Box& a, const Box& b) {
-        return a.minLat == b.minLat && a.minLon == b.minLon && a.maxLat == b.maxLat &&
-               a.maxLon == b.maxLon;
     }
 };
 
@@ -45,15 +43,14 @@ class TableReader {
 
     TablePlace Place() const { return {PositionOf(mDb, mCursor), mRecordOffset, mPolygonOffset}; }
 
-    // Reads the next entry, after which the offsets of the place are its own. False at the end of
-    // the table, or where an entry cannot be read.
-    bool Next(Box* box) {
+    // Reads the next entry: its box, and the offsets of the place, are its own then. False at the
+    // end of the table, or where an entry cannot be read.
+    bool Next() {
         if (PositionOf(mDb, mCursor) >= mDb.metadataOffset) return false;
         int32_t recordDelta;
         uint32_t polygonDelta;
-        if (!ReadSigned(&mCursor, &box->minLat) || !ReadSigned(&mCursor, &box->minLon) ||
-            !ReadSigned(&mCursor, &box->maxLat) || !ReadSigned(&mCursor, &box->maxLon) ||
-            !ReadSigned(&mCursor, &recordDelta) || !ReadUnsigned(&mCursor, &polygonDelta)) {
+        if (!NextBox() || !ReadSigned(&mCursor, &recordDelta) ||
+            !ReadUnsigned(&mCursor, &polygonDelta)) {
             return false;
         }
         mRecordOffset += static_cast<uint32_t>(recordDelta);
@@ -61,9 +58,34 @@ class TableReader {
         return true;
     }
 
+    const Box& CurrentBox() const { return mBox; }
+    bool IsSameBox() const { return mIsSameBox; }  // As that of the entry before; may miss some.
+
   private:
+    // The same bytes are the same box.
+    bool NextBox() {
+        const uint8_t* const start = mCursor.next;
+        mIsSameBox = mBoxBytes != 0 && mCursor.end - start >= mBoxBytes &&
+                     std::memcmp(start, mBoxStart, static_cast<size_t>(mBoxBytes)) == 0;
+        if (mIsSameBox) {
+            mCursor.next += mBoxBytes;
+            return true;
+        }
+        if (!ReadSigned(&mCursor, &mBox.minLat) || !ReadSigned(&mCursor, &mBox.minLon) ||
+            !ReadSigned(&mCursor, &mBox.maxLat) || !ReadSigned(&mCursor, &mBox.maxLon)) {
+            return false;
+        }
+        mBoxStart = start;
+        mBoxBytes = mCursor.next - start;
+        return true;
+    }
+
     const ZDDatabase& mDb;
     Cursor mCursor;
+    Box mBox = {0, 0, 0, 0};
+    const uint8_t* mBoxStart = nullptr;
+    std::ptrdiff_t mBoxBytes = 0;
+    bool mIsSameBox = false;
     uint32_t mRecordOffset;
     uint32_t mPolygonOffset;
 };

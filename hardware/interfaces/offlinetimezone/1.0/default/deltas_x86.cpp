@@ -88,7 +88,7 @@ __attribute__((target("sse4.1"))) size_t DecodeDeltasX86(Cursor* cursor, int32_t
                                                          size_t count) {
     const uint8_t* next = cursor->next;
     size_t done = 0;
-    while (count - done >= 6 && cursor->end - next >= 16) {
+    while (done < count && cursor->end - next >= 16) {
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(next));
         const auto mask = static_cast<unsigned>(_mm_movemask_epi8(bytes));
         if (mask == 0 && count - done >= 16) {
@@ -111,21 +111,29 @@ __attribute__((target("sse4.1"))) size_t DecodeDeltasX86(Cursor* cursor, int32_t
         const __m128i lanes =
                 _mm_shuffle_epi8(bytes, _mm_loadu_si128(reinterpret_cast<const __m128i*>(
                                                 kTables.shuffles[pattern.shuffle].data())));
-        next += pattern.bytes;
+        const size_t numbers = pattern.shuffle < kPairs ? 6 : 4;
         if (pattern.shuffle < kPairs) {
             const __m128i raw =
                     _mm_or_si128(_mm_and_si128(lanes, _mm_set1_epi16(0x7F)),
                                  _mm_srli_epi16(_mm_and_si128(lanes, _mm_set1_epi16(0x7F00)), 1));
             Store(values + done, SignedLanes(_mm_cvtepu16_epi32(raw)));
             Store(values + done + 4, SignedLanes(_mm_cvtepu16_epi32(_mm_srli_si128(raw, 8))));
-            done += 6;
         } else {
             const __m128i low = _mm_and_si128(lanes, _mm_set1_epi32(0x7F));
             const __m128i middle = _mm_srli_epi32(_mm_and_si128(lanes, _mm_set1_epi32(0x7F00)), 1);
             const __m128i high = _mm_srli_epi32(_mm_and_si128(lanes, _mm_set1_epi32(0x7F0000)), 2);
             Store(values + done, SignedLanes(_mm_or_si128(low, _mm_or_si128(middle, high))));
-            done += 4;
         }
+        if (count - done < numbers) {  // Takes those that are left only.
+            unsigned ends = ~mask;
+            for (; done + 1 < count; ++done)
+                ends &= ends - 1;
+            next += __builtin_ctz(ends) + 1;
+            ++done;
+            break;
+        }
+        next += pattern.bytes;
+        done += numbers;
     }
     cursor->next = next;
     return done + DecodeDeltasPortable(cursor, values + done, count - done);

@@ -22,10 +22,10 @@ constexpr uint32_t kRestMask = 0x3FFFFFFFu;
 
 }  // namespace
 
-uint32_t Directory::Axis::CellOf(int32_t units) const {
+uint8_t Directory::Axis::CellOf(int32_t units) const {
     if (units <= min) return 0;
     const uint32_t above = static_cast<uint32_t>(units) - static_cast<uint32_t>(min);
-    return std::min(above / cellUnits, kTopCells - 1);
+    return static_cast<uint8_t>(std::min(above / cellUnits, kTopCells - 1));
 }
 
 Directory::Part Directory::Axis::PartOf(size_t cell) const {
@@ -40,9 +40,10 @@ bool Directory::ReadRuns(const ZDDatabase& db, std::vector<Box>* boxes) {
     mPlaces.reserve(guess + 1);
     TableReader reader(db, TableReader::Start(db));
     TablePlace place = reader.Place();
-    for (Box box; reader.Next(&box); place = reader.Place()) {
+    for (; reader.Next(); place = reader.Place()) {
+        if (reader.IsSameBox()) continue;
+        const Box& box = reader.CurrentBox();
         if (!boxes->empty() && box.minLat < boxes->back().minLat) return false;
-        if (!boxes->empty() && box == boxes->back()) continue;
         boxes->push_back(box);
         mPlaces.push_back(place);
     }
@@ -71,15 +72,25 @@ bool Directory::Build(const ZDDatabase& db) {
     mLon = {all.minLon, span(all.minLon, all.maxLon)};
 
     // Lists each run in the cells that it meets: first how many, then which.
-    const auto visitCells = [&](uint32_t run, auto visit) {
-        const Box& box = boxes[run];
-        if (box.minLat > box.maxLat || box.minLon > box.maxLon) return;  // Contains nothing.
-        const uint32_t west = mLon.CellOf(box.minLon);
-        const uint32_t east = mLon.CellOf(box.maxLon);
-        const uint32_t north = mLat.CellOf(box.maxLat);
-        for (uint32_t row = mLat.CellOf(box.minLat); row <= north; ++row) {
-            for (uint32_t column = west; column <= east; ++column)
-                visit(size_t{row} * kTopCells + column);
+    struct Cells {
+        uint8_t south;
+        uint8_t north;
+        uint8_t west;
+        uint8_t east;
+    };
+    std::vector<Cells> cells;
+    cells.reserve(boxes.size());
+    for (const Box& box : boxes) {
+        const bool isEmpty = box.minLat > box.maxLat || box.minLon > box.maxLon;
+        cells.push_back(isEmpty ? Cells{1, 0, 1, 0}
+                                : Cells{mLat.CellOf(box.minLat), mLat.CellOf(box.maxLat),
+                                        mLon.CellOf(box.minLon), mLon.CellOf(box.maxLon)});
+    }
+    const auto visitCells = [&cells](uint32_t run, auto visit) {
+        const Cells& c = cells[run];
+        for (size_t row = c.south; row <= c.north; ++row) {
+            for (size_t column = c.west; column <= c.east; ++column)
+                visit(row * kTopCells + column);
         }
     };
     const auto runCount = static_cast<uint32_t>(boxes.size());
@@ -110,68 +121,70 @@ bool Directory::Build(const ZDDatabase& db) {
         runs.assign(top.begin() + begins[cell], top.begin() + begins[cell + 1]);
         mTop[cell] = static_cast<uint32_t>(mNodes.size());
         AddNode(boxes, mLat.PartOf(cell / kTopCells), mLon.PartOf(cell % kTopCells), &runs, 0,
-                kPartListings * runs.size());
+                runs.size(), kPartListings * runs.size());
     }
     mNodes.shrink_to_fit();
     mLists.shrink_to_fit();
     return mNodes.size() <= kRestMask && mLists.size() <= kRestMask;
 }
 
-// Adds the node of a part of the grid and all below it. `runs` holds the runs that the part meets
-// from `first` on, and the same as before afterwards; `budget` is how many the lists below may
-// hold.
+// Adds the node of a part of the grid and all below it. The part meets `count` runs, which stand in
+// `runs` from `first` on; what is behind the end of `runs` is for those below. `budget` is how many
+// the lists of this node and below may hold, `count` at least.
 void Directory::AddNode(const std::vector<Box>& boxes, const Part& lat, const Part& lon,
-                        std::vector<uint32_t>* runs, size_t first, size_t budget) {
-    const size_t last = runs->size();
-    const size_t count = last - first;
+                        std::vector<uint32_t>* runs, size_t first, size_t count, size_t budget) {
     const size_t node = mNodes.size();
     mNodes.push_back(0);
     if (count == 1) {
         mNodes[node] = kAlone | (*runs)[first];
         return;
     }
+    if (count == 0) {
+        mNodes[node] = kListed;
+        return;
+    }
     const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
     const Part& whole = isSplitByLat ? lat : lon;
     const Part halves[2] = {{whole.min, whole.Middle()}, {whole.Middle() + 1, whole.max}};
-    const auto meets = [&](uint32_t run, const Part& half) {
-        const Box& box = boxes[run];
-        return isSplitByLat ? box.minLat <= half.max && box.maxLat >= half.min
-                            : box.minLon <= half.max && box.maxLon >= half.min;
-    };
+    // Those of each half, in the table's order.
+    const size_t end = runs->size();
     size_t counts[2] = {0, 0};
     if (whole.min < whole.max) {
-        for (size_t i = first; i < last; ++i) {
-            if (meets((*runs)[i], halves[0])) ++counts[0];
-            if (meets((*runs)[i], halves[1])) ++counts[1];
+        runs->resize(end + 2 * count);
+        const uint32_t* const all = runs->data() + first;
+        uint32_t* const parts[2] = {runs->data() + end, runs->data() + end + count};
+        for (size_t i = 0; i < count; ++i) {
+            const Box& box = boxes[all[i]];
+            const int32_t min = isSplitByLat ? box.minLat : box.minLon;
+            const int32_t max = isSplitByLat ? box.maxLat : box.maxLon;
+            for (int half = 0; half < 2; ++half) {
+                parts[half][counts[half]] = all[i];
+                if (min <= halves[half].max && max >= halves[half].min) ++counts[half];
+            }
         }
     }
     const size_t listings = counts[0] + counts[1];
     if (listings == 0 || listings > budget) {
-        mNodes[node] = kListed | static_cast<uint32_t>(count == 0 ? 0 : mLists.size());
-        if (count == 0) return;
+        mNodes[node] = kListed | static_cast<uint32_t>(mLists.size());
         mLists.push_back(static_cast<uint32_t>(count));
-        mLists.insert(mLists.end(), runs->begin() + static_cast<std::ptrdiff_t>(first),
-                      runs->end());
-        return;
-    }
-    for (int half = 0; half < 2; ++half) {
-        if (half == 1) mNodes[node] = static_cast<uint32_t>(mNodes.size());
-        for (size_t i = first; i < last; ++i) {
-            const uint32_t run = (*runs)[i];
-            if (meets(run, halves[half])) runs->push_back(run);
+        const auto begin = runs->begin() + static_cast<std::ptrdiff_t>(first);
+        mLists.insert(mLists.end(), begin, begin + static_cast<std::ptrdiff_t>(count));
+    } else {
+        for (size_t half = 0; half < 2; ++half) {
+            if (half == 1) mNodes[node] = static_cast<uint32_t>(mNodes.size());
+            AddNode(boxes, isSplitByLat ? halves[half] : lat, isSplitByLat ? lon : halves[half],
+                    runs, end + half * count, counts[half], counts[half] + (budget - listings) / 2);
         }
-        AddNode(boxes, isSplitByLat ? halves[half] : lat, isSplitByLat ? lon : halves[half], runs,
-                last, budget * counts[half] / listings);
-        runs->resize(last);
     }
+    runs->resize(end);
 }
 
 Directory::Runs Directory::RunsAt(const Point& point) const {
-    const uint32_t row = mLat.CellOf(point.lat);
-    const uint32_t column = mLon.CellOf(point.lon);
+    const size_t row = mLat.CellOf(point.lat);
+    const size_t column = mLon.CellOf(point.lon);
     Part lat = mLat.PartOf(row);
     Part lon = mLon.PartOf(column);
-    size_t node = mTop[size_t{row} * kTopCells + column];
+    size_t node = mTop[row * kTopCells + column];
     while ((mNodes[node] & (kAlone | kListed)) == 0) {
         const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
         Part& part = isSplitByLat ? lat : lon;

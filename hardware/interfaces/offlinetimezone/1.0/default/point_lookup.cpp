@@ -88,9 +88,9 @@ class Scan {
     // Visits the entries from a place on that begin before a position. False when the scan ends.
     bool RunEntries(const TablePlace& start, uint32_t end) {
         TableReader reader(mDb, start);
-        Box box;
         while (reader.Place().position < end) {
-            if (!reader.Next(&box)) return false;
+            if (!reader.Next()) return false;
+            const Box& box = reader.CurrentBox();
             if (box.minLat > mTarget.lat) return false;  // Sorted: no later box reaches down to it.
             if (box.Contains(mTarget) && !VisitRing(reader.Place())) return false;
         }
@@ -175,7 +175,7 @@ ZDResult* MakeResults(const ZDDatabase& db, HitList* zones, ReadBudget* budget) 
     for (const Hit& zone : *zones) {
         uint32_t position = db.metadataOffset + zone.recordOffset;
         StoredString text;
-        if (FindString(db, &position, &measuring, &text)) textBytes += size_t{text.length} + 1;
+        if (FindString(db, &position, &measuring, &text)) textBytes += text.Room();
     }
     static_assert(alignof(ZDResult) >= alignof(char*), "the arrays follow the entries");
     const size_t entryBytes = (count + 1) * sizeof(ZDResult);
@@ -194,7 +194,7 @@ ZDResult* MakeResults(const ZDDatabase& db, HitList* zones, ReadBudget* budget) 
         if (FindString(db, &position, budget, &stored)) {
             stored.CopyTo(text);
             values[0] = text;
-            text += size_t{stored.length} + 1;
+            text += stored.Room();
         }
         *entry++ = {zone.result, zone.recordOffset, db.fieldCount, db.fieldNames, values};
         values += slots;

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
+#include <cstdlib>
 
 #include "deltas.h"
 
@@ -71,28 +71,42 @@ uint64_t SquaredDistance(const Point& from, const Point& to, const Point& target
 
 // --- Points in blocks --------------------------------------------------------------------
 
-// Bytes, one a point, of which eight at a time are looked at.
-struct Marks {
-    static constexpr size_t kRoom = (kBlockPoints + 2 + 15) / 8 * 8;
-    uint8_t at[kRoom];
+// Loops over the slots of a block go on to the next multiple of kStep, which compilers turn into
+// whole vectors.
+constexpr size_t kStep = 16;
+constexpr size_t kRoom = (kBlockPoints + 2 + kStep - 1) / kStep * kStep + kStep;
 
-    uint64_t EightFrom(size_t slot) const {
-        uint64_t word = 0;
-        for (unsigned i = 0; i < 8; ++i)
-            word |= uint64_t{at[slot + i]} << (8 * i);
-        return word;
-    }
+inline size_t RoundUp(size_t slots) {
+    return (slots + kStep - 1) & ~(kStep - 1);
+}
+
+// Bytes, one a slot, of which eight at a time are looked at.
+struct Marks {
+    uint8_t at[kRoom + 8];
+
+    uint64_t EightFrom(size_t slot) const { return LoadLittleEndian(at + slot); }
 };
 
 // Some consecutive points of a ring, from slot 1 on; slot 0 holds the one before them. The first
 // point of a ring comes again behind its last one.
 struct Block {
-    int32_t lat[kBlockPoints + 2];
-    int32_t lon[kBlockPoints + 2];
+    int32_t lat[kRoom];
+    int32_t lon[kRoom];
     size_t last = 0;       // The last slot in use.
     size_t firstEdge = 1;  // The first slot that an edge leads to.
 
     Point At(size_t slot) const { return {lat[slot], lon[slot]}; }
+    void Put(size_t slot, const Point& p) {
+        lat[slot] = p.lat;
+        lon[slot] = p.lon;
+    }
+    // Repeats the last point in the slots that loops go on to.
+    void Fill() {
+        const Point p = At(last);
+        for (size_t i = 1; i <= kStep; ++i)
+            Put(last + i, p);
+    }
+    size_t RoundedSlots() const { return RoundUp(last + 1); }
 };
 
 // Calls `visit(slot)` for each slot from `first` to `last` whose byte of `bytesOf(slot)`, the eight
@@ -136,7 +150,8 @@ struct Winding {
 
     void Add(const Block& block, const Point& target) {
         Marks marks;
-        for (size_t i = 0; i <= block.last; ++i) {
+        const size_t slots = block.RoundedSlots();
+        for (size_t i = 0; i < slots; ++i) {
             const bool isVertex = (block.lat[i] == target.lat) & (block.lon[i] == target.lon);
             marks.at[i] = static_cast<uint8_t>((block.lat[i] >= target.lat ? kNorth : 0) |
                                                (block.lon[i] >= target.lon ? kEast : 0) |
@@ -145,7 +160,6 @@ struct Winding {
         // A vertex hit ends the ring where it is found, so the point before was none, and the bit
         // shows as a change.
         marks.at[0] = static_cast<uint8_t>(marks.at[0] & ~kVertex);
-        std::memset(marks.at + block.last + 1, 0, 8);
         VisitMarked(
                 1, block.last,
                 [&](size_t slot) {
@@ -184,11 +198,15 @@ struct Winding {
 
 // --- Distance ----------------------------------------------------------------------------
 
-// Up to here floats hold coordinates, and their differences, exactly.
+// Below this floats hold coordinates, and their differences, exactly.
 constexpr int32_t kExactLimit = 1 << 23;
 
-inline bool IsExact(int32_t coordinate) {
-    return coordinate >= -kExactLimit && coordinate <= kExactLimit;
+// Zero in its top bits where a coordinate lies within the limit.
+inline uint32_t ExactnessOf(int32_t coordinate) {
+    return static_cast<uint32_t>(coordinate) + kExactLimit;
+}
+inline bool AreExact(uint32_t exactness) {
+    return exactness < 2 * kExactLimit;
 }
 
 // The part of the grid that an edge must reach into to come nearer than the nearest one so far.
@@ -216,12 +234,18 @@ struct Reach {
         reach.east = target.lon + root / 2 + 1;
         return reach;
     }
-
-    bool Excludes(const Point& a, const Point& b) const {
-        return std::max(a.lat, b.lat) < south || std::min(a.lat, b.lat) > north ||
-               std::max(a.lon, b.lon) < west || std::min(a.lon, b.lon) > east;
-    }
 };
+
+// The bound of an edge's squared distance, for coordinates that floats hold exactly.
+uint64_t LeastSquaredDistance(const Point& from, const Point& to, const Point& target) {
+    const auto outside = [](int32_t a, int32_t b, int32_t t) -> int64_t {
+        const int32_t away = std::max(std::min(a, b) - t, t - std::max(a, b));
+        return std::max(away - 1, 0);
+    };
+    const int64_t lat = outside(from.lat, to.lat, target.lat);
+    const int64_t lon = outside(from.lon, to.lon, target.lon);
+    return static_cast<uint64_t>(lat * lat + 4 * lon * lon);
+}
 
 // Keeps the smallest squared distance of a target's edges.
 class Nearest {
@@ -229,27 +253,27 @@ class Nearest {
     Nearest(const Point& target, uint64_t* squared)
         : mTarget(target),
           mSquared(squared),
-          mIsExact(IsExact(target.lat) && IsExact(target.lon)),
-          mReach(mIsExact ? Reach::Around(target, *squared) : Reach()) {}
+          mExactness(ExactnessOf(target.lat) | ExactnessOf(target.lon)),
+          mReach(ReachNow()) {}
 
     void Add(const Block& block) {
-        bool isExact = mIsExact;
-        for (size_t i = 0; i <= block.last; ++i)
-            isExact &= IsExact(block.lat[i]) & IsExact(block.lon[i]);
-        if (!isExact) {
+        const size_t slots = block.RoundedSlots();
+        uint32_t exactness = mExactness;
+        for (size_t i = 0; i < slots; ++i)
+            exactness |= ExactnessOf(block.lat[i]) | ExactnessOf(block.lon[i]);
+        if (!AreExact(exactness)) {
             for (size_t slot = block.firstEdge; slot <= block.last; ++slot)
                 *mSquared = std::min(*mSquared, DistanceOf(block, slot));
-            mReach = mIsExact ? Reach::Around(mTarget, *mSquared) : Reach();
+            mReach = ReachNow();
             return;
         }
         if (mReach.north == INT32_MAX) Start(block);
         Marks sides;  // Of the reach, that a point lies beyond.
-        for (size_t i = 0; i <= block.last; ++i) {
+        for (size_t i = 0; i < slots; ++i) {
             sides.at[i] = static_cast<uint8_t>(
                     (block.lat[i] < mReach.south ? 1 : 0) | (block.lat[i] > mReach.north ? 2 : 0) |
                     (block.lon[i] < mReach.west ? 4 : 0) | (block.lon[i] > mReach.east ? 8 : 0));
         }
-        std::memset(sides.at + block.last + 1, 0, 8);
         VisitMarked(
                 block.firstEdge, block.last,
                 [&](size_t slot) {
@@ -262,12 +286,16 @@ class Nearest {
     }
 
   private:
+    Reach ReachNow() const {
+        return AreExact(mExactness) ? Reach::Around(mTarget, *mSquared) : Reach();
+    }
+
     uint64_t DistanceOf(const Block& block, size_t slot) const {
         return SquaredDistance(block.At(slot - 1), block.At(slot), mTarget);
     }
 
     void AddEdge(const Block& block, size_t slot) {
-        if (mReach.Excludes(block.At(slot - 1), block.At(slot))) return;
+        if (LeastSquaredDistance(block.At(slot - 1), block.At(slot), mTarget) >= *mSquared) return;
         const uint64_t squared = DistanceOf(block, slot);
         if (squared >= *mSquared) return;
         *mSquared = squared;
@@ -276,23 +304,24 @@ class Nearest {
 
     // Without any distance yet every edge would be in reach: begins with one beside a near point.
     void Start(const Block& block) {
-        // The smaller of 2^26 or less, with the slot in the place of the lowest bits.
+        // Less than 2^26, with the slot in the place of the lowest bits.
         constexpr uint32_t kSlots = 128;
-        static_assert(kBlockPoints + 2 <= kSlots, "a slot must fit");
+        static_assert(kRoom <= kSlots, "a slot must fit");
         uint32_t nearest = UINT32_MAX;
-        for (size_t i = block.firstEdge; i <= block.last; ++i) {
+        const size_t slots = block.RoundedSlots();
+        for (size_t i = 0; i < slots; ++i) {
             const auto lat = static_cast<uint32_t>(std::abs(block.lat[i] - mTarget.lat));
             const auto lon = static_cast<uint32_t>(std::abs(block.lon[i] - mTarget.lon));
             const uint32_t distance = std::max(lat, 2 * lon);
             nearest = std::min(nearest, (distance & ~(kSlots - 1)) | static_cast<uint32_t>(i));
         }
-        if (nearest == UINT32_MAX) return;
-        AddEdge(block, nearest & (kSlots - 1));
+        if (block.firstEdge > block.last) return;
+        AddEdge(block, std::clamp<size_t>(nearest & (kSlots - 1), block.firstEdge, block.last));
     }
 
     const Point mTarget;
-    uint64_t* const mSquared;
-    const bool mIsExact;
+    uint64_t* const mSquared;  // Before mReach, which is made from it.
+    const uint32_t mExactness;
     Reach mReach;
 };
 
@@ -305,29 +334,28 @@ ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t
     Winding winding;
     Point first = {0, 0};
     Block block;
-    block.lat[0] = block.lon[0] = 0;
+    block.Put(0, first);
     for (uint32_t begin = 0;; begin += kBlockPoints) {
         const size_t wanted = std::min<size_t>(count - begin, kBlockPoints);
         const bool isLastBlock = count - begin <= kBlockPoints;
         const Cursor start = *cursor;
         int32_t deltas[2 * kBlockPoints + kDeltaSlack];
         const size_t points = DecodeDeltas(cursor, deltas, 2 * wanted) / 2;
+        Point point = block.At(0);
         for (size_t i = 0; i < points; ++i) {
-            block.lat[i + 1] = WrappingAdd(block.lat[i], deltas[2 * i]);
-            block.lon[i + 1] = WrappingAdd(block.lon[i], deltas[2 * i + 1]);
+            point = {WrappingAdd(point.lat, deltas[2 * i]),
+                     WrappingAdd(point.lon, deltas[2 * i + 1])};
+            block.Put(i + 1, point);
         }
         block.last = points;
+        block.firstEdge = 1;
         if (begin == 0) {  // No edge leads to the first point.
             if (points > 0) first = block.At(1);
-            block.lat[0] = first.lat;
-            block.lon[0] = first.lon;
+            block.Put(0, first);
+            block.firstEdge = 2;
         }
-        block.firstEdge = begin == 0 ? 2 : 1;
-        if (isLastBlock && points == wanted) {  // Closes the ring.
-            ++block.last;
-            block.lat[block.last] = first.lat;
-            block.lon[block.last] = first.lon;
-        }
+        if (isLastBlock && points == wanted) block.Put(++block.last, first);  // Closes the ring.
+        block.Fill();
 
         winding.Add(block, target);
         if (winding.stop != ZDLookupNotInZone) {
@@ -341,8 +369,7 @@ ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t
         if (minDistance != nullptr) Nearest(target, minDistance).Add(block);
         if (points < wanted) return ZDLookupParsingError;
         if (isLastBlock) break;
-        block.lat[0] = block.lat[block.last];
-        block.lon[0] = block.lon[block.last];
+        block.Put(0, block.At(block.last));
     }
 
     switch (winding.quarters) {

@@ -1,6 +1,7 @@
 #include "stored_string.h"
 
 #include <cstdlib>
+#include <cstring>
 
 namespace zonedetect {
 
@@ -8,7 +9,7 @@ namespace {
 
 constexpr uint32_t kReferenceBase = 256;  // String lengths from here on are references.
 constexpr uint32_t kMaxReferencedLength = 256;
-constexpr uint8_t kStringMask = 0x80;
+constexpr uint64_t kStringMask = 0x8080808080808080u;  // Eight characters at a time.
 
 // Reads a string's leading number.
 bool ReadLength(Cursor* cursor, ReadBudget* budget, uint32_t* length) {
@@ -24,8 +25,13 @@ bool ReadLength(Cursor* cursor, ReadBudget* budget, uint32_t* length) {
 }  // namespace
 
 void StoredString::CopyTo(char* text) const {
-    for (uint32_t i = 0; i < length; ++i)
-        text[i] = static_cast<char>(bytes[i] ^ kStringMask);
+    std::memcpy(text, bytes, length);
+    for (uint32_t i = 0; i < length; i += sizeof kStringMask) {
+        uint64_t word;
+        std::memcpy(&word, text + i, sizeof word);
+        word ^= kStringMask;
+        std::memcpy(text + i, &word, sizeof word);
+    }
     text[length] = '\0';
 }
 
@@ -51,7 +57,7 @@ bool FindString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget, St
 char* ParseString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget) {
     StoredString found;
     if (!FindString(db, position, budget, &found)) return nullptr;
-    char* text = static_cast<char*>(std::malloc(size_t{found.length} + 1));
+    char* text = static_cast<char*>(std::malloc(found.Room()));
     if (text != nullptr) found.CopyTo(text);
     return text;
 }

@@ -1,6 +1,7 @@
 // Texts as a database stores them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "database_numbers.h"
@@ -14,7 +15,10 @@ struct StoredString {
     const uint8_t* bytes;
     uint32_t length;
 
-    // Decodes it to `text`, which has room for length + 1 characters, with a zero at its end.
+    // The room that CopyTo needs: a zero at the end, and whole words on the way there.
+    size_t Room() const { return size_t{length} + 8; }
+
+    // Decodes it to `text`, zero-terminated.
     void CopyTo(char* text) const;
 };
 

@@ -1,0 +1,42 @@
+// Tiles the world, so that a lookup reads one tile and nothing else.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "grid.h"
+#include "mend.h"
+
+namespace offlinetz {
+
+// A ring as the box table enters it: the box of query points that it answers for, and the ring.
+// Coordinates are true ones; the shift for the reader comes when they are written.
+struct TableEntry {
+    static constexpr uint32_t kNoZone = UINT32_MAX;
+
+    uint32_t zone;  // Index, or kNoZone for a ring that encloses nothing.
+    GridBox box;
+    GridRing ring;
+};
+
+// Divides the world into boxes of at most about `maxPoints` points of all zones together, by
+// halving them across their longer side; every grid point of the world lies in exactly one. Each
+// tile has entries for the zones in it, all with its box, and one at least.
+//
+// Within its box, and a margin around it for the reader's rounding, a tile has every edge of the
+// zones' rings, whole and in its direction: the reader classifies a point against the tile as
+// against the whole rings, bit for bit. Further out, the rings run along the tile's fence, a
+// rectangle that meets no edge but those: whatever lies outside the fence is further away than the
+// fence, so the distance that the reader measures is never that to a border beyond one that it has
+// not seen. A zone that covers the tile has the fence for its ring; where no zone's ring covers a
+// side of the fence, one runs there and back.
+//
+// `zones` must be mended; 0 points give one entry a ring, whole, with the ring's box. `progress`
+// receives the entries made so far.
+std::vector<TableEntry> TileWorld(const std::vector<ZoneRings>& zones, const Grid& grid,
+                                  size_t maxPoints,
+                                  const std::function<void(size_t entries)>& progress);
+
+}  // namespace offlinetz
