@@ -16,6 +16,7 @@
 #include "commands.h"
 #include "database.h"
 #include "points.h"
+#include "program_files.h"
 #include "progress.h"
 
 namespace {
@@ -28,7 +29,7 @@ constexpr float kNoBorderDegrees = 360.0f;  // A distance beyond it means: no ri
 constexpr size_t kProgressInterval = 1024;
 
 struct LookupOptions {
-    std::string database = OFFLINETZ_WORLD_DATABASE;
+    std::string database = BesideProgram(OFFLINETZ_WORLD_DATABASE);
     std::string lat;
     std::string lon;
     bool json = false;

@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "database.h"
 #include "points.h"
+#include "program_files.h"
 #include "progress.h"
 #include "service_client.h"
 
@@ -19,7 +20,7 @@ namespace {
 constexpr int kExitNothingUsable = 3;  // Of an update: no database is left to answer from.
 
 struct ServiceOptions {
-    std::string library = OFFLINETZ_SERVICE_LIBRARY;
+    std::string library = BesideProgram(OFFLINETZ_SERVICE_LIBRARY);
     bool verbose = false;
     std::string lat;
     std::string lon;

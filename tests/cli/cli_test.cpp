@@ -30,6 +30,8 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
     setenv("PATH", path.c_str(), 1);
     setenv("WORLD", OFFLINETZ_WORLD_DATABASE, 1);
     setenv("INPUTS", OFFLINETZ_TESTS "/cli/inputs", 1);
+    setenv("BUILD", OFFLINETZ_BUILD, 1);
+    setenv("SCRIPTS", OFFLINETZ_TESTS "/../scripts", 1);
     setenv("LIBRARY", OFFLINETZ_LOCAL_LIBRARY, 1);
     std::optional<TemporaryDirectory> directory;
     CheckTranscript(
