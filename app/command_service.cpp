@@ -6,7 +6,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "commands.h"
 #include "database.h"
@@ -80,8 +79,8 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
 }
 
 // The version byte in a database file's header, or no version.
-int32_t VersionOf(const std::vector<uint8_t>& file) {
-    return file.size() > 4 ? file[4] : ServiceClient::kNoVersion;
+int32_t VersionOf(const FileCopy& file) {
+    return file.Size() > 4 ? file.Bytes()[4] : ServiceClient::kNoVersion;
 }
 
 int Refuse(const std::string& reason, const ServiceClient::State& state) {
@@ -90,15 +89,14 @@ int Refuse(const std::string& reason, const ServiceClient::State& state) {
 }
 
 int RunUpdate(const ServiceOptions& options) {
-    const std::vector<uint8_t> file = ReadFile(options.file);
-    if (file.size() > INT32_MAX) throw std::runtime_error(options.file + ": has 2 GiB or more");
+    const FileCopy file(options.file);
     const int32_t version = VersionOf(file);
     const std::unique_ptr<ServiceClient> service = StartService(options);
     const ServiceClient::State before = service->GetState();
     if (!options.force) {
         // A bad file that is injected takes the place of the active database and of its backup;
         // one of the same version cannot be told from what is there.
-        const std::string fault = FaultOf(options.file, file);
+        const std::string fault = FaultOf(file, OpenCopy(file).get());
         if (!fault.empty()) return Refuse(options.file + " is " + fault, before);
         if (before.IsUsable() && version == before.version) {
             return Refuse(options.file +
@@ -112,7 +110,7 @@ int RunUpdate(const ServiceOptions& options) {
         Progress progress;
         const SilencedOutput silenced;
         after = service->Update(file, options.chunkSize,
-                                [&](size_t sent) { progress.Show("sending", sent, file.size()); });
+                                [&](size_t sent) { progress.Show("sending", sent, file.Size()); });
     }
     if (!after.IsUsable()) {
         std::printf(

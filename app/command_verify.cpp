@@ -12,12 +12,13 @@ namespace {
 
 int RunVerify(const std::string& path) {
     host::SetLogReceiver([](int, const char*, const std::string&) {});
-    const std::string fault = FaultOf(path, ReadFile(path));
+    const FileCopy file(path);
+    const DatabasePtr database = OpenCopy(file);
+    const std::string fault = FaultOf(file, database.get());
     if (!fault.empty()) {
         std::printf("%s: %s\n", path.c_str(), fault.c_str());
         return kExitFailed;
     }
-    const DatabasePtr database = OpenDatabase(path);
     std::printf("%s: good\n", path.c_str());
     std::printf("version    %u\n", ZDgetDBVersion(database.get()));
     std::printf("table type %u\n", static_cast<unsigned>(ZDGetTableType(database.get())));

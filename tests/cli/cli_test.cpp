@@ -56,12 +56,22 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
 TEST(Cli, BehavesAsTheTranscriptSays) {
     CheckCommands("cli.transcript", [] {
         fs::create_directory("offlinetz");
+        const Bytes good = SampleDatabase("\"Zone/A\"", 1);
         Bytes damaged = SampleDatabase("\"Zone/C\"", 3);
         damaged[9] ^= 1;
-        WriteFile("a.bin", SampleDatabase("\"Zone/A\"", 1));
+        RawDatabase refused;
+        refused.headerStrings = String("TimezoneId") + Unsigned(5000);
+        WriteFile("a.bin", good);
         WriteFile("b.bin", SampleDatabase("\"Zone/B\"", 2, 20000));
         WriteFile("damaged.bin", damaged);
+        WriteFile("refused.bin", refused.File());
         WriteFile("junk.bin", WithTrailer(Bytes(40, 'x')));
+        WriteFile("empty.bin", {});
+        WriteFile("header.bin", Bytes(good.begin(), good.begin() + 20));
+        WriteFile("short.bin", Bytes(good.begin(), good.end() - 1));
+        WriteFile("long.bin", good + Bytes(1, 0));
+        WriteFile("huge.bin", {});
+        fs::resize_file("huge.bin", uint64_t{1} << 31);
     });
 }
 
