@@ -7,8 +7,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "answer.h"
 #include "commands.h"
 #include "database.h"
+#include "lines.h"
+#include "option_checks.h"
 #include "points.h"
 #include "program_files.h"
 #include "progress.h"
@@ -23,6 +26,7 @@ struct ServiceOptions {
     bool verbose = false;
     std::string lat;
     std::string lon;
+    bool json = false;
     std::string file;
     size_t chunkSize = 65536;
     bool force = false;
@@ -49,32 +53,26 @@ int RunStatus(const ServiceOptions& options) {
     return state.IsUsable() ? kExitOk : kExitFailed;
 }
 
-// Prints an answer behind `prefix`; an error text makes the exit code say so.
-void PrintAnswer(const std::string& prefix, const std::string& answer, int* exitCode) {
-    std::printf("%s%s\n", prefix.c_str(), answer.c_str());
-    if (answer.find("error:") <= 1) *exitCode = kExitFailed;
-}
-
 int RunLookup(const ServiceOptions& options, bool onePoint) {
-    int exitCode = kExitOk;
-    if (onePoint) {
-        try {
-            ParsePoint(options.lat, options.lon);
-        } catch (const std::invalid_argument& error) {
-            std::fprintf(stderr, "offlinetz: %s\n", error.what());
-            return kExitUsage;
-        }
-        PrintAnswer("", StartService(options)->Lookup(options.lat, options.lon), &exitCode);
-        return exitCode;
+    PointText point;
+    try {
+        if (onePoint) point = ParsePoint(options.lat + " " + options.lon);
+    } catch (const std::invalid_argument& error) {
+        std::fprintf(stderr, "offlinetz: %s\n", error.what());
+        return kExitUsage;
     }
     const std::unique_ptr<ServiceClient> service = StartService(options);
-    const bool allMadeSense = VisitPointLines(
-            [&](size_t, const PointText& point) {
-                PrintAnswer(fmt::format("{} {}\t", point.latText, point.lonText),
-                            service->Lookup(point.latText, point.lonText), &exitCode);
-            },
-            [](const std::string& message) { std::fprintf(stderr, "%s\n", message.c_str()); });
-    if (!allMadeSense) exitCode = kExitFailed;
+    int exitCode = kExitOk;
+    const auto answer = [&](const PointText& where) {
+        std::string raw = service->Lookup(where.latText, where.lonText);
+        if (IsError(raw)) exitCode = kExitFailed;
+        return options.json ? OneLine(AnswerJson(where, raw, true)) : raw;
+    };
+    if (onePoint) {
+        std::printf("%s\n", answer(point).c_str());
+    } else if (!AnswerLines(options.json, answer)) {
+        exitCode = kExitFailed;
+    }
     return exitCode;
 }
 
@@ -147,17 +145,17 @@ void AddServiceCommand(CLI::App* app, int* exitCode) {
 
     CLI::App* lookup = service->add_subcommand(
             "lookup", "Names the time zone of a point, or of each line of standard input");
-    auto* lat = lookup->add_option("LAT", options->lat, "Latitude in degrees, north positive");
-    auto* lon = lookup->add_option("LON", options->lon, "Longitude in degrees, east positive");
-    lat->needs(lon);
-    lon->needs(lat);
+    auto* lat = lookup->add_option("LAT", options->lat,
+                                   "Latitude in degrees, north positive; or LAT,LON in one word");
+    lookup->add_option("LON", options->lon, "Longitude in degrees, east positive");
+    lookup->add_flag("--json", options->json, "One JSON object a line");
     lookup->callback(
             [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
 
     CLI::App* update = service->add_subcommand("update", "Sends a database and installs it");
     update->add_option("FILE", options->file, "Database file")->required();
     update->add_option("--chunk-size", options->chunkSize, "Bytes a call")
-            ->check(CLI::Range(size_t{1}, size_t{1} << 30))
+            ->check(WholeNumber(1, size_t{1} << 30))
             ->capture_default_str();
     update->add_flag("--force", options->force,
                      "Send the file even if it is damaged or of the version installed");

@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "database.h"
+#include "printable.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ int RunVerify(const std::string& path) {
     std::printf("table type %u\n", static_cast<unsigned>(ZDGetTableType(database.get())));
     std::printf("precision  %u\n", static_cast<unsigned>(database->precision));
     std::printf("content    %d bytes\n", ZDGetLength(database.get()));
-    std::printf("notice     %s\n", ZDGetNotice(database.get()));
+    std::printf("notice     %s\n", Printable(ZDGetNotice(database.get())).c_str());
     return kExitOk;
 }
 
