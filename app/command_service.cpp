@@ -10,6 +10,7 @@
 #include "answer.h"
 #include "commands.h"
 #include "database.h"
+#include "database_directory.h"
 #include "lines.h"
 #include "option_checks.h"
 #include "points.h"
@@ -19,10 +20,11 @@
 
 namespace {
 
-constexpr int kExitNothingUsable = 3;  // Of an update: no database is left to answer from.
+constexpr int kExitNoDatabase = 3;  // Of an update: the service has nothing to answer from now.
 
 struct ServiceOptions {
     std::string library = BesideProgram(OFFLINETZ_SERVICE_LIBRARY);
+    std::string directory = DefaultDatabaseDirectory();
     bool verbose = false;
     std::string lat;
     std::string lon;
@@ -50,6 +52,7 @@ int RunStatus(const ServiceOptions& options) {
     std::printf("%s\n", state.IsUsable()
                                 ? fmt::format("running, {}", VersionText(state.version)).c_str()
                                 : "failed: no usable database");
+    std::printf("%s", DatabaseDirectory(options.directory).Describe().c_str());
     return state.IsUsable() ? kExitOk : kExitFailed;
 }
 
@@ -88,6 +91,7 @@ int Refuse(const std::string& reason, const ServiceClient::State& state) {
 
 int RunUpdate(const ServiceOptions& options) {
     const FileCopy file(options.file);
+    const DatabaseDirectory directory(options.directory);
     const int32_t version = VersionOf(file);
     const std::unique_ptr<ServiceClient> service = StartService(options);
     const ServiceClient::State before = service->GetState();
@@ -102,6 +106,9 @@ int RunUpdate(const ServiceOptions& options) {
                                   "replaced it could not be seen (--force sends it)",
                           before);
         }
+        // Without it the service would lose the backup, or both files, in the midst of writing.
+        const std::string lack = directory.LackOfRoom(file.Size());
+        if (!lack.empty()) return Refuse(lack, before);
     }
     ServiceClient::State after;
     {
@@ -111,13 +118,19 @@ int RunUpdate(const ServiceOptions& options) {
                                 [&](size_t sent) { progress.Show("sending", sent, file.Size()); });
     }
     if (!after.IsUsable()) {
-        std::printf(
-                "nothing usable left: the service could not install %s and has no other "
-                "database\n",
-                options.file.c_str());
-        return kExitNothingUsable;
+        std::printf("no database in use: the service could not install %s\n%s",
+                    options.file.c_str(), directory.Describe().c_str());
+        if (directory.BackupIsGood()) {
+            std::printf(
+                    "The next start restores the backup if the active file can be written then.\n");
+        }
+        return kExitNoDatabase;
     }
-    if (after.version != version) return Refuse("the service did not install it", after);
+    if (after.version != version) {
+        Refuse("the service did not install it", after);
+        std::printf("%s", directory.Describe().c_str());
+        return kExitFailed;
+    }
     if (before.version == version) {
         std::printf("sent %s; whether it replaced the one before cannot be seen\n",
                     VersionText(version).c_str());
@@ -136,6 +149,9 @@ void AddServiceCommand(CLI::App* app, int* exitCode) {
             "service", "Loads the service's library and uses it as a client does");
     service->require_subcommand(1);
     service->add_option("--library", options->library, "The service's library")
+            ->capture_default_str();
+    service->add_option("--directory", options->directory,
+                        "Where that library keeps its two files, which is built into it")
             ->capture_default_str();
     service->add_flag("--verbose", options->verbose, "The service's log on standard error");
 
@@ -158,9 +174,10 @@ void AddServiceCommand(CLI::App* app, int* exitCode) {
             ->check(WholeNumber(1, size_t{1} << 30))
             ->capture_default_str();
     update->add_flag("--force", options->force,
-                     "Send the file even if it is damaged or of the version installed");
+                     "Send the file even if it is damaged, of the version installed, or has no "
+                     "room");
     update->footer(
             "Exit code 0: installed; 1: refused, and the database is the one before; "
-            "3: no usable database is left.");
+            "3: the service has no database in use.");
     update->callback([options, exitCode] { *exitCode = RunUpdate(*options); });
 }

@@ -33,6 +33,8 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
     setenv("BUILD", OFFLINETZ_BUILD, 1);
     setenv("SCRIPTS", OFFLINETZ_TESTS "/../scripts", 1);
     setenv("LIBRARY", OFFLINETZ_LOCAL_LIBRARY, 1);
+    setenv("SERVICE", "offlinetz service --directory offlinetz --library " OFFLINETZ_LOCAL_LIBRARY,
+           1);
     std::optional<TemporaryDirectory> directory;
     CheckTranscript(
             OFFLINETZ_TESTS "/cli/" + transcript,
