@@ -13,6 +13,7 @@
 
 #include "commands.h"
 #include "database.h"
+#include "option_checks.h"
 #include "progress.h"
 
 namespace {
@@ -87,7 +88,7 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
             ->required();
     command->add_option("-o,--output", options->output, "Database file to write")->required();
     command->add_option("--data-version", options->version, "Version byte")
-            ->check(CLI::Range(0, 255))
+            ->check(WholeNumber(0, 255))
             ->capture_default_str();
     command->add_option("--notice", options->notice,
                         "Data release and attribution, up to 255 bytes");
@@ -109,7 +110,7 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
             ->capture_default_str();
     command->add_option("--max-tile-points", options->maxTilePoints,
                         "Tile the world into boxes of about so many points; 0 keeps rings whole")
-            ->check(CLI::Range(size_t{0}, size_t{1000000}))
+            ->check(WholeNumber(0, 1000000))
             ->check(CLI::Validator(
                     [](const std::string& text) {
                         // Tiles of fewer points would mostly hold the corners of their fences.
@@ -122,6 +123,7 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
     command->add_flag("--bare", options->bareIdentifiers,
                       "Store identifiers without the double quotes at both ends");
     command->add_option("--self-check", options->selfCheckPoints,
-                        "Look up so many points and compare with the input");
+                        "Look up so many points and compare with the input")
+            ->check(WholeNumber(0, 1000000000));
     command->callback([options, exitCode] { *exitCode = RunCompile(*options); });
 }

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <host/log.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -11,131 +10,90 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
+#include "answer.h"
 #include "commands.h"
 #include "database.h"
+#include "lines.h"
 #include "points.h"
-#include "progress.h"
+#include "printable.h"
+#include "program_files.h"
+#include "safe_radius.h"
 
 namespace {
 
 using vendor::quor::hardware::offlinetimezone::V1_0::implementation::LookupTzIdIn;
 
-constexpr double kKilometresPerDegree = 111.195;
-constexpr double kDegreesPerRadian = 57.29577951308232;
-constexpr float kNoBorderDegrees = 360.0f;  // A distance beyond it means: no ring was near.
-constexpr size_t kProgressInterval = 1024;
-
 struct LookupOptions {
-    std::string database = OFFLINETZ_WORLD_DATABASE;
+    std::string database = BesideProgram(OFFLINETZ_WORLD_DATABASE);
     std::string lat;
     std::string lon;
     bool json = false;
     bool raw = false;
-    bool distance = false;
+    bool radius = false;
     bool verbose = false;
+    bool noVerify = false;
 };
 
 struct Answer {
     std::string raw;  // The exact text that a client of the service gets.
-    float borderDegrees = 0.0f;
+    double radiusKilometres = 0.0;
 };
 
-Answer LookUp(const ZDDatabase* database, const PointText& point) {
+Answer LookUp(const LookupOptions& options, const ZDDatabase* database, const PointText& point) {
     Answer answer;
+    float distance = 0.0f;
     const std::unique_ptr<char, decltype(&std::free)> text(
             LookupTzIdIn(database, static_cast<float>(point.lat), static_cast<float>(point.lon),
-                         &answer.borderDegrees),
+                         &distance),
             &std::free);
     if (text == nullptr) throw std::bad_alloc();
     answer.raw = text.get();
+    if (options.radius) {
+        answer.radiusKilometres = SafeRadiusKilometres(database, point, answer.raw, distance);
+    }
     return answer;
 }
 
-// The identifiers in an answer: those between double quotes, or the whole text without any.
-std::vector<std::string> SplitIdentifiers(const std::string& raw) {
-    std::vector<std::string> identifiers;
-    size_t open = raw.find('"');
-    if (open == std::string::npos) return {raw};
-    while (open != std::string::npos) {
-        const size_t close = raw.find('"', open + 1);
-        if (close == std::string::npos) return {raw};
-        identifiers.push_back(raw.substr(open + 1, close - open - 1));
-        open = raw.find('"', close + 1);
-    }
-    return identifiers;
-}
-
-// About: the database counts a degree of longitude like one of latitude, so a border to the north
-// or south is further away than this says.
-double BorderKilometres(const PointText& point, float degrees) {
-    return static_cast<double>(degrees) * kKilometresPerDegree *
-           std::cos(point.lat / kDegreesPerRadian);
-}
-
-std::string FormatText(const LookupOptions& options, const PointText& point, const Answer& answer) {
-    std::string text = options.raw
-                               ? answer.raw
-                               : fmt::format("{}", fmt::join(SplitIdentifiers(answer.raw), " "));
-    if (options.distance) {
-        text += answer.borderDegrees > kNoBorderDegrees
-                        ? "\tno border looked at"
-                        : fmt::format("\tnearest border looked at: {:.2f} km",
-                                      BorderKilometres(point, answer.borderDegrees));
-    }
+std::string FormatText(const LookupOptions& options, const Answer& answer) {
+    std::string text =
+            options.raw
+                    ? answer.raw
+                    : Printable(fmt::format("{}", fmt::join(SplitIdentifiers(answer.raw), " ")));
+    if (options.radius) text += fmt::format("\tholds within {:.2f} km", answer.radiusKilometres);
     return text;
 }
 
 std::string FormatJson(const LookupOptions& options, const PointText& point, const Answer& answer) {
-    nlohmann::ordered_json line = {
-            {"lat", point.lat}, {"lon", point.lon}, {"zones", SplitIdentifiers(answer.raw)}};
-    if (options.raw) line["raw"] = answer.raw;
-    if (options.distance) {
-        if (answer.borderDegrees > kNoBorderDegrees) {
-            line["border_km"] = nullptr;
-        } else {
-            line["border_km"] = BorderKilometres(point, answer.borderDegrees);
-        }
-    }
-    // A foreign database may hold any bytes; what is not UTF-8 is replaced.
-    return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
-int LookUpLines(const LookupOptions& options, const ZDDatabase* database) {
-    Progress progress;
-    const bool allMadeSense = VisitPointLines(
-            [&](size_t number, const PointText& point) {
-                const Answer answer = LookUp(database, point);
-                const std::string text =
-                        options.json ? FormatJson(options, point, answer)
-                                     : fmt::format("{} {}\t{}", point.latText, point.lonText,
-                                                   FormatText(options, point, answer));
-                std::printf("%s\n", text.c_str());
-                if (number % kProgressInterval == 0) progress.Show("looking up", number, 0);
-            },
-            [&progress](const std::string& message) { progress.PrintLine(message); });
-    return allMadeSense ? kExitOk : kExitFailed;
+    nlohmann::ordered_json object = AnswerJson(point, answer.raw, options.raw);
+    if (options.radius) object["radius_km"] = answer.radiusKilometres;
+    return OneLine(object);
 }
 
 int RunLookup(const LookupOptions& options, bool onePoint) {
     if (!options.verbose) host::SetLogReceiver([](int, const char*, const std::string&) {});
     PointText point;
     try {
-        if (onePoint) point = ParsePoint(options.lat, options.lon);
+        if (onePoint) point = ParsePoint(options.lat + " " + options.lon);
     } catch (const std::invalid_argument& error) {
         std::fprintf(stderr, "offlinetz: %s\n", error.what());
         return kExitUsage;
     }
-    const DatabasePtr database = OpenDatabase(options.database);
+    const DatabasePtr database = OpenDatabase(options.database, !options.noVerify);
+    if (options.radius && !IsTiled(database.get())) {
+        throw std::runtime_error(options.database +
+                                 ": is not tiled, so how far an answer holds is not known");
+    }
     int exitCode = kExitOk;
+    const auto answer = [&](const PointText& where) {
+        const Answer found = LookUp(options, database.get(), where);
+        if (IsError(found.raw)) exitCode = kExitFailed;
+        return options.json ? FormatJson(options, where, found) : FormatText(options, found);
+    };
     if (onePoint) {
-        const Answer answer = LookUp(database.get(), point);
-        std::printf("%s\n", (options.json ? FormatJson(options, point, answer)
-                                          : FormatText(options, point, answer))
-                                    .c_str());
-    } else {
-        exitCode = LookUpLines(options, database.get());
+        std::printf("%s\n", answer(point).c_str());
+    } else if (!AnswerLines(options.json, answer)) {
+        exitCode = kExitFailed;
     }
     return exitCode;
 }
@@ -146,20 +104,23 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<LookupOptions>();
     CLI::App* command = app->add_subcommand(
             "lookup", "Names the time zone of a point, or of each line of standard input");
-    auto* lat = command->add_option("LAT", options->lat, "Latitude in degrees, north positive");
-    auto* lon = command->add_option("LON", options->lon, "Longitude in degrees, east positive");
-    lat->needs(lon);
-    lon->needs(lat);
+    auto* lat = command->add_option("LAT", options->lat,
+                                    "Latitude in degrees, north positive; or LAT,LON in one word");
+    command->add_option("LON", options->lon, "Longitude in degrees, east positive");
     command->add_option("--db", options->database, "Database file")->capture_default_str();
+    command->add_flag("--no-verify", options->noVerify,
+                      "Answer from a database whose digest does not match its content");
     command->add_flag("--json", options->json, "One JSON object a line");
     command->add_flag("--raw", options->raw, "The exact text that a client of the service gets");
-    command->add_flag("--distance", options->distance,
-                      "Also how far the nearest border is that the lookup looked at: not those of "
-                      "islands, enclaves and coasts whose box does not hold the point");
+    command->add_flag(
+            "--radius", options->radius,
+            "Also how far the answer holds: no point within so many kilometres has another");
     command->add_flag("--verbose", options->verbose, "The service's log on standard error");
     command->footer(
-            "Lines hold a latitude and a longitude with blanks or a comma between them. "
-            "A line that makes no sense is reported, and the exit code is 1.");
+            "Lines hold a latitude and a longitude with blanks or a comma between them. Each gives "
+            "a "
+            "row; one that makes no sense gives an error row and is reported, and the exit code is "
+            "1.");
     command->callback(
             [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
 }

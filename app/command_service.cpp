@@ -6,23 +6,29 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
+#include "answer.h"
 #include "commands.h"
 #include "database.h"
+#include "database_directory.h"
+#include "lines.h"
+#include "option_checks.h"
 #include "points.h"
+#include "program_files.h"
 #include "progress.h"
 #include "service_client.h"
 
 namespace {
 
-constexpr int kExitNothingUsable = 3;  // Of an update: no database is left to answer from.
+constexpr int kExitNoDatabase = 3;  // Of an update: the service has nothing to answer from now.
 
 struct ServiceOptions {
-    std::string library = OFFLINETZ_SERVICE_LIBRARY;
+    std::string library = BesideProgram(OFFLINETZ_SERVICE_LIBRARY);
+    std::string directory = DefaultDatabaseDirectory();
     bool verbose = false;
     std::string lat;
     std::string lon;
+    bool json = false;
     std::string file;
     size_t chunkSize = 65536;
     bool force = false;
@@ -46,41 +52,36 @@ int RunStatus(const ServiceOptions& options) {
     std::printf("%s\n", state.IsUsable()
                                 ? fmt::format("running, {}", VersionText(state.version)).c_str()
                                 : "failed: no usable database");
+    std::printf("%s", DatabaseDirectory(options.directory).Describe().c_str());
     return state.IsUsable() ? kExitOk : kExitFailed;
 }
 
-// Prints an answer behind `prefix`; an error text makes the exit code say so.
-void PrintAnswer(const std::string& prefix, const std::string& answer, int* exitCode) {
-    std::printf("%s%s\n", prefix.c_str(), answer.c_str());
-    if (answer.find("error:") <= 1) *exitCode = kExitFailed;
-}
-
 int RunLookup(const ServiceOptions& options, bool onePoint) {
-    int exitCode = kExitOk;
-    if (onePoint) {
-        try {
-            ParsePoint(options.lat, options.lon);
-        } catch (const std::invalid_argument& error) {
-            std::fprintf(stderr, "offlinetz: %s\n", error.what());
-            return kExitUsage;
-        }
-        PrintAnswer("", StartService(options)->Lookup(options.lat, options.lon), &exitCode);
-        return exitCode;
+    PointText point;
+    try {
+        if (onePoint) point = ParsePoint(options.lat + " " + options.lon);
+    } catch (const std::invalid_argument& error) {
+        std::fprintf(stderr, "offlinetz: %s\n", error.what());
+        return kExitUsage;
     }
     const std::unique_ptr<ServiceClient> service = StartService(options);
-    const bool allMadeSense = VisitPointLines(
-            [&](size_t, const PointText& point) {
-                PrintAnswer(fmt::format("{} {}\t", point.latText, point.lonText),
-                            service->Lookup(point.latText, point.lonText), &exitCode);
-            },
-            [](const std::string& message) { std::fprintf(stderr, "%s\n", message.c_str()); });
-    if (!allMadeSense) exitCode = kExitFailed;
+    int exitCode = kExitOk;
+    const auto answer = [&](const PointText& where) {
+        std::string raw = service->Lookup(where.latText, where.lonText);
+        if (IsError(raw)) exitCode = kExitFailed;
+        return options.json ? OneLine(AnswerJson(where, raw, true)) : raw;
+    };
+    if (onePoint) {
+        std::printf("%s\n", answer(point).c_str());
+    } else if (!AnswerLines(options.json, answer)) {
+        exitCode = kExitFailed;
+    }
     return exitCode;
 }
 
 // The version byte in a database file's header, or no version.
-int32_t VersionOf(const std::vector<uint8_t>& file) {
-    return file.size() > 4 ? file[4] : ServiceClient::kNoVersion;
+int32_t VersionOf(const FileCopy& file) {
+    return file.Size() > 4 ? file.Bytes()[4] : ServiceClient::kNoVersion;
 }
 
 int Refuse(const std::string& reason, const ServiceClient::State& state) {
@@ -89,15 +90,15 @@ int Refuse(const std::string& reason, const ServiceClient::State& state) {
 }
 
 int RunUpdate(const ServiceOptions& options) {
-    const std::vector<uint8_t> file = ReadFile(options.file);
-    if (file.size() > INT32_MAX) throw std::runtime_error(options.file + ": has 2 GiB or more");
+    const FileCopy file(options.file);
+    const DatabaseDirectory directory(options.directory);
     const int32_t version = VersionOf(file);
     const std::unique_ptr<ServiceClient> service = StartService(options);
     const ServiceClient::State before = service->GetState();
     if (!options.force) {
         // A bad file that is injected takes the place of the active database and of its backup;
         // one of the same version cannot be told from what is there.
-        const std::string fault = FaultOf(options.file, file);
+        const std::string fault = FaultOf(file, OpenCopy(file).get());
         if (!fault.empty()) return Refuse(options.file + " is " + fault, before);
         if (before.IsUsable() && version == before.version) {
             return Refuse(options.file +
@@ -105,22 +106,31 @@ int RunUpdate(const ServiceOptions& options) {
                                   "replaced it could not be seen (--force sends it)",
                           before);
         }
+        // Without it the service would lose the backup, or both files, in the midst of writing.
+        const std::string lack = directory.LackOfRoom(file.Size());
+        if (!lack.empty()) return Refuse(lack, before);
     }
     ServiceClient::State after;
     {
         Progress progress;
         const SilencedOutput silenced;
         after = service->Update(file, options.chunkSize,
-                                [&](size_t sent) { progress.Show("sending", sent, file.size()); });
+                                [&](size_t sent) { progress.Show("sending", sent, file.Size()); });
     }
     if (!after.IsUsable()) {
-        std::printf(
-                "nothing usable left: the service could not install %s and has no other "
-                "database\n",
-                options.file.c_str());
-        return kExitNothingUsable;
+        std::printf("no database in use: the service could not install %s\n%s",
+                    options.file.c_str(), directory.Describe().c_str());
+        if (directory.BackupIsGood()) {
+            std::printf(
+                    "The next start restores the backup if the active file can be written then.\n");
+        }
+        return kExitNoDatabase;
     }
-    if (after.version != version) return Refuse("the service did not install it", after);
+    if (after.version != version) {
+        Refuse("the service did not install it", after);
+        std::printf("%s", directory.Describe().c_str());
+        return kExitFailed;
+    }
     if (before.version == version) {
         std::printf("sent %s; whether it replaced the one before cannot be seen\n",
                     VersionText(version).c_str());
@@ -140,6 +150,9 @@ void AddServiceCommand(CLI::App* app, int* exitCode) {
     service->require_subcommand(1);
     service->add_option("--library", options->library, "The service's library")
             ->capture_default_str();
+    service->add_option("--directory", options->directory,
+                        "Where that library keeps its two files, which is built into it")
+            ->capture_default_str();
     service->add_flag("--verbose", options->verbose, "The service's log on standard error");
 
     CLI::App* status =
@@ -148,22 +161,23 @@ void AddServiceCommand(CLI::App* app, int* exitCode) {
 
     CLI::App* lookup = service->add_subcommand(
             "lookup", "Names the time zone of a point, or of each line of standard input");
-    auto* lat = lookup->add_option("LAT", options->lat, "Latitude in degrees, north positive");
-    auto* lon = lookup->add_option("LON", options->lon, "Longitude in degrees, east positive");
-    lat->needs(lon);
-    lon->needs(lat);
+    auto* lat = lookup->add_option("LAT", options->lat,
+                                   "Latitude in degrees, north positive; or LAT,LON in one word");
+    lookup->add_option("LON", options->lon, "Longitude in degrees, east positive");
+    lookup->add_flag("--json", options->json, "One JSON object a line");
     lookup->callback(
             [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
 
     CLI::App* update = service->add_subcommand("update", "Sends a database and installs it");
     update->add_option("FILE", options->file, "Database file")->required();
     update->add_option("--chunk-size", options->chunkSize, "Bytes a call")
-            ->check(CLI::Range(size_t{1}, size_t{1} << 30))
+            ->check(WholeNumber(1, size_t{1} << 30))
             ->capture_default_str();
     update->add_flag("--force", options->force,
-                     "Send the file even if it is damaged or of the version installed");
+                     "Send the file even if it is damaged, of the version installed, or has no "
+                     "room");
     update->footer(
             "Exit code 0: installed; 1: refused, and the database is the one before; "
-            "3: no usable database is left.");
+            "3: the service has no database in use.");
     update->callback([options, exitCode] { *exitCode = RunUpdate(*options); });
 }

@@ -1,5 +1,6 @@
 // offlinetz verify: whether a database file is whole and readable.
 #include <host/log.h>
+#include <read_budget.h>
 
 #include <cstdio>
 #include <memory>
@@ -7,23 +8,29 @@
 
 #include "commands.h"
 #include "database.h"
+#include "printable.h"
 
 namespace {
 
 int RunVerify(const std::string& path) {
     host::SetLogReceiver([](int, const char*, const std::string&) {});
-    const std::string fault = FaultOf(path, ReadFile(path));
+    const FileCopy file(path);
+    const DatabasePtr database = OpenCopy(file);
+    const std::string fault = FaultOf(file, database.get());
     if (!fault.empty()) {
         std::printf("%s: %s\n", path.c_str(), fault.c_str());
         return kExitFailed;
     }
-    const DatabasePtr database = OpenDatabase(path);
     std::printf("%s: good\n", path.c_str());
     std::printf("version    %u\n", ZDgetDBVersion(database.get()));
     std::printf("table type %u\n", static_cast<unsigned>(ZDGetTableType(database.get())));
     std::printf("precision  %u\n", static_cast<unsigned>(database->precision));
     std::printf("content    %d bytes\n", ZDGetLength(database.get()));
-    std::printf("notice     %s\n", ZDGetNotice(database.get()));
+    // A lookup that comes to one of them ends early.
+    std::printf("limits     %zu rings at a point, %lld bytes of rings and texts a lookup\n",
+                zonedetect::kMaxHits,
+                static_cast<long long>(zonedetect::ReadBudget::Bytes(database->length)));
+    std::printf("notice     %s\n", Printable(ZDGetNotice(database.get())).c_str());
     return kExitOk;
 }
 

@@ -1,12 +1,12 @@
-// Databases as the host program opens them.
+// Databases as the host program judges and opens them.
 #pragma once
 
 #include <zonedetect.h>
 
-#include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "file_copy.h"
 
 struct DatabaseCloser {
     void operator()(ZDDatabase* database) const { ZDCloseDatabase(database); }
@@ -26,14 +26,14 @@ class SilencedOutput {
     int mSaved;
 };
 
-// A whole file's bytes, or as many as prove that it has 2 GiB or more; throws std::runtime_error
-// with the path and the reason.
-std::vector<uint8_t> ReadFile(const std::string& path);
+// Opens a database, which does not need the copy any more then; null where the reader refuses it.
+// Standard output is silenced meanwhile, because it belongs to the answers.
+DatabasePtr OpenCopy(const FileCopy& file);
 
-// What is wrong with a database file, of which `bytes` are the content: empty for a good one,
-// else a phrase such as "damaged: ...".
-std::string FaultOf(const std::string& path, const std::vector<uint8_t>& bytes);
+// What is wrong with a database file, of which `opened` is what the reader made: empty for a good
+// one, else what it is, such as "damaged: ...".
+std::string FaultOf(const FileCopy& file, const ZDDatabase* opened);
 
-// Opens a database file; throws std::runtime_error with the path and the reason. Standard output
-// is silenced meanwhile, because it belongs to the answers.
-DatabasePtr OpenDatabase(const std::string& path);
+// Reads a database file and opens the copy. Throws std::runtime_error with the path and the reason
+// where it cannot be read or has a fault; without `verify`, only where the reader refuses it.
+DatabasePtr OpenDatabase(const std::string& path, bool verify = true);

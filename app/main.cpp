@@ -1,23 +1,71 @@
 // offlinetz: looks points up in a zone database, checks one, compiles one, and is a client of the
 // service.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
-#include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "commands.h"
+#include "printable.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+// A standard stream that the caller closed is opened on nothing, in the wrong direction: using it
+// fails as it must, and no file that is opened later takes its place.
+void GuardStandardStreams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) >= 0) continue;
+        if (open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) != fd) return;
+    }
+}
+
+// Whether an argument is a coordinate such as "-.5", or two of them in one word.
+bool StartsWithPoint(const std::string& argument) {
+    return argument.size() > 2 && argument.compare(0, 2, "-.") == 0 &&
+           std::isdigit(static_cast<unsigned char>(argument[2])) != 0 &&
+           argument.find_first_not_of("0123456789.+-eE,; ") == std::string::npos;
+}
+
+// The arguments as the parser wants them, the last one first. It knows negative numbers by the
+// digit behind the minus, so one that begins with its point gets a zero there.
+std::vector<std::string> Arguments(int argc, char** argv) {
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    const auto lookup = std::find(arguments.begin(), arguments.end(), "lookup");
+    for (auto argument = lookup; argument != arguments.end(); ++argument) {
+        if (StartsWithPoint(*argument)) argument->insert(1, "0");
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
+}
+
+// The error, and the help where a command is missing: of the program or of its `service`.
+std::string DescribeError(const CLI::App* app, const CLI::Error& error) {
+    const CLI::App* command = app;
+    while (!command->get_subcommands().empty())
+        command = command->get_subcommands().front();
+    const bool lacksCommand = command->get_require_subcommand_min() > 0;
+    return "offlinetz: " + Printable(error.what()) + "\n" +
+           (lacksCommand ? command->help() : "Run with --help for more information.\n");
+}
+
+int Run(int argc, char** argv) {
     CLI::App app{"Answers which time zone contains a point, without any network.", "offlinetz"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", "offlinetz " OFFLINETZ_VERSION);
+    app.failure_message(DescribeError);
     int exitCode = kExitOk;
     AddLookupCommand(&app, &exitCode);
     AddVerifyCommand(&app, &exitCode);
     AddCompileCommand(&app, &exitCode);
     AddServiceCommand(&app, &exitCode);
     try {
-        app.parse(argc, argv);
-        // A report that did not get out is not done.
-        if (std::fflush(stdout) != 0) throw std::runtime_error("standard output cannot be written");
+        app.parse(Arguments(argc, argv));
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kExitOk : kExitUsage;
     } catch (const std::exception& error) {
@@ -25,4 +73,15 @@ int main(int argc, char** argv) {
         return kExitFailed;
     }
     return exitCode;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    GuardStandardStreams();
+    const int exitCode = Run(argc, argv);
+    // What did not get out is not done.
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return exitCode;
+    std::fprintf(stderr, "offlinetz: standard output cannot be written\n");
+    return exitCode == kExitOk ? kExitFailed : exitCode;
 }

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -97,14 +98,13 @@ std::string ServiceClient::Lookup(const std::string& lat, const std::string& lon
     return mCallback->WaitFor(next);
 }
 
-ServiceClient::State ServiceClient::Update(const std::vector<uint8_t>& file, size_t chunkSize,
+ServiceClient::State ServiceClient::Update(const FileCopy& file, size_t chunkSize,
                                            const std::function<void(size_t)>& sent) {
-    const auto total = static_cast<uint32_t>(file.size());
+    const auto total = static_cast<uint32_t>(file.Size());
     uint32_t status = kDownloadStart;
-    for (size_t begin = 0; begin < file.size(); begin += chunkSize) {
-        const size_t end = std::min(file.size(), begin + chunkSize);
-        const std::vector<uint8_t> chunk(file.begin() + static_cast<std::ptrdiff_t>(begin),
-                                         file.begin() + static_cast<std::ptrdiff_t>(end));
+    for (size_t begin = 0; begin < file.Size(); begin += chunkSize) {
+        const size_t end = std::min(file.Size(), begin + chunkSize);
+        const std::vector<uint8_t> chunk(file.Bytes() + begin, file.Bytes() + end);
         mService->downloadDB(chunk, static_cast<uint32_t>(chunk.size()), total, status);
         status = kDownloadContinue;
         sent(end);

@@ -7,7 +7,8 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "file_copy.h"
 
 class ServiceClient {
   public:
@@ -37,8 +38,7 @@ class ServiceClient {
 
     // Sends a database in chunks and asks for its installation; `sent` is told the bytes sent.
     // Returns what the service says of itself when it has done so.
-    State Update(const std::vector<uint8_t>& file, size_t chunkSize,
-                 const std::function<void(size_t)>& sent);
+    State Update(const FileCopy& file, size_t chunkSize, const std::function<void(size_t)>& sent);
 
   private:
     class Callback;

@@ -91,6 +91,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
             DrawOnGrid(options.inputs, source, grid, options.toleranceMetres, listener, &summary);
 
     DatabaseContent content;
+    content.tableType = options.maxTilePoints == 0 ? kWholeRingsTable : kTiledTable;
     content.version = static_cast<uint8_t>(options.version);
     content.precision = options.precision;
     content.fieldNames = {kFieldName};

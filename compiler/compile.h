@@ -16,6 +16,10 @@ namespace offlinetz {
 // Measured (docs/format.md): fewer points a tile make lookups faster and the file larger.
 constexpr size_t kDefaultMaxTilePoints = 256;
 
+// The table types that the compiler writes.
+constexpr uint8_t kWholeRingsTable = 0;
+constexpr uint8_t kTiledTable = 1;
+
 struct CompileOptions {
     std::vector<std::string> inputs;
     std::string output;

@@ -30,7 +30,11 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
     setenv("PATH", path.c_str(), 1);
     setenv("WORLD", OFFLINETZ_WORLD_DATABASE, 1);
     setenv("INPUTS", OFFLINETZ_TESTS "/cli/inputs", 1);
+    setenv("BUILD", OFFLINETZ_BUILD, 1);
+    setenv("SCRIPTS", OFFLINETZ_TESTS "/../scripts", 1);
     setenv("LIBRARY", OFFLINETZ_LOCAL_LIBRARY, 1);
+    setenv("SERVICE", "offlinetz service --directory offlinetz --library " OFFLINETZ_LOCAL_LIBRARY,
+           1);
     std::optional<TemporaryDirectory> directory;
     CheckTranscript(
             OFFLINETZ_TESTS "/cli/" + transcript,
@@ -54,12 +58,22 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
 TEST(Cli, BehavesAsTheTranscriptSays) {
     CheckCommands("cli.transcript", [] {
         fs::create_directory("offlinetz");
+        const Bytes good = SampleDatabase("\"Zone/A\"", 1);
         Bytes damaged = SampleDatabase("\"Zone/C\"", 3);
         damaged[9] ^= 1;
-        WriteFile("a.bin", SampleDatabase("\"Zone/A\"", 1));
+        RawDatabase refused;
+        refused.headerStrings = String("TimezoneId") + Unsigned(5000);
+        WriteFile("a.bin", good);
         WriteFile("b.bin", SampleDatabase("\"Zone/B\"", 2, 20000));
         WriteFile("damaged.bin", damaged);
+        WriteFile("refused.bin", refused.File());
         WriteFile("junk.bin", WithTrailer(Bytes(40, 'x')));
+        WriteFile("empty.bin", {});
+        WriteFile("header.bin", Bytes(good.begin(), good.begin() + 20));
+        WriteFile("short.bin", Bytes(good.begin(), good.end() - 1));
+        WriteFile("long.bin", good + Bytes(1, 0));
+        WriteFile("huge.bin", {});
+        fs::resize_file("huge.bin", uint64_t{1} << 31);
     });
 }
 

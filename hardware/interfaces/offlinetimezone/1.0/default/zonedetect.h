@@ -89,7 +89,8 @@ OFFLINETZ_EXPORT int32_t ZDGetLength(const ZDDatabase* db);
 // it with ZDFreeResults before it closes the database. Returns null when memory is short;
 // `*safezone` is then not written. Where `safezone` is not null it receives the distance in
 // degrees to the nearest edge of the rings examined (a longitude degree counts as one latitude
-// degree), 0 on a border.
+// degree), 0 on a border. In a tiled database, within three quarters of that distance, less three
+// units, no point has other zones: a device that moves need not ask again before it comes that far.
 OFFLINETZ_EXPORT ZDResult* ZDLookup(const ZDDatabase* db, float lat, float lon, float* safezone);
 
 // Releases a result list; null is ignored.

@@ -1,0 +1,22 @@
+#include "option_checks.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <string>
+
+CLI::Validator WholeNumber(uint64_t least, uint64_t greatest) {
+    const std::string range = fmt::format("{} to {}", least, greatest);
+    return CLI::Validator(
+            [least, greatest, range](std::string& text) {
+                uint64_t number = 0;
+                const char* const end = text.data() + text.size();
+                const auto [stop, error] = std::from_chars(text.data(), end, number);
+                if (error != std::errc() || stop != end || number < least || number > greatest) {
+                    return fmt::format("{} is not a whole number from {}", text, range);
+                }
+                text = std::to_string(number);  // Without leading zeros.
+                return std::string();
+            },
+            range);
+}

@@ -1,0 +1,9 @@
+// Foreign text on its way to a terminal.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// The text with what a terminal could obey escaped: control characters, and bytes that are not
+// UTF-8; double quotes and backslashes too, so that an escape cannot be feigned.
+std::string Printable(std::string_view text);

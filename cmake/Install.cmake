@@ -1,0 +1,12 @@
+# What `cmake --install` puts where: the program, the service's library and the host layer that
+# both need, the world database, and the headers of the interface, the host layer and the reader.
+install(TARGETS offlinetz offlinetimezone_impl host_layer)
+install(FILES ${OFFLINETZ_WORLD_DATABASE} DESTINATION ${CMAKE_INSTALL_DATADIR}/offlinetz
+        RENAME world.bin)
+
+set(package ${PROJECT_SOURCE_DIR}/hardware/interfaces/offlinetimezone/1.0)
+set(headers ${CMAKE_INSTALL_INCLUDEDIR}/offlinetz)
+install(DIRECTORY ${package}/include/ ${PROJECT_SOURCE_DIR}/host/include/ DESTINATION ${headers})
+install(FILES ${package}/default/zonedetect.h ${package}/default/sha1.h ${package}/default/export.h
+        DESTINATION ${headers})
+install(FILES README.md LICENSE data/NOTICE.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
