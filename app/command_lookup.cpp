@@ -71,7 +71,7 @@ std::string FormatJson(const LookupOptions& options, const PointText& point, con
 }
 
 int RunLookup(const LookupOptions& options, bool onePoint) {
-    if (!options.verbose) host::SetLogReceiver([](int, const char*, const std::string&) {});
+    if (!options.verbose) host::DropLog();
     PointText point;
     try {
         if (onePoint) point = ParsePoint(options.lat + " " + options.lon);

@@ -37,7 +37,7 @@ struct ServiceOptions {
 // The service, loaded and started. What it prints on standard output while it opens a database is
 // dropped, and its log too unless it is asked for.
 std::unique_ptr<ServiceClient> StartService(const ServiceOptions& options) {
-    if (!options.verbose) host::SetLogReceiver([](int, const char*, const std::string&) {});
+    if (!options.verbose) host::DropLog();
     const SilencedOutput silenced;
     return std::make_unique<ServiceClient>(options.library);
 }

@@ -96,10 +96,10 @@ void WithLog(benchmark::State& state, void (*run)(benchmark::State&), bool isWri
     if (isWritten) {
         host::SetLogReceiver(nullptr);
     } else {
-        host::SetLogReceiver([](int, const char*, const std::string&) {});
+        host::DropLog();
     }
     run(state);
-    host::SetLogReceiver([](int, const char*, const std::string&) {});
+    host::DropLog();
 }
 
 }  // namespace
@@ -123,7 +123,7 @@ int main(int argc, char** argv) {
         gPoints.push_back({std::to_string(static_cast<double>(random() % 1400000) / 1e4 - 60.0),
                            std::to_string(static_cast<double>(random() % 3600000) / 1e4 - 180.0)});
     }
-    host::SetLogReceiver([](int, const char*, const std::string&) {});
+    host::DropLog();
     void* library = dlopen(OFFLINETZ_LOCAL_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) return 1;
     using Fetch = IOfflinetimezone* (*)(const char*);

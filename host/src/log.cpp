@@ -3,11 +3,11 @@
 #include <android/log.h>
 #include <locale.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 namespace host {
 namespace {
@@ -15,6 +15,7 @@ namespace {
 struct LogState {
     std::mutex mutex;
     LogReceiver receiver;  // Guarded by mutex.
+    std::atomic<bool> isDropped{false};
 };
 
 // Never destroyed: threads of the service may log while the process ends.
@@ -46,14 +47,16 @@ class PlainNumbers {
 
 __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {
     const PlainNumbers plain;
+    char usual[256];  // Longer ones are formatted once more.
     va_list again;
     va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    const int length = std::vsnprintf(usual, sizeof usual, format, arguments);
     std::string text;
-    if (length > 0) {
-        std::vector<char> buffer(static_cast<size_t>(length) + 1);
-        std::vsnprintf(buffer.data(), buffer.size(), format, again);
-        text.assign(buffer.data(), static_cast<size_t>(length));
+    if (length >= static_cast<int>(sizeof usual)) {
+        text.resize(static_cast<size_t>(length));
+        std::vsnprintf(text.data(), text.size() + 1, format, again);
+    } else if (length > 0) {
+        text.assign(usual, static_cast<size_t>(length));
     }
     va_end(again);
     return text;
@@ -78,18 +81,24 @@ void SetLogReceiver(LogReceiver receiver) {
     LogState& state = State();
     const std::lock_guard<std::mutex> lock(state.mutex);
     state.receiver = std::move(receiver);
+    state.isDropped = false;
+}
+
+void DropLog() {
+    State().isDropped = true;
 }
 
 }  // namespace host
 
 // A line that there is no memory for is lost: the service does not expect its log to fail.
 extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...) {
+    host::LogState& state = host::State();
+    if (state.isDropped) return 1;
     va_list arguments;
     va_start(arguments, format);
     int result = 1;
     try {
         const std::string message = host::Format(format, arguments);
-        host::LogState& state = host::State();
         const std::lock_guard<std::mutex> lock(state.mutex);
         if (state.receiver) {
             state.receiver(priority, tag, message);

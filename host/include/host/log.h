@@ -1,4 +1,4 @@
-// Where the host's log goes: standard error by default, or a function of the program's own.
+// Where the host's log goes: standard error by default, a function of the program's own, or nowhere.
 #pragma once
 
 #include <functional>
@@ -13,5 +13,8 @@ using LogReceiver = std::function<void(int priority, const char* tag, const std:
 // Sends the log to `receiver` from now on; an empty one restores standard error, one line a
 // message. Any thread may call; no call of the previous receiver is running after it returns.
 void SetLogReceiver(LogReceiver receiver);
+
+// Drops the log from now on, at the cost of nothing, until SetLogReceiver is called again.
+void DropLog();
 
 }  // namespace host

@@ -71,9 +71,10 @@ uint64_t SquaredDistance(const Point& from, const Point& to, const Point& target
 
 // --- Points in blocks --------------------------------------------------------------------
 
-// Loops over the slots of a block go on to the next multiple of kStep, which compilers turn into
-// whole vectors.
+// Loops over the slots of a block go on behind the last one, to where eight marks from there end, and
+// then to the next multiple of kStep, which compilers turn into whole vectors.
 constexpr size_t kStep = 16;
+constexpr size_t kAhead = 8;
 constexpr size_t kRoom = (kBlockPoints + 2 + kStep - 1) / kStep * kStep + kStep;
 
 inline size_t RoundUp(size_t slots) {
@@ -82,7 +83,7 @@ inline size_t RoundUp(size_t slots) {
 
 // Bytes, one a slot, of which eight at a time are looked at.
 struct Marks {
-    uint8_t at[kRoom + 8];
+    uint8_t at[kRoom];
 
     uint64_t EightFrom(size_t slot) const { return LoadLittleEndian(at + slot); }
 };
@@ -103,10 +104,10 @@ struct Block {
     // Repeats the last point in the slots that loops go on to.
     void Fill() {
         const Point p = At(last);
-        for (size_t i = 1; i <= kStep; ++i)
+        for (size_t i = 1; i < kStep + kAhead; ++i)
             Put(last + i, p);
     }
-    size_t RoundedSlots() const { return RoundUp(last + 1); }
+    size_t RoundedSlots() const { return RoundUp(last + kAhead); }
 };
 
 // Calls `visit(slot)` for each slot from `first` to `last` whose byte of `bytesOf(slot)`, the eight
@@ -150,6 +151,7 @@ struct Winding {
 
     void Add(const Block& block, const Point& target) {
         Marks marks;
+        marks.at[0] = 0;
         const size_t slots = block.RoundedSlots();
         for (size_t i = 0; i < slots; ++i) {
             const bool isVertex = (block.lat[i] == target.lat) & (block.lon[i] == target.lon);
