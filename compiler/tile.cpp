@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "border_index.h"
@@ -177,6 +178,53 @@ struct SideSet {
     }
 };
 
+struct ZonePath {
+    uint32_t zone;
+    Path path;
+};
+
+// Whether a vertex lies just beyond a side of the fence: one unit away, and between its corners.
+// Two edges that lead from there to the corners run along the side like the side itself.
+bool IsJustBeyond(const GridPoint& p, const GridBox& fence, int side) {
+    const bool isVertical = side % 2 == 1;  // West or east.
+    if (isVertical ? p.lat < fence.min.lat || p.lat > fence.max.lat
+                   : p.lon < fence.min.lon || p.lon > fence.max.lon) {
+        return false;
+    }
+    switch (side) {
+        case 0:
+            return p.lat == fence.max.lat + 1;
+        case 1:
+            return p.lon == fence.min.lon - 1;
+        case 2:
+            return p.lat == fence.min.lat - 1;
+        default:
+            return p.lon == fence.max.lon + 1;
+    }
+}
+
+// The sides along which rings lead from a vertex just beyond to both corners: there borders leave
+// the tile, one zone closes on one hand and another one on the other.
+void AddJoinedSides(const std::vector<ZonePath>& paths, const GridBox& fence, SideSet* sides) {
+    for (int side = 0; side < 4; ++side) {
+        std::set<GridPoint> joined[2];  // To the side's first and second corner.
+        for (const ZonePath& p : paths) {
+            for (size_t i = 0; i < p.path.size(); ++i) {
+                const Step& a = p.path[i];
+                const Step& b = p.path[i + 1 < p.path.size() ? i + 1 : 0];
+                if ((a.corner == kNoCorner) == (b.corner == kNoCorner)) continue;
+                const GridPoint& vertex = a.corner == kNoCorner ? a.at : b.at;
+                const int corner = a.corner == kNoCorner ? b.corner : a.corner;
+                const int hand = (corner - side) & 3;
+                if (hand <= 1 && IsJustBeyond(vertex, fence, side)) joined[hand].insert(vertex);
+            }
+        }
+        for (const GridPoint& vertex : joined[0]) {
+            if (joined[1].count(vertex) > 0) sides->has[side] = true;
+        }
+    }
+}
+
 // The corners of a way from `corner` along the sides that are missing and back, without `corner` at
 // its beginning, with it at its end.
 std::vector<int> WayAlong(const SideSet& sides, int corner) {
@@ -206,11 +254,6 @@ std::vector<int> WayAlong(const SideSet& sides, int corner) {
 }
 
 // --- Tiles -------------------------------------------------------------------------------
-
-struct ZonePath {
-    uint32_t zone;
-    Path path;
-};
 
 // What is in a box: rings that come near it, and how often zones cover it whole.
 struct Content {
@@ -293,7 +336,7 @@ class Tiler {
             for (int i = std::abs(times); i > 0; --i)
                 paths.push_back({zone, frame});
         }
-        AddFence(box, &paths);
+        AddFence(box, fence, &paths);
         std::stable_sort(paths.begin(), paths.end(),
                          [](const ZonePath& x, const ZonePath& y) { return x.zone < y.zone; });
         for (const ZonePath& p : paths) {
@@ -310,10 +353,11 @@ class Tiler {
 
     // Completes the fence where the rings leave sides of it open: from a corner that a ring has,
     // else from a vertex beyond the margin, else as a ring of its own that encloses nothing.
-    static void AddFence(const GridBox& box, std::vector<ZonePath>* paths) {
+    static void AddFence(const GridBox& box, const GridBox& fence, std::vector<ZonePath>* paths) {
         SideSet sides;
         for (const ZonePath& p : *paths)
             sides.Add(p.path);
+        AddJoinedSides(*paths, fence, &sides);
         if (sides.IsFull()) return;
 
         const GridBox keep = Grown(box, kMargin);
