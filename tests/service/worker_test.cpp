@@ -273,6 +273,8 @@ TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
     client->mOpen.set_value();
     ender.join();
     EXPECT_EQ(0u, worker.GetMsgLength());
+    worker.CreateThread();
+    worker.ExitThread();
     EXPECT_THAT(client->Reports(), ElementsAre(ClientReport{"1", "2", "\"Zone/A\""},
                                                ClientReport{"3", "4", "\"Zone/A\""}));
 }

@@ -27,6 +27,7 @@ struct Hit {
 // The hits of a lookup. The first few need no memory of their own.
 class HitList {
   public:
+    // cppcheck-suppress uninitMemberVar ; hits that are not counted are not looked at.
     HitList() = default;
     HitList(const HitList&) = delete;
     HitList& operator=(const HitList&) = delete;
