@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <limits>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -251,6 +252,30 @@ TEST(Hostile, CountlessHitsEndTheScan) {
     }
     EXPECT_EQ(4096u, count);
     ZDFreeResults(results);
+}
+
+// Threads that meet on a handle's first lookup: one makes the directory, none waits, all are right.
+TEST(Lookup, FirstLookupsMayMeet) {
+    const auto answers = [](const ZDDatabase* database, int start) {
+        std::string all;
+        for (int i = start; i < start + 40; ++i) {
+            const auto at = static_cast<float>(i);
+            all += Hits(ZDLookup(database, at / 2.0f, 4.0f * at - 170.0f, nullptr)) + "\n";
+        }
+        return all;
+    };
+    const DatabasePtr database(ZDOpenDatabase(OFFLINETZ_WORLD_DATABASE));
+    ZDDatabase scanned = *database;
+    scanned.directory = nullptr;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            const std::string found = answers(database.get(), t);
+            EXPECT_EQ(answers(&scanned, t), found);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
 }
 
 TEST(Nautical, BandsBeginAtOddMultiplesOfSevenAndAHalfDegrees) {
