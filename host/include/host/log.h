@@ -1,4 +1,5 @@
-// Where the host's log goes: standard error by default, a function of the program's own, or nowhere.
+// Where the host's log goes: standard error by default, a function of the program's own, or
+// nowhere.
 #pragma once
 
 #include <functional>

@@ -71,8 +71,8 @@ uint64_t SquaredDistance(const Point& from, const Point& to, const Point& target
 
 // --- Points in blocks --------------------------------------------------------------------
 
-// Loops over the slots of a block go on behind the last one, to where eight marks from there end, and
-// then to the next multiple of kStep, which compilers turn into whole vectors.
+// Loops over the slots of a block go on behind the last one, to where eight marks from there end,
+// and then to the next multiple of kStep, which compilers turn into whole vectors.
 constexpr size_t kStep = 16;
 constexpr size_t kAhead = 8;
 constexpr size_t kRoom = (kBlockPoints + 2 + kStep - 1) / kStep * kStep + kStep;
@@ -225,9 +225,11 @@ struct Reach {
     int32_t west = INT32_MIN;
     int32_t east = INT32_MAX;
 
+    static constexpr uint64_t kInfinite = uint64_t{1} << 52;
+
     static Reach Around(const Point& target, uint64_t squared) {
         Reach reach;
-        if (squared >= uint64_t{1} << 52) return reach;
+        if (squared >= kInfinite) return reach;
         // At least the root, whatever the square root rounds.
         const auto root = static_cast<int32_t>(std::sqrt(static_cast<double>(squared))) + 1;
         reach.south = target.lat - root - 1;
@@ -255,8 +257,7 @@ class Nearest {
     Nearest(const Point& target, uint64_t* squared)
         : mTarget(target),
           mSquared(squared),
-          mExactness(ExactnessOf(target.lat) | ExactnessOf(target.lon)),
-          mReach(ReachNow()) {}
+          mExactness(ExactnessOf(target.lat) | ExactnessOf(target.lon)) {}
 
     void Add(const Block& block) {
         const size_t slots = block.RoundedSlots();
@@ -266,15 +267,15 @@ class Nearest {
         if (!AreExact(exactness)) {
             for (size_t slot = block.firstEdge; slot <= block.last; ++slot)
                 *mSquared = std::min(*mSquared, DistanceOf(block, slot));
-            mReach = ReachNow();
             return;
         }
-        if (mReach.north == INT32_MAX) Start(block);
+        if (*mSquared >= Reach::kInfinite) Start(block);
+        const Reach reach = Reach::Around(mTarget, *mSquared);
         Marks sides;  // Of the reach, that a point lies beyond.
         for (size_t i = 0; i < slots; ++i) {
             sides.at[i] = static_cast<uint8_t>(
-                    (block.lat[i] < mReach.south ? 1 : 0) | (block.lat[i] > mReach.north ? 2 : 0) |
-                    (block.lon[i] < mReach.west ? 4 : 0) | (block.lon[i] > mReach.east ? 8 : 0));
+                    (block.lat[i] < reach.south ? 1 : 0) | (block.lat[i] > reach.north ? 2 : 0) |
+                    (block.lon[i] < reach.west ? 4 : 0) | (block.lon[i] > reach.east ? 8 : 0));
         }
         VisitMarked(
                 block.firstEdge, block.last,
@@ -288,20 +289,13 @@ class Nearest {
     }
 
   private:
-    Reach ReachNow() const {
-        return AreExact(mExactness) ? Reach::Around(mTarget, *mSquared) : Reach();
-    }
-
     uint64_t DistanceOf(const Block& block, size_t slot) const {
         return SquaredDistance(block.At(slot - 1), block.At(slot), mTarget);
     }
 
     void AddEdge(const Block& block, size_t slot) {
         if (LeastSquaredDistance(block.At(slot - 1), block.At(slot), mTarget) >= *mSquared) return;
-        const uint64_t squared = DistanceOf(block, slot);
-        if (squared >= *mSquared) return;
-        *mSquared = squared;
-        mReach = Reach::Around(mTarget, squared);
+        *mSquared = std::min(*mSquared, DistanceOf(block, slot));
     }
 
     // Without any distance yet every edge would be in reach: begins with one beside a near point.
@@ -322,9 +316,8 @@ class Nearest {
     }
 
     const Point mTarget;
-    uint64_t* const mSquared;  // Before mReach, which is made from it.
+    uint64_t* const mSquared;
     const uint32_t mExactness;
-    Reach mReach;
 };
 
 }  // namespace
