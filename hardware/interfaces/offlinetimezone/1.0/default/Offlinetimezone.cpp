@@ -75,18 +75,16 @@ struct Closer {
 void Link(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient) {
     try {
         static_cast<void>(client->linkToDeath(recipient, kDeathCookie).isOk());
-    }
-    RETHROW_END_OF_THREAD
-    catch (...) {
+    } catch (...) {
+        LetThreadEnd();
     }
 }
 
 void Unlink(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient) {
     try {
         static_cast<void>(client->unlinkToDeath(recipient).isOk());
-    }
-    RETHROW_END_OF_THREAD
-    catch (...) {
+    } catch (...) {
+        LetThreadEnd();
     }
 }
 

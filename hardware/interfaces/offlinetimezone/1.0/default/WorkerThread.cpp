@@ -249,9 +249,8 @@ void WorkerThread::Process() {
         if (message->id == MSG_EXIT_THREAD) break;
         try {
             Dispatch(*message);
-        }
-        RETHROW_END_OF_THREAD
-        catch (...) {
+        } catch (...) {
+            LetThreadEnd();
             // Out of memory in the midst of a message. The message is lost and nothing of it is
             // half done: a chunk that could not be joined makes the end of the download fail.
         }
@@ -335,9 +334,8 @@ void WorkerThread::Report(const sp<IOfflinetimezoneCallback>& callback, const Ms
         // nothing.
         static_cast<void>(
                 callback->timeZoneIdReport(lat, lon, Borrowed(tzId, std::strlen(tzId))).isOk());
-    }
-    RETHROW_END_OF_THREAD
-    catch (...) {
+    } catch (...) {
+        LetThreadEnd();
         // A client in this process threw; its trouble must not end the worker.
     }
 }
