@@ -34,8 +34,9 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
                                s.seaFeatures));
     print("points", fmt::format("{} in, {} out in {} rings", s.pointsIn, s.pointsOut, s.rings));
     print("pieces", fmt::format("{} with {} points", s.entries, s.entryPoints));
-    print("mended", fmt::format("{} edges split on the grid; {} thin rings boxed, {} dropped",
-                                s.crossingsMended, s.snap.boxed, s.snap.dropped));
+    print("mended",
+          fmt::format("points added where edges meet: {}; thin rings boxed: {}, dropped: {}",
+                      s.pointsAdded, s.snap.boxed, s.snap.dropped));
     print("displacement", fmt::format("at most {:.1f} m by simplification and {:.1f} m by the grid",
                                       s.greatestSimplification, s.greatestRounding));
     print("bytes",

@@ -40,14 +40,14 @@ std::vector<ZoneRings> DrawOnGrid(const std::vector<std::string>& inputs, const 
     for (const Zone& zone : source.zones) {
         zones.push_back(SnapToGrid(zone.area.get(), grid, &summary->snap));
     }
-    MendOnGrid(&zones, [&](int round, size_t splits) {
-        summary->crossingsMended += splits;
+    MendOnGrid(&zones, [&](int round, size_t points) {
+        summary->pointsAdded = points;
         listener.progress("mending", static_cast<size_t>(round), 0);
     });
     listener.progress("simplifying", 0, 0);
     summary->greatestSimplification = Simplify(&zones, grid, tolerance);
     summary->greatestRounding = std::hypot(grid.LatitudeMetres(), grid.LongitudeMetres(0));
-    if (CountCrossings(zones) != 0) throw std::logic_error("simplified borders cross");
+    if (!IsClean(zones)) throw std::logic_error("simplified borders cross");
     CountRings(zones, &summary->rings, &summary->pointsOut);
     for (size_t i = 0; i < zones.size(); ++i) {
         if (zones[i].empty()) {

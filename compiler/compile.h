@@ -38,7 +38,7 @@ struct CompileSummary {
     size_t pointsOut = 0;  // Of those rings.
     size_t entries = 0;    // Rings and pieces in the box table.
     size_t entryPoints = 0;
-    size_t crossingsMended = 0;
+    size_t pointsAdded = 0;  // By mending, where edges met.
     SnapCounts snap;
     double greatestSimplification = 0.0;  // Metres.
     double greatestRounding = 0.0;        // Metres, one grid unit in both directions.

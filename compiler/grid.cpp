@@ -34,6 +34,23 @@ int64_t Cross(const GridPoint& a, const GridPoint& b, const GridPoint& c) {
            (int64_t{b.lat} - a.lat) * (int64_t{c.lon} - a.lon);
 }
 
+bool MeetsBox(const GridPoint& a, const GridPoint& b, const GridBox& box) {
+    if (std::max(a.lat, b.lat) < box.min.lat || std::min(a.lat, b.lat) > box.max.lat ||
+        std::max(a.lon, b.lon) < box.min.lon || std::min(a.lon, b.lon) > box.max.lon) {
+        return false;
+    }
+    // The line misses the box when all corners lie strictly on one side of it.
+    bool left = false;
+    bool right = false;
+    for (const GridPoint& corner : {box.min, GridPoint{box.min.lat, box.max.lon}, box.max,
+                                    GridPoint{box.max.lat, box.min.lon}}) {
+        const int64_t side = Cross(a, b, corner);
+        left = left || side >= 0;
+        right = right || side <= 0;
+    }
+    return left && right;
+}
+
 int64_t DoubleArea(const GridRing& ring) {
     int64_t area = 0;
     for (size_t i = 1; i + 1 < ring.size(); ++i)

@@ -48,6 +48,9 @@ GridBox BoxOf(const GridRing& ring);
 // line from a to b. Exact for the coordinates of every precision that Grid accepts.
 int64_t Cross(const GridPoint& a, const GridPoint& b, const GridPoint& c);
 
+// Whether the edge a-b has a point in a box, its border included.
+bool MeetsBox(const GridPoint& a, const GridPoint& b, const GridBox& box);
+
 // Twice the signed area: negative for a clockwise ring.
 int64_t DoubleArea(const GridRing& ring);
 
