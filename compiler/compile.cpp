@@ -46,7 +46,7 @@ std::vector<ZoneRings> DrawOnGrid(const std::vector<std::string>& inputs, const 
     });
     listener.progress("simplifying", 0, 0);
     summary->greatestSimplification = Simplify(&zones, grid, tolerance);
-    summary->greatestRounding = std::hypot(grid.LatitudeMetres(), grid.LongitudeMetres(0));
+    summary->greatestRounding = grid.RoundingMetres(0);
     if (!IsClean(zones)) throw std::logic_error("simplified borders cross");
     CountRings(zones, &summary->rings, &summary->pointsOut);
     for (size_t i = 0; i < zones.size(); ++i) {

@@ -41,7 +41,7 @@ struct CompileSummary {
     size_t pointsAdded = 0;  // By mending, where edges met.
     SnapCounts snap;
     double greatestSimplification = 0.0;  // Metres.
-    double greatestRounding = 0.0;        // Metres, one grid unit in both directions.
+    double greatestRounding = 0.0;        // Metres, at the equator.
     SectionSizes sizes;
     size_t fileSize = 0;
     SelfCheckResult selfCheck;

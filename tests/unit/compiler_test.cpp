@@ -1,16 +1,22 @@
 // The compiler's steps on rings; what a whole run makes of a file is in cli/compile.transcript.
+#include <compile.h>
 #include <cut.h>
 #include <encode.h>
+#include <gmock/gmock.h>
 #include <grid.h>
 #include <gtest/gtest.h>
 #include <mend.h>
+#include <self_check.h>
 #include <simplify.h>
+#include <source.h>
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <random>
 
 #include "raw_database.h"
+#include "temporary_directory.h"
 
 using offlinetz::Grid;
 using offlinetz::GridBox;
@@ -327,6 +333,66 @@ TEST(Cutting, BoxesTileTheRingsBox) {
     }
     EXPECT_EQ(areaOf(box), tiled);
     EXPECT_EQ(1u, offlinetz::CutRing(ring, 0).size());
+}
+
+// --- Checking ----------------------------------------------------------------------------
+
+void DrawZone(const std::string& path, uint64_t seed, double shift) {
+    std::mt19937_64 random(seed);
+    const auto upTo1 = [&] { return static_cast<double>(random() >> 11) / 9007199254740992.0; };
+    const double lat = 100.0 * upTo1() - 50.0;
+    const double lon = shift + 300.0 * upTo1() - 150.0;
+    std::ofstream file(path);
+    file.precision(10);
+    file << R"({"type":"FeatureCollection","features":[{"type":"Feature",)"
+         << R"("properties":{"tzid":"A"},"geometry":{"type":"Polygon","coordinates":[[)";
+    std::string first;
+    for (int i = 0; i < 200; ++i) {
+        const double radius = 2.0 + 2.0 * upTo1();
+        const double angle = 6.283185307 * i / 200;
+        std::ostringstream position;
+        position.precision(10);
+        position << "[" << lon + radius * std::cos(angle) << "," << lat + radius * std::sin(angle)
+                 << "]";
+        if (i == 0) first = position.str();
+        file << position.str() << ",";
+    }
+    file << first << "]]}}]}";
+}
+
+// What a sound compile leaves is never too much; a border four units off is found.
+TEST(SelfCheck, AllowsForTheGridAndNoMore) {
+    TemporaryDirectory directory;
+    offlinetz::StartGeometry();
+    offlinetz::CompileListener listener;
+    listener.warn = [](const std::string&) {};
+    listener.progress = [](const char*, size_t, size_t) {};
+    offlinetz::CompileOptions options;
+    options.output = "out.bin";
+    for (uint64_t seed = 1; seed <= 12; ++seed) {
+        DrawZone("zone.geojson", seed, 0.0);
+        DrawZone("shifted.geojson", seed, 4 * 180.0 / (1 << 20));
+        options.selfCheckPoints = 4000;
+        for (const double tolerance : {20.0, 0.0}) {
+            options.toleranceMetres = tolerance;
+            for (const int precision : {12, 21}) {
+                options.precision = precision;
+                options.inputs = {"zone.geojson"};
+                const auto summary = offlinetz::Compile(options, listener);
+                EXPECT_GT(summary.selfCheck.differences, 0u);
+                EXPECT_THAT(summary.selfCheck.failures, testing::IsEmpty());
+            }
+        }
+        options.selfCheckPoints = 0;
+        options.inputs = {"shifted.geojson"};
+        offlinetz::Compile(options, listener);
+        const DatabasePtr shifted(ZDOpenDatabase("out.bin"));
+        const auto source =
+                offlinetz::ReadSource({"zone.geojson"}, listener.warn, listener.progress);
+        const auto result = offlinetz::SelfCheck(source, shifted.get(), Grid(21), 0.0, 4000, 1,
+                                                 listener.progress);
+        EXPECT_THAT(result.failures, testing::Not(testing::IsEmpty())) << seed;
+    }
 }
 
 TEST(Encoding, WritesTheFormatByteByByte) {
