@@ -8,6 +8,7 @@ namespace offlinetz {
 namespace {
 
 constexpr size_t kReaderMaxPoints = 1000000;
+constexpr size_t kFencePoints = 10;  // What AddFence adds to a piece.
 
 // Distances from a piece's box, in units. Edges that come within kKeepMargin stay, whatever the
 // reader's shift (3 units) and its rounding of crossings do; the fence stands there; detours run
@@ -196,7 +197,8 @@ class Cutter {
 
 std::vector<Piece> CutRing(const GridRing& ring, size_t maxPoints) {
     std::vector<Piece> pieces;
-    const size_t limit = maxPoints == 0 ? kReaderMaxPoints : std::min(maxPoints, kReaderMaxPoints);
+    constexpr size_t kMost = kReaderMaxPoints - kFencePoints;
+    const size_t limit = maxPoints == 0 ? kMost : std::min(maxPoints, kMost);
     GridBox box = BoxOf(ring);
     box.min.lon -= kReaderShift;  // The box also holds the ring where it is stored.
     Cutter(limit, DoubleArea(ring) < 0, &pieces).Cut(ring, box, false);

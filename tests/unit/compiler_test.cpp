@@ -419,4 +419,27 @@ TEST(Encoding, WritesTheFormatByteByByte) {
     EXPECT_EQ(12u, sizes.boxTable);
 }
 
+TEST(Encoding, RefusesRingsThatNoReaderTakes) {
+    // A comb whose western half needs nearly as many points as a reader takes.
+    GridRing comb;
+    for (int32_t lon = 0; lon < 999990; ++lon)
+        comb.push_back({lon % 2, lon});
+    for (int32_t lon = 2000000; lon > 1999950; --lon)
+        comb.push_back({-2 - lon % 2, lon});
+    std::reverse(comb.begin(), comb.end());
+    offlinetz::DatabaseContent content;
+    content.precision = 21;
+    content.fieldNames = {"F"};
+    content.zones = {"Z"};
+    for (Piece& piece : offlinetz::CutRing(comb, 0))
+        content.entries.push_back({0, std::move(piece)});
+    offlinetz::SectionSizes sizes;
+    EXPECT_NO_THROW(offlinetz::EncodeDatabase(content, &sizes));
+
+    content.entries = {{0, {offlinetz::BoxOf(comb), comb}}};
+    EXPECT_THROW(offlinetz::EncodeDatabase(content, &sizes), std::length_error);
+    content.entries[0].piece.ring.resize(1000000);
+    EXPECT_NO_THROW(offlinetz::EncodeDatabase(content, &sizes));
+}
+
 }  // namespace
