@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "commands.h"
@@ -20,6 +21,17 @@ namespace {
 using offlinetz::CompileOptions;
 using offlinetz::CompileSummary;
 
+constexpr uint64_t kParserLimit = 0xFFFFFFFF;  // The parser takes no longer text.
+
+// Numbers below zero would wrap around to huge ones.
+CLI::Validator NotNegative() {
+    return {[](const std::string& text) {
+                return text.find('-') == std::string::npos ? std::string()
+                                                           : "is below zero: " + text;
+            },
+            ""};
+}
+
 double PeakMegabytes() {
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
@@ -30,8 +42,10 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     const auto print = [](const char* name, const std::string& text) {
         std::printf("%-13s %s\n", name, text.c_str());
     };
-    print("zones", fmt::format("{} from {} features, {} sea features left out", s.zones, s.features,
-                               s.seaFeatures));
+    print("zones",
+          fmt::format("{} from {} features, {} sea features{} left out", s.zones, s.features,
+                      s.seaFeatures,
+                      s.badFeatures > 0 ? fmt::format(" and {} bad ones", s.badFeatures) : ""));
     print("points", fmt::format("{} in, {} out in {} rings", s.pointsIn, s.pointsOut, s.rings));
     print("pieces", fmt::format("{} with {} points", s.entries, s.entryPoints));
     print("mended",
@@ -62,7 +76,15 @@ int RunCompile(const CompileOptions& options) {
         progress.Show(step, done, all);
     };
     listener.open = [](const std::string& path) { return OpenDatabase(path).release(); };
-    const CompileSummary summary = offlinetz::Compile(options, listener);
+    CompileSummary summary;
+    try {
+        summary = offlinetz::Compile(options, listener);
+    } catch (const offlinetz::InputError& error) {
+        std::istringstream lines(error.what());
+        for (std::string line; std::getline(lines, line);)
+            progress.PrintLine("offlinetz: " + line);
+        return kExitFailed;
+    }
     for (const std::string& failure : summary.selfCheck.failures) {
         progress.PrintLine("offlinetz: self-check: " + failure);
     }
@@ -109,6 +131,7 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
             ->capture_default_str();
     command->add_option("--max-ring-points", options->maxRingPoints,
                         "Cut rings into pieces of about so many points; 0 keeps them whole")
+            ->check(NotNegative())
             ->check(CLI::Range(size_t{0}, size_t{1000000}))
             ->check(CLI::Validator(
                     [](const std::string& text) {
@@ -122,6 +145,15 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
     command->add_flag("--bare", options->bareIdentifiers,
                       "Store identifiers without the double quotes at both ends");
     command->add_option("--self-check", options->selfCheckPoints,
-                        "Look up so many points and compare with the input");
+                        "Look up so many points and compare with the input")
+            ->check(NotNegative());
+    command->add_flag("--skip-bad", options->skipBad,
+                      "Leave out features that cannot be read, and list them, instead of refusing "
+                      "the whole input");
+    command->add_option("--max-input", options->maxInputBytes,
+                        "Refuse a file of more bytes, unpacked; with a unit like 2GiB if you like")
+            ->transform(CLI::AsSizeValue(false))
+            ->check(CLI::Range(uint64_t{1}, kParserLimit))
+            ->capture_default_str();
     command->callback([options, exitCode] { *exitCode = RunCompile(*options); });
 }

@@ -33,28 +33,43 @@ void CountRings(const std::vector<ZoneRings>& zones, size_t* rings, size_t* poin
     }
 }
 
-std::vector<ZoneRings> DrawOnGrid(const std::vector<std::string>& inputs, const Source& source,
-                                  const Grid& grid, double tolerance,
-                                  const CompileListener& listener, CompileSummary* summary) {
+// Zones of which the grid leaves nothing are bad, and go where bad ones are left out.
+void SiftVanished(bool skipBad, const CompileListener& listener, Source* source,
+                  std::vector<ZoneRings>* drawn) {
+    std::vector<std::string> errors;
+    size_t kept = 0;
+    for (size_t i = 0; i < drawn->size(); ++i) {
+        Zone& zone = source->zones[i];
+        if ((*drawn)[i].empty()) {
+            errors.push_back(zone.where + ": its zone vanishes on a grid this coarse");
+            if (skipBad) listener.warn(errors.back() + "; left out");
+        } else if (kept++ != i) {
+            (*drawn)[kept - 1] = std::move((*drawn)[i]);
+            source->zones[kept - 1] = std::move(zone);
+        }
+    }
+    if ((!skipBad && !errors.empty()) || kept == 0) throw InputError(errors);
+    drawn->resize(kept);
+    source->zones.resize(kept);
+}
+
+std::vector<ZoneRings> DrawOnGrid(const CompileOptions& options, const Grid& grid,
+                                  const CompileListener& listener, Source* source,
+                                  CompileSummary* summary) {
     std::vector<ZoneRings> zones;
-    for (const Zone& zone : source.zones) {
+    for (const Zone& zone : source->zones) {
         zones.push_back(SnapToGrid(zone.area.get(), grid, &summary->snap));
     }
     MendOnGrid(&zones, [&](int round, size_t points) {
         summary->pointsAdded = points;
         listener.progress("mending", static_cast<size_t>(round), 0);
     });
+    SiftVanished(options.skipBad, listener, source, &zones);
     listener.progress("simplifying", 0, 0);
-    summary->greatestSimplification = Simplify(&zones, grid, tolerance);
+    summary->greatestSimplification = Simplify(&zones, grid, options.toleranceMetres);
     summary->greatestRounding = grid.RoundingMetres(0);
     if (!IsClean(zones)) throw std::logic_error("simplified borders cross");
     CountRings(zones, &summary->rings, &summary->pointsOut);
-    for (size_t i = 0; i < zones.size(); ++i) {
-        if (zones[i].empty()) {
-            throw InputError(fmt::format("{}: {} vanishes on a grid this coarse",
-                                         fmt::join(inputs, ", "), source.zones[i].tzid));
-        }
-    }
     return zones;
 }
 
@@ -64,6 +79,10 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     if (!(options.toleranceMetres >= 0.0) || std::isinf(options.toleranceMetres)) {
         throw InputError("the tolerance is not a number of metres");
     }
+    if (options.notice.size() > kMaxStringLength) {
+        throw InputError(fmt::format("the notice has {} bytes; the database holds up to {}",
+                                     options.notice.size(), kMaxStringLength));
+    }
     for (const std::string& input : options.inputs) {
         std::error_code ignored;
         if (std::filesystem::equivalent(input, options.output, ignored)) {
@@ -72,14 +91,18 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     }
     CompileSummary summary;
     const Grid grid(options.precision);
-    const Source source = ReadSource(options.inputs, listener.warn, listener.progress);
+    SourceOptions sourceOptions;
+    sourceOptions.maxInputBytes = options.maxInputBytes;
+    sourceOptions.maxTzidBytes =
+            kMaxStringLength - StoredIdentifier("", options.bareIdentifiers).size();
+    sourceOptions.skipBad = options.skipBad;
+    Source source = ReadSource(options.inputs, listener.warn, listener.progress, sourceOptions);
+    const std::vector<ZoneRings> zones = DrawOnGrid(options, grid, listener, &source, &summary);
     summary.features = source.features;
     summary.seaFeatures = source.seaFeatures;
+    summary.badFeatures = source.badFeatures;
     summary.zones = source.zones.size();
     summary.pointsIn = source.points;
-
-    std::vector<ZoneRings> zones =
-            DrawOnGrid(options.inputs, source, grid, options.toleranceMetres, listener, &summary);
 
     listener.progress("cutting", 0, 0);
     DatabaseContent content;
