@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "commands.h"
@@ -21,6 +22,10 @@ namespace {
 using offlinetz::CompileOptions;
 using offlinetz::CompileSummary;
 
+constexpr uint64_t kParserLimit = 0xFFFFFFFF;  // The parser takes no longer text.
+
+// Numbers below zero would wrap around to huge ones.
+
 double PeakMegabytes() {
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
@@ -31,13 +36,16 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     const auto print = [](const char* name, const std::string& text) {
         std::printf("%-13s %s\n", name, text.c_str());
     };
-    print("zones", fmt::format("{} from {} features, {} sea features left out", s.zones, s.features,
-                               s.seaFeatures));
+    print("zones",
+          fmt::format("{} from {} features, {} sea features{} left out", s.zones, s.features,
+                      s.seaFeatures,
+                      s.badFeatures > 0 ? fmt::format(" and {} bad ones", s.badFeatures) : ""));
     print("points", fmt::format("{} in, {} out in {} rings", s.pointsIn, s.pointsOut, s.rings));
     print("tiles",
           fmt::format("{} with {} rings and {} points", s.tiles, s.entries, s.entryPoints));
-    print("mended", fmt::format("{} edges split on the grid; {} thin rings boxed, {} dropped",
-                                s.crossingsMended, s.snap.boxed, s.snap.dropped));
+    print("mended",
+          fmt::format("points added where edges meet: {}; thin rings boxed: {}, dropped: {}",
+                      s.pointsAdded, s.snap.boxed, s.snap.dropped));
     print("displacement", fmt::format("at most {:.1f} m by simplification and {:.1f} m by the grid",
                                       s.greatestSimplification, s.greatestRounding));
     print("bytes",
@@ -63,7 +71,15 @@ int RunCompile(const CompileOptions& options) {
         progress.Show(step, done, all);
     };
     listener.open = [](const std::string& path) { return OpenDatabase(path).release(); };
-    const CompileSummary summary = offlinetz::Compile(options, listener);
+    CompileSummary summary;
+    try {
+        summary = offlinetz::Compile(options, listener);
+    } catch (const offlinetz::InputError& error) {
+        std::istringstream lines(error.what());
+        for (std::string line; std::getline(lines, line);)
+            progress.PrintLine("offlinetz: " + line);
+        return kExitFailed;
+    }
     for (const std::string& failure : summary.selfCheck.failures) {
         progress.PrintLine("offlinetz: self-check: " + failure);
     }
@@ -125,5 +141,13 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
     command->add_option("--self-check", options->selfCheckPoints,
                         "Look up so many points and compare with the input")
             ->check(WholeNumber(0, 1000000000));
+    command->add_flag("--skip-bad", options->skipBad,
+                      "Leave out features that cannot be read, and list them, instead of refusing "
+                      "the whole input");
+    command->add_option("--max-input", options->maxInputBytes,
+                        "Refuse a file of more bytes, unpacked; with a unit like 2GiB if you like")
+            ->transform(CLI::AsSizeValue(false))
+            ->check(CLI::Range(uint64_t{1}, kParserLimit))
+            ->capture_default_str();
     command->callback([options, exitCode] { *exitCode = RunCompile(*options); });
 }

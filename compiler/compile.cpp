@@ -42,28 +42,43 @@ void CountEntries(const std::vector<TableEntry>& entries, CompileSummary* summar
     }
 }
 
-std::vector<ZoneRings> DrawOnGrid(const std::vector<std::string>& inputs, const Source& source,
-                                  const Grid& grid, double tolerance,
-                                  const CompileListener& listener, CompileSummary* summary) {
-    std::vector<ZoneRings> zones;
-    for (const Zone& zone : source.zones) {
-        zones.push_back(SnapToGrid(zone.area.get(), grid, &summary->snap));
-    }
-    MendOnGrid(&zones, [&](int round, size_t splits) {
-        summary->crossingsMended += splits;
-        listener.progress("mending", static_cast<size_t>(round), 0);
-    });
-    listener.progress("simplifying", 0, 0);
-    summary->greatestSimplification = Simplify(&zones, grid, tolerance);
-    summary->greatestRounding = std::hypot(grid.LatitudeMetres(), grid.LongitudeMetres(0));
-    if (CountCrossings(zones) != 0) throw std::logic_error("simplified borders cross");
-    CountRings(zones, &summary->rings, &summary->pointsOut);
-    for (size_t i = 0; i < zones.size(); ++i) {
-        if (zones[i].empty()) {
-            throw InputError(fmt::format("{}: {} vanishes on a grid this coarse",
-                                         fmt::join(inputs, ", "), source.zones[i].tzid));
+// Zones of which the grid leaves nothing are bad, and go where bad ones are left out.
+void SiftVanished(bool skipBad, const CompileListener& listener, Source* source,
+                  std::vector<ZoneRings>* drawn) {
+    std::vector<std::string> errors;
+    size_t kept = 0;
+    for (size_t i = 0; i < drawn->size(); ++i) {
+        Zone& zone = source->zones[i];
+        if ((*drawn)[i].empty()) {
+            errors.push_back(zone.where + ": its zone vanishes on a grid this coarse");
+            if (skipBad) listener.warn(errors.back() + "; left out");
+        } else if (kept++ != i) {
+            (*drawn)[kept - 1] = std::move((*drawn)[i]);
+            source->zones[kept - 1] = std::move(zone);
         }
     }
+    if ((!skipBad && !errors.empty()) || kept == 0) throw InputError(errors);
+    drawn->resize(kept);
+    source->zones.resize(kept);
+}
+
+std::vector<ZoneRings> DrawOnGrid(const CompileOptions& options, const Grid& grid,
+                                  const CompileListener& listener, Source* source,
+                                  CompileSummary* summary) {
+    std::vector<ZoneRings> zones;
+    for (const Zone& zone : source->zones) {
+        zones.push_back(SnapToGrid(zone.area.get(), grid, &summary->snap));
+    }
+    MendOnGrid(&zones, [&](int round, size_t points) {
+        summary->pointsAdded = points;
+        listener.progress("mending", static_cast<size_t>(round), 0);
+    });
+    SiftVanished(options.skipBad, listener, source, &zones);
+    listener.progress("simplifying", 0, 0);
+    summary->greatestSimplification = Simplify(&zones, grid, options.toleranceMetres);
+    summary->greatestRounding = grid.RoundingMetres(0);
+    if (!IsClean(zones)) throw std::logic_error("simplified borders cross");
+    CountRings(zones, &summary->rings, &summary->pointsOut);
     return zones;
 }
 
@@ -73,6 +88,10 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     if (!(options.toleranceMetres >= 0.0) || std::isinf(options.toleranceMetres)) {
         throw InputError("the tolerance is not a number of metres");
     }
+    if (options.notice.size() > kMaxStringLength) {
+        throw InputError(fmt::format("the notice has {} bytes; the database holds up to {}",
+                                     options.notice.size(), kMaxStringLength));
+    }
     for (const std::string& input : options.inputs) {
         std::error_code ignored;
         if (std::filesystem::equivalent(input, options.output, ignored)) {
@@ -81,14 +100,18 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     }
     CompileSummary summary;
     const Grid grid(options.precision);
-    const Source source = ReadSource(options.inputs, listener.warn, listener.progress);
+    SourceOptions sourceOptions;
+    sourceOptions.maxInputBytes = options.maxInputBytes;
+    sourceOptions.maxTzidBytes =
+            kMaxStringLength - StoredIdentifier("", options.bareIdentifiers).size();
+    sourceOptions.skipBad = options.skipBad;
+    Source source = ReadSource(options.inputs, listener.warn, listener.progress, sourceOptions);
+    const std::vector<ZoneRings> zones = DrawOnGrid(options, grid, listener, &source, &summary);
     summary.features = source.features;
     summary.seaFeatures = source.seaFeatures;
+    summary.badFeatures = source.badFeatures;
     summary.zones = source.zones.size();
     summary.pointsIn = source.points;
-
-    std::vector<ZoneRings> zones =
-            DrawOnGrid(options.inputs, source, grid, options.toleranceMetres, listener, &summary);
 
     DatabaseContent content;
     content.tableType = options.maxTilePoints == 0 ? kWholeRingsTable : kTiledTable;

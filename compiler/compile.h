@@ -10,6 +10,7 @@
 #include "encode.h"
 #include "self_check.h"
 #include "snap.h"
+#include "source.h"
 
 namespace offlinetz {
 
@@ -29,12 +30,15 @@ struct CompileOptions {
     double toleranceMetres = 20.0;                 // 0: keep every bend.
     size_t maxTilePoints = kDefaultMaxTilePoints;  // 0: keep rings whole.
     bool bareIdentifiers = false;                  // Without the double quotes at both ends.
-    size_t selfCheckPoints = 0;                    // 0: no self-check.
+    bool skipBad = false;                          // Leave out what is bad in the inputs.
+    uint64_t maxInputBytes = kDefaultMaxInputBytes;  // Of each input, unpacked.
+    size_t selfCheckPoints = 0;                      // 0: no self-check.
 };
 
 struct CompileSummary {
     size_t features = 0;
     size_t seaFeatures = 0;
+    size_t badFeatures = 0;
     size_t zones = 0;
     size_t pointsIn = 0;
     size_t rings = 0;      // After mending, before tiling.
@@ -42,10 +46,10 @@ struct CompileSummary {
     size_t tiles = 0;      // Boxes in the box table.
     size_t entries = 0;    // Of the box table.
     size_t entryPoints = 0;
-    size_t crossingsMended = 0;
+    size_t pointsAdded = 0;  // By mending, where edges met.
     SnapCounts snap;
     double greatestSimplification = 0.0;  // Metres.
-    double greatestRounding = 0.0;        // Metres, one grid unit in both directions.
+    double greatestRounding = 0.0;        // Metres, at the equator.
     SectionSizes sizes;
     size_t fileSize = 0;
     SelfCheckResult selfCheck;
@@ -63,9 +67,9 @@ struct CompileListener {
 };
 
 // Compiles the inputs into the output file, which is replaced whole or not at all. A self-check
-// that finds a failure leaves the old file too; the summary then lists it. Throws InputError for
-// bad input, std::exception's others for what the machine refuses. The same inputs and options
-// give the same bytes.
+// that finds a failure leaves the old file too; the summary then lists it. Throws InputError with
+// all that is bad in the input, std::exception's others for what the machine refuses. The same
+// inputs and options give the same bytes.
 CompileSummary Compile(const CompileOptions& options, const CompileListener& listener);
 
 }  // namespace offlinetz

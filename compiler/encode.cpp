@@ -1,5 +1,6 @@
 #include "encode.h"
 
+#include <fmt/format.h>
 #include <sha1.h>
 
 #include <algorithm>
@@ -103,6 +104,12 @@ std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes
         AppendUnsigned(static_cast<uint32_t>(polygons.size() - polygonOffset), &boxTable);
         recordOffset = record;
         polygonOffset = polygons.size();
+        if (entry.ring.size() > kMaxRingPoints) {
+            throw std::length_error(fmt::format(
+                    "a ring of {} has {} points; a reader stops at more than {}",
+                    entry.zone != TableEntry::kNoZone ? content.zones[entry.zone] : "no zone",
+                    entry.ring.size(), kMaxRingPoints));
+        }
         AppendRing(entry.ring, &polygons);
     }
 

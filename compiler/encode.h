@@ -32,6 +32,9 @@ struct SectionSizes {
 // The longest text that a database stores, in bytes.
 constexpr size_t kMaxStringLength = 255;
 
+// The most points of a ring that a reader takes.
+constexpr size_t kMaxRingPoints = 1000000;
+
 void AppendUnsigned(uint32_t value, std::vector<uint8_t>* bytes);
 void AppendSigned(int32_t value, std::vector<uint8_t>* bytes);
 // `text` of at most kMaxStringLength bytes, inline; throws std::length_error for a longer one.
@@ -39,7 +42,7 @@ void AppendString(const std::string& text, std::vector<uint8_t>* bytes);
 
 // The whole file with its digest trailer. The box table is sorted by minimum latitude, a zone
 // string that occurs again is stored once and referenced, rings go kReaderShift units west. A ring
-// of no zone gets the record of the entry before it. Throws std::length_error for a text or a file
+// of no zone gets the record of the entry before it. Throws std::length_error for a text, a ring or a file
 // that the format cannot hold.
 std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes* sizes);
 

@@ -1,6 +1,7 @@
 #include "grid.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace offlinetz {
 
@@ -82,6 +83,12 @@ double CosineOfDegrees(double degrees) {
 double Grid::LongitudeMetres(int32_t lat) const {
     const double degrees = std::clamp(lat * 90.0 / mScale, -90.0, 90.0);
     return kMetresPerDegree * 180.0 / mScale * CosineOfDegrees(degrees);
+}
+
+double Grid::RoundingMetres(int32_t lat) const {
+    const double y = 2.0 * LatitudeMetres();
+    const double x = 2.0 * LongitudeMetres(lat);
+    return std::sqrt(y * y + x * x);
 }
 
 double Grid::SquaredMetresToSegment(const GridPoint& p, const GridPoint& a,

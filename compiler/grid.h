@@ -95,6 +95,12 @@ class Grid {
     double LatitudeMetres() const { return kMetresPerDegree * 90.0 / mScale; }
     double LongitudeMetres(int32_t lat) const;
 
+    // How far from a border the reader may answer wrongly by the grid alone: two units in both
+    // directions. A query is truncated by up to a unit, and so is a vertex; where both move alike
+    // that is one unit in all, but not across the equator and the zero meridian. The reader
+    // truncates the longitude at which an edge passes a point too, and calls the whole unit border.
+    double RoundingMetres(int32_t lat) const;
+
     // Squared distance in metres from `p` to the segment a-b; exactly 0 when p lies on it.
     double SquaredMetresToSegment(const GridPoint& p, const GridPoint& a, const GridPoint& b) const;
 

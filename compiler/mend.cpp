@@ -1,41 +1,26 @@
 #include "mend.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <tuple>
+
+#include "settle.h"
 
 namespace offlinetz {
 
 namespace {
 
-constexpr int kMaxRounds = 50;
 // The use of an undirected edge (a < b) by one zone.
 struct EdgeUse {
     GridPoint a;
     GridPoint b;
     uint32_t zone;
     int32_t net;  // Passes from a to b less those from b to a; the zone lies on their right.
-    bool fresh;   // Made in the latest round; only fresh edges can cross anything.
 };
 
-struct Segment {
-    GridPoint a;
-    GridPoint b;
-    size_t firstUse;
-    size_t useCount;
-    bool fresh;
-};
-
-struct Split {
-    uint32_t segment;
-    GridPoint at;
-};
-
-EdgeUse MakeUse(const GridPoint& from, const GridPoint& to, uint32_t zone, int32_t net,
-                bool fresh) {
-    return from < to ? EdgeUse{from, to, zone, net, fresh} : EdgeUse{to, from, zone, -net, fresh};
+EdgeUse MakeUse(const GridPoint& from, const GridPoint& to, uint32_t zone, int32_t net) {
+    return from < to ? EdgeUse{from, to, zone, net} : EdgeUse{to, from, zone, -net};
 }
 
 std::vector<EdgeUse> UsesOf(const std::vector<ZoneRings>& zones) {
@@ -44,7 +29,7 @@ std::vector<EdgeUse> UsesOf(const std::vector<ZoneRings>& zones) {
         for (const GridRing& ring : zones[zone]) {
             for (size_t i = 0; i < ring.size(); ++i) {
                 const GridPoint& to = ring[i + 1 < ring.size() ? i + 1 : 0];
-                uses.push_back(MakeUse(ring[i], to, static_cast<uint32_t>(zone), 1, true));
+                uses.push_back(MakeUse(ring[i], to, static_cast<uint32_t>(zone), 1));
             }
         }
     }
@@ -64,8 +49,6 @@ void Combine(std::vector<EdgeUse>* uses) {
                (*uses)[next].zone == sum.zone;
              ++next) {
             sum.net += (*uses)[next].net;
-            // Fresh only if every part is: an old edge has been compared already.
-            sum.fresh = sum.fresh && (*uses)[next].fresh;
         }
         if (sum.net != 0) (*uses)[kept++] = sum;
         i = next;
@@ -73,161 +56,32 @@ void Combine(std::vector<EdgeUse>* uses) {
     uses->resize(kept);
 }
 
-std::vector<Segment> SegmentsOf(const std::vector<EdgeUse>& uses) {
-    std::vector<Segment> segments;
+// The distinct edges, and where the uses of each begin, with the end of all as the last.
+std::vector<Edge> EdgesOf(const std::vector<EdgeUse>& uses, std::vector<size_t>* firstUses) {
+    std::vector<Edge> edges;
     for (size_t i = 0; i < uses.size(); ++i) {
-        if (!segments.empty() && segments.back().a == uses[i].a && segments.back().b == uses[i].b) {
-            ++segments.back().useCount;
-            segments.back().fresh = segments.back().fresh && uses[i].fresh;
-        } else {
-            segments.push_back({uses[i].a, uses[i].b, i, 1, uses[i].fresh});
-        }
+        if (!edges.empty() && edges.back().a == uses[i].a && edges.back().b == uses[i].b) continue;
+        edges.push_back({uses[i].a, uses[i].b});
+        firstUses->push_back(i);
     }
-    return segments;
+    firstUses->push_back(uses.size());
+    return edges;
 }
 
-// --- Comparing edges that share a cell ---------------------------------------------------
-
-struct CellEntry {
-    uint64_t cell;
-    uint32_t segment;
-
-    friend bool operator<(const CellEntry& x, const CellEntry& y) {
-        return x.cell != y.cell ? x.cell < y.cell : x.segment < y.segment;
-    }
-};
-
-// Enters a segment in every cell that it may touch, row by row.
-void EnterCells(const Segment& s, uint32_t index, std::vector<CellEntry>* entries) {
-    constexpr int32_t kCell = 1 << kCellShift;
-    const int32_t firstRow = s.a.lat >> kCellShift;  // a < b, so a is not the more northern.
-    const int32_t lastRow = s.b.lat >> kCellShift;
-    const int32_t west = std::min(s.a.lon, s.b.lon);
-    const int32_t east = std::max(s.a.lon, s.b.lon);
-    for (int32_t row = firstRow; row <= lastRow; ++row) {
-        int32_t from = west;
-        int32_t to = east;
-        if (firstRow != lastRow) {
-            const double slope =
-                    static_cast<double>(s.b.lon - s.a.lon) / static_cast<double>(s.b.lat - s.a.lat);
-            const double bottom = std::max<double>(row * kCell, s.a.lat) - s.a.lat;
-            const double top = std::min<double>((row + 1) * kCell, s.b.lat) - s.a.lat;
-            const double x0 = s.a.lon + slope * bottom;
-            const double x1 = s.a.lon + slope * top;
-            from = std::max(west, static_cast<int32_t>(std::floor(std::min(x0, x1))) - 1);
-            to = std::min(east, static_cast<int32_t>(std::ceil(std::max(x0, x1))) + 1);
-        }
-        for (int32_t column = from >> kCellShift; column <= to >> kCellShift; ++column) {
-            entries->push_back({CellKey(row, column), index});
-        }
-    }
-}
-
-bool BoxesMeet(const Segment& s, const Segment& t) {
-    return s.a.lat <= t.b.lat && t.a.lat <= s.b.lat &&
-           std::min(s.a.lon, s.b.lon) <= std::max(t.a.lon, t.b.lon) &&
-           std::min(t.a.lon, t.b.lon) <= std::max(s.a.lon, s.b.lon);
-}
-
-// Whether p, on the line through s, lies within s and is neither of its ends.
-bool IsInnerPoint(const Segment& s, const GridPoint& p) {
-    return p != s.a && p != s.b && p.lat >= s.a.lat && p.lat <= s.b.lat &&
-           p.lon >= std::min(s.a.lon, s.b.lon) && p.lon <= std::max(s.a.lon, s.b.lon);
-}
-
-int SignOf(int64_t value) {
-    return (value > 0) - (value < 0);
-}
-
-// The grid point nearest to where s and t cross.
-GridPoint CrossingPoint(const Segment& s, int64_t sideOfA, int64_t sideOfB) {
-    const double t = static_cast<double>(sideOfA) /
-                     (static_cast<double>(sideOfA) - static_cast<double>(sideOfB));
-    return {s.a.lat + static_cast<int32_t>(std::floor(t * (s.b.lat - s.a.lat) + 0.5)),
-            s.a.lon + static_cast<int32_t>(std::floor(t * (s.b.lon - s.a.lon) + 0.5))};
-}
-
-// Calls `split(0 or 1, point)` for each point in which s (0) or t (1) must be split so that the
-// two only meet in ends.
-template <typename SplitFunction>
-void ComparePair(const Segment& s, const Segment& t, SplitFunction split) {
-    if (!BoxesMeet(s, t)) return;
-    const int64_t ta = Cross(s.a, s.b, t.a);
-    const int64_t tb = Cross(s.a, s.b, t.b);
-    if (SignOf(ta) * SignOf(tb) > 0) return;
-    const int64_t sa = Cross(t.a, t.b, s.a);
-    const int64_t sb = Cross(t.a, t.b, s.b);
-    if (SignOf(sa) * SignOf(sb) > 0) return;
-    if (ta != 0 && tb != 0 && sa != 0 && sb != 0) {
-        const GridPoint at = CrossingPoint(s, sa, sb);
-        if (at != s.a && at != s.b) split(0, at);
-        if (at != t.a && at != t.b) split(1, at);
-        return;
-    }
-    if (ta == 0 && IsInnerPoint(s, t.a)) split(0, t.a);
-    if (tb == 0 && IsInnerPoint(s, t.b)) split(0, t.b);
-    if (sa == 0 && IsInnerPoint(t, s.a)) split(1, s.a);
-    if (sb == 0 && IsInnerPoint(t, s.b)) split(1, s.b);
-}
-
-// Calls `split(segment, point)` for every split that a pair of segments needs, in a fixed order.
-template <typename SplitFunction>
-void ComparePairs(const std::vector<Segment>& segments, SplitFunction split) {
-    std::vector<CellEntry> entries;
-    entries.reserve(segments.size() + segments.size() / 2);
-    for (size_t i = 0; i < segments.size(); ++i) {
-        EnterCells(segments[i], static_cast<uint32_t>(i), &entries);
-    }
-    std::sort(entries.begin(), entries.end());
-    for (size_t begin = 0, end = 0; begin < entries.size(); begin = end) {
-        while (end < entries.size() && entries[end].cell == entries[begin].cell)
-            ++end;
-        for (size_t i = begin; i < end; ++i) {
-            const Segment& s = segments[entries[i].segment];
-            for (size_t j = i + 1; j < end; ++j) {
-                const Segment& t = segments[entries[j].segment];
-                if (!s.fresh && !t.fresh) continue;
-                ComparePair(s, t, [&](int which, const GridPoint& at) {
-                    split(entries[which == 0 ? i : j].segment, at);
-                });
-            }
-        }
-    }
-}
-
-// Replaces each split segment by the chain through its split points.
-void ApplySplits(const std::vector<Segment>& segments, std::vector<Split>* splits,
-                 std::vector<EdgeUse>* uses) {
-    const auto along = [&](const Split& x) {
-        const Segment& s = segments[x.segment];
-        return (int64_t{x.at.lat} - s.a.lat) * (s.b.lat - s.a.lat) +
-               (int64_t{x.at.lon} - s.a.lon) * (s.b.lon - s.a.lon);
-    };
-    std::sort(splits->begin(), splits->end(), [&](const Split& x, const Split& y) {
-        if (x.segment != y.segment) return x.segment < y.segment;
-        const int64_t dx = along(x);
-        const int64_t dy = along(y);
-        return dx != dy ? dx < dy : x.at < y.at;
-    });
-    std::vector<EdgeUse> made;
-    for (EdgeUse& use : *uses)
-        use.fresh = false;
-    for (size_t begin = 0, end = 0; begin < splits->size(); begin = end) {
-        const Segment& s = segments[(*splits)[begin].segment];
-        std::vector<GridPoint> chain = {s.a};
-        for (; end < splits->size() && (*splits)[end].segment == (*splits)[begin].segment; ++end) {
-            if ((*splits)[end].at != chain.back()) chain.push_back((*splits)[end].at);
-        }
-        chain.push_back(s.b);
-        for (size_t u = s.firstUse; u < s.firstUse + s.useCount; ++u) {
-            EdgeUse& use = (*uses)[u];
-            for (size_t i = 0; i + 1 < chain.size(); ++i) {
-                made.push_back(MakeUse(chain[i], chain[i + 1], use.zone, use.net, true));
-            }
-            use.net = 0;  // Combine drops it.
-        }
-    }
-    uses->insert(uses->end(), made.begin(), made.end());
+// The uses of what the edges are led through.
+std::vector<EdgeUse> Settle(const std::vector<EdgeUse>& uses,
+                            const std::function<void(int round, size_t points)>& progress) {
+    std::vector<size_t> firstUses;
+    const std::vector<Edge> edges = EdgesOf(uses, &firstUses);
+    std::vector<EdgeUse> settled;
+    VisitParts(edges, SettleEdges(edges, progress),
+               [&](size_t edge, const GridPoint& from, const GridPoint& to) {
+                   for (size_t u = firstUses[edge]; u < firstUses[edge + 1]; ++u) {
+                       settled.push_back(MakeUse(from, to, uses[u].zone, uses[u].net));
+                   }
+               });
+    Combine(&settled);
+    return settled;
 }
 
 // --- Tracing rings -----------------------------------------------------------------------
@@ -420,21 +274,10 @@ ZoneRings KeepBorders(ZoneRings rings) {
 }  // namespace
 
 void MendOnGrid(std::vector<ZoneRings>* zones,
-                const std::function<void(int round, size_t splits)>& progress) {
+                const std::function<void(int round, size_t points)>& progress) {
     std::vector<EdgeUse> uses = UsesOf(*zones);
     Combine(&uses);
-    for (int round = 1;; ++round) {
-        const std::vector<Segment> segments = SegmentsOf(uses);
-        std::vector<Split> splits;
-        ComparePairs(segments, [&splits](uint32_t segment, const GridPoint& at) {
-            splits.push_back({segment, at});
-        });
-        progress(round, splits.size());
-        if (splits.empty()) break;
-        if (round == kMaxRounds) throw std::runtime_error("the borders do not settle on the grid");
-        ApplySplits(segments, &splits, &uses);
-        Combine(&uses);
-    }
+    uses = Settle(uses, progress);
 
     std::vector<std::vector<DirectedEdge>> edges(zones->size());
     for (const EdgeUse& use : uses) {
@@ -448,12 +291,11 @@ void MendOnGrid(std::vector<ZoneRings>* zones,
     }
 }
 
-size_t CountCrossings(const std::vector<ZoneRings>& zones) {
+bool IsClean(const std::vector<ZoneRings>& zones) {
     std::vector<EdgeUse> uses = UsesOf(zones);
     Combine(&uses);
-    size_t crossings = 0;
-    ComparePairs(SegmentsOf(uses), [&crossings](uint32_t, const GridPoint&) { ++crossings; });
-    return crossings;
+    std::vector<size_t> firstUses;
+    return AreSettled(EdgesOf(uses, &firstUses));
 }
 
 }  // namespace offlinetz

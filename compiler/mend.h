@@ -16,16 +16,16 @@ using ZoneRings = std::vector<GridRing>;  // All rings of one zone.
 // share whole edges, meet in vertices, or stay apart; and so that each ring passes each of its
 // vertices once, outlines run clockwise and holes counterclockwise, none inside its like. A ring
 // that winds twice would read as border everywhere. Edges that cross between grid points are led
-// through the nearest one, in every zone alike, so that shared borders stay shared and zones
-// that overlap go on doing so. Rings of one zone may overlap or share borders: they are united.
+// through one beside, in every zone alike, so that shared borders stay shared and zones that
+// overlap go on doing so; no border moves further than half a unit each way (see settle.h). Rings
+// of one zone may overlap or share borders: they are united.
 //
-// `progress` receives the number of the round and of the edges split in it. Throws
-// std::runtime_error should the drawing not settle.
+// `progress` receives the number of the round and of the points added so far.
 void MendOnGrid(std::vector<ZoneRings>* zones,
-                const std::function<void(int round, size_t splits)>& progress);
+                const std::function<void(int round, size_t points)>& progress);
 
-// How many pairs of edges of the zones' rings cross, overlap in part, or touch elsewhere than
-// in vertices of both; 0 for mended zones.
-size_t CountCrossings(const std::vector<ZoneRings>& zones);
+// Whether no two edges of the zones' rings cross, overlap in part, or touch elsewhere than in
+// vertices of both; so it is for mended zones.
+bool IsClean(const std::vector<ZoneRings>& zones);
 
 }  // namespace offlinetz

@@ -1,15 +1,16 @@
 #include "output_file.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <system_error>
-#include <utility>
 
 namespace offlinetz {
 
@@ -41,6 +42,71 @@ void SynchroniseDirectoryOf(const std::string& path) {
     if (result != 0) Fail(directory);
 }
 
+// What a signal that ends the process must remove: the temporary file, null while there is none.
+std::atomic<const char*> gTemporaryPath{nullptr};
+static_assert(std::atomic<const char*>::is_always_lock_free, "a signal handler may read no other");
+
+constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGTERM};
+
+extern "C" void RemoveAndEnd(int signal) {
+    const char* path = gTemporaryPath.load();
+    if (path != nullptr) unlink(path);
+    raise(signal);  // SA_RESETHAND has brought the default back: it ends the process afterwards.
+}
+
+// Lets the ending signals remove the temporary file first; those that are ignored stay so.
+void CatchEndingSignals() {
+    for (const int signal : kEndingSignals) {
+        struct sigaction action = {};
+        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) continue;
+        action.sa_handler = RemoveAndEnd;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+void ReleaseEndingSignals() {
+    for (const int signal : kEndingSignals) {
+        struct sigaction action = {};
+        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != RemoveAndEnd) continue;
+        action.sa_handler = SIG_DFL;
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+// Keeps the ending signals out while there is a file that they do not know yet.
+class SignalHold {
+  public:
+    SignalHold() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (const int signal : kEndingSignals)
+            sigaddset(&held, signal);
+        pthread_sigmask(SIG_BLOCK, &held, &mBefore);
+    }
+    ~SignalHold() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
+    SignalHold(const SignalHold&) = delete;
+    SignalHold& operator=(const SignalHold&) = delete;
+
+  private:
+    sigset_t mBefore = {};
+};
+
+// Gives the new file what the old one has, where there is one: its owner if that is permitted, and
+// its mode. A file of its own gets the mode that the process gives to new ones.
+void TakePermissions(int fd, const std::string& path) {
+    struct stat old = {};
+    if (stat(path.c_str(), &old) != 0) {
+        const mode_t mask = umask(0);
+        umask(mask);
+        if (fchmod(fd, 0666 & ~mask) != 0) Fail(path);
+        return;
+    }
+    const bool isOwned = fchown(fd, old.st_uid, old.st_gid) == 0;
+    // What runs as its owner must not run as another one.
+    if (fchmod(fd, old.st_mode & (isOwned ? 07777u : 0777u)) != 0) Fail(path);
+}
+
 // The file that `path` stands for: the target of a link, and never anything but a regular file,
 // because the rename would put one in the place of a device or a pipe.
 std::string TargetOf(const std::string& path) {
@@ -63,32 +129,46 @@ std::string TargetOf(const std::string& path) {
 }  // namespace
 
 OutputFile::OutputFile(const std::string& path, const std::vector<uint8_t>& bytes)
-    : mPath(TargetOf(path)) {
-    std::string name = mPath + ".XXXXXX";
-    const int fd = mkstemp(name.data());
-    if (fd < 0) Fail(mPath);
+    : mPath(TargetOf(path)), mTemporaryPath(mPath + ".XXXXXX") {
+    int fd;
+    {
+        const SignalHold hold;
+        fd = mkstemp(mTemporaryPath.data());
+        if (fd < 0) Fail(mPath);
+        gTemporaryPath = mTemporaryPath.c_str();
+        CatchEndingSignals();
+    }
     try {
         WriteAll(fd, bytes, mPath);
-        const mode_t mask = umask(0);
-        umask(mask);
-        if (fchmod(fd, 0666 & ~mask) != 0 || fsync(fd) != 0) Fail(mPath);
+        TakePermissions(fd, mPath);
+        if (fsync(fd) != 0) Fail(mPath);
     } catch (...) {
         close(fd);
-        unlink(name.c_str());
+        Remove();
         throw;
     }
     close(fd);
-    mTemporaryPath = std::move(name);
 }
 
 OutputFile::~OutputFile() {
-    if (!mTemporaryPath.empty()) unlink(mTemporaryPath.c_str());
+    if (!mTemporaryPath.empty()) Remove();
 }
 
 void OutputFile::Commit() {
     if (std::rename(mTemporaryPath.c_str(), mPath.c_str()) != 0) Fail(mPath);
-    mTemporaryPath.clear();
+    Forget();
     SynchroniseDirectoryOf(mPath);
+}
+
+void OutputFile::Remove() {
+    unlink(mTemporaryPath.c_str());
+    Forget();
+}
+
+void OutputFile::Forget() {
+    ReleaseEndingSignals();
+    gTemporaryPath = nullptr;
+    mTemporaryPath.clear();
 }
 
 }  // namespace offlinetz

@@ -8,8 +8,10 @@
 namespace offlinetz {
 
 // A new version of the file `path`, written beside it, synchronised, and put in its place by
-// Commit; destroyed before that, it leaves the old file as it was. A link is followed; a path that
-// is anything but a regular file is refused. All functions throw std::system_error.
+// Commit, with the old one's permissions; destroyed before that, it leaves the old file as it was.
+// A link is followed; a path that is anything but a regular file is refused. One at a time in a
+// process: a hangup, interrupt or termination signal removes its temporary file before it ends the
+// process. All functions throw std::system_error.
 class OutputFile {
   public:
     OutputFile(const std::string& path, const std::vector<uint8_t>& bytes);
@@ -23,6 +25,9 @@ class OutputFile {
     void Commit();
 
   private:
+    void Remove();
+    void Forget();
+
     std::string mPath;
     std::string mTemporaryPath;  // Empty once committed.
 };

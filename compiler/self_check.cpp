@@ -232,8 +232,7 @@ SelfCheckResult SelfCheck(const Source& source, const ZDDatabase* database, cons
         std::set_symmetric_difference(expected.begin(), expected.end(), actual.begin(),
                                       actual.end(), std::back_inserter(disputed));
         const GridPoint units = grid.FromDegrees(lat, lon);
-        const double allowed =
-                tolerance + std::hypot(grid.LatitudeMetres(), grid.LongitudeMetres(units.lat));
+        const double allowed = tolerance + grid.RoundingMetres(units.lat);
         double metres = 0.0;
         for (const std::string& tzid : disputed) {
             metres = std::max(metres, truth.MetresToBorder(lat, lon, tzid, 10.0 * allowed));

@@ -50,7 +50,7 @@ struct SelfCheckResult {
 
 // Looks up `points` points, half of them within 100 m of a border, the others anywhere on the
 // sphere. A different answer fails where each zone in dispute has its border further away than
-// `tolerance` metres and one grid unit in both directions. The same seed gives the same points.
+// `tolerance` metres and what Grid::RoundingMetres says. The same seed gives the same points.
 SelfCheckResult SelfCheck(const Source& source, const ZDDatabase* database, const Grid& grid,
                           double tolerance, size_t points, uint64_t seed,
                           const std::function<void(const char*, size_t, size_t)>& progress);

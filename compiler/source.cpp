@@ -2,15 +2,15 @@
 
 #include <fmt/format.h>
 #include <simdjson.h>
-#include <zlib.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <map>
+
+#include "antimeridian.h"
+#include "input_text.h"
 
 namespace offlinetz {
 
@@ -23,6 +23,8 @@ constexpr size_t kMinRingPositions = 4;  // Three points and the first one again
 // or by a square of a hundred metres: more than that is not a slip of the pen.
 constexpr double kMendShare = 1e-3;
 constexpr double kMendSquareDegrees = 1e-6;
+
+using Warn = std::function<void(const std::string&)>;
 
 std::string gLastGeometryError;
 
@@ -46,31 +48,6 @@ GeometryPtr Checked(GEOSGeometry* geometry, const std::string& where) {
     return GeometryPtr(geometry);
 }
 
-// A whole file, unpacked where it is gzip.
-simdjson::padded_string ReadFile(const std::string& path) {
-    errno = 0;
-    gzFile file = gzopen(path.c_str(), "rb");
-    if (file == nullptr) Fail(path, errno != 0 ? std::strerror(errno) : "out of memory");
-    std::string text;
-    std::vector<char> buffer(size_t{1} << 20);
-    int got;
-    while ((got = gzread(file, buffer.data(), static_cast<unsigned>(buffer.size()))) > 0) {
-        text.append(buffer.data(), static_cast<size_t>(got));
-    }
-    int code = Z_OK;
-    const std::string reason = gzerror(file, &code);
-    const int closed = gzclose(file);
-    if (got < 0 || code != Z_OK || closed != Z_OK) {
-        Fail(path, "cannot be read: " + (reason.empty() ? "the file is cut short" : reason));
-    }
-    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-    std::string_view json = text;
-    if (json.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
-        json.remove_prefix(kByteOrderMark.size());
-    }
-    return simdjson::padded_string(json);
-}
-
 struct Feature {
     const std::string& path;
     size_t index;
@@ -82,8 +59,10 @@ struct Feature {
     }
 };
 
-GeometryPtr ReadRing(const dom::array& positions, const Feature& feature, size_t* points) {
-    std::vector<double> xy;
+Positions ReadRing(const dom::element& element, const Feature& feature) {
+    dom::array positions;
+    if (element.get(positions)) Fail(feature.Where(), "a ring is not an array of positions");
+    Positions xy;
     xy.reserve(2 * positions.size());
     for (const dom::element position : positions) {
         dom::array pair;
@@ -110,32 +89,23 @@ GeometryPtr ReadRing(const dom::array& positions, const Feature& feature, size_t
         Fail(feature.Where(), fmt::format("a ring is open: it starts at {}, {} and ends at {}, {}",
                                           xy[0], xy[1], xy[xy.size() - 2], xy[xy.size() - 1]));
     }
-    *points += count - 1;
-    GEOSCoordSequence* sequence = GEOSCoordSeq_copyFromBuffer(
-            xy.data(), static_cast<unsigned>(count), /*hasZ=*/0, /*hasM=*/0);
-    if (sequence == nullptr) Fail(feature.Where(), gLastGeometryError);
-    return Checked(GEOSGeom_createLinearRing(sequence), feature.Where());
+    return xy;
 }
 
-GeometryPtr ReadPolygon(const dom::element& rings, const Feature& feature, size_t* points) {
-    dom::array array;
-    if (rings.get(array) || array.size() == 0) {
-        Fail(feature.Where(), "a polygon is not an array of rings");
+// A polygon of an outline and what it leaves out.
+GeometryPtr MakePolygon(const Positions* rings, size_t count, const Feature& feature) {
+    std::vector<GeometryPtr> made;
+    for (size_t i = 0; i < count; ++i) {
+        GEOSCoordSequence* sequence = GEOSCoordSeq_copyFromBuffer(
+                rings[i].data(), static_cast<unsigned>(rings[i].size() / 2), /*hasZ=*/0,
+                /*hasM=*/0);
+        if (sequence == nullptr) Fail(feature.Where(), gLastGeometryError);
+        made.push_back(Checked(GEOSGeom_createLinearRing(sequence), feature.Where()));
     }
-    GeometryPtr shell;
-    std::vector<GEOSGeometry*> holes;
-    for (const dom::element ring : array) {
-        dom::array positions;
-        if (ring.get(positions)) Fail(feature.Where(), "a ring is not an array of positions");
-        GeometryPtr geometry = ReadRing(positions, feature, points);
-        if (shell == nullptr) {
-            shell = std::move(geometry);
-        } else {
-            holes.push_back(geometry.release());
-        }
-    }
-    return Checked(GEOSGeom_createPolygon(shell.release(), holes.data(),
-                                          static_cast<unsigned>(holes.size())),
+    std::vector<GEOSGeometry*> raw;
+    for (GeometryPtr& ring : made)
+        raw.push_back(ring.release());
+    return Checked(GEOSGeom_createPolygon(raw[0], raw.data() + 1, static_cast<unsigned>(count - 1)),
                    feature.Where());
 }
 
@@ -147,8 +117,7 @@ double AreaOf(const GEOSGeometry* geometry) {
 
 // A valid polygon for one whose rings cross: what its rings enclose, as long as that is nearly
 // the same area with and without the crossing.
-GeometryPtr Mend(GeometryPtr polygon, const Feature& feature,
-                 const std::function<void(const std::string&)>& warn) {
+GeometryPtr Mend(GeometryPtr polygon, const Feature& feature, const Warn& warn) {
     char* text = nullptr;
     GEOSGeometry* place = nullptr;
     const char valid = GEOSisValidDetail(polygon.get(), 0, &text, &place);
@@ -179,65 +148,151 @@ GeometryPtr Mend(GeometryPtr polygon, const Feature& feature,
     return mended;
 }
 
-using ZoneParts = std::map<std::string, std::vector<GeometryPtr>>;
+// The polygons of a zone, and the feature that named it first.
+struct ZoneParts {
+    std::string where;
+    std::vector<GeometryPtr> polygons;
+};
 
-// Adds the polygons within `geometry` (a mended polygon may have become several, or none).
-void AddPolygons(GeometryPtr geometry, std::vector<GeometryPtr>* parts) {
-    const int type = GEOSGeomTypeId(geometry.get());
-    if (type == GEOS_POLYGON) {
-        if (GEOSisEmpty(geometry.get()) == 0) parts->push_back(std::move(geometry));
-        return;
-    }
-    const int count = GEOSGetNumGeometries(geometry.get());
-    for (int i = 0; i < count; ++i) {
-        const GEOSGeometry* part = GEOSGetGeometryN(geometry.get(), i);
-        if (GEOSGeomTypeId(part) == GEOS_POLYGON && GEOSisEmpty(part) == 0) {
-            parts->emplace_back(GEOSGeom_clone(part));
-        }
-    }
+bool IsValid(const GeometryPtr& polygon) {
+    return GEOSisValid(polygon.get()) == 1;
 }
 
-void ReadFeature(const dom::element& element, Feature feature, Source* source, ZoneParts* zones,
-                 const std::function<void(const std::string&)>& warn) {
-    std::string_view tzid;
-    if (element.at_pointer("/properties/tzid").get(tzid) || tzid.empty()) {
+// Whether rings with edges around the world make a valid polygon only if they cross there.
+bool AreRatherCrossing(std::vector<Positions> rings, const Feature& feature) {
+    if (IsValid(MakePolygon(rings.data(), rings.size(), feature))) return false;
+    std::string ignored;
+    return std::all_of(rings.begin(), rings.end(), [&](Positions& ring) {
+        return Unwrap(&ring, &ignored) && IsValid(MakePolygon(&ring, 1, feature));
+    });
+}
+
+// The polygon of an outline and holes of which some cross the antimeridian.
+GeometryPtr ReadAcrossAntimeridian(std::vector<Positions> rings, bool allCross,
+                                   const Feature& feature, const Warn& warn) {
+    GeometryPtr polygon;
+    for (Positions& ring : rings) {
+        std::string reason;
+        if ((allCross || CountLongEdges(ring).crossing > 0) && !Unwrap(&ring, &reason)) {
+            Fail(feature.Where(), reason);
+        }
+        const GeometryPtr area = Mend(MakePolygon(&ring, 1, feature), feature, warn);
+        GeometryPtr cut = Checked(CutAtAntimeridian(area.get()).release(), feature.Where());
+        // Outline and hole may have been unwrapped to different sides; cut, they fit.
+        polygon = polygon == nullptr
+                          ? std::move(cut)
+                          : Checked(GEOSDifference(polygon.get(), cut.get()), feature.Where());
+    }
+    return polygon;
+}
+
+// The valid polygon, or several, of an array of rings. Adds up their points; sets `*crosses` where
+// they cross the antimeridian.
+GeometryPtr ReadPolygon(const dom::element& element, const Feature& feature, const Warn& warn,
+                        size_t* points, bool* crosses) {
+    dom::array array;
+    if (element.get(array) || array.size() == 0) {
+        Fail(feature.Where(), "a polygon is not an array of rings");
+    }
+    std::vector<Positions> rings;
+    LongEdges edges;
+    for (const dom::element ring : array) {
+        rings.push_back(ReadRing(ring, feature));
+        *points += rings.back().size() / 2 - 1;
+        const LongEdges more = CountLongEdges(rings.back());
+        edges.crossing += more.crossing;
+        edges.aroundTheWorld += more.aroundTheWorld;
+    }
+    const bool allCross =
+            edges.crossing == 0 && edges.aroundTheWorld > 0 && AreRatherCrossing(rings, feature);
+    if (edges.crossing == 0 && !allCross) {
+        return Mend(MakePolygon(rings.data(), rings.size(), feature), feature, warn);
+    }
+    *crosses = true;
+    return ReadAcrossAntimeridian(std::move(rings), allCross, feature, warn);
+}
+
+// The tzid of a feature.
+std::string ReadTzid(const dom::element& element, const Feature& feature, size_t maxBytes) {
+    if (!element.is_object()) Fail(feature.Where(), "is not an object");
+    dom::element property;
+    if (element.at_pointer("/properties/tzid").get(property) || property.is_null()) {
         Fail(feature.Where(), "has no tzid");
+    }
+    std::string_view tzid;
+    if (property.get(tzid)) Fail(feature.Where(), "its tzid is not a text");
+    if (tzid.empty()) Fail(feature.Where(), "its tzid is empty");
+    if (tzid.size() > maxBytes) {
+        Fail(feature.Where(), fmt::format("its tzid has {} bytes; the database holds up to {}",
+                                          tzid.size(), maxBytes));
     }
     if (std::any_of(tzid.begin(), tzid.end(), [](char c) {
             return c == '"' || static_cast<unsigned char>(c) < ' ' || c == '\x7F';
         })) {
         Fail(feature.Where(), "its tzid holds a double-quote or control character");
     }
-    feature.tzid = tzid;
-    if (IsSeaZone(tzid)) {
+    return std::string(tzid);
+}
+
+// The arrays of rings in a feature's geometry.
+std::vector<dom::element> ReadPolygons(const dom::element& element, const Feature& feature) {
+    dom::element geometry;
+    if (element.at_pointer("/geometry").get(geometry) || geometry.is_null()) {
+        Fail(feature.Where(), "has no geometry");
+    }
+    std::string_view type;
+    if (geometry.at_pointer("/type").get(type)) Fail(feature.Where(), "its geometry has no type");
+    const bool isOne = type == "Polygon";
+    if (!isOne && type != "MultiPolygon") {
+        constexpr std::string_view kOthers[] = {"Point", "MultiPoint", "LineString",
+                                                "MultiLineString", "GeometryCollection"};
+        const bool isKnown =
+                std::find(std::begin(kOthers), std::end(kOthers), type) != std::end(kOthers);
+        // A text of someone's own may hold what a terminal obeys.
+        Fail(feature.Where(),
+             fmt::format("its geometry is {}, not a Polygon or MultiPolygon",
+                         isKnown ? fmt::format("a {}", type) : "of no known type"));
+    }
+    dom::element coordinates;
+    dom::array polygons;
+    if (geometry.at_pointer("/coordinates").get(coordinates) || coordinates.get(polygons)) {
+        Fail(feature.Where(), "its geometry has no coordinates");
+    }
+    if (isOne) return {coordinates};
+    std::vector<dom::element> each;
+    for (const dom::element polygon : polygons)
+        each.push_back(polygon);
+    return each;
+}
+
+void ReadFeature(const dom::element& element, Feature feature, const SourceOptions& options,
+                 const Warn& warn, Source* source, std::map<std::string, ZoneParts>* zones) {
+    feature.tzid = ReadTzid(element, feature, options.maxTzidBytes);
+    if (IsSeaZone(feature.tzid)) {
         ++source->seaFeatures;
         return;
     }
+    std::vector<GeometryPtr> parts;
+    size_t points = 0;
+    bool crosses = false;
+    for (const dom::element& rings : ReadPolygons(element, feature)) {
+        AddPolygons(ReadPolygon(rings, feature, warn, &points, &crosses), &parts);
+    }
+    if (crosses) {
+        warn(feature.Where() +
+             ": crosses the antimeridian on edges of more than 180 degrees of "
+             "longitude; cut there (an edge meant to go the long way needs a "
+             "point in between)");
+    }
     ++source->features;
-
-    std::string_view type;
-    dom::array coordinates;
-    if (element.at_pointer("/geometry/type").get(type) ||
-        element.at_pointer("/geometry/coordinates").get(coordinates)) {
-        Fail(feature.Where(), "has no geometry");
-    }
-    std::vector<GeometryPtr>& parts = (*zones)[feature.tzid];
-    const auto add = [&](const dom::element& rings) {
-        AddPolygons(Mend(ReadPolygon(rings, feature, &source->points), feature, warn), &parts);
-    };
-    if (type == "Polygon") {
-        add(element.at_pointer("/geometry/coordinates"));
-    } else if (type == "MultiPolygon") {
-        for (const dom::element polygon : coordinates)
-            add(polygon);
-    } else {
-        Fail(feature.Where(),
-             fmt::format("its geometry is a {}, not a Polygon or MultiPolygon", type));
-    }
+    source->points += points;
+    ZoneParts& zone = (*zones)[feature.tzid];
+    if (zone.where.empty()) zone.where = feature.Where();
+    std::move(parts.begin(), parts.end(), std::back_inserter(zone.polygons));
 }
 
 // One valid geometry for all polygons of a zone: where they meet, the line between them goes.
-GeometryPtr Unite(std::vector<GeometryPtr> parts, const std::string& tzid) {
+GeometryPtr Unite(std::vector<GeometryPtr> parts, const std::string& where) {
     if (parts.size() == 1) return std::move(parts.front());
     std::vector<GEOSGeometry*> raw;
     raw.reserve(parts.size());
@@ -246,8 +301,24 @@ GeometryPtr Unite(std::vector<GeometryPtr> parts, const std::string& tzid) {
     const GeometryPtr collection =
             Checked(GEOSGeom_createCollection(GEOS_GEOMETRYCOLLECTION, raw.data(),
                                               static_cast<unsigned>(raw.size())),
-                    tzid);
-    return Checked(GEOSUnaryUnion(collection.get()), tzid);
+                    where);
+    return Checked(GEOSUnaryUnion(collection.get()), where);
+}
+
+dom::array ReadFeatures(const std::string& path, const std::string& text, dom::parser* parser) {
+    dom::element document;
+    if (const auto error = parser->parse(text).get(document)) {
+        const std::string place = PlaceOfJsonError(text);
+        Fail(path, fmt::format("is not JSON{}{}: {}", place.empty() ? "" : " ", place,
+                               simdjson::error_message(error)));
+    }
+    std::string_view type;
+    dom::array features;
+    if (document["type"].get(type) || type != "FeatureCollection" ||
+        document["features"].get(features)) {
+        Fail(path, "is not a GeoJSON FeatureCollection");
+    }
+    return features;
 }
 
 }  // namespace
@@ -260,45 +331,76 @@ bool IsSeaZone(std::string_view tzid) {
     return tzid.substr(0, 7) == "Etc/GMT";
 }
 
-Source ReadSource(const std::vector<std::string>& paths,
-                  const std::function<void(const std::string&)>& warn,
-                  const std::function<void(const char*, size_t, size_t)>& progress) {
+InputError::InputError(const std::vector<std::string>& lines)
+    : mLines(fmt::format("{}", fmt::join(lines, "\n"))) {}
+
+Source ReadSource(const std::vector<std::string>& paths, const Warn& warn,
+                  const std::function<void(const char*, size_t, size_t)>& progress,
+                  const SourceOptions& options) {
     Source source;
-    ZoneParts parts;
+    std::map<std::string, ZoneParts> parts;
+    std::vector<std::string> errors;
+    const auto onBadFeature = [&](const InputError& error) {
+        if (options.skipBad) {
+            ++source.badFeatures;
+            warn(fmt::format("{}; left out", error.what()));
+        } else {
+            errors.emplace_back(error.what());
+        }
+    };
     for (const std::string& path : paths) {
-        const simdjson::padded_string text = ReadFile(path);
-        dom::parser parser;
-        dom::element document;
-        if (const auto error = parser.parse(text).get(document)) {
-            Fail(path, fmt::format("is not JSON: {}", simdjson::error_message(error)));
-        }
-        std::string_view type;
-        dom::array features;
-        if (document["type"].get(type) || type != "FeatureCollection" ||
-            document["features"].get(features)) {
-            Fail(path, "is not a GeoJSON FeatureCollection");
-        }
-        size_t index = 0;
-        for (const dom::element element : features) {
-            ReadFeature(element, {path, index, {}}, &source, &parts, warn);
-            // An array's size is capped at 2^24 - 1 in the parser; more features only make
-            // the progress late.
-            progress("reading", ++index, std::max(index, features.size()));
+        try {
+            const std::string text = ReadText(path, options.maxInputBytes);
+            dom::parser parser;
+            size_t index = 0;
+            const dom::array features = ReadFeatures(path, text, &parser);
+            for (const dom::element element : features) {
+                try {
+                    ReadFeature(element, {path, index, {}}, options, warn, &source, &parts);
+                } catch (const InputError& error) {
+                    onBadFeature(error);
+                }
+                // An array's size is capped at 2^24 - 1 in the parser; more features only make
+                // the progress late.
+                progress("reading", ++index, std::max(index, features.size()));
+            }
+        } catch (const InputError& error) {
+            errors.emplace_back(error.what());
         }
     }
     size_t done = 0;
-    for (auto& [tzid, polygons] : parts) {
-        GeometryPtr area = polygons.empty() ? nullptr : Unite(std::move(polygons), tzid);
-        if (area == nullptr || GEOSisEmpty(area.get()) == 1) {
-            throw InputError(fmt::format("{}: {} has no area", fmt::join(paths, ", "), tzid));
+    for (auto& [tzid, zone] : parts) {
+        try {
+            GeometryPtr area =
+                    zone.polygons.empty() ? nullptr : Unite(std::move(zone.polygons), zone.where);
+            if (area == nullptr || GEOSisEmpty(area.get()) == 1) {
+                Fail(zone.where, "its zone has no area");
+            }
+            source.zones.push_back({tzid, std::move(area), zone.where});
+        } catch (const InputError& error) {
+            onBadFeature(error);
         }
-        source.zones.push_back({tzid, std::move(area)});
         progress("uniting", ++done, parts.size());
     }
+    if (!errors.empty()) throw InputError(errors);
     if (source.zones.empty()) {
         throw InputError(fmt::format("{}: no land zone in it", fmt::join(paths, ", ")));
     }
     return source;
+}
+
+void AddPolygons(GeometryPtr geometry, std::vector<GeometryPtr>* polygons) {
+    if (GEOSGeomTypeId(geometry.get()) == GEOS_POLYGON) {
+        if (GEOSisEmpty(geometry.get()) == 0) polygons->push_back(std::move(geometry));
+        return;
+    }
+    const int count = GEOSGetNumGeometries(geometry.get());
+    for (int i = 0; i < count; ++i) {
+        const GEOSGeometry* part = GEOSGetGeometryN(geometry.get(), i);
+        if (GEOSGeomTypeId(part) == GEOS_POLYGON && GEOSisEmpty(part) == 0) {
+            polygons->emplace_back(GEOSGeom_clone(part));
+        }
+    }
 }
 
 void VisitRings(const GEOSGeometry* area, const RingVisitor& visit) {

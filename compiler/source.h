@@ -21,37 +21,54 @@ using GeometryPtr = std::unique_ptr<GEOSGeometry, GeometryDeleter>;
 struct Zone {
     std::string tzid;
     GeometryPtr area;
+    std::string where;  // File and number of the first feature with this tzid.
 };
 
 struct Source {
     std::vector<Zone> zones;  // Sorted by tzid, each once.
-    size_t features = 0;      // Features read, sea zones left out.
+    size_t features = 0;      // Features read, sea zones and bad ones left out.
     size_t seaFeatures = 0;   // Features of sea zones, which the nautical fallback answers.
+    size_t badFeatures = 0;   // Features left out because they cannot be read.
     size_t points = 0;        // Points of the features' rings.
 };
 
-// Bad input: file, feature and reason in one text.
+// Bad input: file, feature and reason, one line for each that is bad.
 class InputError : public std::exception {
   public:
-    explicit InputError(std::string message) : mMessage(std::move(message)) {}
-    const char* what() const noexcept override { return mMessage.c_str(); }
+    explicit InputError(std::string line) : mLines(std::move(line)) {}
+    explicit InputError(const std::vector<std::string>& lines);
+    const char* what() const noexcept override { return mLines.c_str(); }
 
   private:
-    std::string mMessage;
+    std::string mLines;
+};
+
+// One gibibyte: six times the world's boundaries.
+constexpr uint64_t kDefaultMaxInputBytes = uint64_t{1} << 30;
+
+struct SourceOptions {
+    uint64_t maxInputBytes = kDefaultMaxInputBytes;  // Of each file, unpacked.
+    size_t maxTzidBytes = 255;
+    bool skipBad = false;  // Leave bad features out, with a warning for each.
 };
 
 // Must be called once before any other function here, on the main thread.
 void StartGeometry();
 
 // Reads GeoJSON FeatureCollections (plain or gzip) whose features carry a `tzid` property and a
-// Polygon or MultiPolygon. `warn` receives one line for each polygon that was mended, `progress`
-// a step's name with the parts done and in all. Throws InputError.
+// Polygon or MultiPolygon. `warn` receives one line for each polygon that was mended or feature
+// left out, `progress` a step's name with the parts done and in all. Throws InputError, which lists
+// all that is bad in all files.
 Source ReadSource(const std::vector<std::string>& paths,
                   const std::function<void(const std::string&)>& warn,
-                  const std::function<void(const char*, size_t, size_t)>& progress);
+                  const std::function<void(const char*, size_t, size_t)>& progress,
+                  const SourceOptions& options = {});
 
 // Whether the nautical fallback answers for this zone: Etc/GMT, Etc/GMT+5, ...
 bool IsSeaZone(std::string_view tzid);
+
+// Adds the polygons within a geometry, of which there may be none.
+void AddPolygons(GeometryPtr geometry, std::vector<GeometryPtr>* polygons);
 
 // Calls `visit` with each ring of a polygon or multipolygon: its points without the repeated
 // last one, x then y, whether it cuts a hole, and whether it runs clockwise.

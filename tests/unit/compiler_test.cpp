@@ -1,13 +1,18 @@
 // The compiler's steps on rings; what a whole run makes of a file is in cli/compile.transcript.
+#include <compile.h>
 #include <encode.h>
+#include <gmock/gmock.h>
 #include <grid.h>
 #include <gtest/gtest.h>
 #include <mend.h>
+#include <self_check.h>
 #include <simplify.h>
+#include <source.h>
 #include <tile.h>
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <map>
 #include <random>
 #include <set>
@@ -16,6 +21,7 @@
 #include <vector>
 
 #include "raw_database.h"
+#include "temporary_directory.h"
 
 using offlinetz::Grid;
 using offlinetz::GridBox;
@@ -84,72 +90,101 @@ TEST(Mending, UnitesPartsAndDropsWhatWindsTwice) {
     for (const auto& c : cases) {
         std::vector<ZoneRings> zones = {c.rings};
         Mend(&zones);
-        EXPECT_EQ(0u, offlinetz::CountCrossings(zones)) << c.what;
+        EXPECT_TRUE(offlinetz::IsClean(zones)) << c.what;
         EXPECT_EQ(c.count, zones[0].size()) << c.what;
         EXPECT_EQ(c.area, TotalArea(zones[0])) << c.what;
     }
 }
 
-// Random scribbles of several zones come out clean: no crossing, each vertex once a ring, and
-// every point far enough from an edge in the same zones as before.
-TEST(Mending, CleansScribblesWithoutMovingAnything) {
-    std::mt19937_64 random(5);
-    for (int round = 0; round < 60; ++round) {
-        std::vector<ZoneRings> zones(3);
-        for (ZoneRings& rings : zones) {
-            for (int r = 0; r < 3; ++r) {
-                const auto center = [&] { return static_cast<int32_t>(random() % 2000); };
-                const GridPoint c = {center(), center()};
-                GridRing ring;  // A star around its center, so it never crosses itself.
-                const int points = 3 + static_cast<int>(random() % 20);
-                for (int i = 0; i < points; ++i) {
-                    const double radius = 50 + static_cast<double>(random() % 600);
-                    const double angle = -6.283185307 * i / points;
-                    ring.push_back({c.lat + static_cast<int32_t>(radius * std::sin(angle)),
-                                    c.lon + static_cast<int32_t>(radius * std::cos(angle))});
-                }
-                rings.push_back(ring);
+// How a point lies to a zone's rings: how often they wind around it, and how near they come.
+struct Placing {
+    int winding = 0;
+    double distance = 1e9;
+};
+
+Placing PlacingOf(const ZoneRings& rings, double lat, double lon) {
+    Placing placing;
+    for (const GridRing& ring : rings) {
+        for (size_t i = 0; i < ring.size(); ++i) {
+            const GridPoint& a = ring[i];
+            const GridPoint& b = ring[(i + 1) % ring.size()];
+            const double dx = b.lon - a.lon;
+            const double dy = b.lat - a.lat;
+            const double t = std::clamp(
+                    ((lon - a.lon) * dx + (lat - a.lat) * dy) / (dx * dx + dy * dy), 0.0, 1.0);
+            placing.distance = std::min(placing.distance,
+                                        std::hypot(a.lon + t * dx - lon, a.lat + t * dy - lat));
+            const double side = dx * (lat - a.lat) - dy * (lon - a.lon);
+            if ((a.lat > lat) != (b.lat > lat) && (side > 0) == (b.lat > a.lat)) {
+                placing.winding += b.lat > a.lat ? -1 : 1;
             }
+        }
+    }
+    return placing;
+}
+
+// A star around its center, so it never crosses itself.
+GridRing RandomStar(std::mt19937_64* random) {
+    const auto below = [random](uint64_t n) { return static_cast<int32_t>((*random)() % n); };
+    const GridPoint center = {below(2000), below(2000)};
+    GridRing ring;
+    const int points = 3 + below(20);
+    for (int i = 0; i < points; ++i) {
+        const double radius = 50 + below(600);
+        const double angle = -6.283185307 * i / points;
+        ring.push_back({center.lat + static_cast<int32_t>(radius * std::sin(angle)),
+                        center.lon + static_cast<int32_t>(radius * std::cos(angle))});
+    }
+    return ring;
+}
+
+// A long thin triangle that lies along all others.
+GridRing RandomSliver(std::mt19937_64* random) {
+    const auto below20 = [random] { return static_cast<int32_t>((*random)() % 20); };
+    GridRing ring = {{below20(), below20()},
+                     {100000 + below20(), 33333 + below20()},
+                     {below20(), below20()}};
+    if (offlinetz::DoubleArea(ring) > 0) std::reverse(ring.begin(), ring.end());
+    return ring;
+}
+
+// Random drawings of several zones come out clean: no crossing, each vertex once a ring, and
+// every point that is further than a unit from an edge in the same zones as before.
+TEST(Mending, CleansDrawingsWithoutMovingBorders) {
+    std::mt19937_64 random(5);
+    for (int round = 0; round < 120; ++round) {
+        std::vector<ZoneRings> zones(round % 2 == 0 ? 3 : 12);
+        for (ZoneRings& rings : zones) {
+            std::generate_n(std::back_inserter(rings), round % 2 == 0 ? 3 : 1, [&] {
+                return round % 2 == 0 ? RandomStar(&random) : RandomSliver(&random);
+            });
         }
         const std::vector<ZoneRings> before = zones;
         Mend(&zones);
-        EXPECT_EQ(0u, offlinetz::CountCrossings(zones));
+        EXPECT_TRUE(offlinetz::IsClean(zones)) << round;
         for (size_t zone = 0; zone < zones.size(); ++zone) {
             for (GridRing ring : zones[zone]) {
                 std::sort(ring.begin(), ring.end());
                 EXPECT_EQ(ring.end(), std::adjacent_find(ring.begin(), ring.end()));
             }
-            const auto contains = [](const ZoneRings& rings, const GridPoint& p, double* distance) {
-                int winding = 0;
-                for (const GridRing& ring : rings) {
-                    for (size_t i = 0; i < ring.size(); ++i) {
-                        const GridPoint& a = ring[i];
-                        const GridPoint& b = ring[(i + 1) % ring.size()];
-                        const double dx = b.lon - a.lon;
-                        const double dy = b.lat - a.lat;
-                        const double t = std::clamp(
-                                ((p.lon - a.lon) * dx + (p.lat - a.lat) * dy) / (dx * dx + dy * dy),
-                                0.0, 1.0);
-                        *distance = std::min(*distance, std::hypot(a.lon + t * dx - p.lon,
-                                                                   a.lat + t * dy - p.lat));
-                        if ((a.lat > p.lat) != (b.lat > p.lat) &&
-                            (offlinetz::Cross(a, b, p) > 0) == (b.lat > a.lat)) {
-                            winding += b.lat > a.lat ? -1 : 1;
-                        }
-                    }
-                }
-                return winding > 0;
-            };
-            for (int i = 0; i < 200; ++i) {
-                const GridPoint p = {static_cast<int32_t>(random() % 2000),
-                                     static_cast<int32_t>(random() % 2000)};
-                double distance = 1e9;
-                double ignored = 1e9;
-                const bool was = contains(before[zone], p, &distance);
-                if (distance < 3.0) continue;
-                EXPECT_EQ(was, contains(zones[zone], p, &ignored)) << p.lat << " " << p.lon;
+            for (int i = 0; i < 200; ++i) {  // Beside an edge of any zone.
+                const ZoneRings& rings = before[random() % before.size()];
+                const GridRing& ring = rings[random() % rings.size()];
+                const size_t from = random() % ring.size();
+                const GridPoint& a = ring[from];
+                const GridPoint& b = ring[(from + 1) % ring.size()];
+                const double t = static_cast<double>(random() % 1000) / 1000;
+                const double lat =
+                        a.lat + t * (b.lat - a.lat) + static_cast<double>(random() % 9) - 4;
+                const double lon =
+                        a.lon + t * (b.lon - a.lon) + static_cast<double>(random() % 9) - 4;
+                const Placing was = PlacingOf(before[zone], lat, lon);
+                if (was.distance < 1.0) continue;
+                EXPECT_EQ(was.winding > 0, PlacingOf(zones[zone], lat, lon).winding > 0)
+                        << round << ": " << lat << " " << lon;
             }
         }
+        if (testing::Test::HasFailure()) break;
     }
 }
 
@@ -175,7 +210,7 @@ TEST(Simplifying, MovesSharedBordersAlikeAndKeepsIslands) {
     const double moved = offlinetz::Simplify(&zones, grid, 30.0);
     EXPECT_GT(moved, 1.0);
     EXPECT_LE(moved, 30.0);
-    EXPECT_EQ(0u, offlinetz::CountCrossings(zones));
+    EXPECT_TRUE(offlinetz::IsClean(zones));
     EXPECT_LE(zones[0][0].size(), 6u);
     EXPECT_EQ(TotalArea({before[0][0]}) + TotalArea(before[1]),
               TotalArea({zones[0][0]}) + TotalArea(zones[1]));
@@ -198,7 +233,7 @@ TEST(Simplifying, LeavesAnIslandOnItsSideOfABorder) {
     std::vector<ZoneRings> zones = {{land}, {{islet.rbegin(), islet.rend()}}};
     Mend(&zones);
     offlinetz::Simplify(&zones, grid, 100.0);
-    EXPECT_EQ(0u, offlinetz::CountCrossings(zones));
+    EXPECT_TRUE(offlinetz::IsClean(zones));
     ASSERT_EQ(1u, zones[1].size());
     EXPECT_EQ(3u, zones[1][0].size());
     EXPECT_LT(TotalArea(zones[0]), 5000);
@@ -380,6 +415,66 @@ TEST(Tiling, EveryPointLiesInOneTile) {
     EXPECT_GT(tiles.size(), 30u);
 }
 
+// --- Checking ----------------------------------------------------------------------------
+
+void DrawZone(const std::string& path, uint64_t seed, double shift) {
+    std::mt19937_64 random(seed);
+    const auto upTo1 = [&] { return static_cast<double>(random() >> 11) / 9007199254740992.0; };
+    const double lat = 100.0 * upTo1() - 50.0;
+    const double lon = shift + 300.0 * upTo1() - 150.0;
+    std::ofstream file(path);
+    file.precision(10);
+    file << R"({"type":"FeatureCollection","features":[{"type":"Feature",)"
+         << R"("properties":{"tzid":"A"},"geometry":{"type":"Polygon","coordinates":[[)";
+    std::string first;
+    for (int i = 0; i < 200; ++i) {
+        const double radius = 2.0 + 2.0 * upTo1();
+        const double angle = 6.283185307 * i / 200;
+        std::ostringstream position;
+        position.precision(10);
+        position << "[" << lon + radius * std::cos(angle) << "," << lat + radius * std::sin(angle)
+                 << "]";
+        if (i == 0) first = position.str();
+        file << position.str() << ",";
+    }
+    file << first << "]]}}]}";
+}
+
+// What a sound compile leaves is never too much; a border four units off is found.
+TEST(SelfCheck, AllowsForTheGridAndNoMore) {
+    TemporaryDirectory directory;
+    offlinetz::StartGeometry();
+    offlinetz::CompileListener listener;
+    listener.warn = [](const std::string&) {};
+    listener.progress = [](const char*, size_t, size_t) {};
+    offlinetz::CompileOptions options;
+    options.output = "out.bin";
+    for (uint64_t seed = 1; seed <= 12; ++seed) {
+        DrawZone("zone.geojson", seed, 0.0);
+        DrawZone("shifted.geojson", seed, 4 * 180.0 / (1 << 20));
+        options.selfCheckPoints = 4000;
+        for (const double tolerance : {20.0, 0.0}) {
+            options.toleranceMetres = tolerance;
+            for (const int precision : {12, 21}) {
+                options.precision = precision;
+                options.inputs = {"zone.geojson"};
+                const auto summary = offlinetz::Compile(options, listener);
+                EXPECT_GT(summary.selfCheck.differences, 0u);
+                EXPECT_THAT(summary.selfCheck.failures, testing::IsEmpty());
+            }
+        }
+        options.selfCheckPoints = 0;
+        options.inputs = {"shifted.geojson"};
+        offlinetz::Compile(options, listener);
+        const DatabasePtr shifted(ZDOpenDatabase("out.bin"));
+        const auto source =
+                offlinetz::ReadSource({"zone.geojson"}, listener.warn, listener.progress);
+        const auto result = offlinetz::SelfCheck(source, shifted.get(), Grid(21), 0.0, 4000, 1,
+                                                 listener.progress);
+        EXPECT_THAT(result.failures, testing::Not(testing::IsEmpty())) << seed;
+    }
+}
+
 TEST(Encoding, WritesTheFormatByteByByte) {
     offlinetz::DatabaseContent content;
     content.tableType = 1;
@@ -403,6 +498,16 @@ TEST(Encoding, WritesTheFormatByteByByte) {
     EXPECT_EQ(WithTrailer(expected), file);
     EXPECT_EQ(14u, sizes.header);
     EXPECT_EQ(18u, sizes.boxTable);
+}
+
+TEST(Encoding, RefusesRingsThatNoReaderTakes) {
+    offlinetz::DatabaseContent content;
+    content.zones = {"Z"};
+    content.entries = {{0, {{0, 0}, {1, 1}}, GridRing(1000001)}};
+    offlinetz::SectionSizes sizes;
+    EXPECT_THROW(offlinetz::EncodeDatabase(content, &sizes), std::length_error);
+    content.entries[0].ring.pop_back();
+    EXPECT_NO_THROW(offlinetz::EncodeDatabase(content, &sizes));
 }
 
 }  // namespace

@@ -1,0 +1,92 @@
+#include "input_text.h"
+
+#include <fmt/format.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <vector>
+
+#include "source.h"
+
+namespace offlinetz {
+
+namespace {
+
+[[noreturn]] void Fail(const std::string& path, const std::string& reason) {
+    throw InputError(path + ": " + reason);
+}
+
+// Keeps nothing of what it is told but the place of the error.
+class ErrorPlace : public nlohmann::json_sax<nlohmann::json> {
+  public:
+    size_t Position() const { return mPosition; }
+
+    bool null() override { return true; }
+    bool boolean(bool) override { return true; }
+    bool number_integer(number_integer_t) override { return true; }
+    bool number_unsigned(number_unsigned_t) override { return true; }
+    bool number_float(number_float_t, const string_t&) override { return true; }
+    bool string(string_t&) override { return true; }
+    bool binary(binary_t&) override { return true; }
+    bool start_object(std::size_t) override { return true; }
+    bool key(string_t&) override { return true; }
+    bool end_object() override { return true; }
+    bool start_array(std::size_t) override { return true; }
+    bool end_array() override { return true; }
+    bool parse_error(std::size_t position, const std::string&,
+                     const nlohmann::json::exception&) override {
+        mPosition = position;
+        return false;
+    }
+
+  private:
+    size_t mPosition = 0;  // The number of the last byte read; 0: no error.
+};
+
+}  // namespace
+
+std::string ReadText(const std::string& path, uint64_t maxBytes) {
+    errno = 0;
+    gzFile file = gzopen(path.c_str(), "rb");
+    if (file == nullptr) Fail(path, errno != 0 ? std::strerror(errno) : "out of memory");
+    std::string text;
+    std::vector<char> buffer(size_t{1} << 20);
+    int got;
+    while ((got = gzread(file, buffer.data(), static_cast<unsigned>(buffer.size()))) > 0) {
+        text.append(buffer.data(), static_cast<size_t>(got));
+        if (text.size() > maxBytes) break;
+    }
+    int code = Z_OK;
+    const std::string reason = gzerror(file, &code);
+    const int closed = gzclose(file);
+    if (text.size() > maxBytes) {
+        Fail(path, fmt::format("holds more than {} bytes; --max-input raises the limit", maxBytes));
+    }
+    if (got < 0 || code != Z_OK || closed != Z_OK) {
+        Fail(path, "cannot be read: " + (reason.empty() ? "the file is cut short" : reason));
+    }
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (text.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
+        text.erase(0, kByteOrderMark.size());
+    }
+    return text;
+}
+
+std::string PlaceOfJsonError(const std::string& text) {
+    ErrorPlace place;
+    nlohmann::json::sax_parse(text, &place);
+    if (place.Position() == 0) return "";
+    // At the end of a text, the position is that of the byte that is missing.
+    const auto end =
+            text.begin() + static_cast<std::ptrdiff_t>(std::min(place.Position() - 1, text.size()));
+    const auto line = std::count(text.begin(), end, '\n') + 1;
+    const auto lineStart = std::find(std::make_reverse_iterator(end), text.rend(), '\n').base();
+    return fmt::format("at line {}, column {} (byte {})", line, end - lineStart + 1,
+                       end - text.begin() + 1);
+}
+
+}  // namespace offlinetz

@@ -1,0 +1,49 @@
+// Leads edges through grid points so that they meet in ends only.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "grid.h"
+
+namespace offlinetz {
+
+struct Edge {
+    GridPoint a;
+    GridPoint b;
+};
+
+// A grid point that an edge is led through.
+struct Via {
+    uint32_t edge;  // Its index.
+    GridPoint at;
+};
+
+// What distinct edges must be led through so that the parts between no longer cross, overlap, or
+// touch elsewhere than in ends of both; for each edge in order, and along it from a to b. Only
+// edges that do so now, or come to do so, are bent, by no more than half a unit in latitude and in
+// longitude.
+//
+// `progress` receives the number of the round and of the points so far.
+std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
+                             const std::function<void(int round, size_t points)>& progress);
+
+// Whether edges meet in ends of both only.
+bool AreSettled(const std::vector<Edge>& edges);
+
+// Calls `visit(edge, from, to)` for each part of each edge; `vias` as SettleEdges gives them.
+template <typename PartFunction>
+void VisitParts(const std::vector<Edge>& edges, const std::vector<Via>& vias, PartFunction visit) {
+    auto via = vias.begin();
+    for (size_t i = 0; i < edges.size(); ++i) {
+        GridPoint from = edges[i].a;
+        for (; via != vias.end() && via->edge == i; ++via) {
+            visit(i, from, via->at);
+            from = via->at;
+        }
+        visit(i, from, edges[i].b);
+    }
+}
+
+}  // namespace offlinetz
