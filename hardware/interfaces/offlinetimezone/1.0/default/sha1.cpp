@@ -1,74 +1,18 @@
 #include "sha1.h"
 
+#include <algorithm>
 #include <cstring>
+
+#include "sha1_block.h"
 
 namespace {
 
 constexpr uint32_t kBlockSize = 64;
 constexpr uint32_t kBlockBits = 8 * kBlockSize;
 
-inline uint32_t RotateLeft(uint32_t word, unsigned bits) {
-    return (word << bits) | (word >> (32 - bits));
-}
-
-inline uint32_t LoadBigEndian(const uint8_t* bytes) {
-    return (uint32_t{bytes[0]} << 24) | (uint32_t{bytes[1]} << 16) | (uint32_t{bytes[2]} << 8) |
-           uint32_t{bytes[3]};
-}
-
 void StoreBigEndian(uint32_t word, uint8_t* bytes) {
     for (int i = 0; i < 4; ++i)
         bytes[i] = static_cast<uint8_t>(word >> (24 - 8 * i));
-}
-
-// One step. The five working variables stay where they are; each step's caller names them one
-// place further on instead of moving them.
-template <typename Function>
-inline void Step(uint32_t a, uint32_t& b, uint32_t c, uint32_t d, uint32_t& e, Function f,
-                 uint32_t word) {
-    e += RotateLeft(a, 5) + f(b, c, d) + word;
-    b = RotateLeft(b, 30);
-}
-
-// Word t of the schedule, made in place from the sixteen before it.
-inline uint32_t ScheduleWord(uint32_t (&w)[16], int t) {
-    if (t >= 16) {
-        w[t & 15] = RotateLeft(w[(t + 13) & 15] ^ w[(t + 8) & 15] ^ w[(t + 2) & 15] ^ w[t & 15], 1);
-    }
-    return w[t & 15];
-}
-
-// The 20 steps from `first` on; `f` and `k` are their logical function and constant.
-template <typename Function>
-inline void Stage(int first, uint32_t k, Function f, uint32_t (&w)[16], uint32_t (&v)[5]) {
-    for (int t = first; t < first + 20; t += 5) {
-        Step(v[0], v[1], v[2], v[3], v[4], f, ScheduleWord(w, t) + k);
-        Step(v[4], v[0], v[1], v[2], v[3], f, ScheduleWord(w, t + 1) + k);
-        Step(v[3], v[4], v[0], v[1], v[2], f, ScheduleWord(w, t + 2) + k);
-        Step(v[2], v[3], v[4], v[0], v[1], f, ScheduleWord(w, t + 3) + k);
-        Step(v[1], v[2], v[3], v[4], v[0], f, ScheduleWord(w, t + 4) + k);
-    }
-}
-
-// The compression function over one 64-byte block.
-void Compress(uint32_t* hash, const uint8_t* block) {
-    uint32_t w[16];
-    for (int t = 0; t < 16; ++t)
-        w[t] = LoadBigEndian(block + 4 * t);
-
-    const auto choose = [](uint32_t b, uint32_t c, uint32_t d) { return (b & c) | (~b & d); };
-    const auto parity = [](uint32_t b, uint32_t c, uint32_t d) { return b ^ c ^ d; };
-    const auto majority = [](uint32_t b, uint32_t c, uint32_t d) {
-        return (b & c) | (b & d) | (c & d);
-    };
-    uint32_t v[5];
-    std::memcpy(v, hash, sizeof v);
-    Stage(0, 0x5A827999u, choose, w, v);
-    Stage(20, 0x6ED9EBA1u, parity, w, v);
-    Stage(40, 0x8F1BBCDCu, majority, w, v);
-    Stage(60, 0xCA62C1D6u, parity, w, v);
-    for (int i = 0; i < 5; ++i)
-        hash[i] += v[i];
 }
 
 }  // namespace
@@ -98,14 +42,16 @@ int SHA1Input(SHA1Context* context, const uint8_t* message, uint32_t length) {
     if (context->Corrupted != 0) return context->Corrupted;
 
     while (length > 0 && context->Corrupted == 0) {
-        // A whole block goes straight from the input, unless the bit count could wrap in it:
-        // the last block before 2^64 bits takes the bytewise way, which stops at the right byte.
-        if (context->Message_Block_Index == 0 && length >= kBlockSize &&
-            context->Length_Low <= UINT32_MAX - kBlockBits) {
-            Compress(context->Intermediate_Hash, message);
-            context->Length_Low += kBlockBits;
-            message += kBlockSize;
-            length -= kBlockSize;
+        // Whole blocks go straight from the input, up to where the low word of the bit count could
+        // wrap: the block in which it does takes the bytewise way, which counts on in the high word
+        // and stops at the right byte before 2^64 bits.
+        const uint32_t blocks =
+                std::min(length / kBlockSize, (UINT32_MAX - context->Length_Low) / kBlockBits);
+        if (context->Message_Block_Index == 0 && blocks > 0) {
+            ChooseSha1Block()(context->Intermediate_Hash, message, blocks);
+            context->Length_Low += kBlockBits * blocks;
+            message += kBlockSize * blocks;
+            length -= kBlockSize * blocks;
             continue;
         }
         context->Message_Block[context->Message_Block_Index++] = *message++;
@@ -152,6 +98,6 @@ void SHA1PadMessage(SHA1Context* context) {
 }
 
 void SHA1ProcessMessageBlock(SHA1Context* context) {
-    Compress(context->Intermediate_Hash, context->Message_Block);
+    ChooseSha1Block()(context->Intermediate_Hash, context->Message_Block, 1);
     context->Message_Block_Index = 0;
 }

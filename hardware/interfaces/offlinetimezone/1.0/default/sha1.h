@@ -1,7 +1,8 @@
 // SHA-1 (FIPS 180-1) as a streaming digest over a context that the caller owns.
 //
-// No global state, no allocation, no logging: different contexts may be used on different
-// threads at once; one context belongs to one thread at a time.
+// No global state but which kernel suits the processor (sha1_block.h), no allocation, no logging:
+// different contexts may be used on different threads at once; one context belongs to one thread
+// at a time.
 #pragma once
 
 #include <cstdint>
