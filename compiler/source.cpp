@@ -305,6 +305,19 @@ GeometryPtr Unite(std::vector<GeometryPtr> parts, const std::string& where) {
     return Checked(GEOSUnaryUnion(collection.get()), where);
 }
 
+// Older files may name a reference system. Numbers of another one than GeoJSON's would be taken for
+// degrees without a word.
+void RequireWgs84(const std::string& path, const dom::element& document) {
+    dom::element crs;
+    if (document["crs"].get(crs) || crs.is_null()) return;
+    std::string_view name;
+    if (crs.at_pointer("/properties/name").get(name)) name = "unknown";
+    for (const std::string_view known : {"CRS84", "EPSG:4326", "EPSG::4326"}) {
+        if (name.size() >= known.size() && name.substr(name.size() - known.size()) == known) return;
+    }
+    Fail(path, fmt::format("its crs is {}; only longitude and latitude of WGS 84 are read", name));
+}
+
 dom::array ReadFeatures(const std::string& path, const std::string& text, dom::parser* parser) {
     dom::element document;
     if (const auto error = parser->parse(text).get(document)) {
@@ -318,6 +331,7 @@ dom::array ReadFeatures(const std::string& path, const std::string& text, dom::p
         document["features"].get(features)) {
         Fail(path, "is not a GeoJSON FeatureCollection");
     }
+    RequireWgs84(path, document);
     return features;
 }
 
