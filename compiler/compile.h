@@ -14,7 +14,7 @@
 
 namespace offlinetz {
 
-// Measured (docs/format.md): fewer points a tile make lookups faster and the file larger.
+// Measured (bench/RESULTS.md): fewer points a tile make lookups faster and the file larger.
 constexpr size_t kDefaultMaxTilePoints = 256;
 
 // The table types that the compiler writes.

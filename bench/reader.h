@@ -1,0 +1,28 @@
+// The reader under measurement.
+#pragma once
+
+#include <zonedetect.h>
+
+#include <memory>
+#include <string>
+
+#include "peer.h"
+#include "points.h"
+
+namespace bench {
+
+struct DatabaseCloser {
+    void operator()(ZDDatabase* database) const { ZDCloseDatabase(database); }
+};
+using DatabasePtr = std::unique_ptr<ZDDatabase, DatabaseCloser>;
+
+// Throws std::runtime_error. The reader prints a line to standard output.
+DatabasePtr OpenDatabase(const std::string& path);
+
+// Makes a point's answer and drops it; returns the distance in degrees.
+float LookWithDistance(const ZDDatabase* database, const Point& p);
+
+// Lookups through the reader, with or without a distance.
+std::unique_ptr<Peer> LoadReader(const std::string& path, bool distance);
+
+}  // namespace bench
