@@ -42,8 +42,8 @@ void AppendString(const std::string& text, std::vector<uint8_t>* bytes);
 
 // The whole file with its digest trailer. The box table is sorted by minimum latitude, a zone
 // string that occurs again is stored once and referenced, rings go kReaderShift units west. A ring
-// of no zone gets the record of the entry before it. Throws std::length_error for a text, a ring or a file
-// that the format cannot hold.
+// of no zone gets the record of the entry before it. Throws std::length_error for a text, a ring or
+// a file that the format cannot hold.
 std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes* sizes);
 
 }  // namespace offlinetz

@@ -93,8 +93,13 @@ double Grid::RoundingMetres(int32_t lat) const {
 
 double Grid::SquaredMetresToSegment(const GridPoint& p, const GridPoint& a,
                                     const GridPoint& b) const {
+    return SquaredMetresToSegment(p, a, b, LongitudeMetres(p.lat));
+}
+
+double Grid::SquaredMetresToSegment(const GridPoint& p, const GridPoint& a, const GridPoint& b,
+                                    double lonMetres) const {
     // Coordinates relative to p are exact; on the line the distance must be 0, not nearly so.
-    const double mx = LongitudeMetres(p.lat);
+    const double mx = lonMetres;
     const double my = LatitudeMetres();
     if (Cross(a, b, p) == 0 && p.lat >= std::min(a.lat, b.lat) && p.lat <= std::max(a.lat, b.lat) &&
         p.lon >= std::min(a.lon, b.lon) && p.lon <= std::max(a.lon, b.lon)) {

@@ -6,6 +6,8 @@
 #include <map>
 #include <utility>
 
+#include "fewest_vertices.h"
+
 namespace offlinetz {
 
 namespace {
@@ -245,20 +247,21 @@ class Simplifier {
     }
 
     void ThinStretch(const Stretch& whole) {
-        std::vector<Stretch> open = {whole};
-        while (!open.empty()) {
-            const Stretch stretch = open.back();
-            open.pop_back();
+        std::vector<GridPoint> line;
+        line.reserve(whole.to - whole.from + 1);
+        for (size_t i = whole.from; i <= whole.to; ++i)
+            line.push_back(PointAt(whole, i));
+        const std::vector<size_t> kept =
+                FewestVertices(line, mGrid, mTolerance, [&](size_t from, size_t to) {
+                    return IsClear({whole.arc, whole.from + from, whole.from + to});
+                });
+        for (size_t i = 0; i + 1 < kept.size(); ++i) {
+            const Stretch stretch = {whole.arc, whole.from + kept[i], whole.from + kept[i + 1]};
+            mKept[mArcs[whole.arc][stretch.to]] = true;
             if (stretch.to - stretch.from < 2) continue;
             double squared;
-            const size_t farthest = FarthestPoint(stretch, &squared);
-            if (squared <= mTolerance * mTolerance && IsClear(stretch)) {
-                mGreatestSquared = std::max(mGreatestSquared, squared);
-                continue;
-            }
-            mKept[mArcs[stretch.arc][farthest]] = true;
-            open.push_back({stretch.arc, stretch.from, farthest});
-            open.push_back({stretch.arc, farthest, stretch.to});
+            FarthestPoint(stretch, &squared);
+            mGreatestSquared = std::max(mGreatestSquared, squared);
         }
     }
 

@@ -1,6 +1,7 @@
 // The compiler's steps on rings; what a whole run makes of a file is in cli/compile.transcript.
 #include <compile.h>
 #include <encode.h>
+#include <fewest_vertices.h>
 #include <gmock/gmock.h>
 #include <grid.h>
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@
 #include <tile.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <fstream>
 #include <map>
@@ -46,6 +48,30 @@ int64_t TotalArea(const ZoneRings& rings) {
 
 void Mend(std::vector<ZoneRings>* zones) {
     offlinetz::MendOnGrid(zones, [](int, size_t) {});
+}
+
+// Whether a zone holds a point; `distance` becomes that to the border, in units, if less.
+bool Holds(const ZoneRings& rings, const GridPoint& p, double* distance = nullptr) {
+    int winding = 0;
+    for (const GridRing& ring : rings) {
+        for (size_t i = 0; i < ring.size(); ++i) {
+            const GridPoint& a = ring[i];
+            const GridPoint& b = ring[(i + 1) % ring.size()];
+            const double dx = b.lon - a.lon;
+            const double dy = b.lat - a.lat;
+            const double t = std::clamp(
+                    ((p.lon - a.lon) * dx + (p.lat - a.lat) * dy) / (dx * dx + dy * dy), 0.0, 1.0);
+            if (distance != nullptr) {
+                *distance = std::min(*distance,
+                                     std::hypot(a.lon + t * dx - p.lon, a.lat + t * dy - p.lat));
+            }
+            if ((a.lat > p.lat) != (b.lat > p.lat) &&
+                (offlinetz::Cross(a, b, p) > 0) == (b.lat > a.lat)) {
+                winding += b.lat > a.lat ? -1 : 1;
+            }
+        }
+    }
+    return winding > 0;
 }
 
 TEST(Mending, UnitesPartsAndDropsWhatWindsTwice) {
@@ -190,8 +216,8 @@ TEST(Mending, CleansDrawingsWithoutMovingBorders) {
 
 TEST(Simplifying, MovesSharedBordersAlikeAndKeepsIslands) {
     const Grid grid(21);
-    // A wavy border between two zones, an islet just beside it within the tolerance, an island
-    // of two units far away.
+    // A wavy border between two zones; far away an island whose northern tip is less than the
+    // tolerance from the rest, and one with no more than two points on its box.
     GridRing west = {{0, 0}};
     GridRing east;
     std::vector<GridPoint> border;
@@ -203,8 +229,10 @@ TEST(Simplifying, MovesSharedBordersAlikeAndKeepsIslands) {
     east.insert(east.end(), border.begin(), border.end());
     east.push_back({1000, 2000});
     east.push_back({0, 2000});
-    const GridRing island = {{3000, 3000}, {3001, 3000}, {3002, 3001}, {3001, 3002}, {3000, 3001}};
-    std::vector<ZoneRings> zones = {{west, island}, {east}};
+    const GridRing island = {{3000, 3010}, {3001, 3000}, {3002, 3010}, {3001, 3020}};
+    const GridRing sliver = {{4000, 4000}, {4002, 4001}, {4003, 4003}, {4001, 4002}};
+    std::vector<ZoneRings> zones = {{west, island, sliver}, {east}};
+    zones[0][1].insert(zones[0][1].end() - 1, {{3002, 3012}, {3001, 3018}});
     Mend(&zones);
     const std::vector<ZoneRings> before = zones;
     const double moved = offlinetz::Simplify(&zones, grid, 30.0);
@@ -214,32 +242,21 @@ TEST(Simplifying, MovesSharedBordersAlikeAndKeepsIslands) {
     EXPECT_LE(zones[0][0].size(), 6u);
     EXPECT_EQ(TotalArea({before[0][0]}) + TotalArea(before[1]),
               TotalArea({zones[0][0]}) + TotalArea(zones[1]));
-    const GridBox box = offlinetz::BoxOf(zones[0][1]);
-    EXPECT_EQ((GridPoint{3000, 3000}), box.min);
-    EXPECT_EQ((GridPoint{3002, 3002}), box.max);
+    EXPECT_EQ(island, zones[0][1]);
+    EXPECT_EQ(3u, zones[0][2].size());
+    EXPECT_TRUE(offlinetz::BoxOf(zones[0][2]).Contains(offlinetz::BoxOf(sliver)));
 
-    // With no tolerance only points on straight lines go.
-    std::vector<ZoneRings> exact = {{{{0, 0}, {5, 0}, {9, 0}, {9, 9}, {4, 4}, {2, 2}}}};
-    Mend(&exact);
-    EXPECT_EQ(0.0, offlinetz::Simplify(&exact, grid, 0.0));
-    EXPECT_EQ(3u, exact[0][0].size());
+    // A zone thinner than the tolerance between two others, at the world's edge.
+    const int32_t edge = grid.Scale() + 8;
+    const GridRing lens = {{0, 300}, {1, 450}, {0, 600}, {-1, 450}};
+    zones = {{lens},
+             {{{0, 0}, {900, 0}, {edge, 2}, {edge, 900}, {0, 900}, {0, 600}, {1, 450}, {0, 300}}},
+             {{{-900, 0}, {0, 0}, {0, 300}, {-1, 450}, {0, 600}, {0, 900}, {-900, 900}}}};
+    offlinetz::Simplify(&zones, grid, 30.0);
+    EXPECT_EQ(lens, zones[0][0]);
+    EXPECT_EQ((GridRing{{0, 0}, {edge, 2}, {edge, 900}, {0, 900}, {0, 600}, {1, 450}, {0, 300}}),
+              zones[1][0]);
 }
-
-TEST(Simplifying, LeavesAnIslandOnItsSideOfABorder) {
-    const Grid grid(21);
-    // The border bulges one unit around an islet; straightening it would swallow the islet.
-    const GridRing land = {{0, 0}, {100, 0}, {100, 50}, {52, 50}, {50, 48}, {48, 50}, {0, 50}};
-    const GridRing islet = {{50, 49}, {50, 51}, {51, 50}};
-    std::vector<ZoneRings> zones = {{land}, {{islet.rbegin(), islet.rend()}}};
-    Mend(&zones);
-    offlinetz::Simplify(&zones, grid, 100.0);
-    EXPECT_TRUE(offlinetz::IsClean(zones));
-    ASSERT_EQ(1u, zones[1].size());
-    EXPECT_EQ(3u, zones[1][0].size());
-    EXPECT_LT(TotalArea(zones[0]), 5000);
-}
-
-// --- Tiling ------------------------------------------------------------------------------
 
 // A ragged coast as a closed ring around a center.
 GridRing Coast(std::mt19937_64* random, const GridPoint& center, double size, int points) {
@@ -254,6 +271,125 @@ GridRing Coast(std::mt19937_64* random, const GridPoint& center, double size, in
     }
     return ring;
 }
+
+// No vertex of any border comes to lie on the other side of another; drawings so crowded that
+// many edges within the tolerance must not be taken.
+TEST(Simplifying, TakesNoVertexToTheOtherSide) {
+    const Grid grid(21);
+    std::mt19937_64 random(11);
+    for (int round = 0; round < 5; ++round) {
+        std::vector<ZoneRings> zones(3);
+        for (ZoneRings& rings : zones) {
+            for (int i = 0; i < 15; ++i) {
+                const auto center = [&] { return static_cast<int32_t>(random() % 400); };
+                rings.push_back(Coast(&random, {center(), center()}, i < 2 ? 200.0 : 15.0, 80));
+            }
+        }
+        Mend(&zones);
+        const std::vector<ZoneRings> before = zones;
+        const double moved = offlinetz::Simplify(&zones, grid, 100.0);
+        EXPECT_TRUE(offlinetz::IsClean(zones));
+        double farthest = 0.0;
+        for (size_t zone = 0; zone < zones.size(); ++zone) {
+            for (size_t r = 0; r < zones[zone].size(); ++r) {
+                const GridRing& ring = zones[zone][r];
+                size_t edge = ring.size() - 1;
+                for (const GridPoint& p : before[zone][r]) {
+                    if (p == ring[(edge + 1) % ring.size()]) edge = (edge + 1) % ring.size();
+                    farthest = std::max(
+                            farthest, grid.SquaredMetresToSegment(p, ring[edge],
+                                                                  ring[(edge + 1) % ring.size()]));
+                }
+            }
+            for (const ZoneRings& others : before) {
+                for (const GridRing& ring : others) {
+                    for (const GridPoint& p : ring) {
+                        double distance = 1.0;
+                        const bool was = Holds(before[zone], p, &distance);
+                        if (distance == 0.0) continue;
+                        EXPECT_EQ(was, Holds(zones[zone], p)) << p.lat << " " << p.lon;
+                    }
+                }
+            }
+        }
+        EXPECT_EQ(moved, std::sqrt(farthest));
+        EXPECT_GT(moved, 80.0);
+        EXPECT_LE(moved, 100.0);
+    }
+}
+
+// Against every choice of points there is.
+TEST(Simplifying, KeepsTheFewestVertices) {
+    const Grid grid(21);
+    std::mt19937_64 random(12);
+    for (int round = 0; round < 400; ++round) {
+        const double tolerance = std::array<double, 4>{0.0, 15.0, 60.0, 300.0}[random() % 4];
+        const auto step = static_cast<int32_t>(tolerance == 0.0 ? 3 : 10 + random() % 100);
+        const auto change = [&] {
+            return static_cast<int32_t>(random() % static_cast<uint32_t>(step)) - step / 3;
+        };
+        GridRing line = {{static_cast<int32_t>(random() % 1048000), 0}};
+        while (line.size() < 11) {
+            const GridPoint p = {line.back().lat + change(), line.back().lon + change()};
+            if (p != line.back()) line.push_back(p);
+        }
+        std::set<std::pair<size_t, size_t>> blocked;
+        for (int i = 0; i < 10 * (round % 2); ++i)
+            blocked.emplace(random() % 11, random() % 11);
+        const auto isClear = [&](size_t from, size_t to) {
+            EXPECT_GT(to - from, 1u);
+            return blocked.count({from, to}) == 0;
+        };
+        // Most of all edges count, then bytes, then the area moved.
+        constexpr int64_t kNone = int64_t{1} << 50;
+        const auto costOfEdge = [&](size_t from, size_t to) {
+            const GridRing between(&line[from], &line[to] + 1);
+            for (const GridPoint& p : between) {
+                if (grid.SquaredMetresToSegment(p, line[from], line[to]) > tolerance * tolerance) {
+                    return kNone;
+                }
+            }
+            if (to - from > 1 && !isClear(from, to)) return kNone;
+            Bytes stored;
+            offlinetz::AppendSigned(line[to].lat - line[from].lat, &stored);
+            offlinetz::AppendSigned(line[to].lon - line[from].lon, &stored);
+            return (int64_t{1} << 40) + (static_cast<int64_t>(stored.size()) << 30) +
+                   std::abs(offlinetz::DoubleArea(between));
+        };
+        int64_t costs[11][11];
+        for (size_t from = 0; from < 10; ++from) {
+            for (size_t to = from + 1; to < 11; ++to)
+                costs[from][to] = costOfEdge(from, to);
+        }
+        int64_t least = kNone;
+        for (unsigned choice = 0; choice < 1u << 9; ++choice) {
+            int64_t cost = 0;
+            size_t from = 0;
+            for (size_t to = 1; to < 11; ++to) {
+                if (to < 10 && (choice >> (to - 1) & 1u) == 0) continue;
+                cost += costs[from][to];
+                from = to;
+            }
+            least = std::min(least, cost);
+        }
+        const std::vector<size_t> kept = offlinetz::FewestVertices(line, grid, tolerance, isClear);
+        EXPECT_EQ(0u, kept.front());
+        EXPECT_EQ(10u, kept.back());
+        int64_t cost = 0;
+        for (size_t i = 0; i + 1 < kept.size(); ++i)
+            cost += costs[kept[i]][kept[i + 1]];
+        EXPECT_EQ(least, cost);
+    }
+
+    // Edges reach as far as they may.
+    GridRing waves;
+    for (int32_t i = 0; i < 100000; ++i)
+        waves.push_back({i % 3, i});
+    EXPECT_EQ((std::vector<size_t>{0, 99999}),
+              offlinetz::FewestVertices(waves, grid, 20.0, [](size_t, size_t) { return true; }));
+}
+
+// --- Tiling ------------------------------------------------------------------------------
 
 // A world of a few zones: lands that overlap, an enclave, lakes, islands, one zone across a whole
 // corner of the world and past its edges.

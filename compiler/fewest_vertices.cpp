@@ -1,0 +1,198 @@
+#include "fewest_vertices.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <numeric>
+#include <tuple>
+#include <utility>
+
+namespace offlinetz {
+
+namespace {
+
+// Directions are compared for a tolerance so many metres larger, so that their rounding, a
+// hundredth of that once around the world, never rejects an edge that the exact test accepts.
+constexpr double kSlack = 1e-6;
+
+struct Direction {
+    double lat;
+    double lon;
+};
+
+// Whether `x` lies within half a turn counterclockwise of `from`.
+bool IsLeftOf(const Direction& from, const Direction& x) {
+    return from.lon * x.lat - from.lat * x.lon >= 0.0;
+}
+
+// The directions in which a ray from a point passes all of some others within a distance.
+class Wedge {
+  public:
+    bool Contains(const Direction& x) const { return mIsWhole || IsBetween(mRight, x, mLeft); }
+
+    // Leaves the directions that also pass within `metres` of the point at `offset`, in units of
+    // `latMetres` and `lonMetres`. Returns whether any are left.
+    bool Narrow(const Direction& offset, double latMetres, double lonMetres, double metres) {
+        const double y = offset.lat * latMetres;
+        const double x = offset.lon * lonMetres;
+        const double squared = x * x + y * y - metres * metres;
+        if (squared <= 0.0) return true;
+        // The tangents to the circle around that point. Metres become units by a division by
+        // both scales; times their product, the same without one.
+        const double length = std::sqrt(squared);
+        const Direction right = {(y * length - x * metres) * lonMetres,
+                                 (x * length + y * metres) * latMetres};
+        const Direction left = {(y * length + x * metres) * lonMetres,
+                                (x * length - y * metres) * latMetres};
+        if (mIsWhole) {
+            mIsWhole = false;
+            mRight = right;
+            mLeft = left;
+            return true;
+        }
+        const bool rightIsIn = Contains(right);
+        const bool leftIsIn = Contains(left);
+        if (!rightIsIn && !IsBetween(right, mRight, left)) return false;
+        if (!leftIsIn && !IsBetween(right, mLeft, left)) return false;
+        if (rightIsIn) mRight = right;
+        if (leftIsIn) mLeft = left;
+        return true;
+    }
+
+  private:
+    // Between directions less than half a turn apart.
+    static bool IsBetween(const Direction& right, const Direction& x, const Direction& left) {
+        return IsLeftOf(right, x) && IsLeftOf(x, left);
+    }
+
+    bool mIsWhole = true;
+    Direction mRight = {0.0, 0.0};
+    Direction mLeft = {0.0, 0.0};
+};
+
+// How many bytes a difference of coordinates takes in the database.
+uint32_t StoredBytes(int32_t difference) {
+    uint32_t bytes = 1;
+    for (int32_t magnitude = std::abs(difference); magnitude >= 1 << 6; magnitude >>= 7)
+        ++bytes;
+    return bytes;
+}
+
+// A way from the first stop to another: what it costs, and the last stop before its end.
+struct Way {
+    uint32_t edges = 0;
+    uint32_t bytes = 0;
+    int64_t doubleArea = 0;
+    size_t from = 0;
+
+    // Cheaper; of equals, with the shorter last edge.
+    friend bool operator<(const Way& x, const Way& y) {
+        return std::tie(x.edges, x.bytes, x.doubleArea, y.from) <
+               std::tie(y.edges, y.bytes, y.doubleArea, x.from);
+    }
+};
+
+class Thinner {
+  public:
+    Thinner(const std::vector<GridPoint>& line, const Grid& grid, double tolerance,
+            const std::function<bool(size_t, size_t)>& isClear)
+        : mLine(line), mGrid(grid), mTolerance(tolerance), mIsClear(isClear) {
+        int64_t doubleArea = 0;
+        for (size_t i = 0; i < line.size(); ++i) {
+            mLonMetres.push_back(grid.LongitudeMetres(line[i].lat));
+            if (i > 0) doubleArea += Cross(line[0], line[i - 1], line[i]);
+            mDoubleAreas.push_back(doubleArea);
+        }
+    }
+
+    // The stops on the cheapest way from the first to the last. Stops are positions in the line;
+    // the edge from each to the next is known to be allowed.
+    std::vector<size_t> CheapestWay(const std::vector<size_t>& stops) {
+        std::vector<Way> ways(stops.size());
+        for (size_t to = 1; to < stops.size(); ++to)
+            ways[to] = CheapestWayTo(to, stops, ways);
+        std::vector<size_t> kept = {stops.back()};
+        for (size_t stop = stops.size() - 1; stop > 0; stop = ways[stop].from)
+            kept.push_back(stops[ways[stop].from]);
+        std::reverse(kept.begin(), kept.end());
+        return kept;
+    }
+
+  private:
+    Way CheapestWayTo(size_t to, const std::vector<size_t>& stops, const std::vector<Way>& ways) {
+        ListWaysTo(to, stops, ways);
+        // The one from the stop before `to` is among them, so they never run out. The tests cost
+        // more than all else, and the cheapest way nearly always passes them.
+        for (;;) {
+            const auto best = std::min_element(mWays.begin(), mWays.end());
+            if (best->from + 1 == to || IsAllowed(stops[best->from], stops[to])) return *best;
+            *best = mWays.back();
+            mWays.pop_back();
+        }
+    }
+
+    // Lists the ways to a stop, without those whose last edge certainly misses a point.
+    void ListWaysTo(size_t to, const std::vector<size_t>& stops, const std::vector<Way>& ways) {
+        mWays.clear();
+        const GridPoint& end = mLine[stops[to]];
+        Wedge wedge;
+        size_t stop = to - 1;
+        for (size_t i = stops[to] - 1;; --i) {
+            const Direction offset = {static_cast<double>(mLine[i].lat - end.lat),
+                                      static_cast<double>(mLine[i].lon - end.lon)};
+            if (i == stops[stop]) {
+                if (wedge.Contains(offset)) mWays.push_back(Extend(ways[stop], stop, i, stops[to]));
+                if (stop == 0 || to - stop == kReach) return;
+                --stop;
+            }
+            if (!wedge.Narrow(offset, mGrid.LatitudeMetres(), mLonMetres[i], mTolerance + kSlack)) {
+                return;
+            }
+        }
+    }
+
+    // The way to `stop` and on by the edge between two positions.
+    Way Extend(const Way& way, size_t stop, size_t from, size_t to) const {
+        const GridPoint& a = mLine[from];
+        const GridPoint& b = mLine[to];
+        const int64_t between = mDoubleAreas[to] - mDoubleAreas[from] - Cross(mLine[0], a, b);
+        return {way.edges + 1, way.bytes + StoredBytes(b.lat - a.lat) + StoredBytes(b.lon - a.lon),
+                way.doubleArea + std::abs(between), stop};
+    }
+
+    bool IsAllowed(size_t from, size_t to) const {
+        for (size_t i = from + 1; i < to; ++i) {
+            if (mGrid.SquaredMetresToSegment(mLine[i], mLine[from], mLine[to], mLonMetres[i]) >
+                mTolerance * mTolerance) {
+                return false;
+            }
+        }
+        return mIsClear(from, to);
+    }
+
+    const std::vector<GridPoint>& mLine;
+    const Grid& mGrid;
+    double mTolerance;
+    const std::function<bool(size_t, size_t)>& mIsClear;
+    std::vector<double> mLonMetres;     // At each point.
+    std::vector<int64_t> mDoubleAreas;  // Between the line up to each point and its first point.
+    std::vector<Way> mWays;             // Those to the current stop that may be open.
+};
+
+}  // namespace
+
+std::vector<size_t> FewestVertices(const std::vector<GridPoint>& line, const Grid& grid,
+                                   double tolerance,
+                                   const std::function<bool(size_t from, size_t to)>& isClear) {
+    Thinner thinner(line, grid, tolerance, isClear);
+    std::vector<size_t> stops(line.size());
+    std::iota(stops.begin(), stops.end(), size_t{0});
+    for (;;) {
+        std::vector<size_t> kept = thinner.CheapestWay(stops);
+        if (kept.size() == stops.size()) return kept;
+        stops = std::move(kept);
+    }
+}
+
+}  // namespace offlinetz
