@@ -8,9 +8,11 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
+#include <random>
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "raw_database.h"
@@ -151,6 +153,47 @@ TEST_F(WorldTest, TheEdgeAnswersLikeThePointBesideIt) {
         const double lat = i / 10.0;
         EXPECT_EQ(Ask(lat, 179.9995), Ask(lat, 180.0)) << lat;
         EXPECT_EQ(Ask(lat, -179.9995), Ask(lat, -180.0)) << lat;
+    }
+}
+
+// Within three quarters of the distance, less three units, no point has another answer; nautical
+// zones change at their meridians besides.
+TEST_F(WorldTest, AnswersHoldWithinTheSafeRadius) {
+    const auto zonesAt = [](double lat, double lon, float* distance) {
+        ZDResult* results =
+                ZDLookup(sWorld.get(), static_cast<float>(lat), static_cast<float>(lon), distance);
+        std::string zones;
+        for (const ZDResult* r = results; r->result != ZDLookupEnd; ++r)
+            zones += r->fieldValues[0];
+        ZDFreeResults(results);
+        return zones;
+    };
+    std::mt19937_64 random(9);
+    const auto uniform = [&random](double low, double high) {
+        return low + (high - low) * static_cast<double>(random() >> 11) * 0x1p-53;
+    };
+    // Enclaves and islands, the poles, the antimeridian.
+    std::vector<std::pair<double, double>> places = {
+            {51.44, 4.93},  {47.697, 8.69},  {42.464, 1.98},    {-29.6, 28.2},  {41.903, 12.453},
+            {-17.8, 177.9}, {-44.0, -176.5}, {-27.12, -109.35}, {36.0, 14.3},   {64.0, 179.9},
+            {-89.9, 10.0},  {89.9, -120.0},  {-77.85, 166.67},  {65.8, -169.0}, {0.0, 180.0}};
+    for (int i = 0; i < 2000; ++i)
+        places.emplace_back(std::asin(uniform(-1, 1)) * 57.29577951308232, uniform(-180, 180));
+    constexpr double kUnit = 90.0 / 1048576.0;
+    for (const auto& [lat, lon] : places) {
+        float distance;
+        const std::string zones = zonesAt(lat, lon, &distance);
+        const double radius = 0.75 * static_cast<double>(distance) - 3.0 * kUnit;
+        for (int k = 0; k < 40 && radius > 0.0; ++k) {
+            const double angle = uniform(0.0, 6.283185307);
+            const double length = radius * (k % 2 == 0 ? 1.0 : uniform(0.0, 1.0));
+            const double otherLat = lat + length * std::sin(angle);
+            const double otherLon = lon + length * std::cos(angle);
+            if (std::fabs(otherLat) > 90.0 || std::fabs(otherLon) > 180.0) continue;
+            ASSERT_EQ(zones, zonesAt(otherLat, otherLon, nullptr))
+                    << lat << " " << lon << " says " << distance << ", not at " << otherLat << " "
+                    << otherLon;
+        }
     }
 }
 
