@@ -70,6 +70,10 @@ __attribute__((noinline)) void* operator new(size_t size) {
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
+__attribute__((noinline)) void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    const bool mayAllocate = size <= gLargestNew && gNewToFail-- != 0;
+    return mayAllocate ? __real_malloc(size) : nullptr;
+}
 __attribute__((noinline)) void operator delete(void* memory) noexcept {
     std::free(memory);
 }
