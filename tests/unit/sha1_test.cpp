@@ -106,9 +106,15 @@ TEST(Sha1, KernelsAgreeHoweverTheBlocksAreSplit) {
 TEST(Sha1, TheProcessorsInstructionsAreFoundAndChosen) {
     std::ifstream file("/proc/cpuinfo");
     const std::istream_iterator<std::string> words(file);
-    const bool isListed =
-            std::any_of(words, std::istream_iterator<std::string>(),
-                        [](const std::string& word) { return word == "sha_ni" || word == "sha1"; });
+#ifdef __arm__  // Nothing is there for 32-bit ARM, whatever the processor can do.
+    constexpr bool kHasKernel = false;
+#else
+    constexpr bool kHasKernel = true;
+#endif
+    const bool isListed = kHasKernel && std::any_of(words, std::istream_iterator<std::string>(),
+                                                    [](const std::string& word) {
+                                                        return word == "sha_ni" || word == "sha1";
+                                                    });
     const std::vector<Kernel> kernels = Kernels();
     EXPECT_EQ(isListed ? 2u : 1u, kernels.size());
     EXPECT_EQ(kernels.back().absorb, ChooseSha1Block());
