@@ -4,8 +4,8 @@
 #include <exception>
 
 // To be called first in the `catch (...)` around such a call. A client that ends its thread inside
-// the call has the stack unwound by force; where that passes here, as something that is no exception,
-// it must not be kept from going on, or the process ends.
+// the call has the stack unwound by force; where that passes here, as something that is no
+// exception, it must not be kept from going on, or the process ends.
 inline void LetThreadEnd() {
     if (std::current_exception() == nullptr) throw;
 }
