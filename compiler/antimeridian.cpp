@@ -74,12 +74,7 @@ GeometryPtr CutAtAntimeridian(const GEOSGeometry* area) {
         if (moved == nullptr) return nullptr;
         AddPolygons(std::move(moved), &parts);
     }
-    std::vector<GEOSGeometry*> raw;
-    for (GeometryPtr& part : parts)
-        raw.push_back(part.release());
-    const GeometryPtr collection(GEOSGeom_createCollection(GEOS_GEOMETRYCOLLECTION, raw.data(),
-                                                           static_cast<unsigned>(raw.size())));
-    return GeometryPtr(collection == nullptr ? nullptr : GEOSUnaryUnion(collection.get()));
+    return Unite(std::move(parts));
 }
 
 }  // namespace offlinetz

@@ -92,6 +92,15 @@ Positions ReadRing(const dom::element& element, const Feature& feature) {
     return xy;
 }
 
+// What the geometry library takes over.
+template <typename Iterator>
+std::vector<GEOSGeometry*> Release(Iterator begin, Iterator end) {
+    std::vector<GEOSGeometry*> raw;
+    std::transform(begin, end, std::back_inserter(raw),
+                   [](GeometryPtr& geometry) { return geometry.release(); });
+    return raw;
+}
+
 // A polygon of an outline and what it leaves out.
 GeometryPtr MakePolygon(const Positions* rings, size_t count, const Feature& feature) {
     std::vector<GeometryPtr> made;
@@ -102,10 +111,9 @@ GeometryPtr MakePolygon(const Positions* rings, size_t count, const Feature& fea
         if (sequence == nullptr) Fail(feature.Where(), gLastGeometryError);
         made.push_back(Checked(GEOSGeom_createLinearRing(sequence), feature.Where()));
     }
-    std::vector<GEOSGeometry*> raw;
-    for (GeometryPtr& ring : made)
-        raw.push_back(ring.release());
-    return Checked(GEOSGeom_createPolygon(raw[0], raw.data() + 1, static_cast<unsigned>(count - 1)),
+    std::vector<GEOSGeometry*> holes = Release(made.begin() + 1, made.end());
+    return Checked(GEOSGeom_createPolygon(made[0].release(), holes.data(),
+                                          static_cast<unsigned>(holes.size())),
                    feature.Where());
 }
 
@@ -291,20 +299,6 @@ void ReadFeature(const dom::element& element, Feature feature, const SourceOptio
     std::move(parts.begin(), parts.end(), std::back_inserter(zone.polygons));
 }
 
-// One valid geometry for all polygons of a zone: where they meet, the line between them goes.
-GeometryPtr Unite(std::vector<GeometryPtr> parts, const std::string& where) {
-    if (parts.size() == 1) return std::move(parts.front());
-    std::vector<GEOSGeometry*> raw;
-    raw.reserve(parts.size());
-    for (GeometryPtr& part : parts)
-        raw.push_back(part.release());
-    const GeometryPtr collection =
-            Checked(GEOSGeom_createCollection(GEOS_GEOMETRYCOLLECTION, raw.data(),
-                                              static_cast<unsigned>(raw.size())),
-                    where);
-    return Checked(GEOSUnaryUnion(collection.get()), where);
-}
-
 // Older files may name a reference system. Numbers of another one than GeoJSON's would be taken for
 // degrees without a word.
 void RequireWgs84(const std::string& path, const dom::element& document) {
@@ -385,11 +379,8 @@ Source ReadSource(const std::vector<std::string>& paths, const Warn& warn,
     size_t done = 0;
     for (auto& [tzid, zone] : parts) {
         try {
-            GeometryPtr area =
-                    zone.polygons.empty() ? nullptr : Unite(std::move(zone.polygons), zone.where);
-            if (area == nullptr || GEOSisEmpty(area.get()) == 1) {
-                Fail(zone.where, "its zone has no area");
-            }
+            if (zone.polygons.empty()) Fail(zone.where, "its zone has no area");
+            GeometryPtr area = Checked(Unite(std::move(zone.polygons)).release(), zone.where);
             source.zones.push_back({tzid, std::move(area), zone.where});
         } catch (const InputError& error) {
             onBadFeature(error);
@@ -415,6 +406,14 @@ void AddPolygons(GeometryPtr geometry, std::vector<GeometryPtr>* polygons) {
             polygons->emplace_back(GEOSGeom_clone(part));
         }
     }
+}
+
+GeometryPtr Unite(std::vector<GeometryPtr> polygons) {
+    if (polygons.size() == 1) return std::move(polygons.front());
+    std::vector<GEOSGeometry*> raw = Release(polygons.begin(), polygons.end());
+    const GeometryPtr collection(GEOSGeom_createCollection(GEOS_GEOMETRYCOLLECTION, raw.data(),
+                                                           static_cast<unsigned>(raw.size())));
+    return GeometryPtr(collection == nullptr ? nullptr : GEOSUnaryUnion(collection.get()));
 }
 
 void VisitRings(const GEOSGeometry* area, const RingVisitor& visit) {

@@ -70,6 +70,10 @@ bool IsSeaZone(std::string_view tzid);
 // Adds the polygons within a geometry, of which there may be none.
 void AddPolygons(GeometryPtr geometry, std::vector<GeometryPtr>* polygons);
 
+// One valid geometry for several valid polygons: where they meet, the line between them goes. Null
+// where the geometry library fails.
+GeometryPtr Unite(std::vector<GeometryPtr> polygons);
+
 // Calls `visit` with each ring of a polygon or multipolygon: its points without the repeated
 // last one, x then y, whether it cuts a hole, and whether it runs clockwise.
 using RingVisitor =

@@ -7,5 +7,7 @@
 // the call has the stack unwound by force; where that passes here, as something that is no
 // exception, it must not be kept from going on, or the process ends.
 inline void LetThreadEnd() {
+    // cppcheck-suppress rethrowNoCurrentException ; what passes is no exception, but can be thrown
+    // on.
     if (std::current_exception() == nullptr) throw;
 }
