@@ -50,30 +50,6 @@ void Mend(std::vector<ZoneRings>* zones) {
     offlinetz::MendOnGrid(zones, [](int, size_t) {});
 }
 
-// Whether a zone holds a point; `distance` becomes that to the border, in units, if less.
-bool Holds(const ZoneRings& rings, const GridPoint& p, double* distance = nullptr) {
-    int winding = 0;
-    for (const GridRing& ring : rings) {
-        for (size_t i = 0; i < ring.size(); ++i) {
-            const GridPoint& a = ring[i];
-            const GridPoint& b = ring[(i + 1) % ring.size()];
-            const double dx = b.lon - a.lon;
-            const double dy = b.lat - a.lat;
-            const double t = std::clamp(
-                    ((p.lon - a.lon) * dx + (p.lat - a.lat) * dy) / (dx * dx + dy * dy), 0.0, 1.0);
-            if (distance != nullptr) {
-                *distance = std::min(*distance,
-                                     std::hypot(a.lon + t * dx - p.lon, a.lat + t * dy - p.lat));
-            }
-            if ((a.lat > p.lat) != (b.lat > p.lat) &&
-                (offlinetz::Cross(a, b, p) > 0) == (b.lat > a.lat)) {
-                winding += b.lat > a.lat ? -1 : 1;
-            }
-        }
-    }
-    return winding > 0;
-}
-
 TEST(Mending, UnitesPartsAndDropsWhatWindsTwice) {
     const GridRing hole = {{20, 20}, {20, 30}, {30, 30}, {30, 20}};  // Counterclockwise.
     const struct {
@@ -304,10 +280,10 @@ TEST(Simplifying, TakesNoVertexToTheOtherSide) {
             for (const ZoneRings& others : before) {
                 for (const GridRing& ring : others) {
                     for (const GridPoint& p : ring) {
-                        double distance = 1.0;
-                        const bool was = Holds(before[zone], p, &distance);
-                        if (distance == 0.0) continue;
-                        EXPECT_EQ(was, Holds(zones[zone], p)) << p.lat << " " << p.lon;
+                        const Placing was = PlacingOf(before[zone], p.lat, p.lon);
+                        if (was.distance == 0.0) continue;
+                        EXPECT_EQ(was.winding, PlacingOf(zones[zone], p.lat, p.lon).winding)
+                                << p.lat << " " << p.lon;
                     }
                 }
             }
