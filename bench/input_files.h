@@ -9,7 +9,8 @@
 namespace bench {
 
 constexpr size_t kWhole = 0;  // In place of a tile's points: rings are kept whole.
-constexpr size_t kTilePoints[] = {64, 96, 128, 200, 256, 384, 512, kWhole};
+constexpr size_t kTilePoints[] = {64,  96,  128, offlinetz::kDefaultMaxTilePoints,
+                                  256, 384, 512, kWhole};
 constexpr int kTolerances[] = {5, 10, 15, 20};  // Metres.
 constexpr int kDefaultTolerance = 20;
 constexpr int kCopiesPerSide[] = {1, 2, 4, 8};  // Of the coarse world.

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "files.h"
 #include "geos_peer.h"
 #include "input_files.h"
 #include "memory.h"
@@ -57,6 +58,7 @@ std::string LoadTable(const std::vector<Rival>& rivals, const std::vector<Point>
             "| | file, MB | first answer, ms | resident, MB | of it anonymous, MB |\n"
             "|---|--:|--:|--:|--:|\n";
     for (const Rival& rival : rivals) {
+        ReadFile(rival.file);  // Brings it into the page cache, which the system may have emptied.
         const LoadCost cost = CostOfLoading(rival.load, points);
         text += fmt::format("| {} | {:.1f} | {:.1f} | {:.1f} | {:.1f} |\n", rival.name,
                             static_cast<double>(std::filesystem::file_size(rival.file)) / 1e6,
