@@ -131,7 +131,9 @@ RandomDatabase MakeDatabase(Random* random) {
     const int precision = kPrecisions[(*random)() % 8];
     made.raw.precision = static_cast<uint8_t>(precision);
     const int32_t scale = int32_t{1} << (precision - 1);
-    const int32_t field = std::min<int32_t>(scale / 2, (*random)() % 2 == 0 ? 12 : 5000000);
+    // Some beyond what floats hold exactly.
+    static constexpr int32_t kFields[] = {12, 12, 5000000, 5000000, 12000000, 400000000};
+    const int32_t field = std::min<int32_t>(scale / 2, kFields[(*random)() % 6]);
     const int zones = Between(random, 1, 4);
     std::vector<uint32_t> records;
     for (int i = 0; i < zones; ++i)
@@ -140,9 +142,20 @@ RandomDatabase MakeDatabase(Random* random) {
     std::vector<GridRing> rings;
     for (int i = 0; i < count; ++i) {
         GridRing ring;
-        const int points = (*random)() % 20 == 0 ? Between(random, 60, 200) : Between(random, 0, 9);
+        const bool isLong = (*random)() % 16 == 0;
+        const int points = isLong ? Between(random, 60, 600) : Between(random, 0, 9);
+        // A long one is anywhere at each point, or goes its way, much of it far from most targets.
+        const int32_t step = isLong && (*random)() % 2 == 0 ? field / 12 : 2 * field;
+        GridPoint at = {Between(random, -field, field), Between(random, -field, field)};
         for (int p = 0; p < points; ++p) {
-            ring.push_back({Between(random, -field, field), Between(random, -field, field)});
+            const auto near = [&](int32_t c) {
+                return Between(random, std::max(c - step, -2 * field),
+                               std::min(c + step, 2 * field));
+            };
+            at = step == 2 * field
+                         ? GridPoint{Between(random, -field, field), Between(random, -field, field)}
+                         : GridPoint{near(at.lat), near(at.lon)};
+            ring.push_back(at);
             if ((*random)() % 8 == 0) ring.push_back(ring.back());
         }
         rings.push_back(ring);

@@ -10,7 +10,7 @@
 namespace zonedetect {
 
 // A decoder may write so many values behind those asked for.
-constexpr size_t kDeltaSlack = 16;
+constexpr size_t kDeltaSlack = 40;
 
 // Decodes up to `count` signed varints into `values`, which has room for `count` + kDeltaSlack.
 // Returns how many it could read, fewer only where the next one does not end within the content;

@@ -3,371 +3,251 @@
 #include "ring.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 
 #include "deltas.h"
+#include "edge.h"
+#include "four_edges.h"
+#include "lanes.h"
 
 namespace zonedetect {
 
 namespace {
 
 constexpr uint32_t kMaxRingPoints = 1000000;
-constexpr size_t kBlockPoints = 64;
+constexpr size_t kBlockSteps = 128;
+constexpr size_t kLanes = 4;
+static_assert(kBlockSteps % kLanes == 0, "only a ring's last block has a rest");
 
-// --- Edges -------------------------------------------------------------------------------
-
-// The line through an oblique edge: lat = slope * lon + intercept, in single precision.
-struct EdgeLine {
-    float slope;
-    float intercept;
-
-    EdgeLine(const Point& from, const Point& to)
-        : slope(static_cast<float>(int64_t{to.lat} - from.lat) /
-                static_cast<float>(int64_t{to.lon} - from.lon)),
-          intercept(static_cast<float>(to.lat) - slope * static_cast<float>(to.lon)) {}
-
-    int32_t LongitudeAt(int32_t lat) const {
-        return TruncateToInt32((static_cast<float>(lat) - intercept) / slope);
-    }
-};
-
-inline bool LiesBetween(int32_t value, int32_t a, int32_t b) {
-    return value >= std::min(a, b) && value <= std::max(a, b);
-}
-
-// Squared distance in latitude units from the target to the edge's perpendicular foot where
-// that lies within the edge, else to the edge's end `to`.
-uint64_t SquaredDistance(const Point& from, const Point& to, const Point& target) {
-    const auto targetLat = static_cast<float>(target.lat);
-    const auto targetLon = static_cast<float>(target.lon);
-    float footLat;
-    float footLon;
-    if (from.lon == to.lon) {
-        footLat = targetLat;
-        footLon = static_cast<float>(to.lon);
-    } else if (from.lat == to.lat) {
-        footLat = static_cast<float>(to.lat);
-        footLon = targetLon;
-    } else {
-        const EdgeLine line(from, to);
-        const float s = targetLon + line.slope * targetLat;
-        const float m = 1.0f + line.slope * line.slope;
-        footLon = (s - line.slope * line.intercept) / m;
-        footLat = (line.intercept + line.slope * s) / m;
-    }
-    int64_t deltaLat = int64_t{to.lat} - target.lat;
-    int64_t deltaLon = int64_t{to.lon} - target.lon;
-    if (LiesBetween(TruncateToInt32(footLat), to.lat, from.lat) &&
-        LiesBetween(TruncateToInt32(footLon), to.lon, from.lon)) {
-        deltaLat = TruncateToInt64(footLat - targetLat);
-        deltaLon = TruncateToInt64(footLon - targetLon);
-    }
-    // Unsigned, so that far points wrap instead of overflowing.
-    const auto lat = static_cast<uint64_t>(deltaLat);
-    const auto lon = static_cast<uint64_t>(deltaLon);
-    return lat * lat + 4 * (lon * lon);
-}
-
-// --- Points in blocks --------------------------------------------------------------------
-
-// Loops over the slots of a block go on behind the last one, to where eight marks from there end,
-// and then to the next multiple of kStep, which compilers turn into whole vectors.
-constexpr size_t kStep = 16;
-constexpr size_t kAhead = 8;
-constexpr size_t kRoom = (kBlockPoints + 2 + kStep - 1) / kStep * kStep + kStep;
-
-inline size_t RoundUp(size_t slots) {
-    return (slots + kStep - 1) & ~(kStep - 1);
-}
-
-// Bytes, one a slot, of which eight at a time are looked at.
-struct Marks {
-    uint8_t at[kRoom];
-
-    uint64_t EightFrom(size_t slot) const { return LoadLittleEndian(at + slot); }
-};
-
-// Some consecutive points of a ring, from slot 1 on; slot 0 holds the one before them. The first
-// point of a ring comes again behind its last one.
+// Some consecutive steps of a ring, two numbers each. Those behind the last one are 0 as far as the
+// lanes go on: to a whole four, and the four of the edge that closes the ring.
 struct Block {
-    int32_t lat[kRoom];
-    int32_t lon[kRoom];
-    size_t last = 0;       // The last slot in use.
-    size_t firstEdge = 1;  // The first slot that an edge leads to.
+    int32_t deltas[2 * kBlockSteps + kDeltaSlack];
+    size_t steps;
+    bool isWhole;  // All that was asked for could be read.
+    bool closes;   // The edge to the ring's first point follows.
 
-    Point At(size_t slot) const { return {lat[slot], lon[slot]}; }
-    void Put(size_t slot, const Point& p) {
-        lat[slot] = p.lat;
-        lon[slot] = p.lon;
-    }
-    // Repeats the last point in the slots that loops go on to.
-    void Fill() {
-        const Point p = At(last);
-        for (size_t i = 1; i < kStep + kAhead; ++i)
-            Put(last + i, p);
-    }
-    size_t RoundedSlots() const { return RoundUp(last + kAhead); }
-};
+    static_assert(kDeltaSlack >= 4 * kLanes, "zeros must fit");
 
-// Calls `visit(slot)` for each slot from `first` to `last` whose byte of `bytesOf(slot)`, the eight
-// from a slot on, has its top bit set; stops where it returns false.
-template <typename BytesOf, typename Visit>
-inline void VisitMarked(size_t first, size_t last, BytesOf bytesOf, Visit visit) {
-    for (size_t base = first; base <= last; base += 8) {
-        uint64_t marked = bytesOf(base) & 0x8080808080808080u;
-        if (last - base < 7) marked &= ~uint64_t{0} >> (8 * (7 - (last - base)));
-        for (; marked != 0; marked &= marked - 1) {
-            if (!visit(base + static_cast<size_t>(__builtin_ctzll(marked)) / 8)) return;
-        }
-    }
-}
-
-// The top bit of each byte of `word` that is not zero.
-inline uint64_t NonZeroBytes(uint64_t word) {
-    constexpr uint64_t kLow = 0x7F7F7F7F7F7F7F7Fu;
-    return ((word & kLow) + kLow) | word;
-}
-
-// --- Winding -----------------------------------------------------------------------------
-
-constexpr uint8_t kNorth = 1;   // Not south of the target.
-constexpr uint8_t kEast = 2;    // Not west of it.
-constexpr uint8_t kVertex = 4;  // The target itself.
-
-// Quadrants around the target, counted counterclockwise: north-east 0, north-west 1,
-// south-west 2, south-east 3.
-inline int QuadrantOf(uint8_t mark) {
-    constexpr unsigned kQuadrants = 2u | 1u << 2 | 3u << 4 | 0u << 6;
-    return static_cast<int>(kQuadrants >> (2 * (mark & 3u)) & 3u);
-}
-
-// Counts the quarter turns that the visits of a block make around the target. Only where the
-// quadrant changes is there anything to do.
-struct Winding {
-    int64_t quarters = 0;
-    ZDLookupResult stop = ZDLookupNotInZone;  // What ended the ring, if anything did ...
-    size_t stopSlot = 0;                      // ... and where.
-
-    void Add(const Block& block, const Point& target) {
-        Marks marks;
-        marks.at[0] = 0;
-        const size_t slots = block.RoundedSlots();
-        for (size_t i = 0; i < slots; ++i) {
-            const bool isVertex = (block.lat[i] == target.lat) & (block.lon[i] == target.lon);
-            marks.at[i] = static_cast<uint8_t>((block.lat[i] >= target.lat ? kNorth : 0) |
-                                               (block.lon[i] >= target.lon ? kEast : 0) |
-                                               (isVertex ? kVertex : 0));
-        }
-        // A vertex hit ends the ring where it is found, so the point before was none, and the bit
-        // shows as a change.
-        marks.at[0] = static_cast<uint8_t>(marks.at[0] & ~kVertex);
-        VisitMarked(
-                1, block.last,
-                [&](size_t slot) {
-                    return NonZeroBytes(marks.EightFrom(slot) ^ marks.EightFrom(slot - 1));
-                },
-                [&](size_t slot) { return Turn(block, marks, target, slot); });
-    }
-
-    // False when the visit ends the ring.
-    bool Turn(const Block& block, const Marks& marks, const Point& target, size_t slot) {
-        stopSlot = slot;
-        if ((marks.at[slot] & kVertex) != 0) {
-            stop = ZDLookupBorderVertex;
-            return false;
-        }
-        const int quadrant = QuadrantOf(marks.at[slot]);
-        const int turn = (quadrant - QuadrantOf(marks.at[slot - 1])) & 3;
-        if (turn == 1) {
-            quarters += 1;
-        } else if (turn == 3) {
-            quarters -= 1;
-        } else if (turn == 2) {
-            // Opposite quadrants: the side on which the edge passes decides.
-            const int32_t crossing =
-                    EdgeLine(block.At(slot - 1), block.At(slot)).LongitudeAt(target.lat);
-            if (crossing == target.lon) {
-                stop = ZDLookupOnBorder;
-                return false;
-            }
-            const bool southward = quadrant >= 2;
-            quarters += (target.lon > crossing) == southward ? 2 : -2;
-        }
-        return true;
+    void Read(Cursor* cursor, size_t wanted) {
+        steps = DecodeDeltas(cursor, deltas, 2 * wanted) / 2;
+        isWhole = steps == wanted;
+        std::fill_n(deltas + 2 * steps, 4 * kLanes, 0);
     }
 };
 
-// --- Distance ----------------------------------------------------------------------------
+// From where to where coordinates go on a way of `length` units to and fro that leads from one to
+// another.
+struct Span {
+    int64_t min;
+    int64_t max;
 
-// Below this floats hold coordinates, and their differences, exactly.
-constexpr int32_t kExactLimit = 1 << 23;
-
-// Zero in its top bits where a coordinate lies within the limit.
-inline uint32_t ExactnessOf(int32_t coordinate) {
-    return static_cast<uint32_t>(coordinate) + kExactLimit;
-}
-inline bool AreExact(uint32_t exactness) {
-    return exactness < 2 * kExactLimit;
-}
-
-// The part of the grid that an edge must reach into to come nearer than the nearest one so far.
-//
-// Let an edge's box lie `b` units away from the target in latitude (or in longitude, where a unit
-// counts twice). Its squared distance is taken to its end, which is at least b away, or to a foot
-// that truncates into the box, which is more than b - 1 away; the difference to the target is
-// rounded to a float and truncated, and both leave a whole number of b - 1 or more alone while
-// floats hold it exactly. So it is at least (b - 1)^2, or 4 * (b - 1)^2 in longitude, and an edge
-// beyond the reach in either cannot win.
-struct Reach {
-    int32_t south = INT32_MIN;
-    int32_t north = INT32_MAX;
-    int32_t west = INT32_MIN;
-    int32_t east = INT32_MAX;
-
-    static constexpr uint64_t kInfinite = uint64_t{1} << 52;
-
-    static Reach Around(const Point& target, uint64_t squared) {
-        Reach reach;
-        if (squared >= kInfinite) return reach;
-        // At least the root, whatever the square root rounds.
-        const auto root = static_cast<int32_t>(std::sqrt(static_cast<double>(squared))) + 1;
-        reach.south = target.lat - root - 1;
-        reach.north = target.lat + root + 1;
-        reach.west = target.lon - root / 2 - 1;
-        reach.east = target.lon + root / 2 + 1;
-        return reach;
+    Span(int32_t from, int32_t to, int64_t length) {
+        const int64_t up = (length + to - from + 1) / 2;
+        min = to - up;
+        max = from + up;
+    }
+    void Include(int32_t coordinate) {
+        min = std::min<int64_t>(min, coordinate);
+        max = std::max<int64_t>(max, coordinate);
+    }
+    // How far it is from a coordinate; 0 where it contains it.
+    int64_t Away(int32_t coordinate) const {
+        return std::max<int64_t>({min - coordinate, coordinate - max, 0});
     }
 };
 
-// The bound of an edge's squared distance, for coordinates that floats hold exactly.
-uint64_t LeastSquaredDistance(const Point& from, const Point& to, const Point& target) {
-    const auto outside = [](int32_t a, int32_t b, int32_t t) -> int64_t {
-        const int32_t away = std::max(std::min(a, b) - t, t - std::max(a, b));
-        return std::max(away - 1, 0);
-    };
-    const int64_t lat = outside(from.lat, to.lat, target.lat);
-    const int64_t lon = outside(from.lon, to.lon, target.lon);
-    return static_cast<uint64_t>(lat * lat + 4 * lon * lon);
-}
-
-// Keeps the smallest squared distance of a target's edges.
-class Nearest {
+// A walk along a ring, which counts the quarter turns around a target and keeps the smallest
+// squared distance of an edge.
+class Walk {
   public:
-    Nearest(const Point& target, uint64_t* squared)
+    // `nearest`: the squared distance that is to be lowered; null where none is wanted.
+    Walk(const Point& target, const uint64_t* nearest)
         : mTarget(target),
-          mSquared(squared),
-          mExactness(ExactnessOf(target.lat) | ExactnessOf(target.lon)) {}
+          mMeasures(nearest != nullptr),
+          mNearest(nearest != nullptr ? *nearest : 0) {}
 
-    void Add(const Block& block) {
-        const size_t slots = block.RoundedSlots();
-        uint32_t exactness = mExactness;
-        for (size_t i = 0; i < slots; ++i)
-            exactness |= ExactnessOf(block.lat[i]) | ExactnessOf(block.lon[i]);
-        if (!AreExact(exactness)) {
-            for (size_t slot = block.firstEdge; slot <= block.last; ++slot)
-                *mSquared = std::min(*mSquared, DistanceOf(block, slot));
-            return;
-        }
-        if (*mSquared >= Reach::kInfinite) Start(block);
-        const Reach reach = Reach::Around(mTarget, *mSquared);
-        Marks sides;  // Of the reach, that a point lies beyond.
-        for (size_t i = 0; i < slots; ++i) {
-            sides.at[i] = static_cast<uint8_t>(
-                    (block.lat[i] < reach.south ? 1 : 0) | (block.lat[i] > reach.north ? 2 : 0) |
-                    (block.lon[i] < reach.west ? 4 : 0) | (block.lon[i] > reach.east ? 8 : 0));
-        }
-        VisitMarked(
-                block.firstEdge, block.last,
-                [&](size_t slot) {
-                    return ~NonZeroBytes(sides.EightFrom(slot) & sides.EightFrom(slot - 1));
-                },
-                [&](size_t slot) {
-                    AddEdge(block, slot);
-                    return true;
-                });
+    // Begins with a ring's first point, which may end the walk.
+    void BeginAt(const Point& first) {
+        mFirst = first;
+        Visit(first);
     }
+
+    // Takes the steps of a block, and the one that closes the ring if it follows. Any of them may
+    // end the walk. Returns how many were taken.
+    size_t Take(const Block& block, bool isFirst) {
+        if (!block.isWhole) return TakeOneByOne(block);
+        // Most rings have one block: it pays only with the next ones.
+        Point end = mAt;
+        const Look look = isFirst ? kAll : LookAhead(block, &end);
+        if (look == kNothing) {
+            mAt = end;
+            return block.steps;
+        }
+        const bool isDone =
+                look == kAll && mMeasures ? TakeByFours<true>(block) : TakeByFours<false>(block);
+        return isDone ? block.steps + (block.closes ? 1 : 0) : TakeOneByOne(block);
+    }
+
+    // What ended the walk: ZDLookupBorderVertex or ZDLookupOnBorder, or ZDLookupNotInZone while
+    // nothing has.
+    ZDLookupResult Stop() const { return mStop; }
+    int64_t Quarters() const { return mQuarters; }
+    uint64_t Nearest() const { return mNearest; }
 
   private:
-    uint64_t DistanceOf(const Block& block, size_t slot) const {
-        return SquaredDistance(block.At(slot - 1), block.At(slot), mTarget);
-    }
+    // What there is to look for in a block.
+    enum Look {
+        kNothing,  // It keeps to one quadrant, and too far away to matter.
+        kTurns,    // It keeps too far away.
+        kAll,
+    };
 
-    void AddEdge(const Block& block, size_t slot) {
-        if (LeastSquaredDistance(block.At(slot - 1), block.At(slot), mTarget) >= *mSquared) return;
-        *mSquared = std::min(*mSquared, DistanceOf(block, slot));
-    }
-
-    // Without any distance yet every edge would be in reach: begins with one beside a near point.
-    void Start(const Block& block) {
-        // Less than 2^26, with the slot in the place of the lowest bits.
-        constexpr uint32_t kSlots = 128;
-        static_assert(kRoom <= kSlots, "a slot must fit");
-        uint32_t nearest = UINT32_MAX;
-        const size_t slots = block.RoundedSlots();
-        for (size_t i = 0; i < slots; ++i) {
-            const auto lat = static_cast<uint32_t>(std::abs(block.lat[i] - mTarget.lat));
-            const auto lon = static_cast<uint32_t>(std::abs(block.lon[i] - mTarget.lon));
-            const uint32_t distance = std::max(lat, 2 * lon);
-            nearest = std::min(nearest, (distance & ~(kSlots - 1)) | static_cast<uint32_t>(i));
+    // Tells from sums alone how far a block may come, and where it ends. Long rings have most of
+    // their blocks far from a target.
+    Look LookAhead(const Block& block, Point* blockEnd) const {
+        Units sums = {0, 0, 0, 0};
+        Units lengths = {0, 0, 0, 0};
+        Units all = {0, 0, 0, 0};
+        for (size_t i = 0; i < 2 * block.steps; i += kLanes) {
+            const Units deltas = LoadUnits(block.deltas + i);
+            const Units length = deltas ^ AsUnits(AsInts(deltas) >> 31);  // One less if negative.
+            sums += deltas;
+            lengths += length;
+            all |= length;
         }
-        if (block.firstEdge > block.last) return;
-        AddEdge(block, std::clamp<size_t>(nearest & (kSlots - 1), block.firstEdge, block.last));
+        // Without long steps nothing has wrapped.
+        if ((all[0] | all[1] | all[2] | all[3]) > uint32_t{kExactLimit}) return kAll;
+        const Point end = {WrappingAdd(mAt.lat, static_cast<int32_t>(sums[0] + sums[2])),
+                           WrappingAdd(mAt.lon, static_cast<int32_t>(sums[1] + sums[3]))};
+        *blockEnd = end;
+        const auto missing = static_cast<uint32_t>(block.steps);
+        Span lat(mAt.lat, end.lat, lengths[0] + lengths[2] + missing);
+        Span lon(mAt.lon, end.lon, lengths[1] + lengths[3] + missing);
+        if (block.closes) {
+            lat.Include(mFirst.lat);
+            lon.Include(mFirst.lon);
+        }
+        if (!IsExact(lat.min) || !IsExact(lat.max) || !IsExact(lon.min) || !IsExact(lon.max) ||
+            !IsExact(mTarget.lat) || !IsExact(mTarget.lon)) {
+            return kAll;
+        }
+        const int64_t awayLat = lat.Away(mTarget.lat);
+        const int64_t awayLon = lon.Away(mTarget.lon);
+        if (mMeasures && LeastSquaredDistance(awayLat, awayLon) < mNearest) return kAll;
+        return awayLat == 0 || awayLon == 0 ? kTurns : kNothing;
+    }
+
+    // Sums up the points for four edges at a time.
+    struct Points {
+        Units last;  // The latitude and longitude of the last one, twice.
+
+        explicit Points(const Point& at) {
+            const auto lat = static_cast<uint32_t>(at.lat);
+            const auto lon = static_cast<uint32_t>(at.lon);
+            last = Units{lat, lon, lat, lon};
+        }
+
+        FourEdges Next(const int32_t* deltas) {
+            const Units none = {0, 0, 0, 0};
+            const Units a = LoadUnits(deltas);
+            const Units b = LoadUnits(deltas + kLanes);
+            const Units pointsA = last + a + __builtin_shufflevector(none, a, 0, 1, 4, 5);
+            const Units lastA = __builtin_shufflevector(pointsA, pointsA, 2, 3, 2, 3);
+            const Units pointsB = lastA + b + __builtin_shufflevector(none, b, 0, 1, 4, 5);
+            last = __builtin_shufflevector(pointsB, pointsB, 2, 3, 2, 3);
+            const Units lat = __builtin_shufflevector(pointsA, pointsB, 0, 2, 4, 6);
+            const Units lon = __builtin_shufflevector(pointsA, pointsB, 1, 3, 5, 7);
+            return {AsInts(lat - __builtin_shufflevector(a, b, 0, 2, 4, 6)),
+                    AsInts(lon - __builtin_shufflevector(a, b, 1, 3, 5, 7)), AsInts(lat),
+                    AsInts(lon)};
+        }
+    };
+
+    // False, with nothing changed, where an edge needs to be looked at by itself.
+    template <bool kMeasures>
+    bool TakeByFours(const Block& block) {
+        Points points(mAt);
+        TurnCounter turns(mTarget);
+        DistanceKeeper distances(mTarget, mAt, mNearest);
+        size_t step = 0;
+        for (; step + kLanes <= block.steps; step += kLanes) {
+            const FourEdges edges = points.Next(block.deltas + 2 * step);
+            turns.Add(edges, AllOf(-1));
+            if constexpr (kMeasures) distances.Add(edges);
+        }
+        if (block.closes) {
+            FourEdges edges = points.Next(block.deltas + 2 * step);
+            // The lanes behind the rest close the ring, all alike; one of them counts.
+            const Ints lane = {0, 1, 2, 3};
+            const Ints rest = AllOf(static_cast<int32_t>(block.steps - step));
+            edges.lat = Select(lane < rest, edges.lat, AllOf(mFirst.lat));
+            edges.lon = Select(lane < rest, edges.lon, AllOf(mFirst.lon));
+            turns.Add(edges, lane <= rest);
+            if constexpr (kMeasures) distances.Add(edges);
+        }
+        if (turns.MetOthers()) return false;
+        if constexpr (kMeasures) {
+            if (!distances.AreExact()) return false;
+            mNearest = distances.Smallest(mNearest);
+        }
+        mAt = {static_cast<int32_t>(points.last[0]), static_cast<int32_t>(points.last[1])};
+        mQuarters += turns.Quarters();
+        return true;
+    }
+
+    size_t TakeOneByOne(const Block& block) {
+        size_t step = 0;
+        while (step < block.steps && mStop == ZDLookupNotInZone) {
+            StepTo({WrappingAdd(mAt.lat, block.deltas[2 * step]),
+                    WrappingAdd(mAt.lon, block.deltas[2 * step + 1])});
+            ++step;
+        }
+        if (block.closes && mStop == ZDLookupNotInZone) {
+            StepTo(mFirst);
+            ++step;
+        }
+        return step;
+    }
+
+    void Visit(const Point& point) {
+        mAt = point;
+        if (point.lat == mTarget.lat && point.lon == mTarget.lon) mStop = ZDLookupBorderVertex;
+    }
+
+    void StepTo(const Point& to) {
+        const Point from = mAt;
+        Visit(to);
+        if (mStop != ZDLookupNotInZone) return;
+        const int quadrant = QuadrantOf(to, mTarget);
+        const int turn = (quadrant - QuadrantOf(from, mTarget)) & 3;
+        if (turn == 1) {
+            mQuarters += 1;
+        } else if (turn == 3) {
+            mQuarters -= 1;
+        } else if (turn == 2) {
+            // Opposite quadrants: the side on which the edge passes decides.
+            const int32_t crossing = EdgeLine(from, to).LongitudeAt(mTarget.lat);
+            if (crossing == mTarget.lon) {
+                mStop = ZDLookupOnBorder;
+                return;
+            }
+            const bool southward = quadrant >= 2;
+            mQuarters += (mTarget.lon > crossing) == southward ? 2 : -2;
+        }
+        if (mMeasures) mNearest = std::min(mNearest, SquaredDistance(from, to, mTarget));
     }
 
     const Point mTarget;
-    uint64_t* const mSquared;
-    const uint32_t mExactness;
+    const bool mMeasures;
+    uint64_t mNearest;
+    Point mFirst = {0, 0};
+    Point mAt = {0, 0};
+    int64_t mQuarters = 0;
+    ZDLookupResult mStop = ZDLookupNotInZone;
 };
 
-}  // namespace
-
-ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t* minDistance) {
-    uint32_t count;
-    if (!ReadUnsigned(cursor, &count) || count > kMaxRingPoints) return ZDLookupParsingError;
-
-    Winding winding;
-    Point first = {0, 0};
-    Block block;
-    block.Put(0, first);
-    for (uint32_t begin = 0;; begin += kBlockPoints) {
-        const size_t wanted = std::min<size_t>(count - begin, kBlockPoints);
-        const bool isLastBlock = count - begin <= kBlockPoints;
-        const Cursor start = *cursor;
-        int32_t deltas[2 * kBlockPoints + kDeltaSlack];
-        const size_t points = DecodeDeltas(cursor, deltas, 2 * wanted) / 2;
-        Point point = block.At(0);
-        for (size_t i = 0; i < points; ++i) {
-            point = {WrappingAdd(point.lat, deltas[2 * i]),
-                     WrappingAdd(point.lon, deltas[2 * i + 1])};
-            block.Put(i + 1, point);
-        }
-        block.last = points;
-        block.firstEdge = 1;
-        if (begin == 0) {  // No edge leads to the first point.
-            if (points > 0) first = block.At(1);
-            block.Put(0, first);
-            block.firstEdge = 2;
-        }
-        if (isLastBlock && points == wanted) block.Put(++block.last, first);  // Closes the ring.
-        block.Fill();
-
-        winding.Add(block, target);
-        if (winding.stop != ZDLookupNotInZone) {
-            if (minDistance != nullptr) *minDistance = 0;
-            if (winding.stopSlot <= points) {
-                *cursor = start;
-                DecodeDeltasPortable(cursor, deltas, 2 * winding.stopSlot);
-            }
-            return winding.stop;
-        }
-        if (minDistance != nullptr) Nearest(target, minDistance).Add(block);
-        if (points < wanted) return ZDLookupParsingError;
-        if (isLastBlock) break;
-        block.Put(0, block.At(block.last));
-    }
-
-    switch (winding.quarters) {
+ZDLookupResult ResultOf(int64_t quarters) {
+    switch (quarters) {
         case -4:
             return ZDLookupInZone;
         case 0:
@@ -375,9 +255,45 @@ ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t
         case 4:
             return ZDLookupInExcludedZone;
         default:
-            if (minDistance != nullptr) *minDistance = 0;
             return ZDLookupOnBorder;
     }
+}
+
+}  // namespace
+
+ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t* minDistance) {
+    uint32_t count;
+    if (!ReadUnsigned(cursor, &count) || count > kMaxRingPoints) return ZDLookupParsingError;
+    Point first = {0, 0};
+    if (count > 0 && (!ReadSigned(cursor, &first.lat) || !ReadSigned(cursor, &first.lon)))
+        return ZDLookupParsingError;
+
+    Walk walk(target, minDistance);
+    walk.BeginAt(first);
+    uint32_t left = count > 0 ? count - 1 : 0;
+    bool isClosed = count == 0;
+    for (bool isFirst = true; walk.Stop() == ZDLookupNotInZone && !isClosed; isFirst = false) {
+        Block block;
+        const Cursor start = *cursor;
+        const size_t wanted = std::min<size_t>(left, kBlockSteps);
+        left -= static_cast<uint32_t>(wanted);
+        block.Read(cursor, wanted);
+        block.closes = isClosed = left == 0 && block.isWhole;
+        const size_t taken = walk.Take(block, isFirst);
+        if (walk.Stop() != ZDLookupNotInZone && taken <= block.steps) {
+            *cursor = start;
+            DecodeDeltasPortable(cursor, block.deltas, 2 * taken);
+        }
+        if (!block.isWhole && walk.Stop() == ZDLookupNotInZone) {
+            if (minDistance != nullptr) *minDistance = walk.Nearest();
+            return ZDLookupParsingError;
+        }
+    }
+    const ZDLookupResult result =
+            walk.Stop() != ZDLookupNotInZone ? walk.Stop() : ResultOf(walk.Quarters());
+    const bool isOnBorder = result == ZDLookupBorderVertex || result == ZDLookupOnBorder;
+    if (minDistance != nullptr) *minDistance = isOnBorder ? 0 : walk.Nearest();
+    return result;
 }
 
 }  // namespace zonedetect

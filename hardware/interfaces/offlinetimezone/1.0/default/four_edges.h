@@ -1,0 +1,181 @@
+// What edge.h says of one edge, of four at a time and to the same bit.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+#include "database_numbers.h"
+#include "lanes.h"
+
+namespace zonedetect {
+
+struct FourEdges {
+    Ints fromLat;
+    Ints fromLon;
+    Ints lat;  // Where they lead to.
+    Ints lon;
+};
+
+// Counts the quarter turns of edges around a target.
+class TurnCounter {
+  public:
+    explicit TurnCounter(const Point& target) : mLat(AllOf(target.lat)), mLon(AllOf(target.lon)) {}
+
+    // Adds the edges of those lanes that are -1 in `counted`.
+    void Add(const FourEdges& edges, Ints counted) {
+        const Ints change =
+                QuadrantsOf(edges.lat, edges.lon) - QuadrantsOf(edges.fromLat, edges.fromLon);
+        const Ints turns = AsInts(AsUnits(change) << 30) >> 30;  // Modulo 4: -2 to 1.
+        mQuarters += turns & counted;
+        mOthers |= (turns == AllOf(-2)) | ((edges.lat == mLat) & (edges.lon == mLon));
+    }
+
+    // Whether an edge was among them that turns cannot be counted for by quadrants alone: one that
+    // passes the target, or ends in it.
+    bool MetOthers() const { return AnyOf(mOthers); }
+    int32_t Quarters() const { return mQuarters[0] + mQuarters[1] + mQuarters[2] + mQuarters[3]; }
+
+  private:
+    Ints QuadrantsOf(Ints lat, Ints lon) const {
+        const Ints isSouth = lat < mLat;
+        const Ints isWest = lon < mLon;
+        return (isSouth & AllOf(2)) | ((isSouth ^ isWest) & AllOf(1));
+    }
+
+    const Ints mLat;
+    const Ints mLon;
+    Ints mQuarters = AllOf(0);
+    Ints mOthers = AllOf(0);
+};
+
+// Floats hold coordinates from -kExactLimit to below kExactLimit, and their differences, exactly.
+constexpr int32_t kExactLimit = 1 << 23;
+
+inline bool IsExact(int64_t coordinate) {
+    return coordinate >= -kExactLimit && coordinate < kExactLimit;
+}
+
+// The least that the squared distance of an edge may be whose box lies so many units away from the
+// target, for coordinates that floats hold exactly.
+//
+// The distance is taken to the edge's end, which is at least so far away, or to a foot that
+// truncates into the box, which in each direction is more than one unit less away; its difference
+// to the target is rounded to a float and truncated, and both leave whole numbers alone.
+inline uint64_t LeastSquaredDistance(int64_t awayLat, int64_t awayLon) {
+    const int64_t lat = std::max<int64_t>(awayLat - 1, 0);
+    const int64_t lon = std::max<int64_t>(awayLon - 1, 0);
+    return static_cast<uint64_t>(lat * lat + 4 * lon * lon);
+}
+
+// The part of the grid that an edge's box must meet for its least squared distance to be below
+// `squared`; a rectangle, of which the corners may be too far.
+struct Reach {
+    int32_t south = INT32_MIN;
+    int32_t north = INT32_MAX;
+    int32_t west = INT32_MIN;
+    int32_t east = INT32_MAX;
+
+    Reach(const Point& target, uint64_t squared) {
+        if (squared >= uint64_t{1} << 52) return;  // All of the grid.
+        // At least the root, whatever the square root rounds.
+        const auto root = static_cast<int32_t>(std::sqrt(static_cast<double>(squared))) + 1;
+        south = target.lat - root - 1;
+        north = target.lat + root + 1;
+        west = target.lon - root / 2 - 1;
+        east = target.lon + root / 2 + 1;
+    }
+};
+
+// Keeps the smallest squared distance of edges to a target, as long as floats hold all coordinates
+// exactly. Then nothing here is beyond what its type holds: with coordinates c and slopes of at
+// most 2^24, a foot comes from sums and quotients below 2^72, and lies within 3c, rounding
+// included; no quotient or product is as small as 2^-100 but 0.
+class DistanceKeeper {
+  public:
+    // The edges to come begin at `start`; a distance of `squared` or more is not looked for.
+    DistanceKeeper(const Point& target, const Point& start, uint64_t squared)
+        : mLat(AllOf(target.lat)),
+          mLon(AllOf(target.lon)),
+          mFloatLat(ToFloats(mLat)),
+          mFloatLon(ToFloats(mLon)) {
+        const Reach reach(target, squared);
+        mSouth = AllOf(reach.south);
+        mNorth = AllOf(reach.north);
+        mWest = AllOf(reach.west);
+        mEast = AllOf(reach.east);
+        Check(mLat, mLon);
+        Check(AllOf(start.lat), AllOf(start.lon));
+    }
+
+    void Add(const FourEdges& edges) {
+        const Ints areBeyond = ((edges.lat < mSouth) & (edges.fromLat < mSouth)) |
+                               ((edges.lat > mNorth) & (edges.fromLat > mNorth)) |
+                               ((edges.lon < mWest) & (edges.fromLon < mWest)) |
+                               ((edges.lon > mEast) & (edges.fromLon > mEast));
+        Check(edges.lat, edges.lon);
+        if (!AnyOf(~areBeyond) || !AreExact()) return;
+
+        const Ints isVertical = edges.lon == edges.fromLon;
+        const Floats lat = ToFloats(edges.lat);
+        const Floats lon = ToFloats(edges.lon);
+        const Floats run = ToFloats(edges.lon - edges.fromLon + isVertical);  // Never 0.
+        const Floats slope = ToFloats(edges.lat - edges.fromLat) / run;
+        const Floats intercept = lat - slope * lon;
+        const Floats s = mFloatLon + slope * mFloatLat;
+        const Floats m = 1.0f + slope * slope;
+        // A horizontal edge needs no case of its own: its slope of 0 gives the same.
+        const Floats footLat = Select(isVertical, mFloatLat, (intercept + slope * s) / m);
+        const Floats footLon = Select(isVertical, lon, (s - slope * intercept) / m);
+        const Ints isOutside = LieOutside(Truncate(footLat), edges.lat, edges.fromLat) |
+                               LieOutside(Truncate(footLon), edges.lon, edges.fromLon);
+        const Ints deltaLat = Select(isOutside, edges.lat - mLat, Truncate(footLat - mFloatLat));
+        const Ints deltaLon = Select(isOutside, edges.lon - mLon, Truncate(footLon - mFloatLon));
+        const TwoDoubles first = SquaresOf(FirstTwo(deltaLat), FirstTwo(deltaLon));
+        const TwoDoubles last = SquaresOf(LastTwo(deltaLat), LastTwo(deltaLon));
+        mSmallest = Smaller(mSmallest, Smaller(first, last));
+    }
+
+    // False where a coordinate was not: the smallest distance says nothing then.
+    bool AreExact() const {
+        constexpr uint32_t kRest = ~(2u * kExactLimit - 1u);
+        return !AnyOf(AsInts(mExactness & Units{kRest, kRest, kRest, kRest}));
+    }
+
+    // The smallest one, or `squared` where none is smaller.
+    uint64_t Smallest(uint64_t squared) const {
+        const double smallest = std::min(mSmallest[0], mSmallest[1]);
+        return std::min(squared, static_cast<uint64_t>(smallest));
+    }
+
+  private:
+    // Exact coordinates plus the limit have no bit at twice the limit or above.
+    void Check(Ints lat, Ints lon) {
+        constexpr uint32_t kAdded = kExactLimit;
+        constexpr Units kLimits = {kAdded, kAdded, kAdded, kAdded};
+        mExactness |= (AsUnits(lat) + kLimits) | (AsUnits(lon) + kLimits);
+    }
+
+    static Ints LieOutside(Ints value, Ints a, Ints b) {
+        return ((value > a) & (value > b)) | ((value < a) & (value < b));
+    }
+
+    // Doubles hold them exactly.
+    static TwoDoubles SquaresOf(TwoDoubles lat, TwoDoubles lon) {
+        return lat * lat + 4.0 * (lon * lon);
+    }
+    static TwoDoubles Smaller(TwoDoubles a, TwoDoubles b) { return a < b ? a : b; }
+
+    const Ints mLat;
+    const Ints mLon;
+    const Floats mFloatLat;
+    const Floats mFloatLon;
+    Ints mSouth;
+    Ints mNorth;
+    Ints mWest;
+    Ints mEast;
+    Units mExactness = {0, 0, 0, 0};
+    TwoDoubles mSmallest = {0x1p63, 0x1p63};
+};
+
+}  // namespace zonedetect
