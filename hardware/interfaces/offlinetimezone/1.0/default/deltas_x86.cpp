@@ -1,148 +1,155 @@
-// The decoder for SSE4.1: one mask of sixteen bytes says where the next numbers end, a table turns
-// its first twelve bits into a shuffle that puts each number into a lane of its own.
+// The decoder for SSE4.1: a mask of 64 bytes says where numbers end; twelve bits of it are turned
+// by a table into a shuffle that puts four numbers into a lane each. Where the next four begin is
+// known only then, so two places of the 64 bytes are decoded in turn: the processor need not wait.
 #include "deltas.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 
 #include <smmintrin.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 
 namespace zonedetect {
 
 namespace {
 
-// What twelve bits of "another byte follows" hold: six numbers of one or two bytes, or else four of
-// one to three.
-constexpr uint8_t kNeither = 0xFF;
-constexpr size_t kPairs = 64;    // Shuffles for six numbers: 2^6 ...
-constexpr size_t kTriples = 81;  // ... and for four: 3^4.
+constexpr unsigned kLongest = 3;  // Bytes of a number in a lane.
+constexpr size_t kShuffles = 81;  // kLongest to the power of four numbers.
+constexpr size_t kMasks = 4096;   // What twelve bytes' "another byte follows" may be.
 
 struct Pattern {
-    uint8_t shuffle = kNeither;  // Below kPairs: six numbers.
-    uint8_t bytes = 0;           // That they take.
+    uint8_t shuffle = 0;
+    uint8_t bytes = 0;  // Of the four numbers.
 };
 
 struct Tables {
-    std::array<Pattern, 4096> patterns{};
-    std::array<std::array<uint8_t, 16>, kPairs + kTriples> shuffles{};
+    std::array<Pattern, kMasks> patterns{};
+    std::array<std::array<uint8_t, 16>, kShuffles> shuffles{};
 };
 
-// Finds `numbers` numbers of at most `longest` bytes in `mask`; their lengths, or false.
-constexpr bool Split(unsigned mask, size_t numbers, unsigned longest, unsigned* lengths) {
-    unsigned at = 0;
-    for (size_t i = 0; i < numbers; ++i) {
-        unsigned length = 1;
-        while (at + length <= 12 && (mask >> (at + length - 1) & 1u) != 0)
-            ++length;
-        if (length > longest || at + length > 12) return false;
-        lengths[i] = length;
-        at += length;
-    }
-    return true;
-}
-
-constexpr void Enter(Tables* tables, unsigned mask, size_t base, size_t numbers, unsigned longest,
-                     const unsigned* lengths) {
-    const size_t lane = numbers == 6 ? 2 : 4;  // Bytes.
-    size_t index = 0;
-    for (size_t i = 0; i < numbers; ++i)
-        index = index * longest + (lengths[i] - 1);
-    std::array<uint8_t, 16>& shuffle = tables->shuffles[base + index];
-    for (uint8_t& byte : shuffle)
-        byte = 0x80;  // Zero.
-    unsigned at = 0;
-    for (size_t i = 0; i < numbers; ++i) {
-        for (unsigned b = 0; b < lengths[i]; ++b)
-            shuffle[i * lane + b] = static_cast<uint8_t>(at++);
-    }
-    tables->patterns[mask] = {static_cast<uint8_t>(base + index), static_cast<uint8_t>(at)};
-}
-
+// Numbers that are too long are cut off: they, and those behind them, are not to be used.
 constexpr Tables MakeTables() {
     Tables tables;
-    for (unsigned mask = 0; mask < 4096; ++mask) {
-        unsigned lengths[6] = {};
-        if (Split(mask, 6, 2, lengths)) {
-            Enter(&tables, mask, 0, 6, 2, lengths);
-        } else if (Split(mask, 4, 3, lengths)) {
-            Enter(&tables, mask, kPairs, 4, 3, lengths);
+    for (unsigned mask = 0; mask < kMasks; ++mask) {
+        size_t index = 0;
+        unsigned at = 0;
+        std::array<uint8_t, 16> shuffle{};
+        for (size_t number = 0; number < 4; ++number) {
+            unsigned length = 1;
+            while (length < kLongest && (mask >> (at + length - 1) & 1u) != 0)
+                ++length;
+            index = index * kLongest + (length - 1);
+            for (unsigned b = 0; b < 4; ++b)
+                shuffle[number * 4 + b] = static_cast<uint8_t>(b < length ? at + b : 0x80u);
+            at += length;
         }
+        tables.shuffles[index] = shuffle;
+        tables.patterns[mask] = {static_cast<uint8_t>(index), static_cast<uint8_t>(at)};
     }
     return tables;
 }
 
 alignas(16) constexpr Tables kTables = MakeTables();
 
-// Sign and magnitude to two's complement: the sign stands in bit 0.
-__attribute__((target("sse4.1"))) inline __m128i SignedLanes(__m128i raw) {
-    const __m128i sign = _mm_sub_epi32(_mm_setzero_si128(), _mm_and_si128(raw, _mm_set1_epi32(1)));
-    return _mm_sub_epi32(_mm_xor_si128(_mm_srli_epi32(raw, 1), sign), sign);
+#define OFFLINETZ_SSE41 __attribute__((target("sse4.1,popcnt")))
+
+OFFLINETZ_SSE41 inline __m128i LoadSixteen(const uint8_t* bytes) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
 }
 
-__attribute__((target("sse4.1"))) inline void Store(int32_t* values, __m128i lanes) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(values), lanes);
+// The top bits of 64 bytes.
+OFFLINETZ_SSE41 inline uint64_t MoreBitsOf(const uint8_t* bytes) {
+    uint64_t mask = 0;
+    for (unsigned i = 0; i < 64; i += 16)
+        mask |= uint64_t{static_cast<uint16_t>(_mm_movemask_epi8(LoadSixteen(bytes + i)))} << i;
+    return mask;
 }
 
-__attribute__((target("sse4.1"))) size_t DecodeDeltasX86(Cursor* cursor, int32_t* values,
-                                                         size_t count) {
-    const uint8_t* next = cursor->next;
-    size_t done = 0;
-    while (done < count && cursor->end - next >= 16) {
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(next));
-        const auto mask = static_cast<unsigned>(_mm_movemask_epi8(bytes));
-        if (mask == 0 && count - done >= 16) {
-            Store(values + done, SignedLanes(_mm_cvtepu8_epi32(bytes)));
-            Store(values + done + 4, SignedLanes(_mm_cvtepu8_epi32(_mm_srli_si128(bytes, 4))));
-            Store(values + done + 8, SignedLanes(_mm_cvtepu8_epi32(_mm_srli_si128(bytes, 8))));
-            Store(values + done + 12, SignedLanes(_mm_cvtepu8_epi32(_mm_srli_si128(bytes, 12))));
-            next += 16;
-            done += 16;
-            continue;
+// The place behind the n-th set bit, counted from 1, of a mask that has so many.
+OFFLINETZ_SSE41 inline ptrdiff_t PlaceBehind(uint64_t mask, size_t n) {
+    ptrdiff_t place = 1;
+    for (unsigned width = 32; width > 0; width /= 2) {
+        const uint64_t low = mask & ((uint64_t{1} << width) - 1);
+        const auto below = static_cast<size_t>(__builtin_popcountll(low));
+        if (n > below) {
+            n -= below;
+            mask >>= width;
+            place += width;
         }
-        const Pattern pattern = kTables.patterns[mask & 0xFFFu];
-        if (pattern.shuffle == kNeither) {
-            Cursor one = {next, cursor->end};
-            if (!ReadSigned(&one, &values[done])) break;
-            next = one.next;
-            ++done;
-            continue;
-        }
-        const __m128i lanes =
-                _mm_shuffle_epi8(bytes, _mm_loadu_si128(reinterpret_cast<const __m128i*>(
-                                                kTables.shuffles[pattern.shuffle].data())));
-        const size_t numbers = pattern.shuffle < kPairs ? 6 : 4;
-        if (pattern.shuffle < kPairs) {
-            const __m128i raw =
-                    _mm_or_si128(_mm_and_si128(lanes, _mm_set1_epi16(0x7F)),
-                                 _mm_srli_epi16(_mm_and_si128(lanes, _mm_set1_epi16(0x7F00)), 1));
-            Store(values + done, SignedLanes(_mm_cvtepu16_epi32(raw)));
-            Store(values + done + 4, SignedLanes(_mm_cvtepu16_epi32(_mm_srli_si128(raw, 8))));
-        } else {
-            const __m128i low = _mm_and_si128(lanes, _mm_set1_epi32(0x7F));
-            const __m128i middle = _mm_srli_epi32(_mm_and_si128(lanes, _mm_set1_epi32(0x7F00)), 1);
-            const __m128i high = _mm_srli_epi32(_mm_and_si128(lanes, _mm_set1_epi32(0x7F0000)), 2);
-            Store(values + done, SignedLanes(_mm_or_si128(low, _mm_or_si128(middle, high))));
-        }
-        if (count - done < numbers) {  // Takes those that are left only.
-            unsigned ends = ~mask;
-            for (; done + 1 < count; ++done)
-                ends &= ends - 1;
-            next += __builtin_ctz(ends) + 1;
-            ++done;
-            break;
-        }
-        next += pattern.bytes;
-        done += numbers;
     }
-    cursor->next = next;
+    return place;
+}
+
+// One of the two places.
+struct Place {
+    const uint8_t* next;
+    uint64_t more;  // The mask from there on.
+    int32_t* values;
+
+    OFFLINETZ_SSE41 inline void DecodeFour() {
+        const Pattern pattern = kTables.patterns[more % kMasks];
+        const __m128i lanes = _mm_shuffle_epi8(
+                LoadSixteen(next), LoadSixteen(kTables.shuffles[pattern.shuffle].data()));
+        // Seven bits a byte: pairs of bytes, then pairs of pairs.
+        const __m128i bits = _mm_and_si128(lanes, _mm_set1_epi8(0x7F));
+        const __m128i pairs = _mm_maddubs_epi16(_mm_set1_epi16(static_cast<int16_t>(0x8001)), bits);
+        const __m128i raw = _mm_madd_epi16(pairs, _mm_set1_epi32(0x40000001));
+        // The sign stands in bit 0, the magnitude above it.
+        const __m128i sign = _mm_or_si128(_mm_slli_epi32(raw, 31), _mm_set1_epi32(1));
+        const __m128i value = _mm_sign_epi32(_mm_srli_epi32(raw, 1), sign);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(values), value);
+        values += 4;
+        next += pattern.bytes;
+        more >>= pattern.bytes;
+    }
+};
+
+OFFLINETZ_SSE41 size_t DecodeDeltasX86(Cursor* cursor, int32_t* values, size_t count) {
+    // From the last place in 64 bytes numbers of three bytes lead on, and sixteen are loaded.
+    constexpr ptrdiff_t kReadAhead = 128;
+    size_t done = 0;
+    while (done < count && cursor->end - cursor->next >= kReadAhead) {
+        const uint64_t more = MoreBitsOf(cursor->next);
+        // Where numbers end, up to the first that is too long.
+        uint64_t ends = ~more;
+        const uint64_t tooLong = more & more >> 1 & more >> 2;
+        if (tooLong != 0) ends &= (tooLong & (0 - tooLong)) - 1;
+        if (ends == 0) {
+            if (!ReadSigned(cursor, values + done)) return done;
+            ++done;
+            continue;
+        }
+        const uint64_t front = ends & 0xFFFFFFFFu;
+        const auto inFront = static_cast<size_t>(__builtin_popcountll(front));
+        const auto all = static_cast<size_t>(__builtin_popcountll(ends));
+        const size_t wanted = std::min(all, count - done);
+        Place a = {cursor->next, more, values + done};
+        if (wanted <= inFront) {
+            for (size_t i = 0; i < wanted; i += 4)
+                a.DecodeFour();
+        } else {
+            // What `a` decodes behind the front is the same as what `b` does.
+            const int split = front == 0 ? 0 : 64 - __builtin_clzll(front);
+            Place b = {cursor->next + split, more >> split, values + done + inFront};
+            const size_t most = std::max(inFront, wanted - inFront);
+            for (size_t i = 0; i < most; i += 4) {
+                a.DecodeFour();
+                b.DecodeFour();
+            }
+        }
+        done += wanted;
+        cursor->next += wanted == all ? 64 - __builtin_clzll(ends) : PlaceBehind(ends, wanted);
+    }
     return done + DecodeDeltasPortable(cursor, values + done, count - done);
 }
 
 }  // namespace
 
 DeltaDecoder X86DeltaDecoder() {
-    return __builtin_cpu_supports("sse4.1") ? &DecodeDeltasX86 : nullptr;
+    return __builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("popcnt") ? &DecodeDeltasX86
+                                                                                : nullptr;
 }
 
 }  // namespace zonedetect
