@@ -65,7 +65,7 @@ class TableReader {
     // The same bytes are the same box.
     bool NextBox() {
         const uint8_t* const start = mCursor.next;
-        mIsSameBox = mBoxBytes != 0 && mCursor.end - start >= mBoxBytes &&
+        mIsSameBox = mBoxBytes != 0 && mCursor.end - start >= mBoxBytes && *start == *mBoxStart &&
                      std::memcmp(start, mBoxStart, static_cast<size_t>(mBoxBytes)) == 0;
         if (mIsSameBox) {
             mCursor.next += mBoxBytes;

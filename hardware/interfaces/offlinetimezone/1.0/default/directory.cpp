@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint32_t kTopCells = 64;  // In each direction.
 // A guess at the bytes of a run in the table, so that the first vectors are seldom made twice.
-constexpr size_t kUsualRunBytes = 20;
+constexpr size_t kUsualRunBytes = 28;
 // How many times runs may be listed in the top grid, beyond four times each, and how many times as
 // often in the parts of a cell: what a table of overlapping boxes may cost.
 constexpr size_t kTopListings = 32768;
@@ -20,12 +20,25 @@ constexpr uint32_t kAlone = 0x80000000u;   // The rest is a run.
 constexpr uint32_t kListed = 0x40000000u;  // The rest is a place in the lists.
 constexpr uint32_t kRestMask = 0x3FFFFFFFu;
 
+// Gives back what a vector does not use, unless that is too little to be worth a copy.
+template <typename T>
+void Trim(std::vector<T>* values) {
+    if (values->capacity() - values->size() > values->size() / 4) values->shrink_to_fit();
+}
+
 }  // namespace
 
 uint8_t Directory::Axis::CellOf(int32_t units) const {
     if (units <= min) return 0;
     const uint32_t above = static_cast<uint32_t>(units) - static_cast<uint32_t>(min);
     return static_cast<uint8_t>(std::min(above / cellUnits, kTopCells - 1));
+}
+
+// The same without a division, for units that lie in a cell or not far above.
+uint8_t Directory::Axis::CellFrom(uint8_t cell, int32_t units) const {
+    while (cell + 1u < kTopCells && units > PartOf(cell).max)
+        ++cell;
+    return cell;
 }
 
 Directory::Part Directory::Axis::PartOf(size_t cell) const {
@@ -54,7 +67,7 @@ bool Directory::ReadRuns(const ZDDatabase& db, std::vector<Box>* boxes) {
 bool Directory::Build(const ZDDatabase& db) {
     std::vector<Box> boxes;
     if (!ReadRuns(db, &boxes)) return false;
-    mPlaces.shrink_to_fit();
+    Trim(&mPlaces);
 
     Box all = {0, 0, 0, 0};
     if (!boxes.empty()) all = boxes.front();
@@ -82,9 +95,11 @@ bool Directory::Build(const ZDDatabase& db) {
     cells.reserve(boxes.size());
     for (const Box& box : boxes) {
         const bool isEmpty = box.minLat > box.maxLat || box.minLon > box.maxLon;
+        const uint8_t south = mLat.CellOf(box.minLat);
+        const uint8_t west = mLon.CellOf(box.minLon);
         cells.push_back(isEmpty ? Cells{1, 0, 1, 0}
-                                : Cells{mLat.CellOf(box.minLat), mLat.CellOf(box.maxLat),
-                                        mLon.CellOf(box.minLon), mLon.CellOf(box.maxLon)});
+                                : Cells{south, mLat.CellFrom(south, box.maxLat), west,
+                                        mLon.CellFrom(west, box.maxLon)});
     }
     const auto visitCells = [&cells](uint32_t run, auto visit) {
         const Cells& c = cells[run];
@@ -115,52 +130,45 @@ bool Directory::Build(const ZDDatabase& db) {
 
     mTop.resize(size_t{kTopCells} * kTopCells);
     mNodes.reserve(mTop.size() + 2 * size_t{runCount});
-    mLists.push_back(0);  // The list of nothing.
-    std::vector<uint32_t> runs;
+    mLists.push_back(0);         // The list of nothing.
+    std::vector<uint32_t> runs;  // Of a cell, and behind them those of the parts at hand.
     for (size_t cell = 0; cell < mTop.size(); ++cell) {
-        runs.assign(top.begin() + begins[cell], top.begin() + begins[cell + 1]);
+        const size_t count = begins[cell + 1] - begins[cell];
+        if (runs.size() < count) runs.resize(2 * count);
+        std::copy_n(top.begin() + begins[cell], count, runs.begin());
         mTop[cell] = static_cast<uint32_t>(mNodes.size());
         AddNode(boxes, mLat.PartOf(cell / kTopCells), mLon.PartOf(cell % kTopCells), &runs, 0,
-                runs.size(), kPartListings * runs.size());
+                count, count, kPartListings * count);
     }
-    mNodes.shrink_to_fit();
-    mLists.shrink_to_fit();
+    Trim(&mNodes);
+    Trim(&mLists);
     return mNodes.size() <= kRestMask && mLists.size() <= kRestMask;
 }
 
 // Adds the node of a part of the grid and all below it. The part meets `count` runs, which stand in
-// `runs` from `first` on; what is behind the end of `runs` is for those below. `budget` is how many
-// the lists of this node and below may hold, `count` at least.
+// `runs` from `first` on; what is there from `end` on is for those below. `budget` is how many the
+// lists of this node and below may hold, `count` at least.
 void Directory::AddNode(const std::vector<Box>& boxes, const Part& lat, const Part& lon,
-                        std::vector<uint32_t>* runs, size_t first, size_t count, size_t budget) {
+                        std::vector<uint32_t>* runs, size_t first, size_t count, size_t end,
+                        size_t budget) {
     const size_t node = mNodes.size();
-    mNodes.push_back(0);
-    if (count == 1) {
-        mNodes[node] = kAlone | (*runs)[first];
-        return;
-    }
-    if (count == 0) {
-        mNodes[node] = kListed;
-        return;
-    }
+    mNodes.push_back(count == 1 ? kAlone | (*runs)[first] : kListed);  // Or the list of nothing.
+    if (count <= 1) return;
     const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
     const Part& whole = isSplitByLat ? lat : lon;
-    const Part halves[2] = {{whole.min, whole.Middle()}, {whole.Middle() + 1, whole.max}};
+    const int64_t middle = whole.Middle();
     // Those of each half, in the table's order.
-    const size_t end = runs->size();
     size_t counts[2] = {0, 0};
     if (whole.min < whole.max) {
-        runs->resize(end + 2 * count);
+        if (runs->size() < end + 2 * count) runs->resize(2 * (end + 2 * count));
         const uint32_t* const all = runs->data() + first;
         uint32_t* const parts[2] = {runs->data() + end, runs->data() + end + count};
         for (size_t i = 0; i < count; ++i) {
             const Box& box = boxes[all[i]];
-            const int32_t min = isSplitByLat ? box.minLat : box.minLon;
-            const int32_t max = isSplitByLat ? box.maxLat : box.maxLon;
-            for (int half = 0; half < 2; ++half) {
-                parts[half][counts[half]] = all[i];
-                if (min <= halves[half].max && max >= halves[half].min) ++counts[half];
-            }
+            parts[0][counts[0]] = all[i];
+            parts[1][counts[1]] = all[i];
+            counts[0] += (isSplitByLat ? box.minLat : box.minLon) <= middle ? 1 : 0;
+            counts[1] += (isSplitByLat ? box.maxLat : box.maxLon) > middle ? 1 : 0;
         }
     }
     const size_t listings = counts[0] + counts[1];
@@ -169,14 +177,15 @@ void Directory::AddNode(const std::vector<Box>& boxes, const Part& lat, const Pa
         mLists.push_back(static_cast<uint32_t>(count));
         const auto begin = runs->begin() + static_cast<std::ptrdiff_t>(first);
         mLists.insert(mLists.end(), begin, begin + static_cast<std::ptrdiff_t>(count));
-    } else {
-        for (size_t half = 0; half < 2; ++half) {
-            if (half == 1) mNodes[node] = static_cast<uint32_t>(mNodes.size());
-            AddNode(boxes, isSplitByLat ? halves[half] : lat, isSplitByLat ? lon : halves[half],
-                    runs, end + half * count, counts[half], counts[half] + (budget - listings) / 2);
-        }
+        return;
     }
-    runs->resize(end);
+    const Part halves[2] = {{whole.min, middle}, {middle + 1, whole.max}};
+    for (size_t half = 0; half < 2; ++half) {
+        if (half == 1) mNodes[node] = static_cast<uint32_t>(mNodes.size());
+        AddNode(boxes, isSplitByLat ? halves[half] : lat, isSplitByLat ? lon : halves[half], runs,
+                end + half * count, counts[half], end + 2 * count,
+                counts[half] + (budget - listings) / 2);
+    }
 }
 
 Directory::Runs Directory::RunsAt(const Point& point) const {

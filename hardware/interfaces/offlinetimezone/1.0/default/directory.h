@@ -60,12 +60,14 @@ class Directory {
         uint32_t cellUnits = 1;
 
         uint8_t CellOf(int32_t units) const;
+        uint8_t CellFrom(uint8_t cell, int32_t units) const;
         Part PartOf(size_t cell) const;
     };
 
     bool ReadRuns(const ZDDatabase& db, std::vector<Box>* boxes);
     void AddNode(const std::vector<Box>& boxes, const Part& lat, const Part& lon,
-                 std::vector<uint32_t>* runs, size_t first, size_t count, size_t budget);
+                 std::vector<uint32_t>* runs, size_t first, size_t count, size_t end,
+                 size_t budget);
 
     std::vector<TablePlace> mPlaces;  // Of each run, and behind the last one.
     Axis mLat;

@@ -81,6 +81,7 @@ class Scan {
         const Directory::Runs runs = directory->RunsAt(mTarget);
         for (uint32_t i = 0; i < runs.count; ++i) {
             const uint32_t run = runs.At(i);
+            Prefetch(mDb, mDb.polygonDataOffset + directory->PlaceOf(run + 1).polygonOffset);
             if (!RunEntries(directory->PlaceOf(run), directory->EndOf(run))) return;
         }
     }
@@ -106,6 +107,7 @@ class Scan {
             ringPosition >= static_cast<uint32_t>(mDb.length)) {
             return true;
         }
+        Prefetch(mDb, mDb.metadataOffset + place.recordOffset);
         const Point ringTarget = {mTarget.lat, WrappingAdd(mTarget.lon, -kRingShift)};
         Cursor ring = CursorAt(mDb, ringPosition);
         const ZDLookupResult result = ClassifyAgainstRing(&ring, ringTarget, mMinDistance);
