@@ -1,6 +1,7 @@
 // The library as it is built: what it shows, what it leaves behind, and every flow that a client
 // can take, with its answers and its log.
 #include <dlfcn.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
 #include <malloc.h>
@@ -11,9 +12,11 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -42,16 +45,20 @@ const char kBackup[] = "offlinetz/lastcombinedTimezonebackup.bin";
 
 // --- What it shows -----------------------------------------------------------------------
 
-std::set<std::string> DynamicSymbols(const std::string& library) {
-    const std::string command = "nm -D --defined-only '" + library + "' | cut -d ' ' -f 3-";
+std::string OutputOf(const std::string& command) {
     FILE* pipe = popen(command.c_str(), "r");
-    std::set<std::string> symbols;
-    char line[512];
-    while (std::fgets(line, sizeof line, pipe) != nullptr) {
-        symbols.insert(std::string(line, std::strcspn(line, "\n")));
-    }
-    pclose(pipe);
-    return symbols;
+    std::string output;
+    char part[512];
+    while (std::fgets(part, sizeof part, pipe) != nullptr)
+        output += part;
+    EXPECT_EQ(0, pclose(pipe)) << command;
+    return output;
+}
+
+std::set<std::string> DynamicSymbols(const std::string& kind) {
+    std::istringstream names(OutputOf("nm -D --format=just-symbols --without-symbol-versions " +
+                                      kind + " '" OFFLINETZ_LIBRARY "'"));
+    return {std::istream_iterator<std::string>(names), {}};
 }
 
 TEST(Library, ShowsItsInterfaceAndNothingElse) {
@@ -86,7 +93,25 @@ TEST(Library, ShowsItsInterfaceAndNothingElse) {
             "_ZTT" + callback + "E",
             "_ZTI" + callback + "E",
             "_ZTS" + callback + "E"};
-    EXPECT_EQ(expected, DynamicSymbols(OFFLINETZ_LIBRARY));
+    EXPECT_EQ(expected, DynamicSymbols("--defined-only"));
+}
+
+TEST(Library, IsHardened) {
+    const std::string parts =
+            OutputOf("readelf --wide --segments --dynamic '" OFFLINETZ_LIBRARY "'");
+    EXPECT_THAT(parts, testing::ContainsRegex("GNU_RELRO"));
+    EXPECT_THAT(parts, testing::ContainsRegex("FLAGS.* (BIND_)?NOW"));
+    EXPECT_THAT(parts, testing::ContainsRegex("GNU_STACK .* RW "));
+    EXPECT_THAT(parts, testing::Not(testing::ContainsRegex("TEXTREL|RPATH|RWE")));
+    const std::set<std::string> needed = DynamicSymbols("--undefined-only");
+    EXPECT_EQ(1u, needed.count("__stack_chk_fail"));
+#if defined(_FORTIFY_SOURCE)
+    EXPECT_EQ(1u, needed.count("__printf_chk"));
+#endif
+#if !defined(OFFLINETZ_COVERAGE)
+    for (const char* reader : {"getenv", "secure_getenv", "environ", "__environ"})
+        EXPECT_EQ(0u, needed.count(reader)) << reader;
+#endif
 }
 
 // The slot of a virtual function, as a client built elsewhere calls it.

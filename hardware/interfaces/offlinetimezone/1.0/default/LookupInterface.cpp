@@ -218,12 +218,12 @@ bool LookupInterface::CheckTrailer(const uint8_t* file, uint32_t size) {
 }
 
 bool LookupInterface::CopyFile(const char* from, const char* to) {
-    FILE* source = std::fopen(from, "rb");
+    FILE* source = std::fopen(from, "rbe");
     if (source == nullptr) {
         LOG("open file %s failed %s", from, std::strerror(errno));
         return false;
     }
-    FILE* destination = std::fopen(to, "wb");
+    FILE* destination = std::fopen(to, "wbe");
     if (destination == nullptr) {
         LOG("open file %s failed %s", to, std::strerror(errno));
         std::fclose(source);

@@ -394,7 +394,7 @@ void WorkerThread::ResetDownload() {
 // the verification.
 void WorkerThread::WriteBackup() {
     errno = 0;
-    FILE* file = std::fopen(kBackupDatabasePath, "wb");
+    FILE* file = std::fopen(kBackupDatabasePath, "wbe");
     LOG("open  file  %s", std::strerror(errno));
     if (file == nullptr) return;
     // Unbuffered, so that a full disk fails the write, where the log looks, and not the flush.
