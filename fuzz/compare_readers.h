@@ -32,6 +32,18 @@ inline void CompareLookup(const ZDDatabase& database, const oracle::Answer& expe
             "the distance");
 }
 
+// The text of an answer: the names of the zones, or the nautical zone where there is none.
+inline std::string ExpectedText(const ZDDatabase& database, const oracle::PlainReader& plain,
+                                float lat, float lon) {
+    const oracle::Answer answer = plain.Lookup(lat, lon);
+    if (answer.hits.empty()) return GetEtcAreaTimezone(&database, lon, lat);
+    std::string joined;
+    const bool isNamed = !plain.FieldNames().empty() && plain.FieldNames()[0].has_value();
+    for (const oracle::ZoneHit& hit : answer.hits)
+        joined += isNamed ? hit.text.value_or("") : "";
+    return joined;
+}
+
 // Looks one point up with and without a distance, by the directory and by a scan, and with each
 // decoder that the processor has: all must give what the plain reading gives, and the database
 // manager the text that follows from it. Ends the process where they do not.
@@ -51,13 +63,9 @@ inline void CompareReaders(const ZDDatabase& database, const oracle::PlainReader
             CompareLookup(scanned, expected, lat, lon, withDistance);
         }
     }
-    std::string joined;
-    const bool isNamed = !plain.FieldNames().empty() && plain.FieldNames()[0].has_value();
-    for (const oracle::ZoneHit& hit : expected.hits)
-        joined += isNamed ? hit.text.value_or("") : "";
-    if (expected.hits.empty()) joined = GetEtcAreaTimezone(&database, lon, lat);
     float distance;
     const std::unique_ptr<char, void (*)(void*)> answer(
             LookupTzIdIn(&database, lat, lon, &distance), std::free);
-    Require(answer != nullptr && joined == answer.get(), "the manager's answer");
+    Require(answer != nullptr && ExpectedText(database, plain, lat, lon) == answer.get(),
+            "the manager's answer");
 }

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "choices.h"
+#include "compare_readers.h"
 #include "recorder.h"
 #include "sample_databases.h"
 #include "temporary_directory.h"
@@ -195,6 +196,7 @@ class Run {
         mIsOpen = mActive.IsGood();
         mStatus = mIsOpen ? SERVER_STATUS_RUNNING : SERVER_STATUS_FAILED;
         if (mIsOpen) mDatabase = OpenBytes(*mActive.content);
+        if (mDatabase != nullptr) mPlain.emplace(*mActive.content);
     }
 
     void Discard() {
@@ -243,10 +245,8 @@ class Run {
             if (end == text || (errno == ERANGE && std::fabs(degrees.back()) > 1.0f))
                 return "\"error:error input\"";
         }
-        float distance;
-        const std::unique_ptr<char, void (*)(void*)> answer(
-                LookupTzIdIn(mDatabase.get(), degrees[0], degrees[1], &distance), std::free);
-        return answer.get();
+        if (mDatabase == nullptr) return "error:Server is not supportted";
+        return ExpectedText(*mDatabase, *mPlain, degrees[0], degrees[1]);
     }
 
     Offlinetimezone* mService;
@@ -257,6 +257,7 @@ class Run {
     int32_t mStatus = SERVER_STATUS_IDLE;
     bool mIsOpen = false;
     DatabasePtr mDatabase;  // Null, too, for a file that verifies and cannot be read.
+    std::optional<oracle::PlainReader> mPlain;  // Of the database.
     Bytes mDownload;
     bool mIsComplete = false;
     size_t mStored = kNobody;    // By the service object.
