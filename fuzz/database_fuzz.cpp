@@ -1,66 +1,174 @@
-// Opens arbitrary bytes as a database and looks points up in it; the reader and the plain
-// reading of the test tree must agree in everything. The input's first 16 bytes are two points,
-// the rest is the content; a trailer is added, which the reader does not check.
-#include <zonedetect.h>
+// Databases of every shape, whole and broken: the reader must agree with the plain reading in
+// everything. The input describes points, a database, and edits of its fields.
+#include <host/log.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
 #include <cstring>
-#include <memory>
+#include <optional>
 #include <stdexcept>
-#include <string>
 
-#include "plain_reader.h"
-#include "raw_database.h"
+#include "choices.h"
+#include "compare_readers.h"
+#include "encode.h"
+
+using offlinetz::GridBox;
+using offlinetz::GridPoint;
+using offlinetz::GridRing;
+
+// The reader's mappings: heap blocks of just the content, so that a sanitizer sees a read of one
+// byte beyond it, of the opening too. The trailer behind it is not the reader's to read.
+extern "C" {
+void* __wrap_mmap(void*, size_t size, int, int, int fd, off_t);
+int __wrap_munmap(void* mapping, size_t);
+
+void* __wrap_mmap(void*, size_t size, int, int, int fd, off_t) {
+    void* content = std::malloc(size - 20);
+    return pread(fd, content, size - 20, 0) == static_cast<ssize_t>(size) - 20 ? content
+                                                                               : MAP_FAILED;
+}
+int __wrap_munmap(void* mapping, size_t) {
+    std::free(mapping);
+    return 0;
+}
+}
 
 namespace {
 
-void Require(bool condition, const char* what) {
-    if (condition) return;
-    std::fprintf(stderr, "the readers disagree: %s\n", what);
-    std::abort();
+struct Entry {
+    GridBox box;
+    uint32_t record;
+    uint32_t polygon;
+};
+
+// A database in the making, and where something begins or ends.
+struct Draft {
+    RawDatabase raw;
+    std::vector<Entry> entries;
+    std::vector<GridPoint> corners = {{0, 0}};
+};
+
+int32_t Sum(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
-void Compare(const ZDDatabase* database, const oracle::PlainReader& plain, float lat, float lon) {
-    const HeapDatabase copy(*database);
-    const oracle::Answer expected = plain.Lookup(lat, lon);
-    float safezone;
-    ZDResult* results = ZDLookup(copy.get(), lat, lon, &safezone);
-    Require(std::memcmp(&safezone, &expected.safezone, sizeof safezone) == 0, "distance");
-    size_t i = 0;
-    for (; results[i].result != ZDLookupEnd; ++i) {
-        Require(i < expected.hits.size(), "too many zones");
-        Require(results[i].result == expected.hits[i].result, "classification");
-        Require(results[i].recordOffset == expected.hits[i].recordOffset, "record");
-        const char* text = results[i].fieldValues[0];
-        Require((text != nullptr) == expected.hits[i].text.has_value(), "text or none");
-        Require(text == nullptr || *expected.hits[i].text == text, "text");
+// A ring of any size with its box, or another one; now and then many of them, which makes the table
+// worth a directory, each box a step further.
+void AddEntries(Choices* c, uint32_t record, Draft* draft) {
+    Bytes* const polygons = &draft->raw.polygons;
+    Entry entry = {{}, record, static_cast<uint32_t>(polygons->size())};
+    const uint32_t repeats = c->OneIn(8) ? c->Below(40) : 1;
+    std::vector<GridPoint> deltas(c->Below(24));
+    for (GridPoint& delta : deltas)
+        delta = {c->Number(), c->Number()};
+    GridRing ring;
+    offlinetz::AppendUnsigned(static_cast<uint32_t>(deltas.size()) * repeats, polygons);
+    for (uint32_t i = 0; i < deltas.size() * repeats; ++i) {
+        const GridPoint& delta = deltas[i % deltas.size()];
+        offlinetz::AppendSigned(delta.lat, polygons);
+        offlinetz::AppendSigned(delta.lon, polygons);
+        const GridPoint last = ring.empty() ? GridPoint{} : ring.back();
+        ring.push_back({Sum(last.lat, delta.lat), Sum(last.lon, delta.lon)});
     }
-    Require(i == expected.hits.size(), "too few zones");
-    ZDFreeResults(results);
-    GetEtcAreaTimezone(copy.get(), lon, lat);
+    if (c->OneIn(4) || ring.empty()) {
+        entry.box = {{c->Number(), c->Number()}, {c->Number(), c->Number()}};
+    } else {
+        entry.box = offlinetz::BoxOf(ring);
+        entry.box.max.lon = Sum(entry.box.max.lon, 3);
+    }
+    const uint32_t copies = c->OneIn(8) ? c->Below(256) * (c->OneIn(16) ? 20 : 1) : 1;
+    const GridPoint step = copies > 1 ? GridPoint{c->Number(), c->Number()} : GridPoint{};
+    for (uint32_t i = 0; i < copies; ++i) {
+        draft->entries.push_back(entry);
+        for (GridPoint* corner : {&entry.box.min, &entry.box.max}) {
+            ring.push_back(*corner);
+            *corner = {Sum(corner->lat, step.lat), Sum(corner->lon, step.lon)};
+        }
+    }
+    draft->corners.insert(draft->corners.end(), ring.begin(), ring.end());
+}
+
+void WriteTable(Draft* draft) {
+    std::stable_sort(draft->entries.begin(), draft->entries.end(),
+                     [](const Entry& a, const Entry& b) { return a.box.min < b.box.min; });
+    Entry last = {};
+    for (const Entry& e : draft->entries) {
+        for (const int32_t number : {e.box.min.lat, e.box.min.lon, e.box.max.lat, e.box.max.lon,
+                                     static_cast<int32_t>(e.record - last.record)})
+            offlinetz::AppendSigned(number, &draft->raw.boxTable);
+        offlinetz::AppendUnsigned(e.polygon - last.polygon, &draft->raw.boxTable);
+        last = e;
+    }
+}
+
+// Changes bytes and numbers of a section, whose size follows.
+void Edit(Choices* c, Bytes* section) {
+    for (uint32_t edits = c->OneIn(8) ? c->Below(4) + 1 : 0; edits > 0; --edits) {
+        const size_t place = static_cast<uint32_t>(c->Number()) % (section->size() + 1);
+        const auto at = section->begin() + static_cast<ptrdiff_t>(place);
+        const bool isEnd = place == section->size();
+        const uint32_t kind = c->Below(4);
+        const Bytes number = kind == 1 ? Bytes(c->Below(12), 0x80) : Signed(c->Number());
+        if (kind == 0 && !isEnd) {
+            *at = c->Byte();
+        } else if (kind == 3 && !isEnd) {
+            section->erase(at, c->OneIn(2) ? section->end() : at + 1);
+        } else {
+            section->insert(at, number.begin(), number.end());  // One more, or a longer one.
+        }
+    }
+}
+
+Bytes Describe(Choices* c, Draft* draft) {
+    static constexpr uint8_t kPrecisions[] = {21, 4, 12, 24, 25, 31};
+    RawDatabase& raw = draft->raw;
+    raw.precision = kPrecisions[c->Below(6)];
+    uint32_t record = 0;
+    for (uint32_t i = c->Below(8); i > 0; --i) {
+        if (c->OneIn(2)) {
+            const Bytes text = c->Take(c->Below(32));
+            record = raw.AddRecord({text.begin(), text.end()});
+        }
+        AddEntries(c, record, draft);
+    }
+    WriteTable(draft);
+    for (Bytes* section : {&raw.headerStrings, &raw.boxTable, &raw.metadata, &raw.polygons})
+        Edit(c, section);
+    if (c->OneIn(8)) raw.fieldCount = c->Byte();
+    Bytes content = raw.Content();
+    Edit(c, &content);
+    return content;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    float points[4] = {};
-    if (size < sizeof points) return 0;
-    std::memcpy(points, data, sizeof points);
-    Bytes file(data + sizeof points, data + size);
-    file.resize(file.size() + 20);
-
-    std::fflush(stdout);
+    host::DropLog();
+    Choices choices(data, size);
+    const Bytes first = choices.Take(16);
+    Draft draft;
+    const Bytes file = WithTrailer(Describe(&choices, &draft));
     const DatabasePtr database = OpenBytes(file);
-    std::unique_ptr<oracle::PlainReader> plain;
+    std::optional<oracle::PlainReader> plain;
     try {
-        plain = std::make_unique<oracle::PlainReader>(file);
+        plain.emplace(file);
     } catch (const std::runtime_error&) {
     }
-    Require((database != nullptr) == (plain != nullptr), "whether it opens");
+    Require((database != nullptr) == plain.has_value(), "whether it opens");
     if (database == nullptr) return 0;
-    for (int i = 0; i < 4; i += 2)
-        Compare(database.get(), *plain, points[i], points[i + 1]);
+    Require(plain->Notice() == ZDGetNotice(database.get()), "the notice");
+    Choices places(first.data(), first.size());
+    while (!places.IsAtEnd()) {  // Points on and near corners, and anywhere.
+        const uint32_t row = 256u * places.Byte();
+        GridPoint p = draft.corners[(row + places.Byte()) % draft.corners.size()];
+        p.lat = Sum(p.lat, places.Number());
+        p.lon = Sum(p.lon, places.Number());
+        const int precision = std::clamp<int>(database->precision, 1, 31);
+        float degrees[] = {DegreesAtUnits(p.lat, precision, 90.0),
+                           DegreesAtUnits(p.lon, precision, 180.0)};
+        if (places.OneIn(8)) std::memcpy(degrees, (places.Take(8) + Bytes(8)).data(), 8);
+        CompareReaders(*database, *plain, degrees[0], degrees[1]);
+    }
     return 0;
 }

@@ -6,9 +6,9 @@
 namespace fs = std::filesystem;
 
 TemporaryDirectory::TemporaryDirectory() : mPrevious(fs::current_path()) {
-    char path[] = "/tmp/offlinetz-test-XXXXXX";
-    if (mkdtemp(path) == nullptr) std::abort();
-    mPath = path;
+    const char* parent = std::getenv("TMPDIR");
+    mPath = std::string(parent != nullptr ? parent : "/tmp") + "/offlinetz-test-XXXXXX";
+    if (mkdtemp(mPath.data()) == nullptr) std::abort();
     fs::current_path(mPath);
 }
 
