@@ -1,11 +1,21 @@
-// Clients that come, ask, stop and die while others look up and databases are replaced.
+// Clients that come, ask, stop and die while others look up and databases are replaced; and, when
+// asked for, many more lookups and injections than a device makes in a month.
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
+#include <host/log.h>
+
+#include <pthread.h>
 
 #include <atomic>
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -15,15 +25,50 @@
 #include "temporary_directory.h"
 
 using android::sp;
+using android::hardware::hidl_string;
+using android::hardware::Return;
+using android::hardware::Void;
 
 namespace {
 
-TEST(Stress, AHundredClientsComeAndGo) {
-    const TemporaryDirectory directory;
-    LogCapture log;
-    std::filesystem::create_directory("offlinetz");
-    const Bytes databases[] = {SampleDatabase("\"Zone/A\"", 1), SampleDatabase("\"Zone/B\"", 2)};
-    WriteFile("offlinetz/lastcombinedTimezone.bin", databases[0]);
+// A client that does in its report what its number says.
+struct Guest : Recorder {
+    Guest(LoadedService* service, int number) : mService(service), mNumber(number) {}
+    Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
+                                  const hidl_string& tzId) override {
+        Recorder::timeZoneIdReport(lat, lon, tzId);
+        switch (mNumber % 8) {
+            case 0:
+                (*mService)->startLookup(this);
+                return Void();
+            case 1:
+                throw std::runtime_error("a client's trouble");
+            case 2:
+                pthread_exit(nullptr);
+            case 3:
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                return Void();
+            default:
+                return Void();
+        }
+    }
+    LoadedService* mService;
+    const int mNumber;
+};
+
+class StressTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::filesystem::create_directory("offlinetz");
+        WriteFile("offlinetz/lastcombinedTimezone.bin", mDatabases[0]);
+    }
+
+    const TemporaryDirectory mDirectory;
+    LogCapture mLog;
+    const Bytes mDatabases[2] = {SampleDatabase("\"Zone/A\"", 1), SampleDatabase("\"Zone/B\"", 2)};
+};
+
+void ComeAndGo(const Bytes (&databases)[2]) {
     LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
 
     std::atomic<bool> stop{false};
@@ -49,7 +94,7 @@ TEST(Stress, AHundredClientsComeAndGo) {
     for (int t = 0; t < 4; ++t) {
         clients.emplace_back([&, t] {
             for (int i = 0; i < 25; ++i) {
-                const sp<Recorder> client = new Recorder;
+                const sp<Recorder> client = new Guest(&service, i);
                 {
                     const std::lock_guard<std::mutex> lock(mutex);
                     everyone.push_back(client);
@@ -90,6 +135,64 @@ TEST(Stress, AHundredClientsComeAndGo) {
     }
     EXPECT_GT(reports, 1u);
     EXPECT_LE(reports, 501u);
+}
+
+TEST_F(StressTest, AHundredClientsComeAndGoWithEachLibrary) {
+    for (int round = 0; round < 3; ++round)
+        ComeAndGo(mDatabases);
+}
+
+// What the process holds: kilobytes of memory, descriptors, threads.
+struct Holdings {
+    size_t kilobytes = 0;
+    long descriptors;
+    long threads;
+
+    Holdings() {
+        std::ifstream status("/proc/self/status");
+        for (std::string word; status >> word && word != "RssAnon:";) {
+        }
+        status >> kilobytes;
+        namespace fs = std::filesystem;
+        descriptors =
+                std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+        threads =
+                std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
+    }
+};
+
+// Ten million lookups and a thousand injections.
+TEST_F(StressTest, DISABLED_HoldsNoMoreAfterTenMillionLookups) {
+    struct Counter : Recorder {
+        Return<void> timeZoneIdReport(const hidl_string&, const hidl_string&,
+                                      const hidl_string&) override {
+            ++mReports;
+            return Void();
+        }
+        std::atomic<size_t> mReports{0};
+    };
+    host::DropLog();
+    LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
+    const sp<Counter> client = new Counter;
+    service->startLookup(client);
+    std::optional<Holdings> warm;
+    for (size_t round = 1; round <= 1000; ++round) {
+        for (int i = 0; i < 9999; ++i)
+            service->Lookup("1", "2.5");
+        service.Send(mDatabases[round % 2], 37);
+        service->injectDB();
+        service->Lookup("1", "2.5");  // Its report tells that the injection is done.
+        while (client->mReports < round * 10000)
+            std::this_thread::yield();
+        if (round % 100 != 0) continue;
+        const Holdings now;
+        std::printf("%zu lookups, %zu injections: %zu KB, %ld descriptors, %ld threads\n",
+                    client->mReports.load(), round, now.kilobytes, now.descriptors, now.threads);
+        if (!warm) warm = now;
+        EXPECT_LE(now.kilobytes, warm->kilobytes + 1024);
+        EXPECT_EQ(warm->descriptors, now.descriptors);
+        EXPECT_EQ(warm->threads, now.threads);
+    }
 }
 
 }  // namespace

@@ -212,7 +212,7 @@ TEST_F(WorkerTest, ReportsAThreadThatCannotStart) {
     pthread_attr_t impossible;
     ASSERT_EQ(0, pthread_getattr_default_np(&usual));
     ASSERT_EQ(0, pthread_attr_init(&impossible));
-    ASSERT_EQ(0, pthread_attr_setstacksize(&impossible, size_t{1} << 46));
+    ASSERT_EQ(0, pthread_attr_setstacksize(&impossible, SIZE_MAX / 4));
     WorkerThread worker("OfflinetimezoneThread");
     ASSERT_EQ(0, pthread_setattr_default_np(&impossible));
     try {
