@@ -1,7 +1,6 @@
 #include "WorkerThread.h"
 
 #include <android/log.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +13,7 @@
 
 #include "client_exceptions.h"
 #include "coordinate_text.h"
+#include "database_files.h"
 #include "database_paths.h"
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
@@ -394,13 +394,15 @@ void WorkerThread::ResetDownload() {
 // the verification.
 void WorkerThread::WriteBackup() {
     errno = 0;
-    FILE* file = std::fopen(kBackupDatabasePath, "wbe");
+    FILE* file = OpenForWriting(kBackupDatabasePath);
     LOG("open  file  %s", std::strerror(errno));
     if (file == nullptr) return;
     // Unbuffered, so that a full disk fails the write, where the log looks, and not the flush.
     std::setvbuf(file, nullptr, _IONBF, 0);
     errno = 0;
-    if (!mDownloadBuf.empty()) std::fwrite(mDownloadBuf.data(), 1, mDownloadBuf.size(), file);
+    if (Empty(file) && !mDownloadBuf.empty()) {
+        std::fwrite(mDownloadBuf.data(), 1, mDownloadBuf.size(), file);
+    }
     LOG("after  write it to backup %s", std::strerror(errno));
     // The injection that follows cuts the active file to nothing first: by then the backup, and its
     // entry in the directory where it is new, must be on the medium, or a power cut between the two
@@ -408,10 +410,7 @@ void WorkerThread::WriteBackup() {
     std::fflush(file);
     fsync(fileno(file));
     std::fclose(file);
-    const int directory = open(kDatabaseDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory < 0) return;
-    fsync(directory);
-    close(directory);
+    Synchronise(kDatabaseDirectory);
 }
 
 }  // namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation

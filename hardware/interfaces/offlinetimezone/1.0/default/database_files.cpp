@@ -1,0 +1,53 @@
+#include "database_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+// Without O_NONBLOCK the opening of a pipe waits for its other end.
+constexpr int kFlags = O_NONBLOCK | O_CLOEXEC;
+
+FILE* CloseWith(int fd, int error) {
+    close(fd);
+    errno = error;
+    return nullptr;
+}
+
+FILE* MakeStream(int fd, const char* mode) {
+    FILE* file = fdopen(fd, mode);
+    return file != nullptr ? file : CloseWith(fd, errno);
+}
+
+}  // namespace
+
+FILE* OpenForReading(const char* path) {
+    const int fd = open(path, O_RDONLY | kFlags);
+    if (fd < 0) return nullptr;
+    struct stat status = {};
+    if (fstat(fd, &status) != 0) return CloseWith(fd, errno);
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return CloseWith(fd, ENODEV);
+    return MakeStream(fd, "rb");
+}
+
+FILE* OpenForWriting(const char* path) {
+    // Not cut yet: memory for the stream may be short, and what the file holds be all there is.
+    const int fd = open(path, O_WRONLY | O_CREAT | kFlags, 0666);
+    return fd >= 0 ? MakeStream(fd, "wb") : nullptr;
+}
+
+bool Empty(FILE* file) {
+    struct stat status = {};
+    if (fstat(fileno(file), &status) != 0) return false;
+    return !S_ISREG(status.st_mode) || ftruncate(fileno(file), 0) == 0;
+}
+
+void Synchronise(const char* path) {
+    const int fd = open(path, O_RDONLY | kFlags);
+    if (fd < 0) return;
+    fsync(fd);
+    close(fd);
+}
