@@ -10,7 +10,6 @@
 #include <atomic>
 #include <clocale>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <future>
 #include <stdexcept>
@@ -201,26 +200,6 @@ TEST_F(WorkerTest, SurvivesItsClients) {
     EXPECT_EQ(2, std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
                   return line.rfind("input lat : ", 0) == 0;
               }));
-}
-
-TEST_F(WorkerTest, ReportsAThreadThatCannotStart) {
-    pthread_attr_t usual;
-    pthread_attr_t impossible;
-    ASSERT_EQ(0, pthread_getattr_default_np(&usual));
-    ASSERT_EQ(0, pthread_attr_init(&impossible));
-    ASSERT_EQ(0, pthread_attr_setstacksize(&impossible, size_t{1} << 46));
-    WorkerThread worker("OfflinetimezoneThread");
-    ASSERT_EQ(0, pthread_setattr_default_np(&impossible));
-    try {
-        worker.CreateThread();
-        ADD_FAILURE() << "a thread with a stack of 64 TiB started";
-    } catch (const std::system_error& error) {
-        EXPECT_EQ(0, std::strncmp("thread constructor failed", error.what(), 25)) << error.what();
-    }
-    pthread_setattr_default_np(&usual);
-    pthread_attr_destroy(&impossible);
-    EXPECT_EQ(65535, worker.getDBVersion());
-    EXPECT_TRUE(worker.CreateThread());
 }
 
 TEST_F(WorkerTest, ALaterCreateThreadLeavesTheDatabaseOpen) {
