@@ -393,6 +393,10 @@ void WorkerThread::ResetDownload() {
 // Writes the collected download over the backup file; what fails shows in the log, and later in
 // the verification.
 void WorkerThread::WriteBackup() {
+    // The backup is cut to nothing first. Until it is whole again the active file is all there is,
+    // and may have been restored, or put there, without having reached the medium.
+    Synchronise(kActiveDatabasePath);
+    Synchronise(kDatabaseDirectory);
     errno = 0;
     FILE* file = OpenForWriting(kBackupDatabasePath);
     LOG("open  file  %s", std::strerror(errno));
