@@ -226,7 +226,7 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
         LOG("open file %s failed %s", from, std::strerror(errno));
         return false;
     }
-    FILE* destination = OpenForWriting(to);
+    FILE* destination = OpenForWriting(to, from);
     if (destination == nullptr) {
         LOG("open file %s failed %s", to, std::strerror(errno));
         std::fclose(source);

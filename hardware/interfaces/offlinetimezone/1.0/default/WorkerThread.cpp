@@ -397,9 +397,8 @@ void WorkerThread::WriteBackup() {
     // and may have been restored, or put there, without having reached the medium.
     Synchronise(kActiveDatabasePath);
     Synchronise(kDatabaseDirectory);
-    errno = 0;
-    FILE* file = OpenForWriting(kBackupDatabasePath);
-    LOG("open  file  %s", std::strerror(errno));
+    FILE* file = OpenForWriting(kBackupDatabasePath, kActiveDatabasePath);
+    LOG("open  file  %s", std::strerror(file != nullptr ? 0 : errno));
     if (file == nullptr) return;
     // Unbuffered, so that a full disk fails the write, where the log looks, and not the flush.
     std::setvbuf(file, nullptr, _IONBF, 0);

@@ -33,10 +33,18 @@ FILE* OpenForReading(const char* path) {
     return MakeStream(fd, "rb");
 }
 
-FILE* OpenForWriting(const char* path) {
+FILE* OpenForWriting(const char* path, const char* other) {
     // Not cut yet: memory for the stream may be short, and what the file holds be all there is.
     const int fd = open(path, O_WRONLY | O_CREAT | kFlags, 0666);
-    return fd >= 0 ? MakeStream(fd, "wb") : nullptr;
+    if (fd < 0) return nullptr;
+    struct stat status = {};
+    struct stat others = {};
+    if (fstat(fd, &status) != 0) return CloseWith(fd, errno);
+    if (stat(other, &others) == 0 && status.st_dev == others.st_dev &&
+        status.st_ino == others.st_ino) {
+        return CloseWith(fd, EINVAL);
+    }
+    return MakeStream(fd, "wb");
 }
 
 bool Empty(FILE* file) {

@@ -9,8 +9,9 @@
 FILE* OpenForReading(const char* path);
 
 // A binary stream that writes `path` from its start, or null, with errno set. Makes the file where
-// there is none; what it holds stays until it is emptied. Never waits for another process.
-FILE* OpenForWriting(const char* path);
+// there is none; what it holds stays until it is emptied. Never waits for another process. Refuses
+// with EINVAL what is only another name of the file `other`, which would be lost with it.
+FILE* OpenForWriting(const char* path, const char* other);
 
 // Cuts the file behind a stream that was opened for writing to nothing; devices are left alone.
 // False when that fails, with errno set.
