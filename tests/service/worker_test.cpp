@@ -202,21 +202,6 @@ TEST_F(WorkerTest, SurvivesItsClients) {
               }));
 }
 
-TEST_F(WorkerTest, ALaterCreateThreadLeavesTheDatabaseOpen) {
-    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
-    WorkerThread worker("OfflinetimezoneThread");
-    const sp<Recorder> client = new Recorder;
-    worker.registerCb(client);
-    worker.CreateThread();
-    worker.PostInitMsg(new MsgData);
-    worker.PostMsg(Lookup("1", "2"));
-    ASSERT_TRUE(client->WaitFor(1));
-    worker.CreateThread();
-    worker.PostMsg(Lookup("2", "1"));
-    ASSERT_TRUE(client->WaitFor(2));
-    EXPECT_EQ("\"Zone/A\"", client->Reports()[1].tzId);
-}
-
 // A client that holds the worker in its report until it is told to go on.
 struct Blocker : Recorder {
     Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,

@@ -30,7 +30,6 @@ constexpr KindTraits kTraits[kKinds + 1] = {
 std::atomic<int> gKind{kKinds};
 std::atomic<int> gLeft{0};  // The call at which it becomes 0 fails.
 std::atomic<bool> gHasFailed{false};
-std::atomic<long> gCounts[kKinds];
 std::atomic<long> gLive{0};
 std::atomic<FILE*> gFailedReading{nullptr};
 Observer gObserver;
@@ -39,7 +38,6 @@ thread_local int gTestsOwn = 0;
 // Whether this call goes through; errno says why not.
 bool Passes(Kind kind) {
     if (gTestsOwn > 0) return true;
-    ++gCounts[kind];
     if (gKind != kind || --gLeft != 0) return true;
     gHasFailed = true;
     errno = kTraits[kind].error;
@@ -69,16 +67,11 @@ const char* Name(Kind kind) {
 void LetFail(Kind kind, int n) {
     gHasFailed = false;
     gFailedReading = nullptr;
-    for (std::atomic<long>& count : gCounts)
-        count = 0;
     gLeft = n;
     gKind = kind;
 }
 bool HasFailed() {
     return gHasFailed;
-}
-long Count(Kind kind) {
-    return gCounts[kind];
 }
 long LiveAllocations() {
     return gLive;
@@ -110,12 +103,6 @@ WRAP(void*, malloc, (size_t size)) {
 WRAP(void*, calloc, (size_t count, size_t size)) {
     return Passes(kAllocation) ? Counted(__real_calloc(count, size)) : nullptr;
 }
-WRAP(void*, realloc, (void* memory, size_t size)) {
-    if (!Passes(kAllocation)) return nullptr;
-    void* moved = __real_realloc(memory, size);
-    if (memory == nullptr) Counted(moved);
-    return moved;
-}
 WRAP(void, free, (void* memory)) {
     if (memory != nullptr) --gLive;
     __real_free(memory);
@@ -136,9 +123,14 @@ WRAP(off_t, lseek, (int fd, off_t offset, int whence)) {
     return Passes(kSeek) ? __real_lseek(fd, offset, whence) : -1;
 }
 WRAP(void*, mmap, (void* at, size_t size, int access, int flags, int fd, off_t offset)) {
-    // (void*)-1, MAP_FAILED.
-    return Passes(kMap) ? __real_mmap(at, size, access, flags, fd, offset)
-                        : reinterpret_cast<void*>(-1);
+    void* const failed = reinterpret_cast<void*>(-1);  // MAP_FAILED
+    void* mapping = Passes(kMap) ? __real_mmap(at, size, access, flags, fd, offset) : failed;
+    if (mapping != failed) ++gLive;
+    return mapping;
+}
+WRAP(int, munmap, (void* mapping, size_t size)) {
+    --gLive;
+    return __real_munmap(mapping, size);
 }
 WRAP(FILE*, fdopen, (int fd, const char* mode)) {
     return Passes(kStream) ? __real_fdopen(fd, mode) : nullptr;

@@ -1,5 +1,5 @@
 // The calls by which the service asks the system for memory, files and threads. Programs that are
-// linked with wrap_system_calls (tests/CMakeLists.txt) can count them, let one fail, and look on.
+// linked with wrap_system_calls (tests/CMakeLists.txt) can let one fail and look on.
 #pragma once
 
 #include <functional>
@@ -8,7 +8,7 @@
 namespace calls {
 
 enum Kind {
-    kAllocation,  // malloc, calloc, realloc and new, in one count.
+    kAllocation,  // malloc, calloc and new, in one count.
     kOpen,
     kStatus,  // fstat
     kSeek,
@@ -29,9 +29,8 @@ const char* Name(Kind kind);
 // The n-th call of the kind from now on fails (from 1; 0: none). All that came before is forgotten.
 void LetFail(Kind kind, int n);
 bool HasFailed();  // Since then.
-long Count(Kind kind);
 
-// What is allocated and not freed, by what is linked into the program.
+// What is allocated and not freed, or mapped and not unmapped, by what is linked into the program.
 long LiveAllocations();
 
 // Called after each call on a file that succeeded, on the thread that made it, with the path (that
@@ -39,7 +38,7 @@ long LiveAllocations();
 using Observer = std::function<void(Kind kind, const std::string& path)>;
 void SetObserver(Observer observer);
 
-// While one lives, this thread's calls are the test's own: neither counted nor observed.
+// While one lives, this thread's calls are the test's own: they neither fail nor are observed.
 class TestsOwn {
   public:
     TestsOwn();
