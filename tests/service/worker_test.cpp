@@ -3,19 +3,14 @@
 #include <WorkerThread.h>
 #include <android/log.h>
 #include <coordinate_text.h>
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <clocale>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
-#include <functional>
 #include <future>
 #include <stdexcept>
 #include <system_error>
@@ -207,41 +202,6 @@ TEST_F(WorkerTest, SurvivesItsClients) {
               }));
 }
 
-TEST_F(WorkerTest, ReportsAThreadThatCannotStart) {
-    pthread_attr_t usual;
-    pthread_attr_t impossible;
-    ASSERT_EQ(0, pthread_getattr_default_np(&usual));
-    ASSERT_EQ(0, pthread_attr_init(&impossible));
-    ASSERT_EQ(0, pthread_attr_setstacksize(&impossible, SIZE_MAX / 4));
-    WorkerThread worker("OfflinetimezoneThread");
-    ASSERT_EQ(0, pthread_setattr_default_np(&impossible));
-    try {
-        worker.CreateThread();
-        ADD_FAILURE() << "a thread with a stack of 64 TiB started";
-    } catch (const std::system_error& error) {
-        EXPECT_EQ(0, std::strncmp("thread constructor failed", error.what(), 25)) << error.what();
-    }
-    pthread_setattr_default_np(&usual);
-    pthread_attr_destroy(&impossible);
-    EXPECT_EQ(65535, worker.getDBVersion());
-    EXPECT_TRUE(worker.CreateThread());
-}
-
-TEST_F(WorkerTest, ALaterCreateThreadLeavesTheDatabaseOpen) {
-    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
-    WorkerThread worker("OfflinetimezoneThread");
-    const sp<Recorder> client = new Recorder;
-    worker.registerCb(client);
-    worker.CreateThread();
-    worker.PostInitMsg(new MsgData);
-    worker.PostMsg(Lookup("1", "2"));
-    ASSERT_TRUE(client->WaitFor(1));
-    worker.CreateThread();
-    worker.PostMsg(Lookup("2", "1"));
-    ASSERT_TRUE(client->WaitFor(2));
-    EXPECT_EQ("\"Zone/A\"", client->Reports()[1].tzId);
-}
-
 // A client that holds the worker in its report until it is told to go on.
 struct Blocker : Recorder {
     Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
@@ -288,39 +248,6 @@ TEST_F(WorkerTest, ReportsToACallbackOfTheLibrarysOwn) {
     worker.CreateThread();
     worker.ExitThread();
     EXPECT_TRUE(client->timeZoneIdReport("1", "2", "3").isOk());
-}
-
-// Pipes in the place of the two files hold the worker in a verification and in a copy until
-// someone writes to them: queries of its state must not wait for that.
-TEST_F(WorkerTest, AnswersItsStateDuringVerificationAndCopy) {
-    ASSERT_EQ(0, mkfifo(kActive, 0600));
-    ASSERT_EQ(0, mkfifo("offlinetz/lastcombinedTimezonebackup.bin", 0600));
-    WorkerThread worker("OfflinetimezoneThread");
-    worker.CreateThread();
-    worker.PostInitMsg(new MsgData);
-    // Opening for writing succeeds once the worker waits for the other end.
-    const auto query = [&worker](const std::function<void()>& release) {
-        std::promise<int32_t> state;
-        std::thread asker(
-                [&] { state.set_value(worker.getDBVersion() + worker.getServerStatus()); });
-        EXPECT_EQ(std::future_status::ready, state.get_future().wait_for(std::chrono::seconds(20)))
-                << "a query waits for the worker";
-        release();
-        asker.join();
-    };
-    const auto whileItWaits = [&](const char* path) {
-        while (worker.GetMsgLength() > 0)
-            std::this_thread::yield();
-        query([path] {
-            const int fd = open(path, O_WRONLY | O_CLOEXEC);
-            unlink(path);
-            close(fd);
-        });
-    };
-    whileItWaits(kActive);  // Verification: a pipe has no length and counts as damaged.
-    whileItWaits("offlinetz/lastcombinedTimezonebackup.bin");  // The copy.
-    worker.ExitThread();
-    EXPECT_EQ(SERVER_STATUS_FAILED, worker.getServerStatus());
 }
 
 // Then the worker is destroyed on its own thread, which it cannot wait for.

@@ -2,12 +2,10 @@
 #include <gtest/gtest.h>
 #include <sha1.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
-#include <thread>
 
 #include "log_capture.h"
 #include "raw_database.h"
@@ -140,10 +138,7 @@ TEST_F(ManagerTest, EveryDamagedByteIsNoticed) {
     }
 }
 
-TEST_F(ManagerTest, AnUnmappableOrHugeFileIsDamaged) {
-    fs::create_directory(kActive);  // Opens, but neither maps nor copies.
-    EXPECT_FALSE(mManager.PreOpenDB());
-    fs::remove(kActive);
+TEST_F(ManagerTest, AHugeFileIsDamaged) {
     WriteFile(kActive, {});
     fs::resize_file(kActive, uint64_t{1} << 31);  // 2 GiB, all of it a hole.
     const Bytes good = MakeDatabase(3).File();
@@ -161,26 +156,6 @@ TEST_F(ManagerTest, DigestsMessages) {
     EXPECT_EQ(-1, mManager.sha1(digest, nullptr, 1));
     EXPECT_EQ(mLog.TakeMessages(),
               Words{"SHA1Result Error 1, could not compute message digest.\n"});
-}
-
-// Version queries from other threads while the database is closed and opened again.
-TEST_F(ManagerTest, TheVersionMayBeAskedWhileTheDatabaseChanges) {
-    WriteFile(kActive, MakeDatabase(9).File());
-    std::atomic<bool> stop{false};
-    std::atomic<int> wrong{0};
-    std::thread asker([&] {
-        while (!stop) {
-            const int32_t version = mManager.getDBVersion();
-            if (version != 9 && version != 65535) ++wrong;
-        }
-    });
-    for (int i = 0; i < 300; ++i) {
-        mManager.OpenDB();
-        mManager.CloseDB();
-    }
-    stop = true;
-    asker.join();
-    EXPECT_EQ(0, wrong);
 }
 
 }  // namespace

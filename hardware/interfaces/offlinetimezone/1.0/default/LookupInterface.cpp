@@ -11,6 +11,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "database_files.h"
 #include "database_paths.h"
 #include "sha1.h"
 
@@ -170,7 +171,9 @@ bool LookupInterface::InjectDB() {
 
 // One verification pass; holds nothing when it returns.
 bool LookupInterface::VerifyActiveFile() {
-    const int fd = open(kActiveDatabasePath, O_RDONLY | O_CLOEXEC);
+    // A pipe in the file's place has no length and counts as damaged; opening must not wait for its
+    // other end.
+    const int fd = open(kActiveDatabasePath, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         LOG("open file %s failed %s", kActiveDatabasePath, std::strerror(errno));
         return false;
@@ -218,12 +221,12 @@ bool LookupInterface::CheckTrailer(const uint8_t* file, uint32_t size) {
 }
 
 bool LookupInterface::CopyFile(const char* from, const char* to) {
-    FILE* source = std::fopen(from, "rbe");
+    FILE* source = OpenForReading(from);
     if (source == nullptr) {
         LOG("open file %s failed %s", from, std::strerror(errno));
         return false;
     }
-    FILE* destination = std::fopen(to, "wbe");
+    FILE* destination = OpenForWriting(to, from);
     if (destination == nullptr) {
         LOG("open file %s failed %s", to, std::strerror(errno));
         std::fclose(source);
@@ -232,6 +235,7 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
 
     bool copied = true;
     bool atEnd = false;
+    bool isEmpty = false;
     while (copied && !atEnd) {
         uint8_t buffer[4096];
         const size_t got = std::fread(buffer, 1, sizeof buffer, source);
@@ -246,7 +250,9 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
                 atEnd = true;
             }
         }
-        copied = std::fwrite(buffer, 1, got, destination) == got;
+        // Not before there is something to write: a source that cannot be read costs nothing.
+        isEmpty = isEmpty || Empty(destination);
+        copied = isEmpty && std::fwrite(buffer, 1, got, destination) == got;
         // The last bytes may still sit in the stream's buffer or the page cache. The next step
         // cuts or opens files on the strength of this copy, so it counts only once the medium
         // has it; bytes that do not get there are bytes not written.

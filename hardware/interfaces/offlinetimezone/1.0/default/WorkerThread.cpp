@@ -1,7 +1,6 @@
 #include "WorkerThread.h"
 
 #include <android/log.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +13,7 @@
 
 #include "client_exceptions.h"
 #include "coordinate_text.h"
+#include "database_files.h"
 #include "database_paths.h"
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
@@ -393,14 +393,19 @@ void WorkerThread::ResetDownload() {
 // Writes the collected download over the backup file; what fails shows in the log, and later in
 // the verification.
 void WorkerThread::WriteBackup() {
-    errno = 0;
-    FILE* file = std::fopen(kBackupDatabasePath, "wbe");
-    LOG("open  file  %s", std::strerror(errno));
+    // The backup is cut to nothing first. Until it is whole again the active file is all there is,
+    // and may have been restored, or put there, without having reached the medium.
+    Synchronise(kActiveDatabasePath);
+    Synchronise(kDatabaseDirectory);
+    FILE* file = OpenForWriting(kBackupDatabasePath, kActiveDatabasePath);
+    LOG("open  file  %s", std::strerror(file != nullptr ? 0 : errno));
     if (file == nullptr) return;
     // Unbuffered, so that a full disk fails the write, where the log looks, and not the flush.
     std::setvbuf(file, nullptr, _IONBF, 0);
     errno = 0;
-    if (!mDownloadBuf.empty()) std::fwrite(mDownloadBuf.data(), 1, mDownloadBuf.size(), file);
+    if (Empty(file) && !mDownloadBuf.empty()) {
+        std::fwrite(mDownloadBuf.data(), 1, mDownloadBuf.size(), file);
+    }
     LOG("after  write it to backup %s", std::strerror(errno));
     // The injection that follows cuts the active file to nothing first: by then the backup, and its
     // entry in the directory where it is new, must be on the medium, or a power cut between the two
@@ -408,10 +413,7 @@ void WorkerThread::WriteBackup() {
     std::fflush(file);
     fsync(fileno(file));
     std::fclose(file);
-    const int directory = open(kDatabaseDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory < 0) return;
-    fsync(directory);
-    close(directory);
+    Synchronise(kDatabaseDirectory);
 }
 
 }  // namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation

@@ -52,7 +52,7 @@ struct Span {
     }
     // How far it is from a coordinate; 0 where it contains it.
     int64_t Away(int32_t coordinate) const {
-        return std::max<int64_t>({min - coordinate, coordinate - max, 0});
+        return std::max(std::max(min - coordinate, coordinate - max), int64_t{0});
     }
 };
 
@@ -110,7 +110,7 @@ class Walk {
         Units all = {0, 0, 0, 0};
         for (size_t i = 0; i < 2 * block.steps; i += kLanes) {
             const Units deltas = LoadUnits(block.deltas + i);
-            const Units length = deltas ^ AsUnits(AsInts(deltas) >> 31);  // One less if negative.
+            const Units length = deltas ^ AsUnits(AsInts(deltas) < 0);  // One less if negative.
             sums += deltas;
             lengths += length;
             all |= length;
@@ -141,11 +141,7 @@ class Walk {
     struct Points {
         Units last;  // The latitude and longitude of the last one, twice.
 
-        explicit Points(const Point& at) {
-            const auto lat = static_cast<uint32_t>(at.lat);
-            const auto lon = static_cast<uint32_t>(at.lon);
-            last = Units{lat, lon, lat, lon};
-        }
+        explicit Points(const Point& at) : last(AsUnits(Ints{at.lat, at.lon, at.lat, at.lon})) {}
 
         FourEdges Next(const int32_t* deltas) {
             const Units none = {0, 0, 0, 0};

@@ -24,7 +24,8 @@ constexpr int32_t kTrailerSize = 20;
 constexpr int32_t kFixedHeaderSize = 7;
 
 bool MapFile(const char* path, ZDDatabase* db) {
-    db->fd = open(path, O_RDONLY | O_CLOEXEC);
+    // O_NONBLOCK: opening must not wait for the other end of a pipe, which is refused below.
+    db->fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (db->fd < 0) return false;
     const off_t size = lseek(db->fd, 0, SEEK_END);
     // Lengths are signed 32-bit numbers: a file of 2 GiB or more is refused like a broken one.

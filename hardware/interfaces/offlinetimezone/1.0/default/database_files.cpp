@@ -1,0 +1,61 @@
+#include "database_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+// Without O_NONBLOCK the opening of a pipe waits for its other end.
+constexpr int kFlags = O_NONBLOCK | O_CLOEXEC;
+
+FILE* CloseWith(int fd, int error) {
+    close(fd);
+    errno = error;
+    return nullptr;
+}
+
+FILE* MakeStream(int fd, const char* mode) {
+    FILE* file = fdopen(fd, mode);
+    return file != nullptr ? file : CloseWith(fd, errno);
+}
+
+}  // namespace
+
+FILE* OpenForReading(const char* path) {
+    const int fd = open(path, O_RDONLY | kFlags);
+    if (fd < 0) return nullptr;
+    struct stat status = {};
+    if (fstat(fd, &status) != 0) return CloseWith(fd, errno);
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return CloseWith(fd, ENODEV);
+    return MakeStream(fd, "rb");
+}
+
+FILE* OpenForWriting(const char* path, const char* other) {
+    // Not cut yet: memory for the stream may be short, and what the file holds be all there is.
+    const int fd = open(path, O_WRONLY | O_CREAT | kFlags, 0666);
+    if (fd < 0) return nullptr;
+    struct stat status = {};
+    struct stat others = {};
+    if (fstat(fd, &status) != 0) return CloseWith(fd, errno);
+    if (stat(other, &others) == 0 && status.st_dev == others.st_dev &&
+        status.st_ino == others.st_ino) {
+        return CloseWith(fd, EINVAL);
+    }
+    return MakeStream(fd, "wb");
+}
+
+bool Empty(FILE* file) {
+    struct stat status = {};
+    if (fstat(fileno(file), &status) != 0) return false;
+    return !S_ISREG(status.st_mode) || ftruncate(fileno(file), 0) == 0;
+}
+
+void Synchronise(const char* path) {
+    const int fd = open(path, O_RDONLY | kFlags);
+    if (fd < 0) return;
+    fsync(fd);
+    close(fd);
+}

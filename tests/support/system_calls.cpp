@@ -1,0 +1,214 @@
+#include "system_calls.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+
+namespace calls {
+namespace {
+
+struct KindTraits {
+    const char* name;
+    int error;
+};
+constexpr KindTraits kTraits[kKinds + 1] = {
+        {"allocation", ENOMEM}, {"open", EMFILE},           {"fstat", EIO},     {"lseek", EIO},
+        {"mmap", ENOMEM},       {"fdopen", ENOMEM},         {"ftruncate", EIO}, {"fread", EIO},
+        {"fwrite", ENOSPC},     {"fflush", ENOSPC},         {"fsync", EIO},     {"close", EIO},
+        {"fclose", EIO},        {"pthread_create", EAGAIN}, {"nothing", 0}};
+
+std::atomic<int> gKind{kKinds};
+std::atomic<int> gLeft{0};  // The call at which it becomes 0 fails.
+std::atomic<bool> gHasFailed{false};
+std::atomic<long> gLive{0};
+std::atomic<FILE*> gFailedReading{nullptr};
+Observer gObserver;
+thread_local int gTestsOwn = 0;
+
+// Whether this call goes through; errno says why not.
+bool Passes(Kind kind) {
+    if (gTestsOwn > 0) return true;
+    if (gKind != kind || --gLeft != 0) return true;
+    gHasFailed = true;
+    errno = kTraits[kind].error;
+    return false;
+}
+
+template <typename Result>
+Result Observed(Kind kind, int fd, bool succeeded, Result result) {
+    if (!succeeded || !gObserver || gTestsOwn > 0) return result;
+    const TestsOwn own;
+    const int error = errno;
+    gObserver(kind, std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)));
+    errno = error;
+    return result;
+}
+
+void* Counted(void* memory) {
+    if (memory != nullptr) ++gLive;
+    return memory;
+}
+
+}  // namespace
+
+const char* Name(Kind kind) {
+    return kTraits[kind].name;
+}
+void LetFail(Kind kind, int n) {
+    gHasFailed = false;
+    gFailedReading = nullptr;
+    gLeft = n;
+    gKind = kind;
+}
+bool HasFailed() {
+    return gHasFailed;
+}
+long LiveAllocations() {
+    return gLive;
+}
+void SetObserver(Observer observer) {
+    gObserver = std::move(observer);
+}
+TestsOwn::TestsOwn() {
+    ++gTestsOwn;
+}
+TestsOwn::~TestsOwn() {
+    --gTestsOwn;
+}
+
+}  // namespace calls
+
+using namespace calls;
+
+// The linker sends the calls of every object in the program to the __wrap_ functions, and theirs to
+// the system, or to the sanitizer that stands before it.
+#define WRAP(type, name, parameters)          \
+    extern "C" type __real_##name parameters; \
+    extern "C" type __wrap_##name parameters; \
+    extern "C" type __wrap_##name parameters
+
+WRAP(void*, malloc, (size_t size)) {
+    return Passes(kAllocation) ? Counted(__real_malloc(size)) : nullptr;
+}
+WRAP(void*, calloc, (size_t count, size_t size)) {
+    return Passes(kAllocation) ? Counted(__real_calloc(count, size)) : nullptr;
+}
+WRAP(void, free, (void* memory)) {
+    if (memory != nullptr) --gLive;
+    __real_free(memory);
+}
+WRAP(int, open, (const char* path, int flags, ...)) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
+    va_end(arguments);
+    if (!Passes(kOpen)) return -1;
+    const int fd = __real_open(path, flags, mode);
+    return Observed(kOpen, fd, fd >= 0, fd);
+}
+WRAP(int, fstat, (int fd, struct stat* status)) {
+    return Passes(kStatus) ? __real_fstat(fd, status) : -1;
+}
+WRAP(off_t, lseek, (int fd, off_t offset, int whence)) {
+    return Passes(kSeek) ? __real_lseek(fd, offset, whence) : -1;
+}
+WRAP(void*, mmap, (void* at, size_t size, int access, int flags, int fd, off_t offset)) {
+    void* const failed = reinterpret_cast<void*>(-1);  // MAP_FAILED
+    void* mapping = Passes(kMap) ? __real_mmap(at, size, access, flags, fd, offset) : failed;
+    if (mapping != failed) ++gLive;
+    return mapping;
+}
+WRAP(int, munmap, (void* mapping, size_t size)) {
+    --gLive;
+    return __real_munmap(mapping, size);
+}
+WRAP(FILE*, fdopen, (int fd, const char* mode)) {
+    return Passes(kStream) ? __real_fdopen(fd, mode) : nullptr;
+}
+WRAP(int, ftruncate, (int fd, off_t size)) {
+    if (!Passes(kCut)) return -1;
+    const int result = __real_ftruncate(fd, size);
+    return Observed(kCut, fd, result == 0, result);
+}
+WRAP(size_t, fread, (void* to, size_t size, size_t count, FILE* file)) {
+    if (Passes(kRead)) return __real_fread(to, size, count, file);
+    gFailedReading = file;
+    return 0;
+}
+WRAP(int, ferror, (FILE * file)) {
+    return gFailedReading.exchange(nullptr) == file ? 1 : __real_ferror(file);
+}
+WRAP(size_t, fwrite, (const void* from, size_t size, size_t count, FILE* file)) {
+    const bool passes = Passes(kWrite);
+    // A disk that is full has taken a part.
+    const size_t written = __real_fwrite(from, size, passes ? count : count / 2, file);
+    if (!passes) errno = ENOSPC;
+    return Observed(kWrite, fileno(file), true, written);
+}
+WRAP(int, fflush, (FILE * file)) {
+    if (!Passes(kFlush)) return EOF;
+    const int result = __real_fflush(file);
+    return file == nullptr ? result : Observed(kFlush, fileno(file), result == 0, result);
+}
+extern "C" int __wrap_fsync(int fd);
+extern "C" int __wrap_fsync(int fd) {
+    if (!Passes(kSynchronise)) return -1;
+    const int result = fcntl(fd, F_GETFD) >= 0 ? 0 : -1;  // Power is cut in pretence only.
+    return Observed(kSynchronise, fd, result == 0, result);
+}
+// What fails to be closed is closed all the same.
+WRAP(int, close, (int fd)) {
+    const bool passes = Passes(kClose);
+    const int result = __real_close(fd);
+    if (!passes) errno = EIO;
+    return passes ? result : -1;
+}
+WRAP(int, fclose, (FILE * file)) {
+    const bool passes = Passes(kCloseStream);
+    if (__real_fflush(file) == 0) Observed(kCloseStream, fileno(file), true, 0);
+    const int result = __real_fclose(file);
+    return passes ? result : EOF;
+}
+
+// Called from within the standard library, which the linker's wrapping does not reach; sanitizers
+// let themselves be replaced and give the original another name.
+extern "C" __attribute__((weak)) int __interceptor_pthread_create(pthread_t*, const pthread_attr_t*,
+                                                                  void* (*)(void*), void*);
+extern "C" __attribute__((visibility("default"))) int pthread_create(
+        pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
+    static const auto original = [] {
+        const TestsOwn own;
+        return __interceptor_pthread_create != nullptr
+                       ? &__interceptor_pthread_create
+                       : reinterpret_cast<decltype(&pthread_create)>(
+                                 dlsym(RTLD_NEXT, "pthread_create"));
+    }();
+    if (!Passes(kThread)) return EAGAIN;
+    return original(thread, attributes, run, argument);
+}
+
+// Not inlined, so that the compiler does not see malloc's memory behind new.
+__attribute__((noinline)) void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return __wrap_malloc(size);
+}
+__attribute__((noinline)) void* operator new(size_t size) {
+    void* memory = __wrap_malloc(size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+__attribute__((noinline)) void operator delete(void* memory) noexcept {
+    __wrap_free(memory);
+}
+__attribute__((noinline)) void operator delete(void* memory, size_t) noexcept {
+    __wrap_free(memory);
+}

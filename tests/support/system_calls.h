@@ -1,0 +1,50 @@
+// The calls by which the service asks the system for memory, files and threads. Programs that are
+// linked with wrap_system_calls (tests/CMakeLists.txt) can let one fail and look on.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace calls {
+
+enum Kind {
+    kAllocation,  // malloc, calloc and new, in one count.
+    kOpen,
+    kStatus,  // fstat
+    kSeek,
+    kMap,
+    kStream,  // fdopen
+    kCut,     // ftruncate
+    kRead,    // fread
+    kWrite,   // fwrite
+    kFlush,
+    kSynchronise,  // fsync
+    kClose,
+    kCloseStream,
+    kThread,
+    kKinds
+};
+const char* Name(Kind kind);
+
+// The n-th call of the kind from now on fails (from 1; 0: none). All that came before is forgotten.
+void LetFail(Kind kind, int n);
+bool HasFailed();  // Since then.
+
+// What is allocated and not freed, or mapped and not unmapped, by what is linked into the program.
+long LiveAllocations();
+
+// Called after each call on a file that succeeded, on the thread that made it, with the path (that
+// of the descriptor) as the system names it. Empty: nobody looks on.
+using Observer = std::function<void(Kind kind, const std::string& path)>;
+void SetObserver(Observer observer);
+
+// While one lives, this thread's calls are the test's own: they neither fail nor are observed.
+class TestsOwn {
+  public:
+    TestsOwn();
+    ~TestsOwn();
+    TestsOwn(const TestsOwn&) = delete;
+    TestsOwn& operator=(const TestsOwn&) = delete;
+};
+
+}  // namespace calls
