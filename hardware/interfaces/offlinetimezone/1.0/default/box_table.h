@@ -65,8 +65,7 @@ class TableReader {
     // The same bytes are the same box.
     bool NextBox() {
         const uint8_t* const start = mCursor.next;
-        mIsSameBox = mBoxBytes != 0 && mCursor.end - start >= mBoxBytes && *start == *mBoxStart &&
-                     std::memcmp(start, mBoxStart, static_cast<size_t>(mBoxBytes)) == 0;
+        mIsSameBox = mBoxBytes != 0 && mCursor.end - start >= mBoxBytes && IsBoxAt(start);
         if (mIsSameBox) {
             mCursor.next += mBoxBytes;
             return true;
@@ -78,6 +77,16 @@ class TableReader {
         mBoxStart = start;
         mBoxBytes = mCursor.next - start;
         return true;
+    }
+
+    // Most boxes take eight bytes to sixteen: two words that overlap.
+    bool IsBoxAt(const uint8_t* bytes) const {
+        if (mBoxBytes < 8 || mBoxBytes > 16) {
+            return std::memcmp(bytes, mBoxStart, static_cast<size_t>(mBoxBytes)) == 0;
+        }
+        const std::ptrdiff_t last = mBoxBytes - 8;
+        return LoadLittleEndian(bytes) == LoadLittleEndian(mBoxStart) &&
+               LoadLittleEndian(bytes + last) == LoadLittleEndian(mBoxStart + last);
     }
 
     const ZDDatabase& mDb;

@@ -129,17 +129,18 @@ bool Directory::Build(const ZDDatabase& db) {
     }
 
     mTop.resize(size_t{kTopCells} * kTopCells);
-    mNodes.reserve(mTop.size() + 2 * size_t{runCount});
+    mNodes.resize(mTop.size() + 2 * size_t{runCount});
     mLists.push_back(0);         // The list of nothing.
     std::vector<uint32_t> runs;  // Of a cell, and behind them those of the parts at hand.
     for (size_t cell = 0; cell < mTop.size(); ++cell) {
         const size_t count = begins[cell + 1] - begins[cell];
         if (runs.size() < count) runs.resize(2 * count);
         std::copy_n(top.begin() + begins[cell], count, runs.begin());
-        mTop[cell] = static_cast<uint32_t>(mNodes.size());
+        mTop[cell] = static_cast<uint32_t>(mNodeCount);
         AddNode(boxes, mLat.PartOf(cell / kTopCells), mLon.PartOf(cell % kTopCells), &runs, 0,
                 count, count, kPartListings * count);
     }
+    mNodes.resize(mNodeCount);
     Trim(&mNodes);
     Trim(&mLists);
     return mNodes.size() <= kRestMask && mLists.size() <= kRestMask;
@@ -151,8 +152,9 @@ bool Directory::Build(const ZDDatabase& db) {
 void Directory::AddNode(const std::vector<Box>& boxes, const Part& lat, const Part& lon,
                         std::vector<uint32_t>* runs, size_t first, size_t count, size_t end,
                         size_t budget) {
-    const size_t node = mNodes.size();
-    mNodes.push_back(count == 1 ? kAlone | (*runs)[first] : kListed);  // Or the list of nothing.
+    const size_t node = mNodeCount++;
+    if (node == mNodes.size()) mNodes.resize(2 * node);
+    mNodes[node] = count == 1 ? kAlone | (*runs)[first] : kListed;  // Or the list of nothing.
     if (count <= 1) return;
     const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
     const Part& whole = isSplitByLat ? lat : lon;
@@ -181,7 +183,7 @@ void Directory::AddNode(const std::vector<Box>& boxes, const Part& lat, const Pa
     }
     const Part halves[2] = {{whole.min, middle}, {middle + 1, whole.max}};
     for (size_t half = 0; half < 2; ++half) {
-        if (half == 1) mNodes[node] = static_cast<uint32_t>(mNodes.size());
+        if (half == 1) mNodes[node] = static_cast<uint32_t>(mNodeCount);
         AddNode(boxes, isSplitByLat ? halves[half] : lat, isSplitByLat ? lon : halves[half], runs,
                 end + half * count, counts[half], end + 2 * count,
                 counts[half] + (budget - listings) / 2);

@@ -74,6 +74,7 @@ class Directory {
     Axis mLon;
     std::vector<uint32_t> mTop;  // The node of each cell, row by row.
     std::vector<Node> mNodes;
+    size_t mNodeCount = 0;         // Those in use while they are made.
     std::vector<uint32_t> mLists;  // Counts, each with so many runs behind it.
 };
 
