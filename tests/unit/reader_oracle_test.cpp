@@ -127,12 +127,12 @@ RandomDatabase MakeLongTable(Random* random) {
 // each other; some with repeated points, some that cross themselves, some boxes that lie.
 RandomDatabase MakeDatabase(Random* random) {
     RandomDatabase made;
-    static constexpr int kPrecisions[] = {21, 21, 21, 4, 12, 24, 25, 31};
+    static constexpr int kPrecisions[] = {21, 21, 21, 4, 12, 24, 31, 31};
     const int precision = kPrecisions[(*random)() % 8];
     made.raw.precision = static_cast<uint8_t>(precision);
     const int32_t scale = int32_t{1} << (precision - 1);
     // Some beyond what floats hold exactly.
-    static constexpr int32_t kFields[] = {12, 12, 5000000, 5000000, 12000000, 400000000};
+    static constexpr int32_t kFields[] = {12, 12, 5000000, 12000000, 400000000, 400000000};
     const int32_t field = std::min<int32_t>(scale / 2, kFields[(*random)() % 6]);
     const int zones = Between(random, 1, 4);
     std::vector<uint32_t> records;
@@ -142,7 +142,7 @@ RandomDatabase MakeDatabase(Random* random) {
     std::vector<GridRing> rings;
     for (int i = 0; i < count; ++i) {
         GridRing ring;
-        const bool isLong = (*random)() % 16 == 0;
+        const bool isLong = (*random)() % 8 == 0;
         const int points = isLong ? Between(random, 60, 600) : Between(random, 0, 9);
         // A long one is anywhere at each point, or goes its way, much of it far from most targets.
         const int32_t step = isLong && (*random)() % 2 == 0 ? field / 12 : 2 * field;

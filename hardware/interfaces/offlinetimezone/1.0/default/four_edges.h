@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 
 #include "database_numbers.h"
@@ -68,25 +67,6 @@ inline uint64_t LeastSquaredDistance(int64_t awayLat, int64_t awayLon) {
     return static_cast<uint64_t>(lat * lat + 4 * lon * lon);
 }
 
-// The part of the grid that an edge's box must meet for its least squared distance to be below
-// `squared`; a rectangle, of which the corners may be too far.
-struct Reach {
-    int32_t south = INT32_MIN;
-    int32_t north = INT32_MAX;
-    int32_t west = INT32_MIN;
-    int32_t east = INT32_MAX;
-
-    Reach(const Point& target, uint64_t squared) {
-        if (squared >= uint64_t{1} << 52) return;  // All of the grid.
-        // At least the root, whatever the square root rounds.
-        const auto root = static_cast<int32_t>(std::sqrt(static_cast<double>(squared))) + 1;
-        south = target.lat - root - 1;
-        north = target.lat + root + 1;
-        west = target.lon - root / 2 - 1;
-        east = target.lon + root / 2 + 1;
-    }
-};
-
 // Keeps the smallest squared distance of edges to a target, as long as floats hold all coordinates
 // exactly. Then nothing here is beyond what its type holds: with coordinates c and slopes of at
 // most 2^24, a foot comes from sums and quotients below 2^72, and lies within 3c, rounding
@@ -98,23 +78,18 @@ class DistanceKeeper {
         : mLat(AllOf(target.lat)),
           mLon(AllOf(target.lon)),
           mFloatLat(ToFloats(mLat)),
-          mFloatLon(ToFloats(mLon)) {
-        const Reach reach(target, squared);
-        mSouth = AllOf(reach.south);
-        mNorth = AllOf(reach.north);
-        mWest = AllOf(reach.west);
-        mEast = AllOf(reach.east);
+          mFloatLon(ToFloats(mLon)),
+          mLimit(AllOf(static_cast<float>(squared) * kAbove)) {
         Check(mLat, mLon);
         Check(AllOf(start.lat), AllOf(start.lon));
     }
 
     void Add(const FourEdges& edges) {
-        const Ints areBeyond = ((edges.lat < mSouth) & (edges.fromLat < mSouth)) |
-                               ((edges.lat > mNorth) & (edges.fromLat > mNorth)) |
-                               ((edges.lon < mWest) & (edges.fromLon < mWest)) |
-                               ((edges.lon > mEast) & (edges.fromLon > mEast));
         Check(edges.lat, edges.lon);
-        if (!AnyOf(~areBeyond) || !AreExact()) return;
+        const Floats awayLat = Away(edges.lat, edges.fromLat, mLat);
+        const Floats awayLon = Away(edges.lon, edges.fromLon, mLon);
+        const Ints mayWin = awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit;
+        if (!AnyOf(mayWin) || !AreExact()) return;
 
         const Ints isVertical = edges.lon == edges.fromLon;
         const Floats lat = ToFloats(edges.lat);
@@ -156,6 +131,17 @@ class DistanceKeeper {
         mExactness |= (AsUnits(lat) + kLimits) | (AsUnits(lon) + kLimits);
     }
 
+    // More than what is rounded away of a bound's three products and sum.
+    static constexpr float kAbove = 1.0f + 0x1p-20f;
+
+    // How many units, less one, edges lie away from a coordinate; 0 where they meet it.
+    static Floats Away(Ints a, Ints b, Ints target) {
+        const Floats fromA = ToFloats(AsInts(AsUnits(a) - AsUnits(target)));
+        const Floats fromB = ToFloats(AsInts(AsUnits(b) - AsUnits(target)));
+        const Floats away = Larger(Smaller(fromA, fromB), Smaller(-fromA, -fromB));
+        return Larger(away - 1.0f, Floats{0.0f, 0.0f, 0.0f, 0.0f});
+    }
+
     static Ints LieOutside(Ints value, Ints a, Ints b) {
         return ((value > a) & (value > b)) | ((value < a) & (value < b));
     }
@@ -164,16 +150,20 @@ class DistanceKeeper {
     static TwoDoubles SquaresOf(TwoDoubles lat, TwoDoubles lon) {
         return lat * lat + 4.0 * (lon * lon);
     }
-    static TwoDoubles Smaller(TwoDoubles a, TwoDoubles b) { return a < b ? a : b; }
+    template <typename Lanes>
+    static Lanes Smaller(Lanes a, Lanes b) {
+        return a < b ? a : b;
+    }
+    template <typename Lanes>
+    static Lanes Larger(Lanes a, Lanes b) {
+        return a > b ? a : b;
+    }
 
     const Ints mLat;
     const Ints mLon;
     const Floats mFloatLat;
     const Floats mFloatLon;
-    Ints mSouth;
-    Ints mNorth;
-    Ints mWest;
-    Ints mEast;
+    const Floats mLimit;
     Units mExactness = {0, 0, 0, 0};
     TwoDoubles mSmallest = {0x1p63, 0x1p63};
 };

@@ -15,6 +15,10 @@ inline Ints AllOf(int32_t value) {
     return Ints{value, value, value, value};
 }
 
+inline Floats AllOf(float value) {
+    return Floats{value, value, value, value};
+}
+
 inline Units LoadUnits(const int32_t* four) {
     Units lanes;
     std::memcpy(&lanes, four, sizeof lanes);

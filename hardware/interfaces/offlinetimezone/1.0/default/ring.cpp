@@ -104,7 +104,8 @@ class Walk {
 
     // Tells from sums alone how far a block may come, and where it ends. Long rings have most of
     // their blocks far from a target.
-    Look LookAhead(const Block& block, Point* blockEnd) const {
+    Look LookAhead(const Block& block, Point* blockEnd) {
+        if (block.steps == 0) return kAll;
         Units sums = {0, 0, 0, 0};
         Units lengths = {0, 0, 0, 0};
         Units all = {0, 0, 0, 0};
@@ -133,7 +134,13 @@ class Walk {
         }
         const int64_t awayLat = lat.Away(mTarget.lat);
         const int64_t awayLon = lon.Away(mTarget.lon);
-        if (mMeasures && LeastSquaredDistance(awayLat, awayLon) < mNearest) return kAll;
+        if (mMeasures && LeastSquaredDistance(awayLat, awayLon) < mNearest) {
+            // A way that comes nearer is nearest at its end: then few of its other edges can win.
+            const int32_t* const last = block.deltas + 2 * (block.steps - 1);
+            const Point before = {WrappingAdd(end.lat, -last[0]), WrappingAdd(end.lon, -last[1])};
+            mNearest = std::min(mNearest, SquaredDistance(before, end, mTarget));
+            return kAll;
+        }
         return awayLat == 0 || awayLon == 0 ? kTurns : kNothing;
     }
 
