@@ -28,7 +28,7 @@ if(OFFLINETZ_SANITIZERS)
 endif()
 if(OFFLINETZ_COVERAGE)
   add_compile_definitions(OFFLINETZ_COVERAGE)
-  add_compile_options(--coverage)
+  add_compile_options(--coverage -fprofile-update=atomic)  # Threads count too.
   add_link_options(--coverage)
 endif()
 
