@@ -79,6 +79,7 @@ class DistanceKeeper {
           mLon(AllOf(target.lon)),
           mFloatLat(ToFloats(mLat)),
           mFloatLon(ToFloats(mLon)),
+          mIsLimited(squared != UINT64_MAX),
           mLimit(AllOf(static_cast<float>(squared) * kAbove)) {
         Check(mLat, mLon);
         Check(AllOf(start.lat), AllOf(start.lon));
@@ -86,10 +87,12 @@ class DistanceKeeper {
 
     void Add(const FourEdges& edges) {
         Check(edges.lat, edges.lon);
-        const Floats awayLat = Away(edges.lat, edges.fromLat, mLat);
-        const Floats awayLon = Away(edges.lon, edges.fromLon, mLon);
-        const Ints mayWin = awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit;
-        if (!AnyOf(mayWin) || !AreExact()) return;
+        if (mIsLimited) {
+            const Floats awayLat = Away(edges.lat, edges.fromLat, mLat);
+            const Floats awayLon = Away(edges.lon, edges.fromLon, mLon);
+            if (!AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit)) return;
+        }
+        if (!AreExact()) return;
 
         const Ints isVertical = edges.lon == edges.fromLon;
         const Floats lat = ToFloats(edges.lat);
@@ -163,6 +166,7 @@ class DistanceKeeper {
     const Ints mLon;
     const Floats mFloatLat;
     const Floats mFloatLon;
+    const bool mIsLimited;  // Else there is no distance yet, and nothing to gain by bounds.
     const Floats mLimit;
     Units mExactness = {0, 0, 0, 0};
     TwoDoubles mSmallest = {0x1p63, 0x1p63};
