@@ -8,11 +8,14 @@
 
 #include "raw_database.h"
 
-// Ends the process, as a fuzzer wants it, where a result is not what it must be.
-inline void Require(bool condition, const char* what) {
-    if (condition) return;
-    std::fprintf(stderr, "not as it must be: %s\n", what);
+// Ends the process, as a fuzzer wants it, where something differs (null: nothing does).
+inline void RequireSame(const char* difference) {
+    if (difference == nullptr) return;
+    std::fprintf(stderr, "not as it must be: %s\n", difference);
     std::abort();
+}
+inline void Require(bool condition, const char* what) {
+    RequireSame(condition ? nullptr : what);
 }
 
 // Decisions drawn from the bytes from front to back; zeros, the plain choice, where they end.

@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <cmath>
 #include <filesystem>
-#include <random>
-#include <set>
 
 #include "loaded_service.h"
 #include "log_capture.h"
@@ -46,36 +44,6 @@ class DeviceDirectory {
     bool mMadeParent = false;
 };
 
-struct Place {
-    std::string lat;
-    std::string lon;
-    std::string answer;
-};
-
-// Points anywhere, as texts, with the answers of the reader itself.
-std::vector<Place> WorldPlaces(size_t count) {
-    const DatabasePtr world(ZDOpenDatabase(OFFLINETZ_WORLD_DATABASE));
-    std::mt19937_64 random(11);
-    std::vector<Place> places;
-    while (places.size() < count) {
-        char lat[32];
-        char lon[32];
-        std::snprintf(lat, sizeof lat, "%.5f", static_cast<double>(random() % 18000001) / 1e5 - 90);
-        std::snprintf(lon, sizeof lon, "%.5f",
-                      static_cast<double>(random() % 36000001) / 1e5 - 180);
-        const auto latDegrees = std::strtof(lat, nullptr);
-        const auto lonDegrees = std::strtof(lon, nullptr);
-        ZDResult* results = ZDLookup(world.get(), latDegrees, lonDegrees, nullptr);
-        std::string answer;
-        for (ZDResult* r = results; r->result != ZDLookupEnd; ++r)
-            answer += r->fieldValues[0];
-        if (answer.empty()) answer = GetEtcAreaTimezone(world.get(), lonDegrees, latDegrees);
-        ZDFreeResults(results);
-        places.push_back({lat, lon, answer});
-    }
-    return places;
-}
-
 // A database that differs from the world around Paris: a ragged island of a zone of its own.
 Bytes SecondDatabase(uint8_t version) {
     offlinetz::DatabaseContent content;
@@ -108,20 +76,6 @@ TEST(EndToEnd, ServesTheWorldAndTakesANewDatabase) {
     LoadedService service(OFFLINETZ_LIBRARY);
     const sp<Recorder> client = new Recorder;
     ASSERT_TRUE(service->startLookup(client));
-    const std::vector<Place> places = WorldPlaces(1000);
-    for (const Place& place : places)
-        service->Lookup(place.lat, place.lon);
-    ASSERT_TRUE(client->WaitFor(places.size()));
-    std::vector<ClientReport> reports = client->Reports();
-    ASSERT_EQ(places.size(), reports.size());
-    std::set<std::string> zones;
-    for (size_t i = 0; i < places.size(); ++i) {
-        ASSERT_EQ((ClientReport{places[i].lat, places[i].lon, places[i].answer}), reports[i]);
-        zones.insert(places[i].answer);
-    }
-    EXPECT_GT(zones.size(), 100u);
-    EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
-
     const auto ask = [&](const char* lat, const char* lon) {
         const size_t before = client->Reports().size();
         service->Lookup(lat, lon);
@@ -129,6 +83,7 @@ TEST(EndToEnd, ServesTheWorldAndTakesANewDatabase) {
     };
     EXPECT_EQ("\"Europe/Paris\"", ask("48.8566", "2.3522"));
     EXPECT_EQ("\"America/New_York\"", ask("40.7128", "-74.0060"));
+    EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
     uint8_t version = 10;
     for (const size_t chunk : {size_t{1}, size_t{4093}, SIZE_MAX / 2}) {
         const Bytes second = SecondDatabase(++version);
@@ -142,11 +97,6 @@ TEST(EndToEnd, ServesTheWorldAndTakesANewDatabase) {
         EXPECT_EQ(second, ReadFile(directory / "lastcombinedTimezone.bin"));
         log.Take();
     }
-    // A download that loses a chunk leaves everything as it is.
-    service.Send(world, 1 << 20, static_cast<uint32_t>(world.size()) + 1);
-    service->injectDB();
-    EXPECT_EQ("\"Second/Paris\"", ask("48.8566", "2.3522"));
-    EXPECT_EQ(version, static_cast<int32_t>(service->getDBVersion()));
     // And the world again.
     service.Send(world, 1 << 16);
     service->injectDB();

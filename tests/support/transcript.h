@@ -3,6 +3,10 @@
 //     == a section, run from a fresh start
 //     > a step
 //     a line of its outcome
+//     [a name]
+//
+// where the last stands for lines that many outcomes share. They are written out once, up to an
+// empty line, behind "= a name".
 //
 // The steps are run and the file written anew in memory; the test compares the two texts whole.
 // With UPDATE_TRANSCRIPTS set in its environment it replaces the file, for review.
@@ -16,6 +20,7 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 using Words = std::vector<std::string>;
@@ -39,6 +44,16 @@ inline std::string Bars(const std::string& message) {
     return line + "|";
 }
 
+// Puts "[name]" in the place of each run of lines that is `shared`.
+inline void PutName(const std::string& name, const Words& shared, Words* lines) {
+    for (auto at = lines->begin();;) {
+        at = std::search(at, lines->end(), shared.begin(), shared.end());
+        if (at == lines->end()) return;
+        *at = "[" + name + "]";
+        at = lines->erase(at + 1, at + static_cast<std::ptrdiff_t>(shared.size()));
+    }
+}
+
 inline void CheckTranscript(const std::string& path,
                             const std::function<void(const std::string& section)>& begin,
                             const std::function<Words(const std::string& step)>& run) {
@@ -46,15 +61,30 @@ inline void CheckTranscript(const std::string& path,
     ASSERT_TRUE(file.is_open()) << path;
     std::string expected;
     std::string actual;
+    std::vector<std::pair<std::string, Words>> shared;
+    bool isShared = false;
     for (std::string line; std::getline(file, line);) {
         expected += line + "\n";
+        isShared = isShared && !line.empty();
+        if (isShared) shared.back().second.push_back(line);
+        if (line.rfind("= ", 0) == 0) {
+            shared.push_back({line.substr(2), {}});
+            isShared = true;
+        }
+        if (isShared) {
+            actual += line + "\n";
+            continue;
+        }
         const bool isStep = line.rfind("> ", 0) == 0;
         const bool isSection = line.rfind("== ", 0) == 0;
         if (!isStep && !isSection && !line.empty() && line[0] != '#') continue;
         actual += line + "\n";
         if (isSection) begin(line.substr(3));
         if (!isStep) continue;
-        for (const std::string& outcome : run(line.substr(2)))
+        Words lines = run(line.substr(2));
+        for (const auto& [name, part] : shared)
+            PutName(name, part, &lines);
+        for (const std::string& outcome : lines)
             actual += outcome + "\n";
     }
     if (std::getenv("UPDATE_TRANSCRIPTS") != nullptr) std::ofstream(path) << actual;

@@ -534,22 +534,19 @@ void DrawZone(const std::string& path, uint64_t seed, double shift) {
     const auto upTo1 = [&] { return static_cast<double>(random() >> 11) / 9007199254740992.0; };
     const double lat = 100.0 * upTo1() - 50.0;
     const double lon = shift + 300.0 * upTo1() - 150.0;
-    std::ofstream file(path);
-    file.precision(10);
-    file << R"({"type":"FeatureCollection","features":[{"type":"Feature",)"
-         << R"("properties":{"tzid":"A"},"geometry":{"type":"Polygon","coordinates":[[)";
+    std::string positions;
     std::string first;
     for (int i = 0; i < 200; ++i) {
         const double radius = 2.0 + 2.0 * upTo1();
         const double angle = 6.283185307 * i / 200;
-        std::ostringstream position;
-        position.precision(10);
-        position << "[" << lon + radius * std::cos(angle) << "," << lat + radius * std::sin(angle)
-                 << "]";
-        if (i == 0) first = position.str();
-        file << position.str() << ",";
+        const std::string position = '[' + std::to_string(lon + radius * std::cos(angle)) + ',' +
+                                     std::to_string(lat + radius * std::sin(angle)) + ']';
+        if (i == 0) first = position;
+        positions += position + ',';
     }
-    file << first << "]]}}]}";
+    std::ofstream(path) << R"({"type":"FeatureCollection","features":[{"type":"Feature",)"
+                        << R"("properties":{"tzid":"A"},"geometry":{"type":"Polygon",)"
+                        << R"("coordinates":[[)" << positions << first << "]]}}]}";
 }
 
 // What a sound compile leaves is never too much; a border four units off is found.

@@ -1,0 +1,82 @@
+// The reader on every way that it can go, held against the plain reading.
+#pragma once
+
+#include <LookupInterface.h>
+#include <deltas.h>
+#include <zonedetect.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "plain_reader.h"
+
+// Tells what differs between one lookup and what the plain reading gives; null where nothing does.
+inline const char* DifferenceOf(const ZDDatabase& database, const oracle::Answer& expected,
+                                float lat, float lon, bool withDistance) {
+    float distance;
+    const std::unique_ptr<ZDResult, void (*)(ZDResult*)> results(
+            ZDLookup(&database, lat, lon, withDistance ? &distance : nullptr), ZDFreeResults);
+    if (results == nullptr) return "there is no list";
+    const ZDResult* entry = results.get();
+    for (const oracle::ZoneHit& hit : expected.hits) {
+        if (entry->result != hit.result) return "the classification, or too few zones";
+        if (entry->recordOffset != hit.recordOffset) return "the record";
+        const char* text = entry->fieldValues[0];
+        if ((text != nullptr) != hit.text.has_value()) return "a text or none";
+        if (text != nullptr && *hit.text != text) return "the text";
+        ++entry;
+    }
+    if (entry->result != ZDLookupEnd) return "too many zones";
+    const bool isSame =
+            !withDistance || std::memcmp(&distance, &expected.safezone, sizeof distance) == 0;
+    return isSame ? nullptr : "the distance";
+}
+
+// The same for a point with and without a distance, by the directory and by a scan, and with each
+// decoder that the processor has.
+inline const char* DifferenceAt(const ZDDatabase& database, const oracle::PlainReader& plain,
+                                float lat, float lon) {
+    const oracle::Answer expected = plain.Lookup(lat, lon);
+    ZDDatabase scanned = database;
+    scanned.directory = nullptr;
+    for (const zonedetect::DeltaDecoder decoder :
+         {zonedetect::X86DeltaDecoder(),
+          zonedetect::DeltaDecoder{zonedetect::DecodeDeltasPortable}}) {
+        if (decoder == nullptr) continue;
+        zonedetect::deltaDecoder = decoder;
+        for (const ZDDatabase* way : {&database, static_cast<const ZDDatabase*>(&scanned)}) {
+            for (const bool withDistance : {true, false}) {
+                const char* found = DifferenceOf(*way, expected, lat, lon, withDistance);
+                if (found != nullptr) return found;
+            }
+        }
+    }
+    return nullptr;
+}
+
+// The text of an answer: the names of the zones, or the nautical zone where there is none.
+inline std::string ExpectedText(const ZDDatabase& database, const oracle::PlainReader& plain,
+                                float lat, float lon) {
+    const oracle::Answer answer = plain.Lookup(lat, lon);
+    if (answer.hits.empty()) return GetEtcAreaTimezone(&database, lon, lat);
+    std::string joined;
+    const bool isNamed = !plain.FieldNames().empty() && plain.FieldNames()[0].has_value();
+    for (const oracle::ZoneHit& hit : answer.hits)
+        joined += isNamed ? hit.text.value_or("") : "";
+    return joined;
+}
+
+// As DifferenceAt, and the database manager's text must follow from the answer.
+inline const char* DifferenceWithText(const ZDDatabase& database, const oracle::PlainReader& plain,
+                                      float lat, float lon) {
+    using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
+    if (const char* found = DifferenceAt(database, plain, lat, lon)) return found;
+    float distance;
+    const std::unique_ptr<char, void (*)(void*)> answer(
+            LookupTzIdIn(&database, lat, lon, &distance), std::free);
+    if (answer != nullptr && ExpectedText(database, plain, lat, lon) == answer.get())
+        return nullptr;
+    return "the manager's answer";
+}
