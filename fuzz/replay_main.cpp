@@ -1,21 +1,29 @@
-// Runs the fuzz target over every file of the directories given, with any compiler.
+// Runs the fuzz target over every file of a directory, and over as many inputs of random bytes as
+// the second argument says, the same in every run. With any compiler.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <random>
+#include <string>
 
 #include "raw_database.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-int main(int argc, char** argv) {
+int main(int, char** argv) {
     size_t files = 0;
-    for (int i = 1; i < argc; ++i) {
-        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-            const Bytes bytes = ReadFile(entry.path());
-            LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-            ++files;
-        }
+    for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+        const Bytes bytes = ReadFile(entry.path());
+        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+        ++files;
     }
-    std::fprintf(stderr, "%zu inputs replayed\n", files);
+    std::mt19937 random(1);
+    for (int i = std::stoi(argv[2]); i > 0; --i) {
+        Bytes bytes(random() % 400);
+        for (uint8_t& byte : bytes)
+            byte = static_cast<uint8_t>(random());
+        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+    }
+    std::fprintf(stderr, "%zu seeds replayed\n", files);
     return files > 0 ? 0 : 1;
 }
