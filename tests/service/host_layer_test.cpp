@@ -40,6 +40,27 @@ TEST(References, KeepAnObjectExactlyAsLongAsNeeded) {
     EXPECT_EQ(nullptr, wp<Counted>().promote());
 }
 
+TEST(References, CountAcrossThreads) {
+    std::atomic<int> alive{0};
+    sp<Counted> object = new Counted(&alive);
+    const wp<Counted> weak = object;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([object, weak] {
+            for (int i = 0; i < 20000; ++i) {
+                const sp<Counted> copy = object;
+                const sp<Counted> promoted = weak.promote();
+                ASSERT_EQ(copy, promoted);
+            }
+        });
+    }
+    object.clear();
+    for (std::thread& thread : threads)
+        thread.join();
+    threads.clear();
+    EXPECT_EQ(0, alive);
+}
+
 struct Recipient : hidl_death_recipient {
     void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
         const std::lock_guard<std::mutex> lock(mMutex);
@@ -81,6 +102,20 @@ TEST(Deaths, AreNotToldWhenTheObjectJustEnds) {
     object.clear();
     EXPECT_EQ(1, recipient->getStrongCount());  // The link went with the object.
     EXPECT_TRUE(recipient->mNotices.empty());
+}
+
+TEST(Deaths, MayUnlinkFromWithinTheNotice) {
+    struct Unlinker : Recipient {
+        void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
+            who.promote()->unlinkToDeath(this);
+            Recipient::serviceDied(cookie, who);
+        }
+    };
+    const sp<Unlinker> recipient = new Unlinker;
+    const sp<Object> object = new Object;
+    object->linkToDeath(recipient, 5);
+    host::EndOwnerOf(object);
+    EXPECT_EQ(1u, recipient->mNotices.size());
 }
 
 }  // namespace

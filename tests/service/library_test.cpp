@@ -17,6 +17,7 @@
 #include <regex>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -387,6 +388,11 @@ TEST_F(FlowTest, RegistrationsAndDeathsTakeTurns) {
     a->mBeforeUnlink = [&] { service->startLookup(a); };
     host::EndOwnerOf(a);
     EXPECT_TRUE(isServed(a));
+    host::EndOwnerOf(a);
+    EXPECT_FALSE(isServed(a));
+    // What a client throws into its unlinking changes nothing.
+    service->startLookup(a);
+    a->mBeforeUnlink = [] { throw std::runtime_error("a client's trouble"); };
     host::EndOwnerOf(a);
     EXPECT_FALSE(isServed(a));
     // A's death is handled before B is linked: B is forgotten with A, and its later end, of which

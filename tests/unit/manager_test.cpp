@@ -127,6 +127,17 @@ TEST_F(ManagerTest, LogsAndAnswersAsTheTranscriptSays) {
             });
 }
 
+TEST_F(ManagerTest, EveryDamagedByteIsNoticed) {
+    const Bytes good = MakeDatabase(1).File();
+    for (size_t i = 0; i < good.size(); ++i) {
+        Bytes damaged = good;
+        damaged[i] ^= 0x01;
+        WriteFile(kActive, damaged);
+        fs::remove(kBackup);
+        EXPECT_FALSE(mManager.PreOpenDB()) << "byte " << i;
+    }
+}
+
 TEST_F(ManagerTest, AHugeFileIsDamaged) {
     WriteFile(kActive, {});
     fs::resize_file(kActive, uint64_t{1} << 31);  // 2 GiB, all of it a hole.
