@@ -1,3 +1,9 @@
+// A file of 2 GiB in a database's place must be replaced on 32-bit systems too, which without this
+// refuse to open it.
+#if !defined(__LP64__)
+#define _FILE_OFFSET_BITS 64
+#endif
+
 #include "database_files.h"
 
 #include <fcntl.h>
