@@ -28,6 +28,12 @@ void Trim(std::vector<T>* values) {
 
 }  // namespace
 
+struct Directory::Draft {
+    std::vector<Box> boxes;      // Of the runs.
+    std::vector<uint32_t> runs;  // Of a cell, and behind them those of the parts at hand.
+    size_t nodeCount = 0;        // Nodes in use; mNodes has room for more.
+};
+
 uint8_t Directory::Axis::CellOf(int32_t units) const {
     if (units <= min) return 0;
     const uint32_t above = static_cast<uint32_t>(units) - static_cast<uint32_t>(min);
@@ -65,8 +71,9 @@ bool Directory::ReadRuns(const ZDDatabase& db, std::vector<Box>* boxes) {
 }
 
 bool Directory::Build(const ZDDatabase& db) {
-    std::vector<Box> boxes;
-    if (!ReadRuns(db, &boxes)) return false;
+    Draft draft;
+    const std::vector<Box>& boxes = draft.boxes;
+    if (!ReadRuns(db, &draft.boxes)) return false;
     Trim(&mPlaces);
 
     Box all = {0, 0, 0, 0};
@@ -130,31 +137,30 @@ bool Directory::Build(const ZDDatabase& db) {
 
     mTop.resize(size_t{kTopCells} * kTopCells);
     mNodes.resize(mTop.size() + 2 * size_t{runCount});
-    mLists.push_back(0);         // The list of nothing.
-    std::vector<uint32_t> runs;  // Of a cell, and behind them those of the parts at hand.
+    mLists.push_back(0);  // The list of nothing.
     for (size_t cell = 0; cell < mTop.size(); ++cell) {
         const size_t count = begins[cell + 1] - begins[cell];
-        if (runs.size() < count) runs.resize(2 * count);
-        std::copy_n(top.begin() + begins[cell], count, runs.begin());
-        mTop[cell] = static_cast<uint32_t>(mNodeCount);
-        AddNode(boxes, mLat.PartOf(cell / kTopCells), mLon.PartOf(cell % kTopCells), &runs, 0,
-                count, count, kPartListings * count);
+        if (draft.runs.size() < count) draft.runs.resize(2 * count);
+        std::copy_n(top.begin() + begins[cell], count, draft.runs.begin());
+        mTop[cell] = static_cast<uint32_t>(draft.nodeCount);
+        AddNode(&draft, mLat.PartOf(cell / kTopCells), mLon.PartOf(cell % kTopCells), 0, count,
+                count, kPartListings * count);
     }
-    mNodes.resize(mNodeCount);
+    mNodes.resize(draft.nodeCount);
     Trim(&mNodes);
     Trim(&mLists);
     return mNodes.size() <= kRestMask && mLists.size() <= kRestMask;
 }
 
 // Adds the node of a part of the grid and all below it. The part meets `count` runs, which stand in
-// `runs` from `first` on; what is there from `end` on is for those below. `budget` is how many the
-// lists of this node and below may hold, `count` at least.
-void Directory::AddNode(const std::vector<Box>& boxes, const Part& lat, const Part& lon,
-                        std::vector<uint32_t>* runs, size_t first, size_t count, size_t end,
-                        size_t budget) {
-    const size_t node = mNodeCount++;
+// the draft's from `first` on; what is there from `end` on is for those below. `budget` is how many
+// the lists of this node and below may hold, `count` at least.
+void Directory::AddNode(Draft* draft, const Part& lat, const Part& lon, size_t first, size_t count,
+                        size_t end, size_t budget) {
+    std::vector<uint32_t>& runs = draft->runs;
+    const size_t node = draft->nodeCount++;
     if (node == mNodes.size()) mNodes.resize(2 * node);
-    mNodes[node] = count == 1 ? kAlone | (*runs)[first] : kListed;  // Or the list of nothing.
+    mNodes[node] = count == 1 ? kAlone | runs[first] : kListed;  // Or the list of nothing.
     if (count <= 1) return;
     const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
     const Part& whole = isSplitByLat ? lat : lon;
@@ -162,11 +168,11 @@ void Directory::AddNode(const std::vector<Box>& boxes, const Part& lat, const Pa
     // Those of each half, in the table's order.
     size_t counts[2] = {0, 0};
     if (whole.min < whole.max) {
-        if (runs->size() < end + 2 * count) runs->resize(2 * (end + 2 * count));
-        const uint32_t* const all = runs->data() + first;
-        uint32_t* const parts[2] = {runs->data() + end, runs->data() + end + count};
+        if (runs.size() < end + 2 * count) runs.resize(2 * (end + 2 * count));
+        const uint32_t* const all = runs.data() + first;
+        uint32_t* const parts[2] = {runs.data() + end, runs.data() + end + count};
         for (size_t i = 0; i < count; ++i) {
-            const Box& box = boxes[all[i]];
+            const Box& box = draft->boxes[all[i]];
             parts[0][counts[0]] = all[i];
             parts[1][counts[1]] = all[i];
             counts[0] += (isSplitByLat ? box.minLat : box.minLon) <= middle ? 1 : 0;
@@ -177,14 +183,14 @@ void Directory::AddNode(const std::vector<Box>& boxes, const Part& lat, const Pa
     if (listings == 0 || listings > budget) {
         mNodes[node] = kListed | static_cast<uint32_t>(mLists.size());
         mLists.push_back(static_cast<uint32_t>(count));
-        const auto begin = runs->begin() + static_cast<std::ptrdiff_t>(first);
+        const auto begin = runs.begin() + static_cast<std::ptrdiff_t>(first);
         mLists.insert(mLists.end(), begin, begin + static_cast<std::ptrdiff_t>(count));
         return;
     }
     const Part halves[2] = {{whole.min, middle}, {middle + 1, whole.max}};
     for (size_t half = 0; half < 2; ++half) {
-        if (half == 1) mNodes[node] = static_cast<uint32_t>(mNodeCount);
-        AddNode(boxes, isSplitByLat ? halves[half] : lat, isSplitByLat ? lon : halves[half], runs,
+        if (half == 1) mNodes[node] = static_cast<uint32_t>(draft->nodeCount);
+        AddNode(draft, isSplitByLat ? halves[half] : lat, isSplitByLat ? lon : halves[half],
                 end + half * count, counts[half], end + 2 * count,
                 counts[half] + (budget - listings) / 2);
     }

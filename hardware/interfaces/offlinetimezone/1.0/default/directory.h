@@ -64,17 +64,17 @@ class Directory {
         Part PartOf(size_t cell) const;
     };
 
+    struct Draft;  // What is needed while it is made.
+
     bool ReadRuns(const ZDDatabase& db, std::vector<Box>* boxes);
-    void AddNode(const std::vector<Box>& boxes, const Part& lat, const Part& lon,
-                 std::vector<uint32_t>* runs, size_t first, size_t count, size_t end,
-                 size_t budget);
+    void AddNode(Draft* draft, const Part& lat, const Part& lon, size_t first, size_t count,
+                 size_t end, size_t budget);
 
     std::vector<TablePlace> mPlaces;  // Of each run, and behind the last one.
     Axis mLat;
     Axis mLon;
     std::vector<uint32_t> mTop;  // The node of each cell, row by row.
     std::vector<Node> mNodes;
-    size_t mNodeCount = 0;         // Those in use while they are made.
     std::vector<uint32_t> mLists;  // Counts, each with so many runs behind it.
 };
 

@@ -102,8 +102,9 @@ class Walk {
         kAll,
     };
 
-    // Tells from sums alone how far a block, which has steps, may come, and where it ends. Long
-    // rings have most of their blocks far from a target.
+    // Tells from sums alone how far a block, which has steps, may come, and where it ends; and
+    // measures the last edge of one that may come nearer. Long rings have most of their blocks far
+    // from a target.
     Look LookAhead(const Block& block, Point* blockEnd) {
         Units sums = {0, 0, 0, 0};
         Units lengths = {0, 0, 0, 0};
