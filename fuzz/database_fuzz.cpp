@@ -1,5 +1,6 @@
 // Databases of every shape, whole and broken: the reader must agree with the plain reading in
 // everything. The input describes points, a database, and edits of its fields.
+#include <database_numbers.h>
 #include <host/log.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 using offlinetz::GridBox;
 using offlinetz::GridPoint;
 using offlinetz::GridRing;
+using zonedetect::WrappingAdd;
 
 // The reader's mappings: heap blocks of just the content, so that a sanitizer sees a read of one
 // byte beyond it, of the opening too. The trailer behind it is not the reader's to read.
@@ -49,10 +51,6 @@ struct Draft {
     std::vector<GridPoint> corners = {{0, 0}};
 };
 
-int32_t Sum(int32_t a, int32_t b) {
-    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
-}
-
 // A ring of any size with its box, or another one; now and then many of them, which makes the table
 // worth a directory, each box a step further.
 void AddEntries(Choices* c, uint32_t record, Draft* draft) {
@@ -69,13 +67,13 @@ void AddEntries(Choices* c, uint32_t record, Draft* draft) {
         offlinetz::AppendSigned(delta.lat, polygons);
         offlinetz::AppendSigned(delta.lon, polygons);
         const GridPoint last = ring.empty() ? GridPoint{} : ring.back();
-        ring.push_back({Sum(last.lat, delta.lat), Sum(last.lon, delta.lon)});
+        ring.push_back({WrappingAdd(last.lat, delta.lat), WrappingAdd(last.lon, delta.lon)});
     }
     if (c->OneIn(4) || ring.empty()) {
         entry.box = {{c->Number(), c->Number()}, {c->Number(), c->Number()}};
     } else {
         entry.box = offlinetz::BoxOf(ring);
-        entry.box.max.lon = Sum(entry.box.max.lon, 3);
+        entry.box.max.lon = WrappingAdd(entry.box.max.lon, 3);
     }
     const uint32_t copies = c->OneIn(8) ? c->Below(256) * (c->OneIn(16) ? 20 : 1) : 1;
     const GridPoint step = copies > 1 ? GridPoint{c->Number(), c->Number()} : GridPoint{};
@@ -83,7 +81,7 @@ void AddEntries(Choices* c, uint32_t record, Draft* draft) {
         draft->entries.push_back(entry);
         for (GridPoint* corner : {&entry.box.min, &entry.box.max}) {
             ring.push_back(*corner);
-            *corner = {Sum(corner->lat, step.lat), Sum(corner->lon, step.lon)};
+            *corner = {WrappingAdd(corner->lat, step.lat), WrappingAdd(corner->lon, step.lon)};
         }
     }
     draft->corners.insert(draft->corners.end(), ring.begin(), ring.end());
@@ -162,8 +160,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (!places.IsAtEnd()) {  // Points on and near corners, and anywhere.
         const uint32_t row = 256u * places.Byte();
         GridPoint p = draft.corners[(row + places.Byte()) % draft.corners.size()];
-        p.lat = Sum(p.lat, places.Number());
-        p.lon = Sum(p.lon, places.Number());
+        p.lat = WrappingAdd(p.lat, places.Number());
+        p.lon = WrappingAdd(p.lon, places.Number());
         const int precision = std::clamp<int>(database->precision, 1, 31);
         float degrees[] = {DegreesAtUnits(p.lat, precision, 90.0),
                            DegreesAtUnits(p.lon, precision, 180.0)};

@@ -17,6 +17,7 @@
 #include "compare_readers.h"
 #include "recorder.h"
 #include "sample_databases.h"
+#include "service_files.h"
 #include "temporary_directory.h"
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
@@ -252,8 +253,8 @@ class Run {
     Offlinetimezone* mService;
     sp<Client> mClients[kClients];
     bool mIsBusy = false;  // Something was posted since the worker was last seen idle.
-    File mActive = {"offlinetz/lastcombinedTimezone.bin"};
-    File mBackup = {"offlinetz/lastcombinedTimezonebackup.bin"};
+    File mActive = {kActive};
+    File mBackup = {kBackup};
     int32_t mStatus = SERVER_STATUS_IDLE;
     bool mIsOpen = false;
     DatabasePtr mDatabase;  // Null, too, for a file that verifies and cannot be read.

@@ -20,6 +20,7 @@
 #include "raw_database.h"
 #include "recorder.h"
 #include "sample_databases.h"
+#include "service_files.h"
 #include "system_calls.h"
 #include "temporary_directory.h"
 
@@ -33,9 +34,6 @@ extern WorkerThread& lookupThread;
 }
 
 namespace {
-
-#define ACTIVE "offlinetz/lastcombinedTimezone.bin"
-#define BACKUP "offlinetz/lastcombinedTimezonebackup.bin"
 
 // Forty zones around the point that is asked for: more than a lookup has room for at once.
 Bytes ManyZones() {

@@ -24,6 +24,7 @@
 #include "loaded_service.h"
 #include "log_capture.h"
 #include "sample_databases.h"
+#include "service_files.h"
 #include "temporary_directory.h"
 #include "transcript.h"
 
@@ -40,9 +41,6 @@ class Offlinetimezone;
 namespace implementation = vendor::quor::hardware::offlinetimezone::V1_0::implementation;
 
 namespace {
-
-const char kActive[] = "offlinetz/lastcombinedTimezone.bin";
-const char kBackup[] = "offlinetz/lastcombinedTimezonebackup.bin";
 
 // --- What it shows -----------------------------------------------------------------------
 

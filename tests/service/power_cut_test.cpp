@@ -14,6 +14,7 @@
 #include "raw_database.h"
 #include "recorder.h"
 #include "sample_databases.h"
+#include "service_files.h"
 #include "system_calls.h"
 #include "temporary_directory.h"
 
@@ -22,9 +23,6 @@ using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
 namespace fs = std::filesystem;
 
 namespace {
-
-const std::string kActive = "offlinetz/lastcombinedTimezone.bin";
-const std::string kBackup = "offlinetz/lastcombinedTimezonebackup.bin";
 
 using MaybeFile = std::optional<Bytes>;
 using State = std::pair<MaybeFile, MaybeFile>;  // The active file and the backup.
@@ -56,9 +54,9 @@ class Disk {
     // Sees what an operation has changed.
     void Look() {
         mEntries.clear();
-        for (const std::string& path : {kActive, kBackup}) {
+        for (const char* path : {kActive, kBackup}) {
             struct stat status = {};
-            if (stat(path.c_str(), &status) != 0) continue;
+            if (stat(path, &status) != 0) continue;
             mEntries[path] = status.st_ino;
             std::vector<Bytes>& versions = mVersions[status.st_ino];
             if (versions.empty()) versions.emplace_back();

@@ -24,6 +24,8 @@
 #include "log_capture.h"
 #include "raw_database.h"
 #include "recorder.h"
+#include "sample_databases.h"
+#include "service_files.h"
 #include "temporary_directory.h"
 
 using android::sp;
@@ -31,19 +33,6 @@ using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
 namespace fs = std::filesystem;
 
 namespace {
-
-#define ACTIVE "offlinetz/lastcombinedTimezone.bin"
-#define BACKUP "offlinetz/lastcombinedTimezonebackup.bin"
-const std::string kActive = ACTIVE;
-const std::string kBackup = BACKUP;
-
-// One zone of the name, in a file of about as many bytes.
-Bytes Database(const std::string& name, size_t size) {
-    RawDatabase raw;
-    raw.AddRing(raw.AddRecord(name), {{0, 0}, {100000, 0}, {100000, 100000}, {0, 100000}});
-    raw.polygons.resize(size);
-    return raw.File();
-}
 
 void Limit(decltype(RLIMIT_AS) resource, rlim_t most) {
     rlimit limit;
@@ -136,8 +125,8 @@ class StorageTest : public testing::Test {
   protected:
     void SetUp() override {
         fs::create_directory("offlinetz");
-        WriteFile("a", Database("A", 300000));
-        WriteFile("b", Database("B", 200000));
+        WriteFile("a", SampleDatabase("A", 1, 300000));
+        WriteFile("b", SampleDatabase("B", 1, 200000));
         WriteFile("damaged", Bytes(1000, 'x'));
     }
 
@@ -182,7 +171,7 @@ class StorageTest : public testing::Test {
         prepare();
         EXPECT_EQ(c.result, RunVictim(c.steps));
         mend();
-        for (const std::string& path : {kActive, kBackup}) {
+        for (const char* path : {kActive, kBackup}) {
             if (!fs::is_regular_file(fs::symlink_status(path))) fs::remove(path);
         }
         EXPECT_EQ(c.next, NextStart());
@@ -212,7 +201,7 @@ TEST_F(StorageTest, AKilledProcessLeavesTheOldOrTheNewDatabase) {
     int torn = 0;
     for (int i = 0; i < count; ++i) {
         RunVictim("start forever " + steps, "timeout -s KILL " + std::to_string(moment(random)));
-        for (const std::string& path : {kActive, kBackup}) {
+        for (const char* path : {kActive, kBackup}) {
             const Bytes file = fs::exists(path) ? ReadFile(path) : Bytes();
             if (file != a && file != b) ++torn;
         }
@@ -274,7 +263,7 @@ TEST_F(StorageTest, FullAndReadOnlyDisks) {
         mount("tmpfs", "offlinetz", "tmpfs", 0, "size=1m") != 0) {
         GTEST_SKIP() << "cannot mount a file system: " << std::strerror(errno);
     }
-    WriteFile("large", Database("L", 800000));
+    WriteFile("large", SampleDatabase("L", 1, 800000));
     struct DiskCase {
         int freeKilobytes;  // Below 0: read-only.
         Case c;

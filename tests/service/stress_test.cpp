@@ -22,6 +22,7 @@
 #include "loaded_service.h"
 #include "log_capture.h"
 #include "sample_databases.h"
+#include "service_files.h"
 #include "temporary_directory.h"
 
 using android::sp;
@@ -60,7 +61,7 @@ class StressTest : public testing::Test {
   protected:
     void SetUp() override {
         std::filesystem::create_directory("offlinetz");
-        WriteFile("offlinetz/lastcombinedTimezone.bin", mDatabases[0]);
+        WriteFile(kActive, mDatabases[0]);
     }
 
     const TemporaryDirectory mDirectory;

@@ -19,6 +19,7 @@
 #include "raw_database.h"
 #include "recorder.h"
 #include "sample_databases.h"
+#include "service_files.h"
 #include "temporary_directory.h"
 
 using android::sp;
@@ -45,8 +46,6 @@ extern "C" void __wrap_FaultHandler(const char* file, int line) {
 }
 
 namespace {
-
-const char kActive[] = "offlinetz/lastcombinedTimezone.bin";
 
 struct OpenWorker : WorkerThread {
     using WorkerThread::Post;

@@ -1,5 +1,5 @@
-// The calls by which the service asks the system for memory, files and threads. Programs that are
-// linked with wrap_system_calls (tests/CMakeLists.txt) can let one fail and look on.
+// The calls by which the service asks the system for memory, files and threads. Programs whose
+// calls the linker wraps (tests/CMakeLists.txt) can let one fail and look on.
 #pragma once
 
 #include <functional>

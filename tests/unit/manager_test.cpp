@@ -9,6 +9,7 @@
 
 #include "log_capture.h"
 #include "raw_database.h"
+#include "service_files.h"
 #include "temporary_directory.h"
 #include "transcript.h"
 
@@ -17,9 +18,6 @@ using vendor::quor::hardware::offlinetimezone::V1_0::implementation::LookupInter
 namespace fs = std::filesystem;
 
 namespace {
-
-const char kActive[] = "offlinetz/lastcombinedTimezone.bin";
-const char kBackup[] = "offlinetz/lastcombinedTimezonebackup.bin";
 
 // A database with zones A and B overlapping, a zone of an empty name, and one without a record.
 RawDatabase MakeDatabase(uint8_t version) {
