@@ -124,8 +124,10 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
                     },
                     ""))
             ->capture_default_str();
-    command->add_option("--max-tile-points", options->maxTilePoints,
-                        "Tile the world into boxes of about so many points; 0 keeps rings whole")
+    command->add_option(
+                   "--max-tile-points", options->maxTilePoints,
+                   "Tile the world into boxes of at most so many points, large boxes of fewer; "
+                   "0 keeps rings whole")
             ->check(WholeNumber(0, 1000000))
             ->check(CLI::Validator(
                     [](const std::string& text) {

@@ -28,7 +28,7 @@ Drawing CopiesOf(const Drawing& world, int perSide);
 // One zone around the middle of the map, bounded by a zigzag of so many points.
 Drawing ZigzagRing(size_t points);
 
-// Writes a database with at most about `tilePoints` points a tile; 0 keeps rings whole.
+// Writes a database with at most `tilePoints` points a tile; 0 keeps rings whole.
 void WriteDatabase(const Drawing& drawing, size_t tilePoints, const std::string& path);
 
 }  // namespace bench

@@ -9,15 +9,15 @@
 namespace bench {
 
 constexpr size_t kWhole = 0;  // In place of a tile's points: rings are kept whole.
-constexpr size_t kTilePoints[] = {64,  96,  128, offlinetz::kDefaultMaxTilePoints,
-                                  256, 384, 512, kWhole};
+constexpr size_t kTilePoints[] = {64,  128, 200,   256, offlinetz::kDefaultMaxTilePoints,
+                                  512, 768, kWhole};
 constexpr int kTolerances[] = {5, 10, 15, 20};  // Metres.
 constexpr int kDefaultTolerance = 20;
 constexpr int kCopiesPerSide[] = {1, 2, 4, 8};  // Of the coarse world.
 constexpr int kCoarseTolerance = 2000;          // Metres.
 constexpr size_t kRingPoints[] = {10, 100, 1000, 10000, 100000, 1000000};
 
-// The world with at most about `tilePoints` points a tile, thinned within `tolerance` metres.
+// The world with at most `tilePoints` points a tile, thinned within `tolerance` metres.
 inline std::string WorldFile(const std::string& directory, size_t tilePoints, int tolerance) {
     return directory + "/world-" + std::to_string(tilePoints) + "-" + std::to_string(tolerance) +
            ".bin";

@@ -15,7 +15,7 @@
 namespace offlinetz {
 
 // Measured (bench/RESULTS.md): fewer points a tile make lookups faster and the file larger.
-constexpr size_t kDefaultMaxTilePoints = 200;
+constexpr size_t kDefaultMaxTilePoints = 350;
 
 // The table types that the compiler writes.
 constexpr uint8_t kWholeRingsTable = 0;

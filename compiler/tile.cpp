@@ -23,6 +23,11 @@ constexpr GridPoint kMargin = {14, 7};
 // Where detours run until the fence is known: out of the margin of every smaller tile.
 constexpr GridPoint kDetour = {28, 14};
 constexpr int32_t kMinBoxUnits = 64;  // Boxes are not cut smaller, however many points they hold.
+// A box that so many halvings of the world made, or more, may hold all the points of a tile; one of
+// twice the sides half as many. What a halving saves is the points times the area that need not
+// read them, and what it costs is the same for all boxes, a fence.
+constexpr int kFullTileHalvings = 21;
+constexpr size_t kFewestTilePoints = 16;  // Any box may hold these.
 
 GridBox Grown(const GridBox& box, const GridPoint& by) {
     return {{box.min.lat - by.lat, box.min.lon - by.lon},
@@ -282,10 +287,11 @@ class Tiler {
           mMaxPoints(maxPoints),
           mProgress(progress) {}
 
-    void Divide(const GridBox& box, Content content) {
+    // `halvings`: of the world, that made the box.
+    void Divide(const GridBox& box, int halvings, Content content) {
         const int32_t height = box.max.lat - box.min.lat;
         const int32_t width = box.max.lon - box.min.lon;
-        if (content.Points() <= mMaxPoints || std::max(height, width) < kMinBoxUnits) {
+        if (IsTile(content.Points(), halvings) || std::max(height, width) < kMinBoxUnits) {
             AddTile(box, content);
             return;
         }
@@ -309,13 +315,19 @@ class Tiler {
                     part.paths.push_back({whole.zone, std::move(reduced.path)});
                 }
             }
-            Divide(half, std::move(part));
+            Divide(half, halvings + 1, std::move(part));
         }
     }
 
     std::vector<TableEntry> TakeEntries() { return std::move(mEntries); }
 
   private:
+    bool IsTile(size_t points, int halvings) const {
+        if (points > mMaxPoints) return false;
+        const int missing = std::max(kFullTileHalvings - halvings, 0);
+        return points <= kFewestTilePoints || points * points <= mMaxPoints * mMaxPoints >> missing;
+    }
+
     void AddTile(const GridBox& box, const Content& content) {
         const GridBox fence = FenceOf(box, mBorders, mWorld);
         const auto corners = CornersOf(fence);
@@ -438,7 +450,7 @@ std::vector<TableEntry> TileWorld(const std::vector<ZoneRings>& zones, const Gri
     const int32_t low = -grid.Scale() - kWorldReach;
     const int32_t high = grid.Scale() + kWorldReach - 1;
     Tiler tiler(zones, grid, maxPoints, progress);
-    tiler.Divide({{low, low}, {high, high}}, std::move(content));
+    tiler.Divide({{low, low}, {high, high}}, 0, std::move(content));
     return tiler.TakeEntries();
 }
 

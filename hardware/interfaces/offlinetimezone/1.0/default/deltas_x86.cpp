@@ -20,13 +20,14 @@ constexpr size_t kShuffles = 81;  // kLongest to the power of four numbers.
 constexpr size_t kMasks = 4096;   // What twelve bytes' "another byte follows" may be.
 
 struct Pattern {
-    uint8_t shuffle = 0;
-    uint8_t bytes = 0;  // Of the four numbers.
+    uint8_t shuffle = 0;  // Where it stands, in units of kShuffleUnit, which an address may hold.
+    uint8_t bytes = 0;    // Of the four numbers.
 };
+constexpr size_t kShuffleUnit = 8;
 
 struct Tables {
+    alignas(16) std::array<uint8_t, 16 * kShuffles> shuffles{};
     std::array<Pattern, kMasks> patterns{};
-    std::array<std::array<uint8_t, 16>, kShuffles> shuffles{};
 };
 
 // Numbers that are too long are cut off: they, and those behind them, are not to be used.
@@ -45,13 +46,15 @@ constexpr Tables MakeTables() {
                 shuffle[number * 4 + b] = static_cast<uint8_t>(b < length ? at + b : 0x80u);
             at += length;
         }
-        tables.shuffles[index] = shuffle;
-        tables.patterns[mask] = {static_cast<uint8_t>(index), static_cast<uint8_t>(at)};
+        for (size_t b = 0; b < shuffle.size(); ++b)
+            tables.shuffles[16 * index + b] = shuffle[b];
+        tables.patterns[mask] = {static_cast<uint8_t>(16 / kShuffleUnit * index),
+                                 static_cast<uint8_t>(at)};
     }
     return tables;
 }
 
-alignas(16) constexpr Tables kTables = MakeTables();
+constexpr Tables kTables = MakeTables();
 
 #define OFFLINETZ_SSE41 __attribute__((target("sse4.1,popcnt")))
 
@@ -90,8 +93,9 @@ struct Place {
 
     OFFLINETZ_SSE41 inline void DecodeFour() {
         const Pattern pattern = kTables.patterns[more % kMasks];
+        const uint8_t* const shuffle = kTables.shuffles.data() + kShuffleUnit * pattern.shuffle;
         const __m128i lanes = _mm_shuffle_epi8(
-                LoadSixteen(next), LoadSixteen(kTables.shuffles[pattern.shuffle].data()));
+                LoadSixteen(next), _mm_load_si128(reinterpret_cast<const __m128i*>(shuffle)));
         // Seven bits a byte: pairs of bytes, then pairs of pairs.
         const __m128i bits = _mm_and_si128(lanes, _mm_set1_epi8(0x7F));
         const __m128i pairs = _mm_maddubs_epi16(_mm_set1_epi16(static_cast<int16_t>(0x8001)), bits);

@@ -15,6 +15,12 @@ inline int QuadrantOf(const Point& p, const Point& target) {
     return p.lon < target.lon ? 2 : 3;
 }
 
+// The quarter turns around a target from one point to another: -1 to 1 counterclockwise, or 2 for
+// opposite quadrants, which do not tell on which side.
+inline int QuarterTurn(const Point& from, const Point& to, const Point& target) {
+    return ((QuadrantOf(to, target) - QuadrantOf(from, target) + 1) & 3) - 1;
+}
+
 // The line through an oblique edge: lat = slope * lon + intercept, in single precision.
 struct EdgeLine {
     float slope;

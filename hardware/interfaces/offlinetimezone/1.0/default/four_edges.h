@@ -79,19 +79,23 @@ class DistanceKeeper {
           mLon(AllOf(target.lon)),
           mFloatLat(ToFloats(mLat)),
           mFloatLon(ToFloats(mLon)),
-          mIsLimited(squared != UINT64_MAX),
-          mLimit(AllOf(static_cast<float>(squared) * kAbove)) {
+          mLimit(LimitOf(static_cast<float>(squared))) {
         Check(mLat, mLon);
         Check(AllOf(start.lat), AllOf(start.lon));
     }
 
+    // Looks from now on only for what is smaller than the smallest so far. Now and then pays: it
+    // waits for the last edges.
+    void Narrow() {
+        const auto smallest = static_cast<float>(std::min(mSmallest[0], mSmallest[1]));
+        mLimit = Smaller(mLimit, LimitOf(smallest));
+    }
+
     void Add(const FourEdges& edges) {
         Check(edges.lat, edges.lon);
-        if (mIsLimited) {
-            const Floats awayLat = Away(edges.lat, edges.fromLat, mLat);
-            const Floats awayLon = Away(edges.lon, edges.fromLon, mLon);
-            if (!AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit)) return;
-        }
+        const Floats awayLat = Away(edges.lat, edges.fromLat, mLat);
+        const Floats awayLon = Away(edges.lon, edges.fromLon, mLon);
+        if (!AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit)) return;
         if (!AreExact()) return;
 
         const Ints isVertical = edges.lon == edges.fromLon;
@@ -134,8 +138,8 @@ class DistanceKeeper {
         mExactness |= (AsUnits(lat) + kLimits) | (AsUnits(lon) + kLimits);
     }
 
-    // More than what is rounded away of a bound's three products and sum.
-    static constexpr float kAbove = 1.0f + 0x1p-20f;
+    // What a bound's three products and sum may come to where it is as much as this, and more.
+    static Floats LimitOf(float squared) { return AllOf(squared * (1.0f + 0x1p-20f)); }
 
     // How many units, less one, edges lie away from a coordinate; 0 where they meet it.
     static Floats Away(Ints a, Ints b, Ints target) {
@@ -166,8 +170,7 @@ class DistanceKeeper {
     const Ints mLon;
     const Floats mFloatLat;
     const Floats mFloatLon;
-    const bool mIsLimited;  // Else there is no distance yet, and nothing to gain by bounds.
-    const Floats mLimit;
+    Floats mLimit;
     Units mExactness = {0, 0, 0, 0};
     TwoDoubles mSmallest = {0x1p63, 0x1p63};
 };

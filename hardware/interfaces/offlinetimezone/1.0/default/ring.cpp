@@ -16,6 +16,7 @@ namespace {
 constexpr uint32_t kMaxRingPoints = 1000000;
 constexpr size_t kBlockSteps = 128;
 constexpr size_t kLanes = 4;
+constexpr size_t kStepsToNarrow = 16;
 static_assert(kBlockSteps % kLanes == 0, "only a ring's last block has a rest");
 
 // Some consecutive steps of a ring, two numbers each. Those behind the last one are 0 as far as the
@@ -77,14 +78,8 @@ class Walk {
     size_t Take(const Block& block, bool isFirst) {
         if (!block.isWhole) return TakeOneByOne(block);
         // Most rings have one block: it pays only with the next ones.
-        Point end = mAt;
-        const Look look = isFirst ? kAll : LookAhead(block, &end);
-        if (look == kNothing) {
-            mAt = end;
-            return block.steps;
-        }
-        const bool isDone =
-                look == kAll && mMeasures ? TakeByFours<true>(block) : TakeByFours<false>(block);
+        if (!isFirst && PassBy(block)) return block.steps;
+        const bool isDone = mMeasures ? TakeByFours<true>(block) : TakeByFours<false>(block);
         return isDone ? block.steps + (block.closes ? 1 : 0) : TakeOneByOne(block);
     }
 
@@ -95,32 +90,29 @@ class Walk {
     uint64_t Nearest() const { return mNearest; }
 
   private:
-    // What there is to look for in a block.
-    enum Look {
-        kNothing,  // It keeps to one quadrant, and too far away to matter.
-        kTurns,    // It keeps too far away.
-        kAll,
-    };
-
-    // Tells from sums alone how far a block, which has steps, may come, and where it ends; and
-    // measures the last edge of one that may come nearer. Long rings have most of their blocks far
-    // from a target.
-    Look LookAhead(const Block& block, Point* blockEnd) {
+    // Tells from sums alone how far a block, which has steps, may come, and takes one whole that
+    // keeps too far away to matter: beyond the target's parallel or meridian, so that the quadrants
+    // of its ends say how often it turns. False, with no step taken, for all others; one that may
+    // come nearer than all before has its last edge measured. Long rings have most of their blocks
+    // far from a target.
+    bool PassBy(const Block& block) {
         Units sums = {0, 0, 0, 0};
         Units lengths = {0, 0, 0, 0};
         Units all = {0, 0, 0, 0};
-        for (size_t i = 0; i < 2 * block.steps; i += kLanes) {
-            const Units deltas = LoadUnits(block.deltas + i);
-            const Units length = deltas ^ AsUnits(AsInts(deltas) < 0);  // One less if negative.
-            sums += deltas;
-            lengths += length;
-            all |= length;
+        for (size_t i = 0; i < 2 * block.steps; i += 2 * kLanes) {
+            const Units a = LoadUnits(block.deltas + i);
+            const Units b = LoadUnits(block.deltas + i + kLanes);
+            // One less if negative.
+            const Units lengthA = a ^ AsUnits(AsInts(a) < 0);
+            const Units lengthB = b ^ AsUnits(AsInts(b) < 0);
+            sums += a + b;
+            lengths += lengthA + lengthB;
+            all |= lengthA | lengthB;
         }
         // Without long steps nothing has wrapped.
-        if ((all[0] | all[1] | all[2] | all[3]) > uint32_t{kExactLimit}) return kAll;
+        if ((all[0] | all[1] | all[2] | all[3]) > uint32_t{kExactLimit}) return false;
         const Point end = {WrappingAdd(mAt.lat, static_cast<int32_t>(sums[0] + sums[2])),
                            WrappingAdd(mAt.lon, static_cast<int32_t>(sums[1] + sums[3]))};
-        *blockEnd = end;
         const auto missing = static_cast<uint32_t>(block.steps);
         Span lat(mAt.lat, end.lat, lengths[0] + lengths[2] + missing);
         Span lon(mAt.lon, end.lon, lengths[1] + lengths[3] + missing);
@@ -130,7 +122,7 @@ class Walk {
         }
         if (!IsExact(lat.min) || !IsExact(lat.max) || !IsExact(lon.min) || !IsExact(lon.max) ||
             !IsExact(mTarget.lat) || !IsExact(mTarget.lon)) {
-            return kAll;
+            return false;
         }
         const int64_t awayLat = lat.Away(mTarget.lat);
         const int64_t awayLon = lon.Away(mTarget.lon);
@@ -139,9 +131,12 @@ class Walk {
             const int32_t* const last = block.deltas + 2 * (block.steps - 1);
             const Point before = {WrappingAdd(end.lat, -last[0]), WrappingAdd(end.lon, -last[1])};
             mNearest = std::min(mNearest, SquaredDistance(before, end, mTarget));
-            return kAll;
+            return false;
         }
-        return awayLat == 0 || awayLon == 0 ? kTurns : kNothing;
+        if (awayLat == 0 && awayLon == 0) return false;
+        mQuarters += QuarterTurn(mAt, block.closes ? mFirst : end, mTarget);
+        mAt = end;
+        return true;
     }
 
     // Sums up the points for four edges at a time.
@@ -176,7 +171,10 @@ class Walk {
         for (; step + kLanes <= block.steps; step += kLanes) {
             const FourEdges edges = points.Next(block.deltas + 2 * step);
             turns.Add(edges, AllOf(-1));
-            if constexpr (kMeasures) distances.Add(edges);
+            if constexpr (kMeasures) {
+                distances.Add(edges);
+                if (step % kStepsToNarrow == 0) distances.Narrow();
+            }
         }
         if (block.closes) {
             FourEdges edges = points.Next(block.deltas + 2 * step);
@@ -221,21 +219,18 @@ class Walk {
         const Point from = mAt;
         Visit(to);
         if (mStop != ZDLookupNotInZone) return;
-        const int quadrant = QuadrantOf(to, mTarget);
-        const int turn = (quadrant - QuadrantOf(from, mTarget)) & 3;
-        if (turn == 1) {
-            mQuarters += 1;
-        } else if (turn == 3) {
-            mQuarters -= 1;
-        } else if (turn == 2) {
+        const int turn = QuarterTurn(from, to, mTarget);
+        if (turn == 2) {
             // Opposite quadrants: the side on which the edge passes decides.
             const int32_t crossing = EdgeLine(from, to).LongitudeAt(mTarget.lat);
             if (crossing == mTarget.lon) {
                 mStop = ZDLookupOnBorder;
                 return;
             }
-            const bool southward = quadrant >= 2;
+            const bool southward = QuadrantOf(to, mTarget) >= 2;
             mQuarters += (mTarget.lon > crossing) == southward ? 2 : -2;
+        } else {
+            mQuarters += turn;
         }
         if (mMeasures) mNearest = std::min(mNearest, SquaredDistance(from, to, mTarget));
     }
