@@ -26,7 +26,7 @@ struct Pattern {
 constexpr size_t kShuffleUnit = 8;
 
 struct Tables {
-    alignas(16) std::array<uint8_t, 16 * kShuffles> shuffles{};
+    alignas(16) std::array<std::array<uint8_t, 16>, kShuffles> shuffles{};
     std::array<Pattern, kMasks> patterns{};
 };
 
@@ -46,8 +46,7 @@ constexpr Tables MakeTables() {
                 shuffle[number * 4 + b] = static_cast<uint8_t>(b < length ? at + b : 0x80u);
             at += length;
         }
-        for (size_t b = 0; b < shuffle.size(); ++b)
-            tables.shuffles[16 * index + b] = shuffle[b];
+        tables.shuffles[index] = shuffle;
         tables.patterns[mask] = {static_cast<uint8_t>(16 / kShuffleUnit * index),
                                  static_cast<uint8_t>(at)};
     }
@@ -93,7 +92,8 @@ struct Place {
 
     OFFLINETZ_SSE41 inline void DecodeFour() {
         const Pattern pattern = kTables.patterns[more % kMasks];
-        const uint8_t* const shuffle = kTables.shuffles.data() + kShuffleUnit * pattern.shuffle;
+        const auto* const shuffle = reinterpret_cast<const uint8_t*>(kTables.shuffles.data()) +
+                                    kShuffleUnit * pattern.shuffle;
         const __m128i lanes = _mm_shuffle_epi8(
                 LoadSixteen(next), _mm_load_si128(reinterpret_cast<const __m128i*>(shuffle)));
         // Seven bits a byte: pairs of bytes, then pairs of pairs.
