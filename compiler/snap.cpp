@@ -21,7 +21,9 @@ bool IsFlat(const GridRing& ring, bool isSmall) {
         return std::all_of(ring.begin(), ring.end(),
                            [&ring](const GridPoint& p) { return Cross(ring[0], ring[1], p) == 0; });
     }
-    std::vector<ZoneRings> alone = {{ring}};
+    // A hole alone is no area: it is looked at as an outline.
+    std::vector<ZoneRings> alone = {
+            {DoubleArea(ring) > 0 ? GridRing(ring.rbegin(), ring.rend()) : ring}};
     MendOnGrid(&alone, [](int, size_t) {});
     return alone[0].empty();
 }

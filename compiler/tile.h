@@ -21,9 +21,9 @@ struct TableEntry {
     GridRing ring;
 };
 
-// Divides the world into boxes of at most `maxPoints` points of all zones together, fewer in
-// large ones, by halving them across their longer side; every grid point of the world lies in exactly one. Each
-// tile has entries for the zones in it, all with its box, and one at least.
+// Divides the world into boxes of at most `maxPoints` points of all zones together, fewer in large
+// ones, by halving them across their longer side; every grid point of the world lies in exactly
+// one. Each tile has entries for the zones in it, all with its box, and one at least.
 //
 // Within its box, and a margin around it for the reader's rounding, a tile has every edge of the
 // zones' rings, whole and in its direction: the reader classifies a point against the tile as
