@@ -14,5 +14,6 @@ enum ExitCode {
 // Each command stores its exit code in `*exitCode` when it runs.
 void AddLookupCommand(CLI::App* app, int* exitCode);
 void AddVerifyCommand(CLI::App* app, int* exitCode);
+void AddInspectCommand(CLI::App* app, int* exitCode);
 void AddCompileCommand(CLI::App* app, int* exitCode);
 void AddServiceCommand(CLI::App* app, int* exitCode);

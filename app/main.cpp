@@ -62,6 +62,7 @@ int Run(int argc, char** argv) {
     int exitCode = kExitOk;
     AddLookupCommand(&app, &exitCode);
     AddVerifyCommand(&app, &exitCode);
+    AddInspectCommand(&app, &exitCode);
     AddCompileCommand(&app, &exitCode);
     AddServiceCommand(&app, &exitCode);
     try {

@@ -1,0 +1,94 @@
+#include "areas.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+namespace offlinetz {
+
+namespace {
+
+constexpr double kRadiansPerDegree = 0.017453292519943295;
+constexpr double kEarthRadius = 6371.0088;  // Kilometres.
+constexpr double kHalfUnit = 0.5;
+
+GridPoint Clamped(const GridPoint& p, int32_t scale) {
+    return {std::clamp(p.lat, -scale, scale), std::clamp(p.lon, -scale, scale)};
+}
+
+// Null for fewer than three points.
+GEOSGeometry* LineOf(const GridRing& ring, int32_t scale) {
+    GridRing points;
+    for (const GridPoint& p : ring) {
+        const GridPoint clamped = Clamped(p, scale);
+        if (points.empty() || points.back() != clamped) points.push_back(clamped);
+    }
+    while (points.size() > 1 && points.back() == points.front())
+        points.pop_back();
+    if (points.size() < 3) return nullptr;
+    points.push_back(points.front());
+    GEOSCoordSequence* sequence = GEOSCoordSeq_create(static_cast<unsigned>(points.size()), 2);
+    for (size_t i = 0; i < points.size(); ++i) {
+        GEOSCoordSeq_setXY(sequence, static_cast<unsigned>(i),
+                           DegreesOf(points[i].lon, scale, 180.0),
+                           DegreesOf(points[i].lat, scale, 90.0));
+    }
+    return GEOSGeom_createLineString(sequence);
+}
+
+}  // namespace
+
+double DegreesOf(int32_t units, int32_t scale, double span) {
+    if (units >= scale) return span;
+    if (units <= -scale) return -span;
+    const double middle = units + (units > 0 ? kHalfUnit : (units < 0 ? -kHalfUnit : 0.0));
+    return middle * span / scale;
+}
+
+std::array<double, 4> BoundsOf(const ZoneRings& rings, int32_t scale) {
+    GridBox box = BoxOf(rings.front());
+    for (const GridRing& ring : rings) {
+        const GridBox other = BoxOf(ring);
+        box = {{std::min(box.min.lat, other.min.lat), std::min(box.min.lon, other.min.lon)},
+               {std::max(box.max.lat, other.max.lat), std::max(box.max.lon, other.max.lon)}};
+    }
+    return {DegreesOf(box.min.lon, scale, 180.0), DegreesOf(box.min.lat, scale, 90.0),
+            DegreesOf(box.max.lon, scale, 180.0), DegreesOf(box.max.lat, scale, 90.0)};
+}
+
+double SquareKilometres(const ZoneRings& rings, int32_t scale) {
+    double sum = 0.0;
+    for (const GridRing& ring : rings) {
+        for (size_t i = 0; i < ring.size(); ++i) {
+            const GridPoint& a = ring[i];
+            const GridPoint& b = ring[i + 1 < ring.size() ? i + 1 : 0];
+            const double fromLat = DegreesOf(a.lat, scale, 90.0) * kRadiansPerDegree;
+            const double toLat = DegreesOf(b.lat, scale, 90.0) * kRadiansPerDegree;
+            const double turn = (DegreesOf(b.lon, scale, 180.0) - DegreesOf(a.lon, scale, 180.0)) *
+                                kRadiansPerDegree;
+            // The mean of the sine along the edge.
+            const double half = (toLat - fromLat) / 2.0;
+            const double mean =
+                    std::sin((fromLat + toLat) / 2.0) * (half != 0.0 ? std::sin(half) / half : 1.0);
+            sum += turn * mean;
+        }
+    }
+    return sum * kEarthRadius * kEarthRadius;
+}
+
+GeometryPtr AreaOf(const ZoneRings& rings, int32_t scale) {
+    std::vector<GEOSGeometry*> lines;
+    for (const GridRing& ring : rings) {
+        if (GEOSGeometry* line = LineOf(ring, scale)) lines.push_back(line);
+    }
+    const GeometryPtr all(GEOSGeom_createCollection(GEOS_MULTILINESTRING, lines.data(),
+                                                    static_cast<unsigned>(lines.size())));
+    GeometryPtr area(all != nullptr ? GEOSBuildArea(all.get()) : nullptr);
+    if (area == nullptr || GEOSisValid(area.get()) != 1) {
+        throw std::runtime_error("its rings cross, so they bound no area");
+    }
+    return area;
+}
+
+}  // namespace offlinetz

@@ -1,0 +1,123 @@
+#include "zones.h"
+
+#include <read_budget.h>
+
+#include <algorithm>
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+namespace offlinetz {
+
+namespace {
+
+constexpr size_t kProgressInterval = 1024;
+
+struct Edge {
+    GridPoint from;
+    GridPoint to;
+
+    friend bool operator<(const Edge& a, const Edge& b) {
+        return a.from != b.from ? a.from < b.from : a.to < b.to;
+    }
+};
+
+// Adds the rings on a closed or open path: each time it comes back to a point, one is cut off. What
+// is left, of an open path, closes to nothing and is counted.
+void CutIntoRings(const std::vector<GridPoint>& path, InspectedZone* zone) {
+    std::vector<GridPoint> open;
+    std::map<GridPoint, size_t> places;
+    for (const GridPoint& p : path) {
+        const auto [place, isNew] = places.emplace(p, open.size());
+        if (!isNew) {
+            const auto first = open.begin() + static_cast<std::ptrdiff_t>(place->second);
+            zone->rings.emplace_back(first, open.end());
+            for (auto cut = first; cut != open.end(); ++cut)
+                places.erase(*cut);
+            open.erase(first, open.end());
+            places.emplace(p, open.size());
+        }
+        open.push_back(p);
+    }
+    zone->looseEdges += open.size() - 1;
+}
+
+// Follows edges from their first points until none leads on.
+void CloseRings(std::vector<Edge> edges, InspectedZone* zone) {
+    std::sort(edges.begin(), edges.end());
+    std::vector<bool> isTaken(edges.size(), false);
+    const auto nextFrom = [&](const GridPoint& p) {
+        auto next =
+                std::lower_bound(edges.begin(), edges.end(), p,
+                                 [](const Edge& e, const GridPoint& at) { return e.from < at; });
+        while (next != edges.end() && next->from == p &&
+               isTaken[static_cast<size_t>(next - edges.begin())]) {
+            ++next;
+        }
+        return next != edges.end() && next->from == p ? next : edges.end();
+    };
+    for (size_t first = 0; first < edges.size(); ++first) {
+        if (isTaken[first]) continue;
+        std::vector<GridPoint> path = {edges[first].from};
+        for (auto edge = edges.begin() + static_cast<std::ptrdiff_t>(first); edge != edges.end();
+             edge = nextFrom(edge->to)) {
+            isTaken[static_cast<size_t>(edge - edges.begin())] = true;
+            path.push_back(edge->to);
+        }
+        CutIntoRings(path, zone);
+    }
+    for (const GridRing& ring : zone->rings)
+        zone->points += ring.size();
+}
+
+}  // namespace
+
+std::string WithoutQuotes(const std::string& stored) {
+    const bool isQuoted = stored.size() >= 2 && stored.front() == '"' && stored.back() == '"';
+    return isQuoted ? stored.substr(1, stored.size() - 2) : stored;
+}
+
+InspectedDatabase InspectZones(const ZDDatabase& database,
+                               const std::function<void(size_t, size_t)>& progress) {
+    InspectedDatabase inspected;
+    inspected.entries = DecodeTable(database, &inspected.tableEnd);
+    zonedetect::ReadBudget budget(database.length);
+    std::map<uint32_t, std::pair<InspectedZone, std::vector<Edge>>> zones;
+    GridRing ring;
+    for (size_t i = 0; i < inspected.entries.size(); ++i) {
+        const DecodedEntry& entry = inspected.entries[i];
+        if (i % kProgressInterval == 0) progress(i, inspected.entries.size());
+        const bool isInside = entry.record < database.polygonDataOffset;
+        uint32_t end;
+        if (!isInside || !DecodeRing(database, entry.ring, &ring, &end)) continue;
+        budget.Spend(end - entry.ring);
+        if (budget.IsSpent()) {
+            throw std::runtime_error(
+                    "its entries share rings too often for them to be put together");
+        }
+        auto& [zone, edges] = zones[entry.record];
+        ++zone.entries;
+        zone.entryPoints += ring.size();
+        zone.ringBytes += end - entry.ring;
+        for (size_t p = 0; p < ring.size(); ++p) {
+            if (entry.box.Contains(ring[p]))
+                edges.push_back({ring[p], ring[p + 1 < ring.size() ? p + 1 : 0]});
+        }
+    }
+    for (auto& [record, pair] : zones) {
+        auto& [zone, edges] = pair;
+        uint32_t end;
+        std::string stored;
+        zone.record = record;
+        zone.isNamed = DecodeRecord(database, record, &stored, &end);
+        zone.tzid = WithoutQuotes(stored);
+        CloseRings(std::move(edges), &zone);
+        inspected.zones.push_back(std::move(zone));
+    }
+    std::stable_sort(
+            inspected.zones.begin(), inspected.zones.end(),
+            [](const InspectedZone& a, const InspectedZone& b) { return a.tzid < b.tzid; });
+    return inspected;
+}
+
+}  // namespace offlinetz

@@ -1,0 +1,51 @@
+// The zones of a database, whole again: without the tiling, its fences and frames.
+#pragma once
+
+#include <decode.h>
+#include <mend.h>
+#include <zonedetect.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace offlinetz {
+
+struct InspectedZone {
+    std::string tzid;      // Without the double quotes that it may be stored with.
+    uint32_t record = 0;   // Where its record stands in the file.
+    bool isNamed = false;  // Whether the record could be read.
+
+    // As they are stored.
+    size_t entries = 0;
+    size_t entryPoints = 0;
+    uint64_t ringBytes = 0;
+
+    // Whole, in true coordinates. Outlines run clockwise, holes counterclockwise.
+    ZoneRings rings;
+    size_t points = 0;      // Of these rings.
+    size_t looseEdges = 0;  // Edges that close to no ring, left out. An honest database has none.
+};
+
+struct InspectedDatabase {
+    std::vector<DecodedEntry> entries;
+    uint32_t tableEnd = 0;  // Behind the last entry that could be read.
+    // By identifier. Entries whose records or rings cannot be read are not in them.
+    std::vector<InspectedZone> zones;
+};
+
+// Puts the zones together. An edge belongs to the entry whose box holds its first point: every grid
+// point lies in one tile, which has all edges there whole; fences and detours run outside. So the
+// rings are those that were tiled, edge for edge.
+//
+// `progress` receives the entries done and all. Throws std::runtime_error where a hostile database
+// has rings read more often than any lookup would.
+InspectedDatabase InspectZones(const ZDDatabase& database,
+                               const std::function<void(size_t, size_t)>& progress);
+
+// The identifier within a stored text: without a double quote at both ends, if it has them.
+std::string WithoutQuotes(const std::string& stored);
+
+}  // namespace offlinetz
