@@ -9,6 +9,7 @@ enum ExitCode {
     kExitOk = 0,
     kExitFailed = 1,  // The work could not be done, or its answer is no.
     kExitUsage = 2,   // The command line or a coordinate on it makes no sense.
+    kExitWarned = 3,  // Done, and something was found that may be meant so.
 };
 
 // Each command stores its exit code in `*exitCode` when it runs.

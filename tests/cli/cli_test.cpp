@@ -55,6 +55,28 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
             });
 }
 
+// A database that the reader takes and that has many faults: a record that lies outside, one that
+// cannot be read, a tile that overlaps another one and a band without any, a box of nothing, an
+// open ring, bytes for nothing, two zones that overlap, a table that is not sorted.
+Bytes FaultyDatabase() {
+    constexpr int32_t kEdge = 1 << 20;
+    RawDatabase raw;
+    raw.tableType = 1;
+    raw.headerStrings = String("TimezoneId") + String("");
+    const uint32_t a = raw.AddRecord("\"A\"");
+    const uint32_t b = raw.AddRecord("B");
+    raw.AddRing(a, {{-9, -9}, {9, -9}, {9, 9}, {-9, 9}}, {{-kEdge, -kEdge}, {99, 99}});
+    raw.AddRing(b, {{-5, -5}, {5, -5}, {5, 5}}, {{-kEdge, -kEdge}, {99, 99}});
+    raw.AddRing(a, {{0, 0}, {200, 0}, {0, 9}}, {{-kEdge, 0}, {99, kEdge}});
+    raw.AddRing(b, {{0, 0}}, {{-100, 5}, {-200, 5}});
+    raw.AddRing(1000, {{1, 1}, {2, 2}, {3, 1}}, {{-10, 0}, {10, 10}});
+    raw.AddRing(b + 2, {{1, 1}, {2, 2}, {3, 1}}, {{200, -kEdge}, {kEdge, kEdge}});
+    raw.AddRing(a, {{1, 1}, {2, 2}, {3, 1}}, {{-300, -kEdge}, {-300, kEdge}});
+    raw.metadata = raw.metadata + Unsigned(200);
+    raw.polygons = raw.polygons + Bytes(7, 0);
+    return raw.File();
+}
+
 TEST(Cli, BehavesAsTheTranscriptSays) {
     CheckCommands("cli.transcript", [] {
         fs::create_directory("offlinetz");
@@ -68,6 +90,7 @@ TEST(Cli, BehavesAsTheTranscriptSays) {
         WriteFile("damaged.bin", damaged);
         WriteFile("refused.bin", refused.File());
         WriteFile("junk.bin", WithTrailer(Bytes(40, 'x')));
+        WriteFile("faulty.bin", FaultyDatabase());
         WriteFile("empty.bin", {});
         WriteFile("header.bin", Bytes(good.begin(), good.begin() + 20));
         WriteFile("short.bin", Bytes(good.begin(), good.end() - 1));
