@@ -3,12 +3,10 @@
 #include <fmt/format.h>
 #include <geojson.h>
 #include <output_file.h>
-#include <source.h>
 #include <zones.h>
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -18,7 +16,7 @@
 
 #include "answer.h"
 #include "commands.h"
-#include "database.h"
+#include "inspected.h"
 #include "printable.h"
 #include "progress.h"
 
@@ -42,17 +40,6 @@ struct ZoneRow {
     double km2 = 0.0;
     std::array<double, 4> box = {};  // West, south, east, north.
 };
-
-int32_t ScaleOf(const ZDDatabase& database) {
-    if (database.precision < 1 || database.precision > 31) {
-        throw std::runtime_error("its precision is none, so nothing in it has a place");
-    }
-    return int32_t{1} << (database.precision - 1);
-}
-
-double Rounded(double value, double parts) {
-    return std::round(value * parts) / parts;
-}
 
 ZoneRow RowOf(const InspectedZone& zone, int32_t scale) {
     ZoneRow row;
@@ -167,7 +154,7 @@ void PrintTable(const ZDDatabase& database, const InspectedDatabase& inspected,
 
 // Writes the areas as a FeatureCollection, a feature a line, as each is made, or to a file that is
 // replaced whole.
-void WriteGeoJson(const std::string& output, const std::vector<ZoneRow>& rows, int32_t scale,
+void WriteGeoJson(const InspectOptions& options, const std::vector<ZoneRow>& rows, int32_t scale,
                   Progress* progress) {
     std::string text = "{\"type\":\"FeatureCollection\",\"features\":[\n";
     for (size_t i = 0; i < rows.size(); ++i) {
@@ -175,36 +162,32 @@ void WriteGeoJson(const std::string& output, const std::vector<ZoneRow>& rows, i
         const offlinetz::GeometryPtr area = offlinetz::AreaOf(rows[i].zone->rings, scale);
         text += offlinetz::FeatureOf({{"tzid", rows[i].zone->tzid}}, area.get());
         text += i + 1 < rows.size() ? ",\n" : "\n";
-        if (output == "-") {
+        if (options.geojson == "-") {
             if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) return;
             text.clear();
         }
     }
     text += "]}\n";
-    if (output == "-") {
+    if (options.geojson == "-") {
         std::fwrite(text.data(), 1, text.size(), stdout);
     } else {
-        offlinetz::OutputFile(output, {text.begin(), text.end()}).Commit();
+        offlinetz::OutputFile(options.geojson, {text.begin(), text.end()}).Commit();
     }
 }
 
 int RunInspect(const InspectOptions& options) {
-    const DatabasePtr database = OpenDatabase(options.database);
-    const int32_t scale = ScaleOf(*database);
     Progress progress;
-    offlinetz::StartGeometry();
-    const InspectedDatabase inspected = offlinetz::InspectZones(
-            *database, [&](size_t done, size_t all) { progress.Show("reading", done, all); });
-    const std::vector<ZoneRow> rows = Rows(options, inspected, scale);
+    const InspectedFile file = Inspect(options.database, &progress);
+    const std::vector<ZoneRow> rows = Rows(options, file.inspected, file.scale);
     if (!options.geojson.empty()) {
-        WriteGeoJson(options.geojson, rows, scale, &progress);
+        WriteGeoJson(options, rows, file.scale, &progress);
         return kExitOk;
     }
     progress.Show("", 0, 0);
     if (options.json) {
-        PrintJson(*database, inspected, rows);
+        PrintJson(*file.database, file.inspected, rows);
     } else {
-        PrintTable(*database, inspected, rows);
+        PrintTable(*file.database, file.inspected, rows);
     }
     return kExitOk;
 }
@@ -224,14 +207,5 @@ void AddInspectCommand(CLI::App* app, int* exitCode) {
                         "Write the zones' areas, whole again, as GeoJSON to this file; - for "
                         "standard output");
     command->add_flag("--json", options->json, "One JSON object instead of the tables");
-    command->callback([options, exitCode] {
-        try {
-            *exitCode = RunInspect(*options);
-        } catch (const std::runtime_error& error) {
-            const std::string text = error.what();
-            // What is wrong with the content does not know the file's name.
-            throw std::runtime_error(
-                    text.rfind(options->database, 0) == 0 ? text : options->database + ": " + text);
-        }
-    });
+    command->callback([options, exitCode] { *exitCode = RunInspect(*options); });
 }

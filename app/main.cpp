@@ -63,6 +63,7 @@ int Run(int argc, char** argv) {
     AddLookupCommand(&app, &exitCode);
     AddVerifyCommand(&app, &exitCode);
     AddInspectCommand(&app, &exitCode);
+    AddDiffCommand(&app, &exitCode);
     AddCompileCommand(&app, &exitCode);
     AddServiceCommand(&app, &exitCode);
     try {

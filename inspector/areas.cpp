@@ -37,6 +37,22 @@ GEOSGeometry* LineOf(const GridRing& ring, int32_t scale) {
     return GEOSGeom_createLineString(sequence);
 }
 
+// The area of a ring, longitudes and latitudes in turn; negative where it runs counterclockwise.
+double ClockwiseSquareKilometres(const std::vector<double>& xy) {
+    double sum = 0.0;
+    for (size_t i = 0; i < xy.size(); i += 2) {
+        const size_t next = i + 2 < xy.size() ? i + 2 : 0;
+        const double fromLat = xy[i + 1] * kRadiansPerDegree;
+        const double toLat = xy[next + 1] * kRadiansPerDegree;
+        // The mean of the sine along the edge.
+        const double half = (toLat - fromLat) / 2.0;
+        const double mean =
+                std::sin((fromLat + toLat) / 2.0) * (half != 0.0 ? std::sin(half) / half : 1.0);
+        sum += (xy[next] - xy[i]) * kRadiansPerDegree * mean;
+    }
+    return sum * kEarthRadius * kEarthRadius;
+}
+
 }  // namespace
 
 double DegreesOf(int32_t units, int32_t scale, double span) {
@@ -60,21 +76,23 @@ std::array<double, 4> BoundsOf(const ZoneRings& rings, int32_t scale) {
 double SquareKilometres(const ZoneRings& rings, int32_t scale) {
     double sum = 0.0;
     for (const GridRing& ring : rings) {
-        for (size_t i = 0; i < ring.size(); ++i) {
-            const GridPoint& a = ring[i];
-            const GridPoint& b = ring[i + 1 < ring.size() ? i + 1 : 0];
-            const double fromLat = DegreesOf(a.lat, scale, 90.0) * kRadiansPerDegree;
-            const double toLat = DegreesOf(b.lat, scale, 90.0) * kRadiansPerDegree;
-            const double turn = (DegreesOf(b.lon, scale, 180.0) - DegreesOf(a.lon, scale, 180.0)) *
-                                kRadiansPerDegree;
-            // The mean of the sine along the edge.
-            const double half = (toLat - fromLat) / 2.0;
-            const double mean =
-                    std::sin((fromLat + toLat) / 2.0) * (half != 0.0 ? std::sin(half) / half : 1.0);
-            sum += turn * mean;
+        std::vector<double> xy;
+        for (const GridPoint& p : ring) {
+            xy.push_back(DegreesOf(p.lon, scale, 180.0));
+            xy.push_back(DegreesOf(p.lat, scale, 90.0));
         }
+        sum += ClockwiseSquareKilometres(xy);
     }
-    return sum * kEarthRadius * kEarthRadius;
+    return sum;
+}
+
+double SquareKilometres(const GEOSGeometry* area) {
+    double sum = 0.0;
+    VisitRings(area, [&](const std::vector<double>& xy, bool isHole, bool) {
+        const double ring = std::fabs(ClockwiseSquareKilometres(xy));
+        sum += isHole ? -ring : ring;
+    });
+    return sum;
 }
 
 GeometryPtr AreaOf(const ZoneRings& rings, int32_t scale) {

@@ -20,6 +20,9 @@ std::array<double, 4> BoundsOf(const ZoneRings& rings, int32_t scale);
 // latitude and longitude. Outlines count, holes are taken off.
 double SquareKilometres(const ZoneRings& rings, int32_t scale);
 
+// The same of polygons in degrees.
+double SquareKilometres(const GEOSGeometry* area);
+
 // The valid area, in degrees, that is inside an odd number of the rings. Throws std::runtime_error
 // where the geometry library fails.
 GeometryPtr AreaOf(const ZoneRings& rings, int32_t scale);

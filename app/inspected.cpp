@@ -1,0 +1,30 @@
+#include "inspected.h"
+
+#include <source.h>
+
+#include <cmath>
+#include <stdexcept>
+
+#include "printable.h"
+
+InspectedFile Inspect(const std::string& path, Progress* progress) {
+    InspectedFile file;
+    file.database = OpenDatabase(path);
+    if (file.database->precision < 1 || file.database->precision > 31) {
+        throw std::runtime_error(path + ": has no precision, so nothing in it has a place");
+    }
+    file.scale = int32_t{1} << (file.database->precision - 1);
+    offlinetz::StartGeometry();
+    try {
+        file.inspected = offlinetz::InspectZones(*file.database, [&](size_t done, size_t all) {
+            progress->Show("reading", done, all);
+        });
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(path + ": " + error.what());
+    }
+    return file;
+}
+
+double Rounded(double value, double parts) {
+    return std::round(value * parts) / parts;
+}

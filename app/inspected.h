@@ -1,0 +1,23 @@
+// A database file as the commands that look into one open it.
+#pragma once
+
+#include <zones.h>
+
+#include <cstdint>
+#include <string>
+
+#include "database.h"
+#include "progress.h"
+
+struct InspectedFile {
+    DatabasePtr database;
+    int32_t scale;  // Units in 90 degrees of latitude.
+    offlinetz::InspectedDatabase inspected;
+};
+
+// Opens a database and puts its zones together. Throws std::runtime_error with the path and the
+// reason.
+InspectedFile Inspect(const std::string& path, Progress* progress);
+
+// A figure as it is worth printing: a share of so many parts.
+double Rounded(double value, double parts);
