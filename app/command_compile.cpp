@@ -24,8 +24,6 @@ using offlinetz::CompileSummary;
 
 constexpr uint64_t kParserLimit = 0xFFFFFFFF;  // The parser takes no longer text.
 
-// Numbers below zero would wrap around to huge ones.
-
 double PeakMegabytes() {
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
@@ -33,8 +31,10 @@ double PeakMegabytes() {
 }
 
 void PrintSummary(const CompileOptions& options, const CompileSummary& s, double seconds) {
-    const auto print = [](const char* name, const std::string& text) {
-        std::printf("%-13s %s\n", name, text.c_str());
+    // Where the database went to standard output, its description cannot.
+    FILE* const to = options.output == "-" ? stderr : stdout;
+    const auto print = [to](const char* name, const std::string& text) {
+        std::fprintf(to, "%-13s %s\n", name, text.c_str());
     };
     print("zones",
           fmt::format("{} from {} features, {} sea features{} left out", s.zones, s.features,
@@ -99,10 +99,17 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<CompileOptions>();
     CLI::App* command = app->add_subcommand(
             "compile", "Compiles boundary polygons (GeoJSON, plain or gzip) to a database");
-    command->add_option("INPUT", options->inputs,
-                        "FeatureCollections of polygons with a tzid property")
+    command->add_option(
+                   "INPUT", options->inputs,
+                   "FeatureCollections, text sequences or lines of features, polygons with a tzid "
+                   "property; - for standard input")
             ->required();
-    command->add_option("-o,--output", options->output, "Database file to write")->required();
+    command->add_option("-o,--output", options->output,
+                        "Database file to write; - for standard output")
+            ->required();
+    command->add_option("--tzid-property", options->tzidProperty,
+                        "Property that names the zone of a feature")
+            ->capture_default_str();
     command->add_option("--data-version", options->version, "Version byte")
             ->check(WholeNumber(0, 255))
             ->capture_default_str();

@@ -152,8 +152,7 @@ void PrintTable(const ZDDatabase& database, const InspectedDatabase& inspected,
     }
 }
 
-// Writes the areas as a FeatureCollection, a feature a line, as each is made, or to a file that is
-// replaced whole.
+// Writes the areas as a FeatureCollection, a feature a line.
 void WriteGeoJson(const InspectOptions& options, const std::vector<ZoneRow>& rows, int32_t scale,
                   Progress* progress) {
     std::string text = "{\"type\":\"FeatureCollection\",\"features\":[\n";
@@ -162,17 +161,9 @@ void WriteGeoJson(const InspectOptions& options, const std::vector<ZoneRow>& row
         const offlinetz::GeometryPtr area = offlinetz::AreaOf(rows[i].zone->rings, scale);
         text += offlinetz::FeatureOf({{"tzid", rows[i].zone->tzid}}, area.get());
         text += i + 1 < rows.size() ? ",\n" : "\n";
-        if (options.geojson == "-") {
-            if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) return;
-            text.clear();
-        }
     }
     text += "]}\n";
-    if (options.geojson == "-") {
-        std::fwrite(text.data(), 1, text.size(), stdout);
-    } else {
-        offlinetz::OutputFile(options.geojson, {text.begin(), text.end()}).Commit();
-    }
+    offlinetz::OutputFile(options.geojson, {text.begin(), text.end()}).Commit();
 }
 
 int RunInspect(const InspectOptions& options) {

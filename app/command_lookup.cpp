@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "answer.h"
 #include "commands.h"
@@ -31,6 +32,8 @@ struct LookupOptions {
     bool json = false;
     bool raw = false;
     bool radius = false;
+    std::string latColumn;
+    std::string lonColumn;
     bool verbose = false;
     bool noVerify = false;
 };
@@ -55,19 +58,23 @@ Answer LookUp(const LookupOptions& options, const ZDDatabase* database, const Po
     return answer;
 }
 
-std::string FormatText(const LookupOptions& options, const Answer& answer) {
-    std::string text =
+LineAnswer Format(const LookupOptions& options, const PointText& point, const Answer& answer) {
+    LineAnswer formatted;
+    if (options.json) {
+        formatted.object = AnswerJson(point, answer.raw, options.raw);
+        if (options.radius) formatted.object["radius_km"] = answer.radiusKilometres;
+        return formatted;
+    }
+    formatted.text =
             options.raw
                     ? answer.raw
                     : Printable(fmt::format("{}", fmt::join(SplitIdentifiers(answer.raw), " ")));
-    if (options.radius) text += fmt::format("\tholds within {:.2f} km", answer.radiusKilometres);
-    return text;
-}
-
-std::string FormatJson(const LookupOptions& options, const PointText& point, const Answer& answer) {
-    nlohmann::ordered_json object = AnswerJson(point, answer.raw, options.raw);
-    if (options.radius) object["radius_km"] = answer.radiusKilometres;
-    return OneLine(object);
+    formatted.columns = {formatted.text};
+    if (options.radius) {
+        formatted.text += fmt::format("\tholds within {:.2f} km", answer.radiusKilometres);
+        formatted.columns.push_back(fmt::format("{:.2f}", answer.radiusKilometres));
+    }
+    return formatted;
 }
 
 int RunLookup(const LookupOptions& options, bool onePoint) {
@@ -88,11 +95,15 @@ int RunLookup(const LookupOptions& options, bool onePoint) {
     const auto answer = [&](const PointText& where) {
         const Answer found = LookUp(options, database.get(), where);
         if (IsError(found.raw)) exitCode = kExitFailed;
-        return options.json ? FormatJson(options, where, found) : FormatText(options, found);
+        return Format(options, where, found);
     };
     if (onePoint) {
-        std::printf("%s\n", answer(point).c_str());
-    } else if (!AnswerLines(options.json, answer)) {
+        const LineAnswer found = answer(point);
+        std::printf("%s\n", options.json ? OneLine(found.object).c_str() : found.text.c_str());
+    } else if (!AnswerLines({options.json, options.latColumn, options.lonColumn,
+                             options.radius ? std::vector<std::string>{"zone", "radius_km"}
+                                            : std::vector<std::string>{"zone"}},
+                            answer)) {
         exitCode = kExitFailed;
     }
     return exitCode;
@@ -111,16 +122,21 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
     command->add_flag("--no-verify", options->noVerify,
                       "Answer from a database whose digest does not match its content");
     command->add_flag("--json", options->json, "One JSON object a line");
+    command->add_option("--lat", options->latColumn,
+                        "The table's column of latitudes, where it has no usual name");
+    command->add_option("--lon", options->lonColumn, "The same of longitudes");
     command->add_flag("--raw", options->raw, "The exact text that a client of the service gets");
     command->add_flag(
             "--radius", options->radius,
             "Also how far the answer holds: no point within so many kilometres has another");
     command->add_flag("--verbose", options->verbose, "The service's log on standard error");
     command->footer(
-            "Lines hold a latitude and a longitude with blanks or a comma between them. Each gives "
-            "a "
-            "row; one that makes no sense gives an error row and is reported, and the exit code is "
-            "1.");
+            "Lines hold a latitude and a longitude with blanks or a comma between them, or degrees "
+            "with N, S, E or W. A table whose first line names its columns (lat and lon, latitude "
+            "and longitude, y and x, ...) keeps them and gets the zone as one more. Each line "
+            "gives "
+            "a row; one that makes no sense gives an error row and is reported, and the exit code "
+            "is 1.");
     command->callback(
             [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
 }

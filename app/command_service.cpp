@@ -69,11 +69,12 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
     const auto answer = [&](const PointText& where) {
         std::string raw = service->Lookup(where.latText, where.lonText);
         if (IsError(raw)) exitCode = kExitFailed;
-        return options.json ? OneLine(AnswerJson(where, raw, true)) : raw;
+        return LineAnswer{raw, {raw}, AnswerJson(where, raw, true)};
     };
     if (onePoint) {
-        std::printf("%s\n", answer(point).c_str());
-    } else if (!AnswerLines(options.json, answer)) {
+        const LineAnswer found = answer(point);
+        std::printf("%s\n", options.json ? OneLine(found.object).c_str() : found.text.c_str());
+    } else if (!AnswerLines({options.json, "", "", {"zone"}}, answer)) {
         exitCode = kExitFailed;
     }
     return exitCode;

@@ -4,9 +4,11 @@
 
 #include <cstdio>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 
 #include "answer.h"
+#include "csv.h"
 #include "printable.h"
 #include "progress.h"
 
@@ -14,31 +16,110 @@ namespace {
 
 constexpr size_t kProgressInterval = 1024;
 
-std::string ErrorRow(bool json, const std::string& line, const char* reason) {
-    return json ? OneLine({{"input", line}, {"error", reason}})
-                : fmt::format("{}\terror: {}", Printable(line), reason);
-}
+// Makes rows of lines of points, or of the rows of a table.
+class RowMaker {
+  public:
+    RowMaker(const LineFormat& format,
+             const std::function<LineAnswer(const PointText& point)>& answer)
+        : mFormat(format), mAnswer(answer) {}
+
+    // Whether the first line is a table's header, which gets no answer then.
+    bool TakeHeader(const std::string& line) {
+        const bool isWanted = !mFormat.latColumn.empty() || !mFormat.lonColumn.empty();
+        CsvColumns columns;
+        if (!FindColumns(WithoutReturn(line), mFormat.latColumn, mFormat.lonColumn, &columns)) {
+            if (!isWanted) return false;
+            throw std::runtime_error("the first line names no columns of latitude and longitude");
+        }
+        mTable = columns;
+        return true;
+    }
+
+    std::string Header(const std::string& line) const {
+        return mFormat.json ? "" : Extended(line, mFormat.answerColumns);
+    }
+
+    // Throws std::invalid_argument where the line makes no sense.
+    std::string Row(const std::string& line) const {
+        const PointText point = mTable.has_value() ? PointOf(line) : ParsePoint(line);
+        const LineAnswer found = mAnswer(point);
+        if (mFormat.json) return OneLine(WithColumns(line, found.object));
+        if (mTable.has_value()) return Extended(line, found.columns);
+        return fmt::format("{} {}\t{}", point.latText, point.lonText, found.text);
+    }
+
+    std::string ErrorRow(const std::string& line, const char* reason) const {
+        if (mFormat.json) return OneLine({{"input", line}, {"error", reason}});
+        if (mTable.has_value()) return Extended(line, {fmt::format("error: {}", reason)});
+        return fmt::format("{}\terror: {}", Printable(line), reason);
+    }
+
+  private:
+    static std::string WithoutReturn(const std::string& line) {
+        return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
+    }
+
+    PointText PointOf(const std::string& row) const {
+        const std::vector<std::string> fields = SplitRow(WithoutReturn(row), mTable->separator);
+        if (mTable->lat >= fields.size() || mTable->lon >= fields.size()) {
+            throw std::invalid_argument("the row ends before its latitude or longitude");
+        }
+        return ParsePoint(fields[mTable->lat], fields[mTable->lon]);
+    }
+
+    // A row with columns more, before its carriage return if it has one.
+    std::string Extended(const std::string& row, const std::vector<std::string>& columns) const {
+        std::string extended = WithoutReturn(row);
+        const bool hasReturn = extended.size() < row.size();
+        for (const std::string& column : columns)
+            extended += mTable->separator + CsvField(column, mTable->separator);
+        return hasReturn ? extended + '\r' : extended;
+    }
+
+    nlohmann::ordered_json WithColumns(const std::string& row,
+                                       const nlohmann::ordered_json& object) const {
+        if (!mTable.has_value()) return object;
+        nlohmann::ordered_json all;
+        const std::vector<std::string> fields = SplitRow(WithoutReturn(row), mTable->separator);
+        for (size_t i = 0; i < fields.size() && i < mTable->names.size(); ++i)
+            all[mTable->names[i]] = fields[i];
+        all.update(object);
+        return all;
+    }
+
+    const LineFormat& mFormat;
+    const std::function<LineAnswer(const PointText& point)>& mAnswer;
+    std::optional<CsvColumns> mTable;
+};
 
 }  // namespace
 
-bool AnswerLines(bool json, const std::function<std::string(const PointText& point)>& answer) {
+bool AnswerLines(const LineFormat& format,
+                 const std::function<LineAnswer(const PointText& point)>& answer) {
     Progress progress;
+    RowMaker maker(format, answer);
     bool allMadeSense = true;
+    bool isTable = false;
     std::string line;
-    for (size_t number = 1; std::getline(std::cin, line); ++number) {
+    size_t lines = 0;
+    for (size_t number = 1; isTable ? ReadRow(std::cin, &line, &lines)
+                                    : (++lines, !std::getline(std::cin, line).fail());
+         ++number) {
         std::string row;
         try {
-            if (!IsBlank(line)) {
-                const PointText point = ParsePoint(line);
-                row = json ? answer(point)
-                           : fmt::format("{} {}\t{}", point.latText, point.lonText, answer(point));
+            if (number == 1 && maker.TakeHeader(line)) {
+                isTable = true;
+                if (format.json) continue;
+                row = maker.Header(line);
+            } else if (!IsBlank(line)) {
+                row = maker.Row(line);
             }
         } catch (const std::invalid_argument& error) {
-            progress.PrintLine(fmt::format("offlinetz: line {}: {}", number, error.what()));
-            row = ErrorRow(json, line, error.what());
+            progress.PrintLine(fmt::format("offlinetz: line {}: {}", lines, error.what()));
+            row = maker.ErrorRow(line, error.what());
             allMadeSense = false;
         }
-        std::printf("%s\n", row.c_str());
+        if (std::printf("%s\n", row.c_str()) < 0) break;
         if (number % kProgressInterval == 0) progress.Show("looking up", number, 0);
     }
     if (std::cin.bad() || std::ferror(stdin) != 0) {

@@ -2,33 +2,85 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <stdexcept>
+#include <vector>
 
 #include "printable.h"
 
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r";
+constexpr double kMaxLatitude = 90.0;
+constexpr double kMaxLongitude = 180.0;
+constexpr std::string_view kDegreeSign = "\xC2\xB0";
 constexpr std::string_view kSeparators = " \t\r,;";
 
-double ParseDegrees(std::string_view text, const char* name, double limit) {
+// The letter that says on which side of the equator or of Greenwich degrees are, before or behind
+// them, taken off; 0 where there is none.
+char TakeHemisphere(std::string_view* text) {
+    constexpr std::string_view kLetters = "NSEWnsew";
+    for (const bool isBehind : {true, false}) {
+        if (text->empty()) break;
+        const char c = isBehind ? text->back() : text->front();
+        if (kLetters.find(c) == std::string_view::npos) continue;
+        text->remove_suffix(isBehind ? 1 : 0);
+        text->remove_prefix(isBehind ? 0 : 1);
+        return static_cast<char>(c & ~0x20);  // As a capital.
+    }
+    return '\0';
+}
+
+// Reads degrees, and makes a text with a letter one with a sign.
+double ParseDegrees(std::string* text, const char* name, double limit) {
     double degrees = 0.0;
-    std::string_view number = text;
+    std::string_view number = *text;
+    const char hemisphere = TakeHemisphere(&number);
+    if (hemisphere != '\0' && number.size() >= kDegreeSign.size() &&
+        number.substr(number.size() - kDegreeSign.size()) == kDegreeSign) {
+        number.remove_suffix(kDegreeSign.size());
+    }
+    const std::string_view unsignedNumber = number;
     // The conversion takes a minus only.
     if (number.substr(0, 1) == "+" && number.substr(0, 2) != "+-") number.remove_prefix(1);
     const auto [end, error] =
             std::from_chars(number.data(), number.data() + number.size(), degrees);
-    if (error != std::errc() || end != number.data() + number.size()) {
+    const std::string_view letters = limit == kMaxLatitude ? "NS" : "EW";
+    if (error != std::errc() || end != number.data() + number.size() ||
+        (hemisphere != '\0' &&
+         (letters.find(hemisphere) == std::string_view::npos || unsignedNumber[0] < '0'))) {
         throw std::invalid_argument(
-                fmt::format("{} '{}' is not a decimal number", name, Printable(text)));
+                fmt::format("{} '{}' is not a decimal number", name, Printable(*text)));
     }
     if (!(std::fabs(degrees) <= limit)) {
         throw std::invalid_argument(
-                fmt::format("{} {} lies outside -{} to {}", name, text, limit, limit));
+                fmt::format("{} {} lies outside -{} to {}", name, *text, limit, limit));
     }
-    return degrees;
+    const bool isNegative = hemisphere == 'S' || hemisphere == 'W';
+    if (hemisphere != '\0') *text = (isNegative ? "-" : "") + std::string(number);
+    return isNegative ? -degrees : degrees;
+}
+
+bool IsLetter(std::string_view text) {
+    const std::string_view before = text;
+    return TakeHemisphere(&text) != '\0' && before.size() == 1;
+}
+
+// Puts letters that stand by themselves to the degrees that they belong to: all before, or all
+// behind them.
+std::vector<std::string> Words(std::string_view text) {
+    std::vector<std::string> words;
+    for (size_t at = text.find_first_not_of(kSeparators); at != std::string_view::npos;) {
+        const size_t end = std::min(text.find_first_of(kSeparators, at), text.size());
+        words.emplace_back(text.substr(at, end - at));
+        at = text.find_first_not_of(kSeparators, end);
+    }
+    if (words.size() != 4) return words;
+    const size_t letter = IsLetter(words[0]) ? 0 : 1;
+    if (!IsLetter(words[letter]) || !IsLetter(words[letter + 2])) return words;
+    return {words[0] + words[1], words[2] + words[3]};
 }
 
 // `text` without white space at its ends.
@@ -44,15 +96,29 @@ bool IsBlank(std::string_view line) {
     return Trim(line).empty();
 }
 
+PointText ParsePoint(std::string_view lat, std::string_view lon) {
+    PointText point = {std::string(Trim(lat)), std::string(Trim(lon))};
+    point.lat = ParseDegrees(&point.latText, "latitude", kMaxLatitude);
+    point.lon = ParseDegrees(&point.lonText, "longitude", kMaxLongitude);
+    return point;
+}
+
 PointText ParsePoint(std::string_view text) {
     text = Trim(text);
+    if (text.find_first_of("NSEWnsew") != std::string_view::npos) {
+        const std::vector<std::string> words = Words(text);
+        if (words.size() == 2) {
+            std::string_view first = words[0];
+            const char letter = TakeHemisphere(&first);
+            const bool isSwapped = letter == 'E' || letter == 'W';
+            return ParsePoint(words[isSwapped ? 1 : 0], words[isSwapped ? 0 : 1]);
+        }
+    }
     const size_t latEnd = text.find_first_of(kSeparators);
     if (latEnd == std::string_view::npos) {
         throw std::invalid_argument("expected a latitude and a longitude");
     }
-    const std::string_view lat = text.substr(0, latEnd);
     std::string_view lon = Trim(text.substr(latEnd));
     if (!lon.empty() && (lon.front() == ',' || lon.front() == ';')) lon = Trim(lon.substr(1));
-    return {std::string(lat), std::string(lon), ParseDegrees(lat, "latitude", 90.0),
-            ParseDegrees(lon, "longitude", 180.0)};
+    return ParsePoint(text.substr(0, latEnd), lon);
 }

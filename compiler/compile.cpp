@@ -67,6 +67,7 @@ std::vector<ZoneRings> DrawOnGrid(const CompileOptions& options, const Grid& gri
                                   CompileSummary* summary) {
     std::vector<ZoneRings> zones;
     for (const Zone& zone : source->zones) {
+        listener.progress("drawing", zones.size(), source->zones.size());
         zones.push_back(SnapToGrid(zone.area.get(), grid, &summary->snap));
     }
     MendOnGrid(&zones, [&](int round, size_t points) {
@@ -104,6 +105,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     sourceOptions.maxInputBytes = options.maxInputBytes;
     sourceOptions.maxTzidBytes =
             kMaxStringLength - StoredIdentifier("", options.bareIdentifiers).size();
+    sourceOptions.tzidProperty = options.tzidProperty;
     sourceOptions.skipBad = options.skipBad;
     Source source = ReadSource(options.inputs, listener.warn, listener.progress, sourceOptions);
     const std::vector<ZoneRings> zones = DrawOnGrid(options, grid, listener, &source, &summary);
@@ -126,6 +128,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
                                 [&](size_t entries) { listener.progress("tiling", entries, 0); });
     CountEntries(content.entries, &summary);
 
+    listener.progress("encoding", 0, 0);
     const std::vector<uint8_t> bytes = EncodeDatabase(content, &summary.sizes);
     summary.fileSize = bytes.size();
     OutputFile output(options.output, bytes);

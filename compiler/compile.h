@@ -22,8 +22,9 @@ constexpr uint8_t kWholeRingsTable = 0;
 constexpr uint8_t kTiledTable = 1;
 
 struct CompileOptions {
-    std::vector<std::string> inputs;
-    std::string output;
+    std::vector<std::string> inputs;  // "-" is standard input.
+    std::string output;               // "-" is standard output.
+    std::string tzidProperty = "tzid";
     int version = 1;                               // 0 to 255.
     std::string notice;                            // Up to kMaxStringLength bytes.
     int precision = 21;                            // As Grid takes it; 21 fits the fallback at sea.

@@ -1,6 +1,7 @@
 #include "input_text.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -51,7 +52,7 @@ class ErrorPlace : public nlohmann::json_sax<nlohmann::json> {
 
 std::string ReadText(const std::string& path, uint64_t maxBytes) {
     errno = 0;
-    gzFile file = gzopen(path.c_str(), "rb");
+    gzFile file = path == "-" ? gzdopen(dup(STDIN_FILENO), "rb") : gzopen(path.c_str(), "rb");
     if (file == nullptr) Fail(path, errno != 0 ? std::strerror(errno) : "out of memory");
     std::string text;
     std::vector<char> buffer(size_t{1} << 20);
@@ -76,7 +77,24 @@ std::string ReadText(const std::string& path, uint64_t maxBytes) {
     return text;
 }
 
-std::string PlaceOfJsonError(const std::string& text) {
+std::vector<std::string_view> SplitFeatures(std::string_view text) {
+    constexpr char kRecordSeparator = '\x1E';
+    constexpr std::string_view kBlanks = " \t\r\n";
+    const size_t first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos) return {};
+    const bool isSequence = text[first] == kRecordSeparator;
+    std::vector<std::string_view> features;
+    for (size_t at = first; at < text.size();) {
+        const size_t end =
+                std::min(text.find(isSequence ? kRecordSeparator : '\n', at), text.size());
+        const std::string_view part = text.substr(at, end - at);
+        if (part.find_first_not_of(kBlanks) != std::string_view::npos) features.push_back(part);
+        at = end + 1;
+    }
+    return features;
+}
+
+std::string PlaceOfJsonError(std::string_view text) {
     ErrorPlace place;
     nlohmann::json::sax_parse(text, &place);
     if (place.Position() == 0) return "";

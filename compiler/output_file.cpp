@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +16,9 @@
 namespace offlinetz {
 
 namespace {
+
+constexpr char kStandardOutput[] = "-";
+constexpr size_t kPartBytes = size_t{1} << 20;
 
 [[noreturn]] void Fail(const std::string& path) {
     throw std::system_error(errno, std::generic_category(), path);
@@ -128,8 +132,13 @@ std::string TargetOf(const std::string& path) {
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path, const std::vector<uint8_t>& bytes)
-    : mPath(TargetOf(path)), mTemporaryPath(mPath + ".XXXXXX") {
+OutputFile::OutputFile(const std::string& path, const std::vector<uint8_t>& bytes) {
+    if (path == kStandardOutput) {
+        OpenMemory(bytes);
+        return;
+    }
+    mPath = TargetOf(path);
+    mTemporaryPath = mPath + ".XXXXXX";
     int fd;
     {
         const SignalHold hold;
@@ -151,10 +160,35 @@ OutputFile::OutputFile(const std::string& path, const std::vector<uint8_t>& byte
 }
 
 OutputFile::~OutputFile() {
-    if (!mTemporaryPath.empty()) Remove();
+    if (mMemory >= 0) {
+        close(mMemory);
+    } else if (!mTemporaryPath.empty()) {
+        Remove();
+    }
+}
+
+void OutputFile::OpenMemory(const std::vector<uint8_t>& bytes) {
+    mPath = "standard output";
+    mMemory = memfd_create("offlinetz", MFD_CLOEXEC);
+    if (mMemory < 0) Fail(mPath);
+    mTemporaryPath = "/proc/self/fd/" + std::to_string(mMemory);
+    try {
+        WriteAll(mMemory, bytes, mPath);
+    } catch (...) {
+        close(mMemory);
+        throw;
+    }
 }
 
 void OutputFile::Commit() {
+    if (mMemory >= 0) {
+        std::vector<uint8_t> part(kPartBytes);
+        ssize_t got;
+        for (off_t at = 0; (got = pread(mMemory, part.data(), part.size(), at)) > 0; at += got)
+            WriteAll(STDOUT_FILENO, {part.begin(), part.begin() + got}, mPath);
+        if (got < 0) Fail(mPath);
+        return;
+    }
     if (std::rename(mTemporaryPath.c_str(), mPath.c_str()) != 0) Fail(mPath);
     Forget();
     SynchroniseDirectoryOf(mPath);

@@ -1,4 +1,5 @@
-// Writes a file so that its path holds the old or the new bytes, never half of them.
+// Writes a file so that its path holds the old or the new bytes, never half of them; or to standard
+// output.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +13,8 @@ namespace offlinetz {
 // A link is followed; a path that is anything but a regular file is refused. One at a time in a
 // process: a hangup, interrupt or termination signal removes its temporary file before it ends the
 // process. All functions throw std::system_error.
+//
+// The path "-" is standard output, which gets the bytes with Commit. Until then they are in memory.
 class OutputFile {
   public:
     OutputFile(const std::string& path, const std::vector<uint8_t>& bytes);
@@ -25,10 +28,12 @@ class OutputFile {
     void Commit();
 
   private:
+    void OpenMemory(const std::vector<uint8_t>& bytes);
     void Remove();
     void Forget();
 
     std::string mPath;
+    int mMemory = -1;            // For standard output: a file in memory with the bytes.
     std::string mTemporaryPath;  // Empty once committed.
 };
 

@@ -221,23 +221,26 @@ GeometryPtr ReadPolygon(const dom::element& element, const Feature& feature, con
 }
 
 // The tzid of a feature.
-std::string ReadTzid(const dom::element& element, const Feature& feature, size_t maxBytes) {
+std::string ReadTzid(const dom::element& element, const Feature& feature,
+                     const SourceOptions& options) {
     if (!element.is_object()) Fail(feature.Where(), "is not an object");
+    const std::string& name = options.tzidProperty;
     dom::element property;
-    if (element.at_pointer("/properties/tzid").get(property) || property.is_null()) {
-        Fail(feature.Where(), "has no tzid");
+    if (element["properties"][name].get(property) || property.is_null()) {
+        Fail(feature.Where(), "has no " + name);
     }
     std::string_view tzid;
-    if (property.get(tzid)) Fail(feature.Where(), "its tzid is not a text");
-    if (tzid.empty()) Fail(feature.Where(), "its tzid is empty");
-    if (tzid.size() > maxBytes) {
-        Fail(feature.Where(), fmt::format("its tzid has {} bytes; the database holds up to {}",
-                                          tzid.size(), maxBytes));
+    if (property.get(tzid)) Fail(feature.Where(), fmt::format("its {} is not a text", name));
+    if (tzid.empty()) Fail(feature.Where(), fmt::format("its {} is empty", name));
+    if (tzid.size() > options.maxTzidBytes) {
+        Fail(feature.Where(), fmt::format("its {} has {} bytes; the database holds up to {}", name,
+                                          tzid.size(), options.maxTzidBytes));
     }
     if (std::any_of(tzid.begin(), tzid.end(), [](char c) {
             return c == '"' || static_cast<unsigned char>(c) < ' ' || c == '\x7F';
         })) {
-        Fail(feature.Where(), "its tzid holds a double-quote or control character");
+        Fail(feature.Where(),
+             fmt::format("its {} holds a double-quote or control character", name));
     }
     return std::string(tzid);
 }
@@ -275,7 +278,7 @@ std::vector<dom::element> ReadPolygons(const dom::element& element, const Featur
 
 void ReadFeature(const dom::element& element, Feature feature, const SourceOptions& options,
                  const Warn& warn, Source* source, std::map<std::string, ZoneParts>* zones) {
-    feature.tzid = ReadTzid(element, feature, options.maxTzidBytes);
+    feature.tzid = ReadTzid(element, feature, options);
     if (IsSeaZone(feature.tzid)) {
         ++source->seaFeatures;
         return;
@@ -312,13 +315,26 @@ void RequireWgs84(const std::string& path, const dom::element& document) {
     Fail(path, fmt::format("its crs is {}; only longitude and latitude of WGS 84 are read", name));
 }
 
-dom::array ReadFeatures(const std::string& path, const std::string& text, dom::parser* parser) {
+// `where` names the text.
+dom::element ParseJson(std::string_view text, const std::string& where, dom::parser* parser) {
     dom::element document;
-    if (const auto error = parser->parse(text).get(document)) {
+    if (const auto error = parser->parse(text.data(), text.size()).get(document)) {
         const std::string place = PlaceOfJsonError(text);
-        Fail(path, fmt::format("is not JSON{}{}: {}", place.empty() ? "" : " ", place,
-                               simdjson::error_message(error)));
+        Fail(where, fmt::format("is not JSON{}{}: {}", place.empty() ? "" : " ", place,
+                                simdjson::error_message(error)));
     }
+    return document;
+}
+
+// Whether a file is a sequence of features, and not a broken text of another kind.
+bool BeginWithFeature(const std::vector<std::string_view>& texts, dom::parser* parser) {
+    dom::element first;
+    std::string_view type;
+    return !texts.empty() && !parser->parse(texts[0].data(), texts[0].size()).get(first) &&
+           !first["type"].get(type) && type == "Feature";
+}
+
+dom::array ReadFeatures(const std::string& path, const dom::element& document) {
     std::string_view type;
     dom::array features;
     if (document["type"].get(type) || type != "FeatureCollection" ||
@@ -361,16 +377,33 @@ Source ReadSource(const std::vector<std::string>& paths, const Warn& warn,
             const std::string text = ReadText(path, options.maxInputBytes);
             dom::parser parser;
             size_t index = 0;
-            const dom::array features = ReadFeatures(path, text, &parser);
-            for (const dom::element element : features) {
+            const auto read = [&](const auto& element, size_t all) {
+                const Feature feature = {path, index, {}};
                 try {
-                    ReadFeature(element, {path, index, {}}, options, warn, &source, &parts);
+                    ReadFeature(element(feature), feature, options, warn, &source, &parts);
                 } catch (const InputError& error) {
                     onBadFeature(error);
                 }
+                ++index;
                 // An array's size is capped at 2^24 - 1 in the parser; more features only make
                 // the progress late.
-                progress("reading", ++index, std::max(index, features.size()));
+                progress("reading", index, std::max(index, all));
+            };
+            dom::element document;
+            std::string_view type;
+            if (parser.parse(text).get(document)) {
+                const std::vector<std::string_view> texts = SplitFeatures(text);
+                if (!BeginWithFeature(texts, &parser)) ParseJson(text, path, &parser);
+                for (const std::string_view one : texts) {
+                    read([&](const Feature& f) { return ParseJson(one, f.Where(), &parser); },
+                         texts.size());
+                }
+            } else if (!document["type"].get(type) && type == "Feature") {
+                read([&](const Feature&) { return document; }, 1);
+            } else {
+                const dom::array features = ReadFeatures(path, document);
+                for (const dom::element element : features)
+                    read([&](const Feature&) { return element; }, features.size());
             }
         } catch (const InputError& error) {
             errors.emplace_back(error.what());

@@ -49,16 +49,18 @@ constexpr uint64_t kDefaultMaxInputBytes = uint64_t{1} << 30;
 struct SourceOptions {
     uint64_t maxInputBytes = kDefaultMaxInputBytes;  // Of each file, unpacked.
     size_t maxTzidBytes = 255;
+    std::string tzidProperty = "tzid";
     bool skipBad = false;  // Leave bad features out, with a warning for each.
 };
 
 // Must be called once before any other function here, on the main thread.
 void StartGeometry();
 
-// Reads GeoJSON FeatureCollections (plain or gzip) whose features carry a `tzid` property and a
-// Polygon or MultiPolygon. `warn` receives one line for each polygon that was mended or feature
-// left out, `progress` a step's name with the parts done and in all. Throws InputError, which lists
-// all that is bad in all files.
+// Reads GeoJSON FeatureCollections, text sequences or newline-delimited features (plain or gzip;
+// the path "-" is standard input) whose features carry a `tzid` property and a Polygon or
+// MultiPolygon. `warn` receives one line for each polygon that was mended or feature left out,
+// `progress` a step's name with the parts done and in all. Throws InputError, which lists all that
+// is bad in all files.
 Source ReadSource(const std::vector<std::string>& paths,
                   const std::function<void(const std::string&)>& warn,
                   const std::function<void(const char*, size_t, size_t)>& progress,

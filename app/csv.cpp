@@ -1,0 +1,81 @@
+#include "csv.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace {
+
+constexpr std::string_view kUsualLat[] = {"lat", "latitude", "y"};
+constexpr std::string_view kUsualLon[] = {"lon", "lng", "long", "longitude", "x"};
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+std::string Lowered(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+// The first column with one of the names; all of them where there is none.
+template <typename Names>
+size_t Find(const std::vector<std::string>& columns, const Names& names,
+            const std::string& wanted) {
+    const auto found = std::find_if(columns.begin(), columns.end(), [&](const std::string& column) {
+        if (!wanted.empty()) return column == wanted;
+        return std::find(std::begin(names), std::end(names), Lowered(column)) != std::end(names);
+    });
+    return static_cast<size_t>(found - columns.begin());
+}
+
+}  // namespace
+
+bool ReadRow(std::istream& input, std::string* row, size_t* lines) {
+    if (!std::getline(input, *row)) return false;
+    ++*lines;
+    std::string more;
+    while (std::count(row->begin(), row->end(), '"') % 2 != 0 && std::getline(input, more)) {
+        *row += '\n' + more;
+        ++*lines;
+    }
+    return true;
+}
+
+std::vector<std::string> SplitRow(std::string_view row, char separator) {
+    std::vector<std::string> fields(1);
+    bool isQuoted = false;
+    for (size_t i = 0; i < row.size(); ++i) {
+        const char c = row[i];
+        if (c == '"' && isQuoted && row.substr(i + 1, 1) == "\"") {
+            fields.back() += row[++i];
+        } else if (c == '"' && (isQuoted || fields.back().empty())) {
+            isQuoted = !isQuoted;
+        } else if (c == separator && !isQuoted) {
+            fields.emplace_back();
+        } else {
+            fields.back() += c;
+        }
+    }
+    return fields;
+}
+
+std::string CsvField(const std::string& text, char separator) {
+    if (text.find_first_of(std::string("\"\r\n") + separator) == std::string::npos) return text;
+    std::string quoted = "\"";
+    for (const char c : text)
+        quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return quoted + '"';
+}
+
+bool FindColumns(std::string_view header, const std::string& lat, const std::string& lon,
+                 CsvColumns* columns) {
+    if (header.substr(0, kByteOrderMark.size()) == kByteOrderMark)
+        header.remove_prefix(kByteOrderMark.size());
+    for (const char separator : {',', ';', '\t'}) {
+        std::vector<std::string> names = SplitRow(header, separator);
+        const size_t latColumn = Find(names, kUsualLat, lat);
+        const size_t lonColumn = Find(names, kUsualLon, lon);
+        if (latColumn == names.size() || lonColumn == names.size()) continue;
+        *columns = {separator, std::move(names), latColumn, lonColumn};
+        return true;
+    }
+    return false;
+}
