@@ -311,7 +311,7 @@ class Checker {
         std::set<std::pair<std::string, std::string>> overlaps;
         CheckBorders(&overlaps);
         for (const auto& [a, b] : overlaps)
-            mFindings.Add(kOverlap, {}, {}, a + " and " + b + " overlap");
+            mFindings.Add(kOverlap, {}, {}, fmt::format("{} and {} overlap", a, b));
     }
 
     // Looks up the vertices of all zones. The reader must find the zone there; and where it finds

@@ -98,6 +98,7 @@ void AddRest(const Pieces& pieces, const Pieces& others, bool isLost, AreasByPai
 Change MakeChange(const std::pair<std::string, std::string>& zones,
                   std::vector<GeometryPtr> polygons) {
     std::vector<GEOSGeometry*> parts;
+    parts.reserve(polygons.size());
     for (GeometryPtr& polygon : polygons)
         parts.push_back(polygon.release());
     Change change;
