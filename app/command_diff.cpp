@@ -17,6 +17,7 @@
 #include <string>
 
 #include "answer.h"
+#include "change_json.h"
 #include "commands.h"
 #include "database.h"
 #include "inspected.h"
@@ -106,18 +107,6 @@ void PrintText(const DiffOptions& options, const Differences& d, const Costs& wa
     std::printf("entries    %zu, were %zu\n", is.entries, was.entries);
     std::printf("points     %zu, were %zu\n", is.points, was.points);
     std::printf("lookup     %.3f us, was %.3f\n", is.lookupMicroseconds, was.lookupMicroseconds);
-}
-
-nlohmann::ordered_json ChangeJson(const Change& c) {
-    nlohmann::ordered_json object = {
-            {"from", nullptr}, {"to", nullptr}, {"km2", Rounded(c.km2, 1e6)}};
-    if (!c.from.empty()) object["from"] = c.from;
-    if (!c.to.empty()) object["to"] = c.to;
-    for (const double side : c.box)
-        object["box"].push_back(Rounded(side, 1e7));
-    for (const double degrees : c.sample)
-        object["sample"].push_back(Rounded(degrees, 1e7));
-    return object;
 }
 
 nlohmann::ordered_json CostsJson(const Costs& c) {

@@ -17,5 +17,6 @@ void AddLookupCommand(CLI::App* app, int* exitCode);
 void AddVerifyCommand(CLI::App* app, int* exitCode);
 void AddInspectCommand(CLI::App* app, int* exitCode);
 void AddDiffCommand(CLI::App* app, int* exitCode);
+void AddMapCommand(CLI::App* app, int* exitCode);
 void AddCompileCommand(CLI::App* app, int* exitCode);
 void AddServiceCommand(CLI::App* app, int* exitCode);

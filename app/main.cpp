@@ -64,6 +64,7 @@ int Run(int argc, char** argv) {
     AddVerifyCommand(&app, &exitCode);
     AddInspectCommand(&app, &exitCode);
     AddDiffCommand(&app, &exitCode);
+    AddMapCommand(&app, &exitCode);
     AddCompileCommand(&app, &exitCode);
     AddServiceCommand(&app, &exitCode);
     try {

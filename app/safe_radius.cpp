@@ -1,6 +1,6 @@
 #include "safe_radius.h"
 
-#include <compile.h>
+#include <encode.h>
 
 #include <algorithm>
 #include <cmath>

@@ -3,6 +3,7 @@
 install(TARGETS offlinetz offlinetimezone_impl host_layer)
 install(FILES ${OFFLINETZ_WORLD_DATABASE} DESTINATION ${CMAKE_INSTALL_DATADIR}/offlinetz
         RENAME world.bin)
+install(FILES data/map.html DESTINATION ${CMAKE_INSTALL_DATADIR}/offlinetz)
 
 set(package ${PROJECT_SOURCE_DIR}/hardware/interfaces/offlinetimezone/1.0)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/offlinetz)

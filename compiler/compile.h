@@ -17,10 +17,6 @@ namespace offlinetz {
 // Measured (bench/RESULTS.md): fewer points a tile make lookups faster and the file larger.
 constexpr size_t kDefaultMaxTilePoints = 350;
 
-// The table types that the compiler writes.
-constexpr uint8_t kWholeRingsTable = 0;
-constexpr uint8_t kTiledTable = 1;
-
 struct CompileOptions {
     std::vector<std::string> inputs;  // "-" is standard input.
     std::string output;               // "-" is standard output.

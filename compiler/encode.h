@@ -10,6 +10,10 @@
 
 namespace offlinetz {
 
+// The table types that the compiler writes.
+constexpr uint8_t kWholeRingsTable = 0;
+constexpr uint8_t kTiledTable = 1;
+
 struct DatabaseContent {
     uint8_t tableType = 0;
     uint8_t version = 0;

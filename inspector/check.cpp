@@ -1,6 +1,5 @@
 #include "check.h"
 
-#include <compile.h>
 #include <database_numbers.h>
 #include <encode.h>
 #include <fmt/format.h>

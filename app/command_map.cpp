@@ -1,0 +1,168 @@
+// offlinetz map: a page on which a database is looked at and asked, without a network.
+#include <areas.h>
+#include <differences.h>
+#include <encode.h>
+#include <geojson.h>
+#include <output_file.h>
+#include <simplify.h>
+#include <source.h>
+
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "answer.h"
+#include "base64.h"
+#include "change_json.h"
+#include "commands.h"
+#include "inspected.h"
+#include "program_files.h"
+#include "progress.h"
+
+namespace {
+
+using offlinetz::Grid;
+
+// What the page draws of the whole world, at two pixels at most. Nearer it draws what lookups read.
+constexpr double kThinnedMetres = 1000.0;
+
+// What stands in the page for the data, until a database is put in.
+constexpr char kPlace[] = "<script id=\"data\" type=\"application/json\">null</script>";
+constexpr size_t kPlaceOfNull = sizeof kPlace - sizeof "null</script>";
+
+struct MapOptions {
+    std::string file;
+    std::string newFile;
+    std::string output;
+    double leastSquareKilometres = 0.01;
+};
+
+std::string ReadTemplate() {
+    const FileCopy copy(BesideProgram(OFFLINETZ_MAP_PAGE));
+    return {reinterpret_cast<const char*>(copy.Bytes()), copy.Size()};
+}
+
+// The rings of all zones, thinned for drawing.
+std::vector<offlinetz::ZoneRings> ThinnedRings(const InspectedFile& file) {
+    std::vector<offlinetz::ZoneRings> rings;
+    for (const offlinetz::InspectedZone& zone : file.inspected.zones)
+        rings.push_back(zone.rings);
+    const int precision = file.database->precision;
+    if (precision >= Grid::kMinPrecision && precision <= Grid::kMaxPrecision)
+        offlinetz::Simplify(&rings, Grid(precision), kThinnedMetres);
+    return rings;
+}
+
+// Latitudes and longitudes in turn, each as the step from the one before it.
+nlohmann::ordered_json StepsOf(const offlinetz::GridRing& ring) {
+    nlohmann::ordered_json steps = nlohmann::json::array();
+    offlinetz::GridPoint last;
+    for (const offlinetz::GridPoint& p : ring) {
+        steps.push_back(int64_t{p.lat} - last.lat);
+        steps.push_back(int64_t{p.lon} - last.lon);
+        last = p;
+    }
+    return steps;
+}
+
+nlohmann::ordered_json DatabaseJson(const std::string& path, const InspectedFile& file,
+                                    bool isDrawn) {
+    const ZDDatabase& database = *file.database;
+    nlohmann::ordered_json object = {
+            {"name", std::filesystem::path(path).filename().string()},
+            {"bytes", database.length + 20},
+            {"version", database.version},
+            {"precision", database.precision},
+            {"tiled", database.tableType == offlinetz::kTiledTable},
+            {"notice", database.notice},
+            {"content", Base64(database.mapping, static_cast<size_t>(database.length) + 20)},
+            {"zones", nlohmann::json::array()}};
+    if (!isDrawn) return object;
+    const std::vector<offlinetz::ZoneRings> thinned = ThinnedRings(file);
+    for (size_t i = 0; i < thinned.size(); ++i) {
+        const offlinetz::InspectedZone& zone = file.inspected.zones[i];
+        if (zone.rings.empty()) continue;
+        nlohmann::ordered_json drawn = {
+                {"name", zone.tzid},
+                {"km2", Rounded(offlinetz::SquareKilometres(zone.rings, file.scale), 1e1)},
+                {"box", nlohmann::json::array()},
+                {"rings", nlohmann::json::array()}};
+        for (const double side : offlinetz::BoundsOf(zone.rings, file.scale))
+            drawn["box"].push_back(Rounded(side, 1e4));
+        for (const offlinetz::GridRing& ring : thinned[i])
+            drawn["rings"].push_back(StepsOf(ring));
+        object["zones"].push_back(std::move(drawn));
+    }
+    return object;
+}
+
+// JSON that may stand in a page's script element: no text in it can end the element.
+std::string WithoutTags(const std::string& json) {
+    std::string text;
+    text.reserve(json.size());
+    for (const char c : json) {
+        if (c == '<') {
+            text += "\\u003c";
+        } else {
+            text += c;
+        }
+    }
+    return text;
+}
+
+// The features of the changes, as they stand between the brackets of a JSON array.
+std::string ChangeFeatures(const MapOptions& options, const InspectedFile& was,
+                           const InspectedFile& is, Progress* progress) {
+    const offlinetz::Differences differences = offlinetz::Compare(
+            was.inspected, was.scale, is.inspected, is.scale,
+            [&](size_t done, size_t all) { progress->Show("comparing", done, all); });
+    std::string text;
+    for (const offlinetz::Change& change : differences.changes) {
+        if (change.km2 < options.leastSquareKilometres) continue;
+        text += (text.empty() ? "" : ",") +
+                offlinetz::FeatureOf(ChangeJson(change), change.area.get());
+    }
+    return text;
+}
+
+int RunMap(const MapOptions& options) {
+    std::string page = ReadTemplate();
+    const size_t place = page.find(kPlace);
+    if (place == std::string::npos)
+        throw std::runtime_error(BesideProgram(OFFLINETZ_MAP_PAGE) + ": has no place for a map");
+    Progress progress;
+    const bool isCompared = !options.newFile.empty();
+    const InspectedFile file = Inspect(options.file, &progress);
+    std::string data = "{\"databases\":[" + OneLine(DatabaseJson(options.file, file, !isCompared));
+    std::string changes;
+    if (isCompared) {
+        const InspectedFile newFile = Inspect(options.newFile, &progress);
+        changes = ChangeFeatures(options, file, newFile, &progress);
+        data += ',' + OneLine(DatabaseJson(options.newFile, newFile, true));
+    }
+    data = WithoutTags(data + "],\"changes\":[" + changes + "]}");
+    page.replace(place + kPlaceOfNull, sizeof "null" - 1, data);
+    offlinetz::OutputFile(options.output, {page.begin(), page.end()}).Commit();
+    return kExitOk;
+}
+
+}  // namespace
+
+void AddMapCommand(CLI::App* app, int* exitCode) {
+    const auto options = std::make_shared<MapOptions>();
+    CLI::App* command = app->add_subcommand(
+            "map", "Writes a page that shows a database's zones and answers on a map, offline");
+    command->add_option("FILE", options->file, "Database file")->required();
+    command->add_option("NEW", options->newFile,
+                        "Database file that would replace it: the page shows what changes");
+    command->add_option("-o,--output", options->output, "The page to write; - for standard output")
+            ->required();
+    command->add_option("--least", options->leastSquareKilometres,
+                        "Leave out changed parts of fewer square kilometres")
+            ->check(CLI::Range(0.0, 1e9))
+            ->capture_default_str();
+    command->callback([options, exitCode] { *exitCode = RunMap(*options); });
+}

@@ -1,0 +1,173 @@
+// The page of `offlinetz map` as its users meet it: by clicks, taps and keys on known places.
+// Usage: node --test page_test.mjs, with OFFLINETZ the program and WORLD a world database
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { after, before, test } from 'node:test';
+import { openBrowser, openPage } from './browser.mjs';
+
+const { OFFLINETZ, WORLD } = process.env;
+const directory = mkdtempSync(join(tmpdir(), 'page-'));
+const inDirectory = (name) => join(directory, name);
+const offlinetz = (...words) => execFileSync(OFFLINETZ, words, { encoding: 'utf8' });
+let browser;
+
+const square = (tzid, west, east) => ({
+  type: 'Feature', properties: { tzid },
+  geometry: { type: 'Polygon', coordinates: [[[west, 0], [east, 0], [east, 10], [west, 10], [west, 0]]] },
+});
+function compile(name, ...features) {
+  writeFileSync(inDirectory(`${name}.json`), JSON.stringify({ type: 'FeatureCollection', features }));
+  offlinetz('compile', inDirectory(`${name}.json`), '-o', inDirectory(`${name}.bin`), '--precision', '20',
+      '--notice', '<!-- <script>');
+  return inDirectory(`${name}.bin`);
+}
+
+// The answer's terms and what they say.
+const answer = (page) => page.$$eval('#answer dt', (terms) =>
+  Object.fromEntries(terms.map((term) => [term.textContent, term.nextSibling.textContent])));
+const type = async (page, selector, text) => {
+  await page.click(selector, { clickCount: 3 });
+  await page.keyboard.type(text);
+  await page.keyboard.press('Enter');
+};
+const placeOnScreen = (page, lat, lon) => page.evaluate(([lat, lon]) => {
+  const box = document.getElementById('map').getBoundingClientRect();
+  const [x, y] = window.offlinetzMap.toScreen(lat, lon);
+  return [box.left + x, box.top + y];
+}, [lat, lon]);
+// What is drawn at a place once the next frame is there.
+const colourAt = (page, lat, lon) => page.evaluate(async ([lat, lon]) => {
+  await new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)));
+  const { context, canvas } = window.offlinetzMap;
+  const [x, y] = window.offlinetzMap.toScreen(lat, lon);
+  const ratio = canvas.width / canvas.clientWidth;
+  return [...context.getImageData(x * ratio, y * ratio, 1, 1).data.slice(0, 3)];
+}, [lat, lon]);
+
+before(async () => {
+  offlinetz('map', WORLD, '-o', inDirectory('world.html'));
+  browser = await openBrowser();
+});
+after(async () => {
+  await browser.close();
+  rmSync(directory, { recursive: true });
+});
+
+test('places clicked on the whole world and near by have the answers of the library', async () => {
+  const page = await openPage(browser, inDirectory('world.html'));
+  const places = [
+    [48.8566, 2.3522, 'Europe/Paris', '"Europe/Paris"'],
+    [-33.9, 18.6, 'Africa/Johannesburg', '"Africa/Johannesburg"'],
+    [64.15, -21.8, 'Atlantic/Reykjavik', '"Atlantic/Reykjavik"'],
+    [0.5, -30.5, 'Etc/GMT+2', '"Etc/GMT+2"'],
+    [43.8, 87.6, 'Asia/Shanghai and Asia/Urumqi', '"Asia/Shanghai""Asia/Urumqi"'],
+  ];
+  for (const k of [1, 3000]) {
+    for (const [lat, lon, zones, raw] of places) {
+      await page.evaluate((lat, lon, k) => window.offlinetzMap.show(k > 1 ? lat : 20, k > 1 ? lon : 0, k), lat, lon, k);
+      await page.mouse.click(...(await placeOnScreen(page, lat, lon)));
+      const said = await answer(page);
+      assert.equal(said.Zones, zones);
+      assert.equal(said['A client gets'], raw);
+      assert.ok(parseFloat(said['Holds within']) >= 0, said['Holds within']);
+      assert.match(said['The lookup read'], /^(1 ring|\d+ rings) with \d+ points$/);
+      const [x, y] = await placeOnScreen(page, lat, lon);
+      await page.mouse.move(x + 1, y + 1);
+      await page.waitForFunction((text) => document.getElementById('hover').textContent === text, {}, zones);
+    }
+  }
+  assert.deepEqual(page.wanted.filter((url) => !/^(file|data|blob):/.test(url)), []);
+  assert.deepEqual(page.faults, []);
+});
+
+test('near by, what lookups read is drawn as the zones are from far', async () => {
+  const page = await openPage(browser, inDirectory('world.html'));
+  const coloursAt = async (k) => {
+    await page.evaluate((k) => window.offlinetzMap.show(47.5, 2.5, k), k);
+    return [await colourAt(page, 47.49, 2.49), await colourAt(page, 47.51, 2.51)];
+  };
+  const unmarked = await coloursAt(20);
+  assert.deepEqual(await coloursAt(3000), unmarked);
+  await type(page, '#zone', 'Europe/Paris');
+  const marked = await coloursAt(20);
+  assert.notDeepEqual(marked, unmarked);
+  assert.deepEqual(await coloursAt(3000), marked);
+  // A coast: nothing is drawn over the sea.
+  await page.evaluate(() => window.offlinetzMap.show(43.1, -9.5, 150));
+  assert.deepEqual(await colourAt(page, 43.1, -10.4), [0xdf, 0xe9, 0xef]);
+  assert.notDeepEqual(await colourAt(page, 43, -8.7), [0xdf, 0xe9, 0xef]);
+});
+
+test('keys alone find a zone, move, zoom, ask and clear', async () => {
+  const page = await openPage(browser, inDirectory('world.html'));
+  await page.keyboard.press('/');
+  await page.keyboard.type('europe/lisbon\n');
+  assert.deepEqual(Object.keys(await answer(page)), ['Europe/Lisbon']);
+  const colour = await colourAt(page, 39.5, -8);
+  await page.keyboard.press('Escape');
+  assert.notDeepEqual(await colourAt(page, 39.5, -8), colour);
+  assert.deepEqual(await answer(page), {});
+  const view = () => page.evaluate(() => window.offlinetzMap.view());
+  const [lat, lon, k] = await view();
+  await page.keyboard.press('+');
+  await page.waitForFunction((k) => Math.abs(window.offlinetzMap.view()[2] - 2 * k) < 1e-3 * k, {}, k);
+  await page.keyboard.press('ArrowRight');
+  await page.keyboard.press('ArrowUp');
+  const moved = await view();
+  assert.ok(moved[0] > lat && moved[1] > lon, `${moved}`);
+  await page.evaluate(() => window.offlinetzMap.show(38.75, -9.2, 50));
+  await page.keyboard.press('Enter');
+  assert.equal((await answer(page)).Zones, 'Europe/Lisbon');
+});
+
+test('coordinates are typed as people write them', async () => {
+  const page = await openPage(browser, inDirectory('world.html'));
+  for (const [text, zones] of [
+    ['52.52, 13.405', 'Europe/Berlin'], ['-36.85 174.76', 'Pacific/Auckland'],
+    ['33.9°S 151.2°E', 'Australia/Sydney'], ['151.2E 33.9S', 'Australia/Sydney'],
+    ['91, 0', undefined], ['here', undefined],
+  ]) {
+    await type(page, '#point', text);
+    assert.equal((await answer(page)).Zones, zones, text);
+  }
+  // The address keeps place and point.
+  await type(page, '#point', '52.52, 13.405');
+  const url = page.url();
+  const again = await openPage(browser, inDirectory('world.html') + new URL(url).hash);
+  assert.equal((await answer(again)).Zones, 'Europe/Berlin');
+});
+
+test('a phone in the dark shows all of it and answers a tap', async () => {
+  const page = await openPage(browser, inDirectory('world.html'), {
+    width: 390, height: 844, dark: true, isMobile: true, hasTouch: true, deviceScaleFactor: 3,
+  });
+  assert.ok(await page.evaluate(() => document.documentElement.scrollWidth <= innerWidth));
+  assert.ok((await colourAt(page, 0, -30)).every((part) => part < 80));
+  const background = await page.evaluate(() => getComputedStyle(document.body).backgroundColor);
+  assert.equal(background, 'rgb(20, 25, 29)');
+  await page.evaluate(() => window.offlinetzMap.show(35.7, 139.7, 40));
+  await page.touchscreen.tap(...(await placeOnScreen(page, 35.7, 139.7)));
+  await page.waitForSelector('#answer dt');
+  assert.equal((await answer(page)).Zones, 'Asia/Tokyo');
+});
+
+test('two databases show what changed, and what each answers there', async () => {
+  const name = '</script><img src=x onerror=window.taken=1>';
+  const was = compile('was', square('Test/West', 0, 10), square(name, 10, 20));
+  const is = compile('is', square('Test/West', 0, 12), square(name, 12, 20));
+  offlinetz('map', was, is, '-o', inDirectory('change.html'));
+  const page = await openPage(browser, inDirectory('change.html'));
+  const buttons = await page.$$('#list button');
+  assert.equal(buttons.length, 1);
+  const text = await buttons[0].evaluate((button) => button.textContent);
+  assert.match(text, /^2460\d\d\.\d{3} km² from .*img.* to Test\/West$/);
+  await buttons[0].click();
+  const said = await answer(page);
+  assert.equal(said['Zones in was.bin'], name);
+  assert.equal(said['Zones in is.bin'], 'Test/West');
+  assert.equal(await page.evaluate(() => window.taken), undefined);
+  assert.deepEqual(page.faults, []);
+});
