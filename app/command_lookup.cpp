@@ -118,7 +118,8 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
     auto* lat = command->add_option("LAT", options->lat,
                                     "Latitude in degrees, north positive; or LAT,LON in one word");
     command->add_option("LON", options->lon, "Longitude in degrees, east positive");
-    command->add_option("--db", options->database, "Database file")->capture_default_str();
+    command->add_option("--db", options->database,
+                        "Database file, where it is not the world that comes with the program");
     command->add_flag("--no-verify", options->noVerify,
                       "Answer from a database whose digest does not match its content");
     command->add_flag("--json", options->json, "One JSON object a line");

@@ -149,8 +149,9 @@ void AddServiceCommand(CLI::App* app, int* exitCode) {
     CLI::App* service = app->add_subcommand(
             "service", "Loads the service's library and uses it as a client does");
     service->require_subcommand(1);
-    service->add_option("--library", options->library, "The service's library")
-            ->capture_default_str();
+    service->add_option(
+            "--library", options->library,
+            "The service's library, where it is not the one that comes with the program");
     service->add_option("--directory", options->directory,
                         "Where that library keeps its two files, which is built into it")
             ->capture_default_str();
