@@ -1,117 +1,119 @@
-// The whole service as a device has it: the default library at its default paths, loaded and
-// used by a client that knows the interface alone.
-#include <compile.h>
+// The whole service as a device has it, the default library at its default paths, used by the
+// client of docs/client.md, compiled as it stands there.
+#include <client_of_the_documents.h>
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
 
-#include <cerrno>
-#include <cmath>
+#include <condition_variable>
 #include <filesystem>
 
 #include "loaded_service.h"
-#include "log_capture.h"
+#include "sample_databases.h"
+#include "temporary_directory.h"
 
 using android::sp;
+using timezone_client::Client;
+using Zones = std::vector<std::string>;
 namespace fs = std::filesystem;
 
 namespace {
 
-const char kDirectory[] = "/data/offlinetz";
-
-// The device's directory, if this machine has none of its own and lets it be made. A mark in it
-// tells one that a test left behind.
-class DeviceDirectory {
+// The device's directory, if this machine has none of its own and lets it be made: a mark in it
+// tells one that a test left behind. Else one below the working directory.
+class Directory {
   public:
-    DeviceDirectory() {
+    Directory() {
         std::error_code error;
-        const fs::path mark = fs::path(kDirectory) / "made-by-a-test";
-        if (fs::exists(mark, error)) fs::remove_all(kDirectory, error);
-        if (fs::exists(kDirectory, error) || error) return;
-        mMadeParent = !fs::exists("/data");
-        fs::create_directories(kDirectory, error);
-        mMade = !error;
-        if (mMade) WriteFile(mark, {});
+        if (fs::exists(mPath / "made-by-a-test", error)) fs::remove_all(mPath, error);
+        if (!fs::exists(mPath, error) && !error) fs::create_directories(mPath, error);
+        mIsDevices = !error && fs::is_empty(mPath);
+        if (!mIsDevices) fs::create_directory(mPath = "offlinetz");
+        WriteFile(mPath / "made-by-a-test", {});
     }
-    ~DeviceDirectory() {
+    ~Directory() {
         std::error_code ignored;
-        if (mMade) fs::remove_all(kDirectory, ignored);
-        if (mMadeParent) fs::remove("/data", ignored);  // If it is empty.
+        fs::remove_all(mPath, ignored);
+        if (mIsDevices) fs::remove(mPath.parent_path(), ignored);  // If it is empty.
     }
-    bool IsMade() const { return mMade; }
+    fs::path Path() const { return mPath; }
+    bool IsDevices() const { return mIsDevices; }
+    const char* Library() const { return mIsDevices ? OFFLINETZ_LIBRARY : OFFLINETZ_LOCAL_LIBRARY; }
 
   private:
-    bool mMade = false;
-    bool mMadeParent = false;
+    const TemporaryDirectory mTemporary;
+    fs::path mPath = "/data/offlinetz";
+    bool mIsDevices;
 };
 
-// A database that differs from the world around Paris: a ragged island of a zone of its own.
-Bytes SecondDatabase(uint8_t version) {
-    offlinetz::DatabaseContent content;
-    content.version = version;
-    content.precision = 21;
-    content.fieldNames = {"TimezoneId"};
-    content.notice = "second";
-    content.zones = {"\"Second/Paris\""};
-    const offlinetz::GridPoint center = offlinetz::Grid(21).FromDegrees(48.8566, 2.3522);
-    offlinetz::GridRing ring;
-    for (int i = 0; i < 3000; ++i) {
-        const double angle = -6.283185307 * i / 3000;
-        const double radius = 20000.0 + 300.0 * (i % 7);
-        ring.push_back({center.lat + static_cast<int32_t>(radius * std::sin(angle)),
-                        center.lon + static_cast<int32_t>(radius * std::cos(angle))});
+class Answers {
+  public:
+    void Take(const std::string& lat, const std::string& lon, const Zones& zones) {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mAsked = lat + " " + lon;
+        mZones = zones;
+        mChanged.notify_all();
     }
-    content.entries = {{0, offlinetz::BoxOf(ring), ring}};
-    offlinetz::SectionSizes sizes;
-    return offlinetz::EncodeDatabase(content, &sizes);
-}
 
-TEST(EndToEnd, ServesTheWorldAndTakesANewDatabase) {
-    const DeviceDirectory device;
-    if (!device.IsMade()) GTEST_SKIP() << kDirectory << " exists or cannot be made";
-    const fs::path directory = kDirectory;
-    const Bytes world = ReadFile(OFFLINETZ_WORLD_DATABASE);
-    WriteFile(directory / "lastcombinedTimezone.bin", world);
-    LogCapture log;
+    // Asks, and waits for the answer.
+    Zones Of(const sp<Client>& client, const std::string& lat, const std::string& lon) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mAsked.clear();
+        if (!client->Ask(lat, lon)) return {"there is no service"};
+        const bool came = mChanged.wait_for(lock, std::chrono::minutes(1),
+                                            [&] { return mAsked == lat + " " + lon; });
+        return came ? mZones : Zones{"no answer"};
+    }
 
-    LoadedService service(OFFLINETZ_LIBRARY);
-    const sp<Recorder> client = new Recorder;
-    ASSERT_TRUE(service->startLookup(client));
-    const auto ask = [&](const char* lat, const char* lon) {
-        const size_t before = client->Reports().size();
-        service->Lookup(lat, lon);
-        return client->WaitFor(before + 1) ? client->Reports()[before].tzId : "no answer";
+  private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::string mAsked;
+    Zones mZones;
+};
+
+TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
+    const Directory directory;
+    const fs::path active = directory.Path() / "lastcombinedTimezone.bin";
+    fs::copy(OFFLINETZ_WORLD_DATABASE, active);
+    LoadedService service(directory.Library());
+    Answers answers;
+    sp<LoadedService::Interface> latest;
+    const sp<Client> client = new Client(
+            [&] {
+                latest = service.Fetch();
+                return latest;
+            },
+            [&](const std::string& lat, const std::string& lon, const Zones& zones) {
+                answers.Take(lat, lon, zones);
+            });
+    EXPECT_FALSE(client->Ask("48.85", "2.35"));
+    ASSERT_TRUE(client->Connect());
+    const Zones paris = {"Europe/Paris"};
+    EXPECT_EQ(answers.Of(client, "48.85", "2.35"), paris);
+    EXPECT_EQ(answers.Of(client, "43.8256", "87.6168"), (Zones{"Asia/Shanghai", "Asia/Urumqi"}));
+    EXPECT_EQ(answers.Of(client, "30", "-40"), Zones{"Etc/GMT+3"});
+    EXPECT_EQ(answers.Of(client, "91", "0"), Zones{});
+
+    const DatabasePtr world(ZDOpenDatabase(OFFLINETZ_WORLD_DATABASE));
+    const auto radius = [&](float lat, float lon, const Zones& zones) {
+        return timezone_client::SafeKilometres(world.get(), lat, lon, zones);
     };
-    EXPECT_EQ("\"Europe/Paris\"", ask("48.8566", "2.3522"));
-    EXPECT_EQ("\"America/New_York\"", ask("40.7128", "-74.0060"));
-    EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
-    uint8_t version = 10;
-    for (const size_t chunk : {size_t{1}, size_t{4093}, SIZE_MAX / 2}) {
-        const Bytes second = SecondDatabase(++version);
-        ASSERT_GT(second.size(), 4093u);
-        service.Send(second, chunk);
-        service->injectDB();
-        EXPECT_EQ("\"Second/Paris\"", ask("48.8566", "2.3522"));
-        EXPECT_EQ("\"Etc/GMT+5\"", ask("40.7128", "-74.0060"));
-        EXPECT_EQ(1, static_cast<int32_t>(service->getServerStatus()));
-        EXPECT_EQ(version, static_cast<int32_t>(service->getDBVersion()));
-        EXPECT_EQ(second, ReadFile(directory / "lastcombinedTimezone.bin"));
-        log.Take();
-    }
-    // And the world again.
-    service.Send(world, 1 << 16);
-    service->injectDB();
-    EXPECT_EQ("\"Europe/Paris\"", ask("48.8566", "2.3522"));
-    EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
+    EXPECT_GT(radius(48.85f, 2.35f, paris), 10.0);
+    EXPECT_LT(radius(48.85f, 2.35f, paris), 160.0);  // Belgium is not so far.
+    EXPECT_LT(radius(30.0f, -37.6f, {"Etc/GMT+3"}), 10.0);
 
-    // The library stays when it is unloaded: its objects go on serving, and hear of deaths.
-    service.Unload();
-    host::EndOwnerOf(client);
-    // Left are this reference and the service object's, once the worker is out of its last report.
-    for (int i = 0; i < 60000 && client->getStrongCount() > 2; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    EXPECT_EQ(2, client->getStrongCount());
-    ASSERT_TRUE(service->startLookup(client));
-    EXPECT_EQ("\"Europe/Paris\"", ask("48.8566", "2.3522"));
+    // The client is back when its service has died, and the library stays when it is unloaded.
+    host::EndOwnerOf(sp<LoadedService::Interface>(latest));
+    if (directory.IsDevices()) service.Unload();
+    EXPECT_EQ(answers.Of(client, "48.85", "2.35"), paris);
+
+    const Bytes next = SampleDatabase("\"Zone/A\"", 7, 90000);
+    EXPECT_EQ(client->Version(), 1);
+    ASSERT_TRUE(client->Update(next));
+    EXPECT_EQ(answers.Of(client, "48.85", "2.36"), Zones{"Etc/GMT"});
+    EXPECT_EQ(client->Version(), 7);
+    EXPECT_EQ(next, ReadFile(active));
+    client->Disconnect();
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // The worker by itself, with its classes linked in.
+#include <LookupInterface.h>
 #include <Offlinetimezone.h>
 #include <WorkerThread.h>
 #include <android/log.h>
@@ -6,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sha1.h>
 
 #include <atomic>
 #include <clocale>
@@ -109,20 +111,6 @@ TEST_F(WorkerTest, QueuesWithoutAThreadUntilItIsClosed) {
     EXPECT_THROW(worker.CreateThread(), std::system_error);
 }
 
-TEST_F(WorkerTest, KeepsTheFirstCallbackUntilItIsCleared) {
-    WorkerThread worker("OfflinetimezoneThread");
-    const sp<Recorder> a = new Recorder;
-    const sp<Recorder> b = new Recorder;
-    EXPECT_EQ(nullptr, worker.clearCb());
-    worker.registerCb(a);
-    worker.registerCb(b);
-    EXPECT_EQ(a.get(), worker.registeredCb().get());
-    EXPECT_EQ(a.get(), worker.clearCb().get());
-    EXPECT_EQ(1, a->getStrongCount());
-    worker.registerCb(b);
-    EXPECT_EQ(b.get(), worker.registeredCb().get());
-}
-
 TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
     // A locale whose decimal point is a comma, made here: few machines have one.
     ASSERT_EQ(0, std::system("localedef -i de_DE -f UTF-8 ./de_DE.UTF-8 >/dev/null 2>&1"));
@@ -158,47 +146,6 @@ TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
     __android_log_print(ANDROID_LOG_INFO, "Tag", "not this one");
     EXPECT_THAT(mLog.TakeMessages(), ElementsAre(std::string(300, 'x')));
     std::setlocale(LC_ALL, "C");
-}
-
-// A client that throws, ends its thread or cannot be reached, and texts that make no sense: the
-// next message is handled all the same.
-TEST_F(WorkerTest, SurvivesItsClients) {
-    struct Troublemaker : Recorder {
-        Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
-                                      const hidl_string& tzId) override {
-            Recorder::timeZoneIdReport(lat, lon, tzId);
-            switch (Reports().size()) {
-                case 1:
-                    throw std::runtime_error("a client's trouble");
-                case 2:
-                    pthread_exit(nullptr);
-                default:
-                    return android::hardware::Status::fromStatusT(android::DEAD_OBJECT);
-            }
-        }
-    };
-    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
-    WorkerThread worker("OfflinetimezoneThread");
-    const sp<Troublemaker> client = new Troublemaker;
-    worker.registerCb(client);
-    worker.CreateThread();
-    worker.PostInitMsg(new MsgData);
-    worker.PostMsg(Lookup("1", "2"));
-    worker.PostMsg(Lookup("x", "2"));
-    worker.PostMsg(Lookup("1", "9e99"));
-    worker.PostMsg(Lookup("91", "0"));
-    ASSERT_TRUE(client->WaitFor(4));
-    EXPECT_EQ(5, worker.getDBVersion());
-    worker.ExitThread();
-    EXPECT_THAT(client->Reports(), ElementsAre(ClientReport{"1", "2", "\"Zone/A\""},
-                                               ClientReport{"x", "2", "\"error:error input\""},
-                                               ClientReport{"1", "9e99", "\"error:error input\""},
-                                               ClientReport{"91", "0", "\"error:error input\""}));
-    // The database manager is asked for texts that are numbers only.
-    const std::vector<std::string> lines = mLog.TakeMessages();
-    EXPECT_EQ(2, std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
-                  return line.rfind("input lat : ", 0) == 0;
-              }));
 }
 
 // A client that holds the worker in its report until it is told to go on.
@@ -247,6 +194,36 @@ TEST_F(WorkerTest, ReportsToACallbackOfTheLibrarysOwn) {
     worker.CreateThread();
     worker.ExitThread();
     EXPECT_TRUE(client->timeZoneIdReport("1", "2", "3").isOk());
+}
+
+// The database manager, which the worker asks.
+struct ManagerTest : WorkerTest {
+    LookupInterface mManager;
+};
+
+TEST_F(ManagerTest, EveryDamagedByteIsNoticed) {
+    const Bytes good = SampleDatabase("A", 1);
+    for (size_t i = 0; i < good.size(); ++i) {
+        Bytes damaged = good;
+        damaged[i] ^= 0x01;
+        WriteFile(kActive, damaged);
+        EXPECT_FALSE(mManager.PreOpenDB()) << "byte " << i;
+    }
+    fs::resize_file(kActive, uint64_t{1} << 31);  // 2 GiB, all of it a hole.
+    WriteFile(kBackup, good);
+    EXPECT_TRUE(mManager.PreOpenDB());
+    EXPECT_EQ(good, ReadFile(kActive));
+}
+
+TEST_F(ManagerTest, DigestsMessages) {
+    uint8_t digest[SHA1HashSize];
+    EXPECT_EQ(0, mManager.sha1(nullptr, digest, 0));
+    EXPECT_EQ(0xda, digest[0]);
+    EXPECT_EQ(-1, mManager.sha1(nullptr, digest, 1));
+    EXPECT_EQ(-1, mManager.sha1(digest, nullptr, 1));
+    EXPECT_THAT(mLog.TakeMessages(),
+                ElementsAre("SHA1Input Error 1.\n",
+                            "SHA1Result Error 1, could not compute message digest.\n"));
 }
 
 // Then the worker is destroyed on its own thread, which it cannot wait for.
