@@ -75,13 +75,21 @@ struct Recipient : hidl_death_recipient {
 struct Object : IBase {};
 
 TEST(Deaths, AreToldOnceForEachLink) {
+    struct Unlinker : Recipient {
+        void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
+            who.promote()->unlinkToDeath(this);  // From within the notice.
+            Recipient::serviceDied(cookie, who);
+        }
+    };
     const sp<Object> object = new Object;
-    const sp<Object> other = new Object;
+    sp<Object> other = new Object;
     const sp<Recipient> a = new Recipient;
     const sp<Recipient> b = new Recipient;
+    const sp<Recipient> c = new Unlinker;
     EXPECT_TRUE(object->linkToDeath(a, 99));
     EXPECT_TRUE(object->linkToDeath(a, 7));
     EXPECT_TRUE(object->linkToDeath(b, 1));
+    EXPECT_TRUE(object->linkToDeath(c, 5));
     EXPECT_TRUE(other->linkToDeath(b, 2));
     EXPECT_FALSE(object->linkToDeath(nullptr, 3));
     EXPECT_TRUE(object->unlinkToDeath(b));
@@ -90,32 +98,13 @@ TEST(Deaths, AreToldOnceForEachLink) {
     host::EndOwnerOf(object);
     using Notices = std::vector<std::pair<uint64_t, IBase*>>;
     EXPECT_EQ((Notices{{99, object.get()}, {7, object.get()}}), a->mNotices);
-    EXPECT_EQ(Notices{}, b->mNotices);
+    EXPECT_EQ((Notices{{5, object.get()}}), c->mNotices);
     EXPECT_NE(std::this_thread::get_id(), a->mThreads[0]);
-}
-
-TEST(Deaths, AreNotToldWhenTheObjectJustEnds) {
-    const sp<Recipient> recipient = new Recipient;
-    sp<Object> object = new Object;
-    object->linkToDeath(recipient, 1);
-    EXPECT_EQ(2, recipient->getStrongCount());
-    object.clear();
-    EXPECT_EQ(1, recipient->getStrongCount());  // The link went with the object.
-    EXPECT_TRUE(recipient->mNotices.empty());
-}
-
-TEST(Deaths, MayUnlinkFromWithinTheNotice) {
-    struct Unlinker : Recipient {
-        void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
-            who.promote()->unlinkToDeath(this);
-            Recipient::serviceDied(cookie, who);
-        }
-    };
-    const sp<Unlinker> recipient = new Unlinker;
-    const sp<Object> object = new Object;
-    object->linkToDeath(recipient, 5);
-    host::EndOwnerOf(object);
-    EXPECT_EQ(1u, recipient->mNotices.size());
+    // An object that just ends is no death; its links go with it.
+    EXPECT_EQ(2, b->getStrongCount());
+    other.clear();
+    EXPECT_EQ(1, b->getStrongCount());
+    EXPECT_EQ(Notices{}, b->mNotices);
 }
 
 }  // namespace

@@ -21,40 +21,28 @@ std::string Hex(const uint8_t* digest) {
     return hex;
 }
 
-std::string DigestInChunks(const std::string& message, size_t chunk) {
-    SHA1Context context;
-    uint8_t digest[SHA1HashSize];
-    EXPECT_EQ(shaSuccess, SHA1Reset(&context));
-    for (size_t i = 0; i < message.size(); i += chunk) {
-        const std::string part = message.substr(i, chunk);
-        EXPECT_EQ(shaSuccess, SHA1Input(&context, reinterpret_cast<const uint8_t*>(part.data()),
-                                        static_cast<uint32_t>(part.size())));
-    }
-    EXPECT_EQ(shaSuccess, SHA1Result(&context, digest));
-    return Hex(digest);
-}
-
-// A published vector (FIPS 180), and starts of a text without repetitions, with the digests that
-// coreutils' sha1sum gives them: `seq 1000 | head -c 55 | sha1sum`. After 55 bytes the padding just
-// fits, after 120 and 127 it takes another block, over what an earlier one left.
+// A published vector (FIPS 180), and a text with the digest that coreutils give it:
+// `seq 1000 | head -c 120 | sha1sum`, whose padding takes another block. The fuzz target of the
+// digest has all else.
 TEST(Sha1, GivesKnownDigestsHoweverTheMessageIsSplit) {
     std::string text;
     for (int i = 1; i <= 1000; ++i)
         text += std::to_string(i) + "\n";
-    const struct {
-        std::string message;
-        const char* digest;
-    } vectors[] = {
+    const std::pair<std::string, const char*> vectors[] = {
             {std::string(1000000, 'a'), "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
-            {text.substr(0, 55), "f1212ffc43fcc7bcb49bd57d0c890c0f8a92336e"},
-            {text.substr(0, 120), "1590a78af9e87f064bfe13c19cc8110105f3c21c"},
-            {text.substr(0, 127), "355cbe3a55bbd50412471b335ba46889554a89ff"},
-            {text, "234e7e9c9c8490946d3e8c2a01bff41e9acce269"},
-    };
-    for (const auto& vector : vectors) {
+            {text.substr(0, 120), "1590a78af9e87f064bfe13c19cc8110105f3c21c"}};
+    for (const auto& [message, expected] : vectors) {
         for (const size_t chunk : {1ul, 1000ul, 2000000ul}) {
-            EXPECT_EQ(vector.digest, DigestInChunks(vector.message, chunk))
-                    << vector.message.size() << " bytes in chunks of " << chunk;
+            SHA1Context context;
+            uint8_t digest[SHA1HashSize];
+            EXPECT_EQ(shaSuccess, SHA1Reset(&context));
+            for (size_t i = 0; i < message.size(); i += chunk) {
+                EXPECT_EQ(shaSuccess,
+                          SHA1Input(&context, reinterpret_cast<const uint8_t*>(&message[i]),
+                                    static_cast<uint32_t>(std::min(chunk, message.size() - i))));
+            }
+            EXPECT_EQ(shaSuccess, SHA1Result(&context, digest));
+            EXPECT_EQ(expected, Hex(digest)) << chunk;
         }
     }
 }
