@@ -499,34 +499,6 @@ TEST(Tiling, ChangesNoAnswerAndPromisesNoMoreThanItKeeps) {
     }
 }
 
-TEST(Tiling, EveryPointLiesInOneTile) {
-    const Grid grid(21);
-    std::mt19937_64 random(8);
-    const Drawing tiled = Draw(DrawWorld(&random, grid), grid, 60);
-    int64_t area = 0;
-    const GridBox world = {{-grid.Scale() - 32, -grid.Scale() - 32},
-                           {grid.Scale() + 31, grid.Scale() + 31}};
-    std::map<GridPoint, std::vector<const offlinetz::TableEntry*>> tiles;
-    for (const offlinetz::TableEntry& entry : tiled.entries)
-        tiles[entry.box.min].push_back(&entry);
-    for (const auto& [corner, entries] : tiles) {
-        const GridBox& box = entries[0]->box;
-        EXPECT_TRUE(world.Contains(box));
-        size_t points = 0;
-        std::set<uint32_t> zones;
-        for (const offlinetz::TableEntry* entry : entries) {
-            EXPECT_EQ(box.max, entry->box.max);
-            points += entry->ring.size();
-            zones.insert(entry->zone);
-        }
-        EXPECT_LE(points, 60u + 8 + 4 * zones.size());
-        area += (int64_t{box.max.lat} - box.min.lat + 1) * (int64_t{box.max.lon} - box.min.lon + 1);
-    }
-    EXPECT_EQ(int64_t{world.max.lat - world.min.lat + 1} * (world.max.lon - world.min.lon + 1),
-              area);
-    EXPECT_GT(tiles.size(), 30u);
-}
-
 // --- Checking ----------------------------------------------------------------------------
 
 void DrawZone(const std::string& path, uint64_t seed, double shift) {
@@ -549,38 +521,30 @@ void DrawZone(const std::string& path, uint64_t seed, double shift) {
                         << R"("coordinates":[[)" << positions << first << "]]}}]}";
 }
 
-// What a sound compile leaves is never too much; a border four units off is found.
+// A border four units off is found; that a sound compile is never blamed shows the fuzz target of
+// the compiler.
 TEST(SelfCheck, AllowsForTheGridAndNoMore) {
-    TemporaryDirectory directory;
+    const TemporaryDirectory directory;
     offlinetz::StartGeometry();
-    offlinetz::CompileListener listener;
-    listener.warn = [](const std::string&) {};
-    listener.progress = [](const char*, size_t, size_t) {};
+    const offlinetz::CompileListener listener = {[](const std::string&) {},
+                                                 [](const char*, size_t, size_t) {}};
     offlinetz::CompileOptions options;
     options.output = "out.bin";
+    options.toleranceMetres = 0.0;
     for (uint64_t seed = 1; seed <= 12; ++seed) {
         DrawZone("zone.geojson", seed, 0.0);
         DrawZone("shifted.geojson", seed, 4 * 180.0 / (1 << 20));
-        options.selfCheckPoints = 4000;
-        for (const double tolerance : {20.0, 0.0}) {
-            options.toleranceMetres = tolerance;
-            for (const int precision : {12, 21}) {
-                options.precision = precision;
-                options.inputs = {"zone.geojson"};
-                const auto summary = offlinetz::Compile(options, listener);
-                EXPECT_GT(summary.selfCheck.differences, 0u);
-                EXPECT_THAT(summary.selfCheck.failures, testing::IsEmpty());
-            }
-        }
-        options.selfCheckPoints = 0;
-        options.inputs = {"shifted.geojson"};
-        offlinetz::Compile(options, listener);
-        const DatabasePtr shifted(ZDOpenDatabase("out.bin"));
         const auto source =
                 offlinetz::ReadSource({"zone.geojson"}, listener.warn, listener.progress);
-        const auto result = offlinetz::SelfCheck(source, shifted.get(), Grid(21), 0.0, 4000, 1,
-                                                 listener.progress);
-        EXPECT_THAT(result.failures, testing::Not(testing::IsEmpty())) << seed;
+        for (const char* input : {"zone.geojson", "shifted.geojson"}) {
+            options.inputs = {input};
+            offlinetz::Compile(options, listener);
+            const DatabasePtr database(ZDOpenDatabase("out.bin"));
+            const auto result = offlinetz::SelfCheck(source, database.get(), Grid(21), 0.0, 4000, 1,
+                                                     listener.progress);
+            EXPECT_GT(result.differences, 0u);
+            EXPECT_EQ(input[0] == 'z', result.failures.empty()) << seed;
+        }
     }
 }
 
