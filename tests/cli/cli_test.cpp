@@ -29,6 +29,7 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
     const std::string path = program.substr(0, program.rfind('/')) + ":" + std::getenv("PATH");
     setenv("PATH", path.c_str(), 1);
     setenv("WORLD", OFFLINETZ_WORLD_DATABASE, 1);
+    setenv("WORLD_TEST", OFFLINETZ_TESTS "/world", 1);
     setenv("INPUTS", OFFLINETZ_TESTS "/cli/inputs", 1);
     setenv("BUILD", OFFLINETZ_BUILD, 1);
     setenv("SCRIPTS", OFFLINETZ_TESTS "/../scripts", 1);
@@ -37,7 +38,7 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
            1);
     std::optional<TemporaryDirectory> directory;
     CheckTranscript(
-            OFFLINETZ_TESTS "/cli/" + transcript,
+            OFFLINETZ_TESTS "/" + transcript,
             [&](const std::string&) {
                 directory.emplace();
                 fs::create_directory("work");
@@ -78,7 +79,7 @@ Bytes FaultyDatabase() {
 }
 
 TEST(Cli, BehavesAsTheTranscriptSays) {
-    CheckCommands("cli.transcript", [] {
+    CheckCommands("cli/cli.transcript", [] {
         fs::create_directory("offlinetz");
         const Bytes good = SampleDatabase("\"Zone/A\"", 1);
         Bytes damaged = SampleDatabase("\"Zone/C\"", 3);
@@ -101,7 +102,11 @@ TEST(Cli, BehavesAsTheTranscriptSays) {
 }
 
 TEST(Cli, CompilesAsTheTranscriptSays) {
-    CheckCommands("compile.transcript", [] {});
+    CheckCommands("cli/compile.transcript", [] {});
+}
+
+TEST(World, AnswersAsTheTranscriptSays) {
+    CheckCommands("world/world.transcript", [] {});
 }
 
 }  // namespace
