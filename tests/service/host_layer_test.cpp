@@ -40,27 +40,6 @@ TEST(References, KeepAnObjectExactlyAsLongAsNeeded) {
     EXPECT_EQ(nullptr, wp<Counted>().promote());
 }
 
-TEST(References, CountAcrossThreads) {
-    std::atomic<int> alive{0};
-    sp<Counted> object = new Counted(&alive);
-    const wp<Counted> weak = object;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([object, weak] {
-            for (int i = 0; i < 20000; ++i) {
-                const sp<Counted> copy = object;
-                const sp<Counted> promoted = weak.promote();
-                ASSERT_EQ(copy, promoted);
-            }
-        });
-    }
-    object.clear();
-    for (std::thread& thread : threads)
-        thread.join();
-    threads.clear();
-    EXPECT_EQ(0, alive);
-}
-
 struct Recipient : hidl_death_recipient {
     void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
         const std::lock_guard<std::mutex> lock(mMutex);

@@ -33,12 +33,6 @@ using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 namespace fs = std::filesystem;
 
-// The class behind the shared instance, of which clients see the interface only.
-namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
-class Offlinetimezone;
-}
-namespace implementation = vendor::quor::hardware::offlinetimezone::V1_0::implementation;
-
 namespace {
 
 // --- What it shows -----------------------------------------------------------------------
@@ -264,40 +258,26 @@ TEST_F(FlowTest, RunsAsTheTranscriptSays) {
             });
 }
 
-// Service objects of one library are distinct and share the worker and its database.
+// Service objects of one library are distinct and share the worker and its database; there is one
+// shared instance.
 TEST_F(FlowTest, ServiceObjectsShareOneWorker) {
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 1));
     LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
     const sp<Recorder> client = new Recorder;
     service->startLookup(client);
-    service->Lookup("1", "2");
-    ASSERT_TRUE(client->WaitFor(1));
-    LoadedService::Interface* second = service.Fetch();
-    const auto getInstance = service.Symbol<implementation::Offlinetimezone* (*)()>(
+    const auto getInstance = service.Symbol<LoadedService::Interface* (*)()>(
             "_ZN6vendor4quor8hardware15offlinetimezone4V1_014implementation15Offlinetimezone"
             "11getInstanceEv");
-    LoadedService::Interface* shared[4] = {};
-    std::vector<std::thread> threads;
-    for (auto& instance : shared) {
-        threads.emplace_back([&instance, getInstance] {
-            instance = reinterpret_cast<LoadedService::Interface*>(getInstance());
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    static std::vector<sp<LoadedService::Interface>>* kept =
-            new std::vector<sp<LoadedService::Interface>>;
-    kept->push_back(shared[0]);
-    for (LoadedService::Interface* instance : shared)
-        EXPECT_EQ(shared[0], instance);
-    EXPECT_NE(second, shared[0]);
-    for (LoadedService::Interface* other : {second, shared[0]}) {
-        EXPECT_EQ(1, static_cast<int32_t>(other->getServerStatus()));
-        EXPECT_EQ(1, static_cast<int32_t>(other->getDBVersion()));
-        other->Lookup("2", "2");
-    }
-    ASSERT_TRUE(client->WaitFor(3));
-    EXPECT_EQ("\"Zone/A\"", client->Reports()[2].tzId);
+    static auto* const kept = new sp<LoadedService::Interface>;
+    *kept = getInstance();
+    EXPECT_EQ(kept->get(), getInstance());
+    LoadedService::Interface* const second = service.Fetch();
+    EXPECT_NE(second, getInstance());
+    second->Lookup("1", "2");
+    getInstance()->Lookup("2", "2");
+    ASSERT_TRUE(client->WaitFor(2));
+    EXPECT_EQ("\"Zone/A\"", client->Reports()[1].tzId);
+    EXPECT_EQ(1, static_cast<int32_t>(second->getDBVersion()));
     EXPECT_FALSE(second->isRemote());
 }
 
