@@ -99,22 +99,27 @@ size_t SlotOf(Function function) {
 TEST(Library, KeepsTheSlotOrder) {
     using android::hardware::hidl_death_recipient;
     using android::hidl::base::V1_0::IBase;
-    const size_t base[] = {SlotOf(&IBase::isRemote),     SlotOf(&IBase::interfaceChain),
-                           SlotOf(&IBase::debug),        SlotOf(&IBase::interfaceDescriptor),
-                           SlotOf(&IBase::getHashChain), SlotOf(&IBase::setHALInstrumentation),
-                           SlotOf(&IBase::linkToDeath),  SlotOf(&IBase::ping),
-                           SlotOf(&IBase::getDebugInfo), SlotOf(&IBase::notifySyspropsChanged),
-                           SlotOf(&IBase::unlinkToDeath)};
-    for (size_t i = 0; i < 11; ++i)
-        EXPECT_EQ(i, base[i]);
-    // The destructor takes the two slots between.
-    const size_t service[] = {
-            SlotOf(&IOfflinetimezone::startLookup),     SlotOf(&IOfflinetimezone::stopLookup),
-            SlotOf(&IOfflinetimezone::Lookup),          SlotOf(&IOfflinetimezone::getDBVersion),
-            SlotOf(&IOfflinetimezone::getServerStatus), SlotOf(&IOfflinetimezone::downloadDB),
-            SlotOf(&IOfflinetimezone::injectDB)};
-    for (size_t i = 0; i < 7; ++i)
-        EXPECT_EQ(13 + i, service[i]);
+    // A destructor takes two slots.
+    const std::vector<size_t> slots = {SlotOf(&IBase::isRemote),
+                                       SlotOf(&IBase::interfaceChain),
+                                       SlotOf(&IBase::debug),
+                                       SlotOf(&IBase::interfaceDescriptor),
+                                       SlotOf(&IBase::getHashChain),
+                                       SlotOf(&IBase::setHALInstrumentation),
+                                       SlotOf(&IBase::linkToDeath),
+                                       SlotOf(&IBase::ping),
+                                       SlotOf(&IBase::getDebugInfo),
+                                       SlotOf(&IBase::notifySyspropsChanged),
+                                       SlotOf(&IBase::unlinkToDeath),
+                                       SlotOf(&IOfflinetimezone::startLookup),
+                                       SlotOf(&IOfflinetimezone::stopLookup),
+                                       SlotOf(&IOfflinetimezone::Lookup),
+                                       SlotOf(&IOfflinetimezone::getDBVersion),
+                                       SlotOf(&IOfflinetimezone::getServerStatus),
+                                       SlotOf(&IOfflinetimezone::downloadDB),
+                                       SlotOf(&IOfflinetimezone::injectDB)};
+    for (size_t i = 0; i < slots.size(); ++i)
+        EXPECT_EQ(i < 11 ? i : i + 2, slots[i]);
     EXPECT_EQ(13u, SlotOf(&IOfflinetimezoneCallback::timeZoneIdReport));
     EXPECT_EQ(0u, SlotOf(&hidl_death_recipient::serviceDied));
 }
