@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <random>
-#include <string>
 
 #include "raw_database.h"
 

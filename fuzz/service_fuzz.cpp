@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cmath>
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <utility>

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
 
-#include <condition_variable>
 #include <filesystem>
+#include <future>
 
 #include "loaded_service.h"
 #include "sample_databases.h"
@@ -45,54 +45,36 @@ class Directory {
     bool mIsDevices;
 };
 
-class Answers {
-  public:
-    void Take(const std::string& lat, const std::string& lon, const Zones& zones) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mAsked = lat + " " + lon;
-        mZones = zones;
-        mChanged.notify_all();
-    }
-
-    // Asks, and waits for the answer.
-    Zones Of(const sp<Client>& client, const std::string& lat, const std::string& lon) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        mAsked.clear();
-        if (!client->Ask(lat, lon)) return {"there is no service"};
-        const bool came = mChanged.wait_for(lock, std::chrono::minutes(1),
-                                            [&] { return mAsked == lat + " " + lon; });
-        return came ? mZones : Zones{"no answer"};
-    }
-
-  private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    std::string mAsked;
-    Zones mZones;
-};
-
 TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
     const Directory directory;
     const fs::path active = directory.Path() / "lastcombinedTimezone.bin";
     fs::copy(OFFLINETZ_WORLD_DATABASE, active);
     LoadedService service(directory.Library());
-    Answers answers;
+    std::promise<Zones> answer;
     sp<LoadedService::Interface> latest;
     const sp<Client> client = new Client(
             [&] {
                 latest = service.Fetch();
                 return latest;
             },
-            [&](const std::string& lat, const std::string& lon, const Zones& zones) {
-                answers.Take(lat, lon, zones);
+            [&](const std::string&, const std::string&, const Zones& zones) {
+                answer.set_value(zones);
             });
+    const auto ask = [&](const char* lat, const char* lon) {
+        answer = {};
+        std::future<Zones> zones = answer.get_future();
+        EXPECT_TRUE(client->Ask(lat, lon));
+        return zones.wait_for(std::chrono::minutes(1)) == std::future_status::ready
+                       ? zones.get()
+                       : Zones{"no answer"};
+    };
     EXPECT_FALSE(client->Ask("48.85", "2.35"));
     ASSERT_TRUE(client->Connect());
     const Zones paris = {"Europe/Paris"};
-    EXPECT_EQ(answers.Of(client, "48.85", "2.35"), paris);
-    EXPECT_EQ(answers.Of(client, "43.8256", "87.6168"), (Zones{"Asia/Shanghai", "Asia/Urumqi"}));
-    EXPECT_EQ(answers.Of(client, "30", "-40"), Zones{"Etc/GMT+3"});
-    EXPECT_EQ(answers.Of(client, "91", "0"), Zones{});
+    EXPECT_EQ(ask("48.85", "2.35"), paris);
+    EXPECT_EQ(ask("43.8256", "87.6168"), (Zones{"Asia/Shanghai", "Asia/Urumqi"}));
+    EXPECT_EQ(ask("30", "-40"), Zones{"Etc/GMT+3"});
+    EXPECT_EQ(ask("91", "0"), Zones{});
 
     const DatabasePtr world(ZDOpenDatabase(OFFLINETZ_WORLD_DATABASE));
     const auto radius = [&](float lat, float lon, const Zones& zones) {
@@ -105,12 +87,12 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
     // The client is back when its service has died, and the library stays when it is unloaded.
     host::EndOwnerOf(sp<LoadedService::Interface>(latest));
     if (directory.IsDevices()) service.Unload();
-    EXPECT_EQ(answers.Of(client, "48.85", "2.35"), paris);
+    EXPECT_EQ(ask("48.85", "2.35"), paris);
 
     const Bytes next = SampleDatabase("\"Zone/A\"", 7, 90000);
     EXPECT_EQ(client->Version(), 1);
     ASSERT_TRUE(client->Update(next));
-    EXPECT_EQ(answers.Of(client, "48.85", "2.36"), Zones{"Etc/GMT"});
+    EXPECT_EQ(ask("48.85", "2.36"), Zones{"Etc/GMT"});
     EXPECT_EQ(client->Version(), 7);
     EXPECT_EQ(next, ReadFile(active));
     client->Disconnect();

@@ -1,6 +1,5 @@
 // The library as it is built: what it shows, what it leaves behind, and every flow that a client
 // can take, with its answers and its log.
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
@@ -11,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <regex>
 #include <set>

@@ -8,7 +8,6 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <sstream>
 
 #include "log_capture.h"
 #include "raw_database.h"

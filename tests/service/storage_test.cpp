@@ -19,7 +19,6 @@
 #include <map>
 #include <memory>
 #include <random>
-#include <sstream>
 
 #include "log_capture.h"
 #include "raw_database.h"

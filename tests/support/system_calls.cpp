@@ -4,13 +4,11 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <new>
 

@@ -6,7 +6,6 @@
 #include <zonedetect.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <random>
