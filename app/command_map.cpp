@@ -68,8 +68,9 @@ nlohmann::ordered_json StepsOf(const offlinetz::GridRing& ring) {
     return steps;
 }
 
+// With its zones, if it `isDrawn`; a page of two databases draws the new one.
 nlohmann::ordered_json DatabaseJson(const std::string& path, const InspectedFile& file,
-                                    bool isDrawn) {
+                                    bool isDrawn, Progress* progress) {
     const ZDDatabase& database = *file.database;
     nlohmann::ordered_json object = {
             {"name", std::filesystem::path(path).filename().string()},
@@ -81,8 +82,10 @@ nlohmann::ordered_json DatabaseJson(const std::string& path, const InspectedFile
             {"content", Base64(database.mapping, static_cast<size_t>(database.length) + 20)},
             {"zones", nlohmann::json::array()}};
     if (!isDrawn) return object;
+    progress->Show("thinning borders", 0, 1);
     const std::vector<offlinetz::ZoneRings> thinned = ThinnedRings(file);
     for (size_t i = 0; i < thinned.size(); ++i) {
+        progress->Show("drawing", i, thinned.size());
         const offlinetz::InspectedZone& zone = file.inspected.zones[i];
         if (zone.rings.empty()) continue;
         nlohmann::ordered_json drawn = {
@@ -136,12 +139,13 @@ int RunMap(const MapOptions& options) {
     Progress progress;
     const bool isCompared = !options.newFile.empty();
     const InspectedFile file = Inspect(options.file, &progress);
-    std::string data = "{\"databases\":[" + OneLine(DatabaseJson(options.file, file, !isCompared));
+    std::string data =
+            "{\"databases\":[" + OneLine(DatabaseJson(options.file, file, !isCompared, &progress));
     std::string changes;
     if (isCompared) {
         const InspectedFile newFile = Inspect(options.newFile, &progress);
         changes = ChangeFeatures(options, file, newFile, &progress);
-        data += ',' + OneLine(DatabaseJson(options.newFile, newFile, true));
+        data += ',' + OneLine(DatabaseJson(options.newFile, newFile, true, &progress));
     }
     data = WithoutTags(data + "],\"changes\":[" + changes + "]}");
     page.replace(place + kPlaceOfNull, sizeof "null" - 1, data);

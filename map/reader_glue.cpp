@@ -56,7 +56,7 @@ char* Look(int number, double lat, double lon) {
     PointText point;
     point.lat = lat;
     point.lon = lon;
-    const std::string text = raw != nullptr ? raw.get() : "error:memory";
+    const std::string text = raw != nullptr ? raw.get() : "error:malloc failed";
     nlohmann::ordered_json answer = AnswerJson(point, text, true);
     if (IsTiled(database))
         answer["radius_km"] = SafeRadiusKilometres(database, point, text, distance);

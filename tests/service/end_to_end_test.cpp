@@ -52,6 +52,7 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
     LoadedService service(directory.Library());
     std::promise<Zones> answer;
     sp<LoadedService::Interface> latest;
+    bool isBackAgain = false;
     const sp<Client> client = new Client(
             [&] {
                 latest = service.Fetch();
@@ -59,7 +60,8 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
             },
             [&](const std::string&, const std::string&, const Zones& zones) {
                 answer.set_value(zones);
-            });
+            },
+            [&](bool isBack) { isBackAgain = isBack; });
     const auto ask = [&](const char* lat, const char* lon) {
         answer = {};
         std::future<Zones> zones = answer.get_future();
@@ -83,9 +85,15 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
     EXPECT_GT(radius(48.85f, 2.35f, paris), 10.0);
     EXPECT_LT(radius(48.85f, 2.35f, paris), 160.0);  // Belgium is not so far.
     EXPECT_LT(radius(30.0f, -37.6f, {"Etc/GMT+3"}), 10.0);
+    EXPECT_LT(radius(0.0f, 179.99f, {"Etc/GMT-12"}), 1.2);
+    EXPECT_EQ(radius(48.85f, 2.35f, {}), 0.0);
+    const DatabasePtr uncut = OpenBytes(SampleDatabase("\"Zone/A\"", 1));
+    EXPECT_EQ(timezone_client::SafeKilometres(uncut.get(), 1.0f, 2.0f, {"Zone/A"}), 0.0);
 
     // The client is back when its service has died, and the library stays when it is unloaded.
-    host::EndOwnerOf(sp<LoadedService::Interface>(latest));
+    const sp<LoadedService::Interface> dead = latest;
+    host::EndOwnerOf(dead);
+    EXPECT_TRUE(isBackAgain && latest != dead);
     if (directory.IsDevices()) service.Unload();
     EXPECT_EQ(ask("48.85", "2.35"), paris);
 
@@ -96,6 +104,7 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
     EXPECT_EQ(client->Version(), 7);
     EXPECT_EQ(next, ReadFile(active));
     client->Disconnect();
+    EXPECT_FALSE(client->Ask("1", "2"));
 }
 
 }  // namespace
