@@ -29,6 +29,9 @@ using offlinetz::Grid;
 // What the page draws of the whole world, at two pixels at most. Nearer it draws what lookups read.
 constexpr double kThinnedMetres = 1000.0;
 
+// How far past the world's edge rings reach, in units; the compiler's eight at most.
+constexpr int32_t kBeyondEdge = 64;
+
 // What stands in the page for the data, until a database is put in.
 constexpr char kPlace[] = "<script id=\"data\" type=\"application/json\">null</script>";
 constexpr size_t kPlaceOfNull = sizeof kPlace - sizeof "null</script>";
@@ -45,14 +48,20 @@ std::string ReadTemplate() {
     return {reinterpret_cast<const char*>(copy.Bytes()), copy.Size()};
 }
 
-// The rings of all zones, thinned for drawing.
+// The rings of all zones, thinned for drawing; as they are where the database is none of this
+// world, on whose far points thinning would spend hours.
 std::vector<offlinetz::ZoneRings> ThinnedRings(const InspectedFile& file) {
-    std::vector<offlinetz::ZoneRings> rings;
-    for (const offlinetz::InspectedZone& zone : file.inspected.zones)
-        rings.push_back(zone.rings);
     const int precision = file.database->precision;
-    if (precision >= Grid::kMinPrecision && precision <= Grid::kMaxPrecision)
-        offlinetz::Simplify(&rings, Grid(precision), kThinnedMetres);
+    bool isThinned = precision >= Grid::kMinPrecision && precision <= Grid::kMaxPrecision;
+    const int32_t reach = file.scale < INT32_MAX / 2 ? file.scale + kBeyondEdge : INT32_MAX;
+    const offlinetz::GridBox world = {{-reach, -reach}, {reach, reach}};
+    std::vector<offlinetz::ZoneRings> rings;
+    for (const offlinetz::InspectedZone& zone : file.inspected.zones) {
+        rings.push_back(zone.rings);
+        for (const offlinetz::GridRing& ring : zone.rings)
+            isThinned = isThinned && world.Contains(offlinetz::BoxOf(ring));
+    }
+    if (isThinned) offlinetz::Simplify(&rings, Grid(precision), kThinnedMetres);
     return rings;
 }
 
@@ -69,11 +78,11 @@ nlohmann::ordered_json StepsOf(const offlinetz::GridRing& ring) {
 }
 
 // With its zones, if it `isDrawn`; a page of two databases draws the new one.
-nlohmann::ordered_json DatabaseJson(const std::string& path, const InspectedFile& file,
+nlohmann::ordered_json DatabaseJson(const std::string& name, const InspectedFile& file,
                                     bool isDrawn, Progress* progress) {
     const ZDDatabase& database = *file.database;
     nlohmann::ordered_json object = {
-            {"name", std::filesystem::path(path).filename().string()},
+            {"name", name},
             {"bytes", database.length + 20},
             {"version", database.version},
             {"precision", database.precision},
@@ -131,6 +140,12 @@ std::string ChangeFeatures(const MapOptions& options, const InspectedFile& was,
     return text;
 }
 
+// What a file is called on the page: by its name, or by its path where both have the same name.
+std::string NameOf(const std::string& path, const std::string& other) {
+    const auto name = [](const std::string& p) { return std::filesystem::path(p).filename(); };
+    return name(path) == name(other) ? path : name(path).string();
+}
+
 int RunMap(const MapOptions& options) {
     std::string page = ReadTemplate();
     const size_t place = page.find(kPlace);
@@ -140,12 +155,14 @@ int RunMap(const MapOptions& options) {
     const bool isCompared = !options.newFile.empty();
     const InspectedFile file = Inspect(options.file, &progress);
     std::string data =
-            "{\"databases\":[" + OneLine(DatabaseJson(options.file, file, !isCompared, &progress));
+            "{\"databases\":[" + OneLine(DatabaseJson(NameOf(options.file, options.newFile), file,
+                                                      !isCompared, &progress));
     std::string changes;
     if (isCompared) {
         const InspectedFile newFile = Inspect(options.newFile, &progress);
         changes = ChangeFeatures(options, file, newFile, &progress);
-        data += ',' + OneLine(DatabaseJson(options.newFile, newFile, true, &progress));
+        data += ',' + OneLine(DatabaseJson(NameOf(options.newFile, options.file), newFile, true,
+                                           &progress));
     }
     data = WithoutTags(data + "],\"changes\":[" + changes + "]}");
     page.replace(place + kPlaceOfNull, sizeof "null" - 1, data);

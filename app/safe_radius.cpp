@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <cmath>
 
+#include "answer.h"
+
 namespace {
 
 constexpr double kKilometresPerDegree = 111.195;
 constexpr double kDegreesPerRadian = 57.29577951308232;
+constexpr int kBandPrecision = 21;
 constexpr double kBandDegrees = 15.0;  // Of a nautical zone, whose middle is a multiple of it.
 
 double Sine(double degrees) {
@@ -45,11 +48,14 @@ bool IsTiled(const ZDDatabase* database) {
 
 double SafeRadiusKilometres(const ZDDatabase* database, const PointText& point,
                             const std::string& raw, float distance) {
+    const bool isAtSea = raw.rfind("\"Etc/GMT", 0) == 0;
+    // The nautical zones have their places at the usual precision only.
+    if (IsError(raw) || (isAtSea && database->precision != kBandPrecision)) return 0.0;
     const double unit = 90.0 / std::ldexp(1.0, database->precision - 1);
     double plane = 0.75 * static_cast<double>(distance) - 3.0 * unit;
     // Beyond the antimeridian longitudes begin anew.
     plane = std::min(plane, 180.0 - std::fabs(point.lon));
-    if (raw.rfind("\"Etc/GMT", 0) == 0) {
+    if (isAtSea) {
         plane = std::min(plane, DegreesToBandEdge(point.lon) - 2.0 * unit);
     }
     return plane > 0.0 ? ArcRadius(point.lat, plane) * kKilometresPerDegree : 0.0;

@@ -45,24 +45,24 @@ void CutIntoRings(const std::vector<GridPoint>& path, InspectedZone* zone) {
 // Follows edges from their first points until none leads on.
 void CloseRings(std::vector<Edge> edges, InspectedZone* zone) {
     std::sort(edges.begin(), edges.end());
-    std::vector<bool> isTaken(edges.size(), false);
-    const auto nextFrom = [&](const GridPoint& p) {
-        auto next =
+    // How many of the edges from a point have been taken, in their order, at the first one's place.
+    std::vector<size_t> taken(edges.size(), 0);
+    const auto firstFrom = [&](const GridPoint& p) {
+        return static_cast<size_t>(
                 std::lower_bound(edges.begin(), edges.end(), p,
-                                 [](const Edge& e, const GridPoint& at) { return e.from < at; });
-        while (next != edges.end() && next->from == p &&
-               isTaken[static_cast<size_t>(next - edges.begin())]) {
-            ++next;
-        }
-        return next != edges.end() && next->from == p ? next : edges.end();
+                                 [](const Edge& e, const GridPoint& at) { return e.from < at; }) -
+                edges.begin());
     };
-    for (size_t first = 0; first < edges.size(); ++first) {
-        if (isTaken[first]) continue;
-        std::vector<GridPoint> path = {edges[first].from};
-        for (auto edge = edges.begin() + static_cast<std::ptrdiff_t>(first); edge != edges.end();
-             edge = nextFrom(edge->to)) {
-            isTaken[static_cast<size_t>(edge - edges.begin())] = true;
-            path.push_back(edge->to);
+    for (size_t start = 0; start < edges.size(); ++start) {
+        const size_t first = firstFrom(edges[start].from);
+        if (start < first + taken[first]) continue;
+        std::vector<GridPoint> path = {edges[start].from};
+        for (size_t from = first; from < edges.size() && edges[from].from == path.back();
+             from = firstFrom(path.back())) {
+            const size_t next = from + taken[from];
+            if (next == edges.size() || edges[next].from != path.back()) break;
+            ++taken[from];
+            path.push_back(edges[next].to);
         }
         CutIntoRings(path, zone);
     }

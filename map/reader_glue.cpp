@@ -63,7 +63,8 @@ char* Look(int number, double lat, double lon) {
     return strdup(OneLine(answer).c_str());
 }
 
-// The places of the entries in the table whose boxes meet a box in degrees.
+// The places of the entries in the table whose boxes meet a box in degrees, without those that a
+// lookup passes over.
 char* EntriesIn(int number, double south, double west, double north, double east) {
     const OpenDatabase& open = gDatabases[static_cast<size_t>(number)];
     const offlinetz::GridPoint min = UnitsOf(*open.database, south, west);
@@ -71,6 +72,10 @@ char* EntriesIn(int number, double south, double west, double north, double east
     nlohmann::json places = nlohmann::json::array();
     for (size_t i = 0; i < open.entries.size(); ++i) {
         const offlinetz::GridBox& box = open.entries[i].box;
+        if (open.entries[i].record >= open.database->polygonDataOffset ||
+            open.entries[i].ring >= static_cast<uint32_t>(open.database->length)) {
+            continue;
+        }
         if (box.min.lat <= max.lat && box.max.lat >= min.lat && box.min.lon <= max.lon &&
             box.max.lon >= min.lon) {
             places.push_back(i);
@@ -79,8 +84,8 @@ char* EntriesIn(int number, double south, double west, double north, double east
     return strdup(places.dump().c_str());
 }
 
-// An entry's zone, its box (south, west, north and east) and the points of its ring, latitudes and
-// longitudes in turn, in units; without points where it cannot be read.
+// An entry's zone and where its record is, its box (south, west, north and east) and the points of
+// its ring, latitudes and longitudes in turn, in units; without points where it cannot be read.
 char* Entry(int number, int place) {
     const OpenDatabase& open = gDatabases[static_cast<size_t>(number)];
     const offlinetz::DecodedEntry& entry = open.entries[static_cast<size_t>(place)];
@@ -96,6 +101,7 @@ char* Entry(int number, int place) {
     }
     const nlohmann::ordered_json object = {
             {"zone", SplitIdentifiers(zone).front()},
+            {"record", entry.record},
             {"box", {entry.box.min.lat, entry.box.min.lon, entry.box.max.lat, entry.box.max.lon}},
             {"points", std::move(points)}};
     return strdup(OneLine(object).c_str());

@@ -4,6 +4,7 @@ import { select } from 'd3-selection';
 import { zoom, zoomIdentity } from 'd3-zoom';
 
 const KM_PER_DEGREE = 111.195;
+const LEAST_ZOOM = 0.8;
 const MOST_ZOOM = 40000;
 // Zones are thinned for drawing. From so many pixels a degree on, what lookups read is drawn
 // instead, as long as no more entries are in sight.
@@ -12,6 +13,11 @@ const NEAR_PIXELS = 250;
 const STEPS = [0.2, 0.04, 0];
 const MOST_STEP_PIXELS = 0.8;
 const MOST_ENTRIES = 4000;
+// A hostile database has entries without end: no more points are drawn, or kept, than this.
+const MOST_POINTS = 3e6;
+// What an entry has right around its box, in units of latitude and longitude: neighbours may overlap
+// by it, so that no seam shows.
+const OVERLAP = [10, 5];
 
 const hueOf = (name) => {
   let hash = 7;
@@ -44,25 +50,66 @@ function pathOfZone(rings, precision, step) {
   return path;
 }
 
-// The ring of an entry, and the box that it is looked at in.
-function drawnEntry({ zone, box: [south, west, north, east], points }, precision) {
+// The ring of an entry, and the box that it is looked at in, in degrees.
+function drawnEntry({ zone, record, box: [south, west, north, east], points }, precision) {
   const scale = 2 ** (precision - 1);
   const path = new Path2D();
-  for (let i = 0; i < points.length; i += 2)
-    path.lineTo(points[i + 1] * 180 / scale, -points[i] * 90 / scale);
+  for (let i = 0; i < points.length; i += 2) {
+    const x = points[i + 1] * 180 / scale, y = -points[i] * 90 / scale;
+    if (i === 0) path.moveTo(x, y); else path.lineTo(x, y);
+  }
   path.closePath();
-  const box = new Path2D();
-  // A box holds its last units whole.
-  box.rect(west * 180 / scale, -(north + 1) * 90 / scale,
-      (east + 1 - west) * 180 / scale, (north + 1 - south) * 90 / scale);
-  return { name: zone, hue: hueOf(zone), path, box, points: points.length / 2 };
+  // Degrees are truncated toward zero: a box holds its last units whole, away from there.
+  const low = (units) => (units <= 0 ? units - 1 : units);
+  const high = (units) => (units >= 0 ? units + 1 : units);
+  const boxPath = (more) => {
+    const x = (low(west) - more[1]) * 180 / scale, y = -(high(north) + more[0]) * 90 / scale;
+    const box = new Path2D();
+    box.rect(x, y, (high(east) + more[1]) * 180 / scale - x, (more[0] - low(south)) * 90 / scale - y);
+    return box;
+  };
+  return {
+    name: zone, key: [record, south, west, north, east].join(), record, path,
+    box: boxPath([0, 0]), clip: boxPath(OVERLAP), points: points.length / 2,
+  };
+}
+
+// Entries of one zone as one shape, for holes are entries of their own. Tiles have their boxes in
+// common and are looked at in them; rings that are not tiled are whole.
+function shapesOf(entries, isTiled) {
+  const shapes = new Map();
+  for (const { name, key, record, path, clip } of entries) {
+    const shape = shapes.get(isTiled ? key : record) ??
+        { name, hue: hueOf(name), path: new Path2D(), clip: isTiled ? clip : null };
+    shape.path.addPath(path);
+    shapes.set(isTiled ? key : record, shape);
+  }
+  return [...shapes.values()];
+}
+
+// The box in degrees (west, south, east, north) of a zone's largest ring: the whole one of a zone
+// across the antimeridian would be the world.
+export function boxOfLargest(rings, precision) {
+  const scale = 2 ** (precision - 1);
+  let largest = null, most = -1;
+  for (const ring of rings) {
+    let lat = 0, lon = 0, box = [Infinity, Infinity, -Infinity, -Infinity];
+    for (let i = 0; i < ring.length; i += 2) {
+      lat += ring[i];
+      lon += ring[i + 1];
+      box = [Math.min(box[0], lon), Math.min(box[1], lat), Math.max(box[2], lon), Math.max(box[3], lat)];
+    }
+    const size = (box[2] - box[0]) * (box[3] - box[1]);
+    if (size > most) [largest, most] = [box, size];
+  }
+  return largest.map((units, i) => units * (i % 2 === 0 ? 180 : 90) / scale);
 }
 
 // The polygons of a GeoJSON feature.
 function pathOfFeature(feature) {
   const path = new Path2D();
   for (const ring of feature.geometry.coordinates.flat()) {
-    for (const [lon, lat] of ring) path.lineTo(lon, -lat);
+    ring.forEach(([lon, lat], i) => (i === 0 ? path.moveTo(lon, -lat) : path.lineTo(lon, -lat)));
     path.closePath();
   }
   return path;
@@ -74,24 +121,39 @@ export class Drawing {
     this.canvas = canvas;
     this.context = canvas.getContext('2d', { alpha: false });
     this.precision = database.precision;
+    this.isTiled = database.tiled;
     this.dark = matchMedia('(prefers-color-scheme: dark)');
     this.zones = database.zones.map((zone) => ({
       name: zone.name, box: zone.box, hue: hueOf(zone.name),
       paths: STEPS.map((step) => pathOfZone(zone.rings, this.precision, step)),
     }));
     this.reader = reader;
-    this.entries = new Map();  // By their places in the table, as they have been seen.
+    this.entries = new Map();  // By their places in the table, as they have been seen, ...
+    this.kept = 0;             // ... and their points.
+    this.near = { key: '', shapes: [] };  // What was drawn near by last.
     this.changes = changes.map(pathOfFeature);
     this.transform = zoomIdentity;
     this.marked = null;      // The name of a zone.
-    this.point = null;       // {lat, lon, radiusKm, entries: their places}
-    this.zoom = zoom().scaleExtent([0.8, MOST_ZOOM]).on('zoom', (event) => {
-      this.transform = event.transform;
-      this.redraw();
-      this.onmove?.();
-    });
+    this.point = null;       // {lat, lon, radiusKm, entries: what was read}
+    // The middle stays in the world, whatever part of the page the world takes.
+    const inWorld = (t) => {
+      const middle = [canvas.clientWidth / 2, canvas.clientHeight / 2];
+      const move = middle.map((m, i) => {
+        const world = (i === 0 ? 360 : 180) * this.base * t.k, from = i === 0 ? t.x : t.y;
+        return Math.max(0, m - from - world) - Math.max(0, from - m);
+      });
+      return t.translate(move[0] / t.k, move[1] / t.k);
+    };
+    this.zoom = zoom().scaleExtent([LEAST_ZOOM, MOST_ZOOM]).clickDistance(4).constrain(inWorld)
+        .on('zoom', (event) => {
+          this.transform = event.transform;
+          this.seen = this.view();
+          this.redraw();
+          this.onmove?.();
+        });
     select(canvas).call(this.zoom).on('dblclick.zoom', null);
-    new ResizeObserver(() => this.redraw()).observe(canvas);
+    // A window of another size shows the same place.
+    new ResizeObserver(() => (this.seen ? this.show(...this.seen) : this.redraw())).observe(canvas);
     this.dark.addEventListener('change', () => this.redraw());
   }
 
@@ -115,7 +177,8 @@ export class Drawing {
     return [...this.center(), this.transform.k];
   }
 
-  show(lat, lon, k) {
+  show(lat, lon, wanted) {
+    const k = Math.max(LEAST_ZOOM, Math.min(wanted, MOST_ZOOM));
     const scale = this.base * k;
     const t = zoomIdentity.translate(this.canvas.clientWidth / 2 - (lon + 180) * scale,
         this.canvas.clientHeight / 2 - (90 - lat) * scale).scale(k);
@@ -124,7 +187,7 @@ export class Drawing {
   showBox([west, south, east, north]) {
     const k = 0.8 * Math.min(this.canvas.clientWidth / Math.max(east - west, 1e-3),
         this.canvas.clientHeight / Math.max(north - south, 1e-3)) / this.base;
-    this.show((south + north) / 2, (west + east) / 2, Math.min(k, MOST_ZOOM));
+    this.show((south + north) / 2, (west + east) / 2, k);
   }
   pan(x, y) {
     select(this.canvas).call(this.zoom.translateBy, x / this.transform.k, y / this.transform.k);
@@ -156,10 +219,10 @@ export class Drawing {
     const level = STEPS.findIndex((step) => step * s <= MOST_STEP_PIXELS);
     const near = this.nearEntries(south, west, north, east);
     if (near) {
-      for (const entry of near) {
+      for (const shape of near) {
         c.save();
-        c.clip(entry.box);
-        this.drawZone(c, entry, entry.path, pixel, dark);
+        if (shape.clip) c.clip(shape.clip);
+        this.drawZone(c, shape, shape.path, pixel, dark);
         c.restore();
       }
     } else {
@@ -187,24 +250,42 @@ export class Drawing {
     c.stroke(path);
   }
 
-  // The entries in sight; null from too far.
+  // The shapes of the entries in sight; null from too far.
   nearEntries(south, west, north, east) {
     if (this.scale < NEAR_PIXELS) return null;
     const places = this.reader.entriesIn(Math.max(south, -90), Math.max(west, -180),
         Math.min(north, 90), Math.min(east, 180));
-    return places.length <= MOST_ENTRIES ? places.map((place) => this.entryAt(place)) : null;
+    if (places.length > MOST_ENTRIES) return null;
+    const key = places.join();
+    if (key !== this.near.key)
+      this.near = { key, shapes: shapesOf(this.entriesAt(places), this.isTiled) };
+    return this.near.shapes;
   }
-  entryAt(place) {
-    if (!this.entries.has(place))
-      this.entries.set(place, drawnEntry(this.reader.entry(place), this.precision));
-    return this.entries.get(place);
+  // The entries at places in the table, as many as there is room for.
+  entriesAt(places) {
+    const found = [];
+    let points = 0;
+    for (const place of places) {
+      if (points > MOST_POINTS) break;
+      if (this.kept > 2 * MOST_POINTS) {
+        this.entries.clear();
+        this.kept = 0;
+      }
+      if (!this.entries.has(place)) {
+        this.entries.set(place, drawnEntry(this.reader.entry(place), this.precision));
+        this.kept += this.entries.get(place).points;
+      }
+      found.push(this.entries.get(place));
+      points += found.at(-1).points;
+    }
+    return found;
   }
 
   drawPoint(c, pixel, dark) {
     const { lat, lon, radiusKm, entries } = this.point;
     c.strokeStyle = dark ? '#ffd166' : '#8a5a00';
     c.lineWidth = 1.5 * pixel;
-    for (const entry of entries.map((place) => this.entryAt(place))) {
+    for (const entry of entries) {
       c.setLineDash([6 * pixel, 4 * pixel]);
       c.stroke(entry.box);
       c.setLineDash([]);

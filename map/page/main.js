@@ -1,22 +1,34 @@
 // The page: what is asked, and what is shown of the answer.
-import { Drawing } from './drawing.js';
+import { Drawing, boxOfLargest } from './drawing.js';
 import { openReaders } from './reader.js';
 
 const at = (id) => document.getElementById(id);
 const element = (name, text) => Object.assign(document.createElement(name), { textContent: text });
 
-// "48.85, 2.35", also with N, S, E and W; null where it is no point.
-function parsePoint(text) {
-  const words = text.toUpperCase().replace(/°/g, ' ').match(/[-+]?\d+(\.\d*)?|[NSEW]/g) ?? [];
-  const numbers = words.filter((word) => !/[NSEW]/.test(word)).map(Number);
-  const letters = words.filter((word) => /[NSEW]/.test(word));
-  if (numbers.length !== 2 || (letters.length !== 0 && letters.length !== 2)) return null;
-  if ('EW'.includes(letters[0] ?? '-')) {
-    numbers.reverse();
-    letters.reverse();
+const isPlace = (lat, lon) => Math.abs(lat) <= 90 && Math.abs(lon) <= 180;
+
+// "48.85, 2.35", "48.85N 2.35E" or "E 2.35 N 48.85"; null where it is no point.
+const NUMBER = '([-+]?(?:\\d+\\.?\\d*|\\.\\d+))\\s*°?';
+const LETTER = '([NSEW])';
+const oneOf = (...parts) => new RegExp(`^\\s*${parts.join('\\s*')}\\s*$`);
+const PLAIN = oneOf(NUMBER, '(?:[,;]|\\s)', NUMBER);
+const BEHIND = oneOf(NUMBER, LETTER, '[,;]?', NUMBER, LETTER);
+const BEFORE = oneOf(LETTER, NUMBER, '[,;]?', LETTER, NUMBER);
+function parsePoint(written) {
+  const text = written.toUpperCase().replace(/\u2212/g, '-');
+  let lat, lon;
+  const plain = text.match(PLAIN);
+  if (plain) {
+    [lat, lon] = plain.slice(1).map(Number);
+  } else {
+    const [, ...found] = text.match(BEHIND) ?? text.match(BEFORE) ?? [];
+    const letters = found.filter((word) => /[NSEW]/.test(word)).join('');
+    const numbers = found.filter((word) => !/[NSEW]/.test(word));
+    if (!/^(?:[NS][EW]|[EW][NS])$/.test(letters) || numbers.some((n) => /^[-+]/.test(n))) return null;
+    const values = numbers.map((number, i) => (/[SW]/.test(letters[i]) ? -number : Number(number)));
+    [lat, lon] = /[NS]/.test(letters[0]) ? values : values.reverse();
   }
-  const [lat, lon] = numbers.map((n, i) => ('SW'.includes(letters[i] ?? '-') ? -n : n));
-  return Math.abs(lat) <= 90 && Math.abs(lon) <= 180 ? { lat, lon } : null;
+  return isPlace(lat, lon) ? { lat, lon } : null;
 }
 
 async function start(data) {
@@ -37,6 +49,7 @@ async function start(data) {
   };
   let remembering;
   map.onmove = () => {
+    at('hover').textContent = '';
     clearTimeout(remembering);
     remembering = setTimeout(remember, 300);
   };
@@ -44,7 +57,7 @@ async function start(data) {
   const answerAt = (lat, lon) => {
     const answers = readers.map((r) => r.look(lat, lon));
     const found = answers.at(-1);
-    const entries = reader.entriesIn(lat, lon, lat, lon);
+    const entries = map.entriesAt(reader.entriesIn(lat, lon, lat, lon));
     map.point = { lat, lon, radiusKm: found.radius_km ?? 0, entries };
     map.marked = found.zones?.[0] ?? null;
     const list = document.createElement('dl');
@@ -56,15 +69,16 @@ async function start(data) {
       say(`A client gets${of}`, answer.raw);
       if (answer.radius_km !== undefined) say(`Holds within${of}`, `${answer.radius_km.toFixed(2)} km`);
     });
-    const points = entries.reduce((sum, place) => sum + map.entryAt(place).points, 0);
+    const points = entries.reduce((sum, entry) => sum + entry.points, 0);
     say('The lookup read', `${entries.length} ${entries.length === 1 ? 'ring' : 'rings'} with ${points} points`);
     at('answer').replaceChildren(list);
     map.redraw();
     remember();
   };
-  const clear = () => {
+  // Takes the question from the map, and says something else instead.
+  const sayInstead = (...what) => {
     map.point = map.marked = null;
-    at('answer').replaceChildren();
+    at('answer').replaceChildren(...what);
     at('hover').textContent = '';
     map.redraw();
     remember();
@@ -73,17 +87,24 @@ async function start(data) {
   const placeOf = (event) => {
     const box = at('map').getBoundingClientRect();
     const [lat, lon] = map.toPoint(event.clientX - box.left, event.clientY - box.top);
-    return Math.abs(lat) <= 90 && Math.abs(lon) <= 180 ? [lat, lon] : null;
+    return isPlace(lat, lon) ? [lat, lon] : null;
   };
   at('map').addEventListener('click', (event) => {
     const place = placeOf(event);
     if (place) answerAt(...place);
   });
   let hovered = null;
+  for (const end of ['pointerleave', 'pointercancel']) {
+    at('map').addEventListener(end, () => {
+      hovered = null;
+      at('hover').textContent = '';
+    });
+  }
   at('map').addEventListener('pointermove', (event) => {
+    if (event.pointerType === 'touch') return;
     if (hovered === null) {
       requestAnimationFrame(() => {
-        const place = placeOf(hovered);
+        const place = hovered && placeOf(hovered);
         const answer = place && reader.look(...place);
         at('hover').textContent = answer ? (answer.zones ?? [answer.error]).join(' and ') : '';
         hovered = null;
@@ -91,24 +112,31 @@ async function start(data) {
     }
     hovered = event;
   });
-  at('find').addEventListener('submit', (event) => event.preventDefault());
   const find = () => {
     const wanted = at('zone').value.trim().toLowerCase();
     const zone = shown.zones.find((z) => z.name.toLowerCase() === wanted);
-    if (!zone) return;
-    map.marked = zone.name;
-    map.showBox(zone.box);
+    if (!zone) return false;
     const list = document.createElement('dl');
-    list.append(element('dt', zone.name), element('dd', `${Math.round(zone.km2)} km²`));
-    at('answer').replaceChildren(list);
+    const parts = zone.rings.length === 1 ? '1 ring' : `${zone.rings.length} rings, the largest shown`;
+    list.append(element('dt', zone.name), element('dd', `${Math.round(zone.km2)} km², ${parts}`));
+    sayInstead(list);
+    map.marked = zone.name;
+    map.showBox(boxOfLargest(zone.rings, shown.precision));
+    return true;
   };
-  at('zone').addEventListener('change', find);
-  at('find').addEventListener('submit', find);
+  at('find').addEventListener('submit', (event) => {
+    event.preventDefault();
+    if (!find()) sayInstead(element('p', 'There is no such zone.'));
+  });
+  // One that is picked from the list comes as a whole, not key by key.
+  at('zone').addEventListener('input', (event) => {
+    if (event.inputType === undefined || event.inputType === 'insertReplacementText') find();
+  });
   at('ask').addEventListener('submit', (event) => {
     event.preventDefault();
     const point = parsePoint(at('point').value);
     if (!point) {
-      at('answer').replaceChildren(element('p', 'That is no latitude and longitude.'));
+      sayInstead(element('p', 'That is no latitude and longitude.'));
       return;
     }
     map.show(point.lat, point.lon, Math.max(map.transform.k, 12));
@@ -117,28 +145,34 @@ async function start(data) {
   at('in').addEventListener('click', () => map.zoomBy(2));
   at('out').addEventListener('click', () => map.zoomBy(0.5));
   document.addEventListener('keydown', (event) => {
+    if (event.ctrlKey || event.metaKey || event.altKey) return;
     if (event.key === 'Escape') {
-      clear();
+      at('zone').value = at('point').value = '';
+      sayInstead();
       at('map').focus();
       return;
     }
-    if (event.target instanceof HTMLInputElement || event.ctrlKey || event.metaKey || event.altKey) return;
+    if (event.target !== at('map') && event.target !== document.body) return;
     const act = {
       'ArrowLeft': () => map.pan(80, 0), 'ArrowRight': () => map.pan(-80, 0),
       'ArrowUp': () => map.pan(0, 80), 'ArrowDown': () => map.pan(0, -80),
       '+': () => map.zoomBy(2), '=': () => map.zoomBy(2), '-': () => map.zoomBy(0.5),
-      '/': () => at('zone').focus(),
-      'Enter': () => event.target === at('map') && answerAt(...map.center()),
+      '/': () => {
+        at('zone').focus();
+        at('zone').select();
+      },
+      'Enter': () => answerAt(...map.center()),
     }[event.key];
     if (!act) return;
-    if (event.key !== 'Enter') event.preventDefault();
+    event.preventDefault();
     act();
   });
   for (const { properties: change } of changes) {
     const button = element('button',
         `${change.km2.toFixed(3)} km² from ${change.from ?? 'no zone'} to ${change.to ?? 'no zone'}`);
     button.addEventListener('click', () => {
-      map.showBox(change.box);
+      // A box across the antimeridian is that of the world.
+      if (change.box[2] - change.box[0] < 180) map.showBox(change.box); else map.show(...change.sample, 8);
       answerAt(...change.sample);
     });
     const item = document.createElement('li');
@@ -147,9 +181,17 @@ async function start(data) {
   }
   at('changes').hidden = data.databases.length < 2;
 
-  const [lat, lon, k, ...point] = location.hash.slice(1).split(',').map(Number);
-  if (k > 0) map.show(lat, lon, k); else map.show(20, 0, 1);
-  if (point.length === 2) answerAt(...point);
+  if (changes.length === 0) at('list').replaceWith(element('p', 'Nothing, or parts too small to be listed.'));
+
+  const goToAddress = () => {
+    const numbers = location.hash.slice(1).split(',').map((text) => (text === '' ? NaN : Number(text)));
+    const [lat, lon, k, ...point] = numbers;
+    if (numbers.slice(0, 3).every(Number.isFinite) && isPlace(lat, lon)) map.show(lat, lon, k);
+    else map.show(20, 0, 1);
+    if (point.length === 2 && isPlace(...point)) answerAt(...point);
+  };
+  addEventListener('hashchange', goToAddress);
+  goToAddress();
   // For whoever measures what a frame costs.
   window.offlinetzMap = map;
 }

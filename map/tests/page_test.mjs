@@ -79,7 +79,8 @@ test('places clicked on the whole world and near by have the answers of the libr
       await page.waitForFunction((text) => document.getElementById('hover').textContent === text, {}, zones);
     }
   }
-  assert.deepEqual(page.wanted.filter((url) => !/^(file|data|blob):/.test(url)), []);
+  // It wants nothing but itself.
+  assert.deepEqual(page.wanted.filter((url) => !url.startsWith('data:')), [`file://${inDirectory('world.html')}`]);
   assert.deepEqual(page.faults, []);
 });
 
@@ -95,6 +96,9 @@ test('near by, what lookups read is drawn as the zones are from far', async () =
   const marked = await coloursAt(20);
   assert.notDeepEqual(marked, unmarked);
   assert.deepEqual(await coloursAt(3000), marked);
+  // An enclave, though its name comes before that of the zone around it.
+  await page.evaluate(() => window.offlinetzMap.show(47.696, 8.69, 1500));
+  assert.notDeepEqual(await colourAt(page, 47.696, 8.69), await colourAt(page, 47.68, 8.62));
   // A coast: nothing is drawn over the sea.
   await page.evaluate(() => window.offlinetzMap.show(43.1, -9.5, 150));
   assert.deepEqual(await colourAt(page, 43.1, -10.4), [0xdf, 0xe9, 0xef]);
@@ -107,9 +111,15 @@ test('keys alone find a zone, move, zoom, ask and clear', async () => {
   await page.keyboard.type('europe/lisbon\n');
   assert.deepEqual(Object.keys(await answer(page)), ['Europe/Lisbon']);
   const colour = await colourAt(page, 39.5, -8);
+  await page.keyboard.type('x\n');
+  assert.equal(await page.$eval('#answer', (e) => e.textContent), 'There is no such zone.');
+  await page.keyboard.type('y');
   await page.keyboard.press('Escape');
   assert.notDeepEqual(await colourAt(page, 39.5, -8), colour);
   assert.deepEqual(await answer(page), {});
+  await page.keyboard.type('/europe/lisbon\n');
+  assert.deepEqual(Object.keys(await answer(page)), ['Europe/Lisbon']);
+  await page.click('#map');
   const view = () => page.evaluate(() => window.offlinetzMap.view());
   const [lat, lon, k] = await view();
   await page.keyboard.press('+');
@@ -128,7 +138,9 @@ test('coordinates are typed as people write them', async () => {
   for (const [text, zones] of [
     ['52.52, 13.405', 'Europe/Berlin'], ['-36.85 174.76', 'Pacific/Auckland'],
     ['33.9°S 151.2°E', 'Australia/Sydney'], ['151.2E 33.9S', 'Australia/Sydney'],
-    ['91, 0', undefined], ['here', undefined],
+    ['E 13.405 N 52.52', 'Europe/Berlin'], ['\u221236.85;174.76', 'Pacific/Auckland'],
+    ['.5, .25', 'Etc/GMT'], ['91, 0', undefined], ['here 5 6', undefined],
+    ['-33.9S 151.2E', undefined], ['10N 20N', undefined], ['1 2 3', undefined],
   ]) {
     await type(page, '#point', text);
     assert.equal((await answer(page)).Zones, zones, text);
@@ -138,13 +150,35 @@ test('coordinates are typed as people write them', async () => {
   const url = page.url();
   const again = await openPage(browser, inDirectory('world.html') + new URL(url).hash);
   assert.equal((await answer(again)).Zones, 'Europe/Berlin');
+  await again.evaluate(() => { location.hash = '#a,b,5,x,'; });
+  await again.waitForFunction(() => window.offlinetzMap.view()[2] === 1);
+});
+
+test('a drag asks nothing, and a window of another size shows the same place', async () => {
+  const page = await openPage(browser, inDirectory('world.html'));
+  await page.evaluate(() => window.offlinetzMap.show(48.85, 2.35, 400));
+  await page.mouse.move(400, 400);
+  await page.mouse.down();
+  await page.mouse.move(440, 380, { steps: 4 });
+  await page.mouse.up();
+  assert.deepEqual(await answer(page), {});
+  const [lat, lon] = await page.evaluate(() => window.offlinetzMap.view());
+  assert.ok(lon < 2.35 && lat < 48.85, `${lat} ${lon}`);
+  await page.setViewport({ width: 844, height: 390 });
+  await page.waitForFunction((lat, lon) => {
+    const [a, b] = window.offlinetzMap.view();
+    return Math.hypot(a - lat, b - lon) < 1e-6 && document.getElementById('map').clientHeight === 390;
+  }, {}, lat, lon);
 });
 
 test('a phone in the dark shows all of it and answers a tap', async () => {
   const page = await openPage(browser, inDirectory('world.html'), {
     width: 390, height: 844, dark: true, isMobile: true, hasTouch: true, deviceScaleFactor: 3,
   });
-  assert.ok(await page.evaluate(() => document.documentElement.scrollWidth <= innerWidth));
+  for (const part of ['#map', '#find', '#ask', '#in']) {
+    const { left, right, top, bottom } = await page.$eval(part, (e) => e.getBoundingClientRect().toJSON());
+    assert.ok(left >= 0 && right <= 390 && top >= 0 && bottom <= 844, part);
+  }
   assert.ok((await colourAt(page, 0, -30)).every((part) => part < 80));
   const background = await page.evaluate(() => getComputedStyle(document.body).backgroundColor);
   assert.equal(background, 'rgb(20, 25, 29)');
@@ -157,14 +191,14 @@ test('a phone in the dark shows all of it and answers a tap', async () => {
 test('two databases show what changed, and what each answers there', async () => {
   const name = '</script><img src=x onerror=window.taken=1>';
   const was = compile('was', square('Test/West', 0, 10), square(name, 10, 20));
-  const is = compile('is', square('Test/West', 0, 12), square(name, 12, 20));
+  const is = compile('is', square('Test/West', 0, 12), square(name, 12, 20), square('Test/Far', 80, 82));
   offlinetz('map', was, is, '-o', inDirectory('change.html'));
   const page = await openPage(browser, inDirectory('change.html'));
   const buttons = await page.$$('#list button');
-  assert.equal(buttons.length, 1);
-  const text = await buttons[0].evaluate((button) => button.textContent);
+  assert.equal(buttons.length, 2);
+  const text = await buttons[1].evaluate((button) => button.textContent);
   assert.match(text, /^2460\d\d\.\d{3} km² from .*img.* to Test\/West$/);
-  await buttons[0].click();
+  await buttons[1].click();
   const said = await answer(page);
   assert.equal(said['Zones in was.bin'], name);
   assert.equal(said['Zones in is.bin'], 'Test/West');
