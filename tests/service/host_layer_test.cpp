@@ -1,44 +1,17 @@
 #include <android/hidl/base/1.0/IBase.h>
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
-#include <utils/RefBase.h>
 
-#include <atomic>
 #include <mutex>
 #include <thread>
 #include <vector>
 
-using android::RefBase;
 using android::sp;
 using android::wp;
 using android::hardware::hidl_death_recipient;
 using android::hidl::base::V1_0::IBase;
 
 namespace {
-
-struct Counted : virtual RefBase {
-    explicit Counted(std::atomic<int>* alive) : mAlive(alive) { ++*mAlive; }
-    ~Counted() override { --*mAlive; }
-    std::atomic<int>* mAlive;
-};
-
-TEST(References, KeepAnObjectExactlyAsLongAsNeeded) {
-    std::atomic<int> alive{0};
-    sp<Counted> first = new Counted(&alive);
-    sp<Counted> second = first;
-    const sp<RefBase> base = first;
-    wp<Counted> weak = first;
-    const sp<Counted>& itself = first;
-    first = itself;  // Must not drop the object.
-    first.clear();
-    second = nullptr;
-    EXPECT_EQ(1, alive);
-    EXPECT_EQ(base, sp<RefBase>(weak.promote()));
-    const_cast<sp<RefBase>&>(base).clear();
-    EXPECT_EQ(0, alive);
-    EXPECT_EQ(nullptr, weak.promote());
-    EXPECT_EQ(nullptr, wp<Counted>().promote());
-}
 
 struct Recipient : hidl_death_recipient {
     void serviceDied(uint64_t cookie, const wp<IBase>& who) override {

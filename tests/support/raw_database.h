@@ -57,21 +57,5 @@ using DatabasePtr = std::unique_ptr<ZDDatabase, DatabaseCloser>;
 // Opens `file` by way of a file in memory; null where the reader refuses it.
 DatabasePtr OpenBytes(const Bytes& file);
 
-// A handle on an exact-size heap copy of a database's content, so that a sanitizer sees a read
-// of even one byte past its end, which page-rounded mappings hide. Borrows names from `mapped`.
-class HeapDatabase {
-  public:
-    explicit HeapDatabase(const ZDDatabase& mapped)
-        : mContent(mapped.mapping, mapped.mapping + mapped.length), mHandle(mapped) {
-        mHandle.mapping = mContent.data();
-        mHandle.checksum = nullptr;
-    }
-    const ZDDatabase* get() const { return &mHandle; }
-
-  private:
-    Bytes mContent;
-    ZDDatabase mHandle;
-};
-
 // A float that the reader truncates to `units` (of 90 or 180 degrees to `scale`).
 float DegreesAtUnits(int32_t units, int precision, double degreesPerScale);

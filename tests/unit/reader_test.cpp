@@ -1,5 +1,5 @@
-// The reader on hand-made databases. reader.transcript draws rings and breaks files; what needs
-// more than bytes and points is below.
+// The reader where a second reading of the same bytes, beside which the fuzz target holds it, has
+// nothing to say: its interface, its limits, its threads, the zones at sea, and the world.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -16,41 +16,10 @@
 
 #include "compare_readers.h"
 #include "raw_database.h"
-#include "transcript.h"
-
-using offlinetz::GridRing;
 
 namespace {
 
 constexpr int kPrecision = 21;
-
-// The bytes of words: two hexadecimal digits each, 's' and a text for a string, 'u' or 'i' and a
-// number for a varint, 'x' and a count, '*' and digits for bytes that repeat.
-Bytes ParseBytes(const Words& words, size_t from) {
-    Bytes bytes;
-    for (size_t i = from; i < words.size(); ++i) {
-        const std::string rest = words[i].substr(1);
-        switch (words[i][0]) {
-            case 's':
-                bytes = std::move(bytes) + String(rest);
-                break;
-            case 'u':
-                bytes = std::move(bytes) + Unsigned(static_cast<uint32_t>(std::stoul(rest)));
-                break;
-            case 'i':
-                bytes = std::move(bytes) + Signed(std::stoi(rest));
-                break;
-            case 'x':
-                bytes.resize(bytes.size() + std::stoul(rest.substr(0, rest.find('*'))),
-                             static_cast<uint8_t>(
-                                     std::stoul(rest.substr(rest.find('*') + 1), nullptr, 16)));
-                break;
-            default:
-                bytes.push_back(static_cast<uint8_t>(std::stoul(words[i], nullptr, 16)));
-        }
-    }
-    return bytes;
-}
 
 std::string Hits(ZDResult* results) {
     std::string hits;
@@ -61,80 +30,6 @@ std::string Hits(ZDResult* results) {
     }
     ZDFreeResults(results);
     return hits.empty() ? "nothing" : hits;
-}
-
-// Looks units up on a heap copy of the content, which lets no read slip past its end; the answer
-// must not depend on whether a distance is asked for.
-std::string LookUp(const ZDDatabase* database, int32_t lat, int32_t lon) {
-    const HeapDatabase copy(*database);
-    const float latDegrees = DegreesAtUnits(lat, database->precision, 90.0);
-    const float lonDegrees = DegreesAtUnits(lon, database->precision, 180.0);
-    float safezone = -1.0f;
-    const std::string hits = Hits(ZDLookup(copy.get(), latDegrees, lonDegrees, &safezone));
-    EXPECT_EQ(hits, Hits(ZDLookup(copy.get(), latDegrees, lonDegrees, nullptr)));
-    // In units of latitude, of which a unit of longitude counts as two.
-    const double units = static_cast<double>(safezone) * 1048576.0 / 90.0;
-    char text[32];
-    std::snprintf(text, sizeof text, " (%.2f)", units);
-    return hits + text;
-}
-
-TEST(Reader, AnswersAsTheTranscriptSays) {
-    RawDatabase raw;
-    const auto run = [&raw](const Words& words) -> std::string {
-        const std::string& step = words[0];
-        const auto number = [&words](size_t i) { return std::stoi(words.at(i)); };
-        if (step == "content") {
-            const DatabasePtr database = OpenBytes(WithTrailer(ParseBytes(words, 1)));
-            return database != nullptr ? "opens: " + std::string(ZDGetNotice(database.get()))
-                                       : "refused";
-        }
-        if (step == "file") return OpenBytes(ParseBytes(words, 1)) != nullptr ? "opens" : "refused";
-        if (step ==
-            "string") {  // The string at a position of the content, and where it leaves off.
-            const Bytes content = ParseBytes(words, 3);
-            ZDDatabase db = {};
-            db.mapping = content.data();
-            db.length = static_cast<int32_t>(content.size());
-            db.metadataOffset = static_cast<uint32_t>(number(1));
-            auto position = static_cast<uint32_t>(std::stoul(words.at(2)));
-            char* text = ZDParseString(&db, &position);
-            const std::string result = text != nullptr ? Bars(text) : "null";
-            std::free(text);
-            return result + " then " + std::to_string(position);
-        }
-        if (step == "record") {
-            raw.AddRecord(words.at(1));
-        } else if (step == "ring" || step == "square") {  // Offset of its record, true coordinates.
-            GridRing ring;
-            for (size_t i = 2; i + 1 < words.size(); i += 2) {
-                ring.push_back({number(i), number(i + 1) - offlinetz::kReaderShift});
-            }
-            if (step == "square") {  // From the south-west corner to the north-east one.
-                ring = {ring[0], {ring[1].lat, ring[0].lon}, ring[1], {ring[0].lat, ring[1].lon}};
-            }
-            raw.AddRing(static_cast<uint32_t>(number(1)), ring);
-        } else if (step == "precision") {
-            raw.precision = static_cast<uint8_t>(number(1));
-        } else if (step == "boxes") {
-            raw.boxTable = std::move(raw.boxTable) + ParseBytes(words, 1);
-        } else if (step == "records") {
-            raw.metadata = std::move(raw.metadata) + ParseBytes(words, 1);
-        } else if (step == "rings") {
-            raw.polygons = std::move(raw.polygons) + ParseBytes(words, 1);
-        } else {
-            const DatabasePtr database = OpenBytes(raw.File());
-            return database != nullptr ? LookUp(database.get(), number(1), number(2)) : "refused";
-        }
-        return "";
-    };
-    CheckTranscript(
-            OFFLINETZ_TESTS "/unit/reader.transcript",
-            [&raw](const std::string&) { raw = RawDatabase(); },
-            [&run](const std::string& step) {
-                const std::string result = run(SplitStep(step));
-                return result.empty() ? Words{} : Words{result};
-            });
 }
 
 TEST(Opening, ReportsHeaderFieldsAndHoldsNothingAfterwards) {
@@ -170,24 +65,6 @@ TEST(Opening, ReportsHeaderFieldsAndHoldsNothingAfterwards) {
     EXPECT_EQ(nullptr, ZDOpenDatabase("/"));
     ZDCloseDatabase(nullptr);
     EXPECT_EQ(before, nextDescriptor());
-}
-
-TEST(Lookup, TruncatesAndClampsAnyFloat) {
-    RawDatabase raw;
-    // A square of one unit at 0, 0, where truncation toward zero makes a cell of two.
-    raw.AddRing(raw.AddRecord("Null"), {{-1, -4}, {0, -4}, {0, -3}, {-1, -3}});
-    const DatabasePtr database = OpenBytes(raw.File());
-    const float half = 45.0f / 1048576.0f;
-    const float infinity = std::numeric_limits<float>::infinity();
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const std::tuple<float, float, bool> cases[] = {
-            {half, half, true},         {-half, -half, true},   {nan, nan, true},
-            {3 * half, 0.0f, false},    {infinity, 0, false},   {0, -infinity, false},
-            {3.4e38f, -3.4e38f, false}, {-infinity, nan, false}};
-    for (const auto& [lat, lon, found] : cases) {
-        float safezone;
-        EXPECT_EQ(found, Hits(ZDLookup(database.get(), lat, lon, &safezone)) != "nothing");
-    }
 }
 
 // Thousands of entries of one long ring, of records in one long run of bytes that each say that

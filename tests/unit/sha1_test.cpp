@@ -21,29 +21,17 @@ std::string Hex(const uint8_t* digest) {
     return hex;
 }
 
-// A published vector (FIPS 180), and a text with the digest that coreutils give it:
-// `seq 1000 | head -c 120 | sha1sum`, whose padding takes another block. The fuzz target of the
-// digest has all else.
-TEST(Sha1, GivesKnownDigestsHoweverTheMessageIsSplit) {
-    std::string text;
-    for (int i = 1; i <= 1000; ++i)
-        text += std::to_string(i) + "\n";
-    const std::pair<std::string, const char*> vectors[] = {
-            {std::string(1000000, 'a'), "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
-            {text.substr(0, 120), "1590a78af9e87f064bfe13c19cc8110105f3c21c"}};
-    for (const auto& [message, expected] : vectors) {
-        for (const size_t chunk : {1ul, 1000ul, 2000000ul}) {
-            SHA1Context context;
-            uint8_t digest[SHA1HashSize];
-            EXPECT_EQ(shaSuccess, SHA1Reset(&context));
-            for (size_t i = 0; i < message.size(); i += chunk) {
-                EXPECT_EQ(shaSuccess,
-                          SHA1Input(&context, reinterpret_cast<const uint8_t*>(&message[i]),
-                                    static_cast<uint32_t>(std::min(chunk, message.size() - i))));
-            }
-            EXPECT_EQ(shaSuccess, SHA1Result(&context, digest));
-            EXPECT_EQ(expected, Hex(digest)) << chunk;
-        }
+// A published vector (FIPS 180), for machines without the fuzz target's OpenSSL.
+TEST(Sha1, GivesAKnownDigestHoweverTheMessageIsSplit) {
+    const std::vector<uint8_t> message(1000000, 'a');
+    for (const uint32_t chunk : {1u, 1000u, 1000000u}) {
+        SHA1Context context;
+        uint8_t digest[SHA1HashSize];
+        EXPECT_EQ(shaSuccess, SHA1Reset(&context));
+        for (uint32_t i = 0; i < message.size(); i += chunk)
+            EXPECT_EQ(shaSuccess, SHA1Input(&context, &message[i], chunk));
+        EXPECT_EQ(shaSuccess, SHA1Result(&context, digest));
+        EXPECT_EQ("34aa973cd4c4daa4f61eeb2bdbad27316534016f", Hex(digest)) << chunk;
     }
 }
 
