@@ -31,6 +31,12 @@ using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 namespace fs = std::filesystem;
 
+// The class behind the shared instance, of which clients see the interface only.
+namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
+class Offlinetimezone;
+}
+namespace implementation = vendor::quor::hardware::offlinetimezone::V1_0::implementation;
+
 namespace {
 
 // --- What it shows -----------------------------------------------------------------------
@@ -268,16 +274,17 @@ TEST_F(FlowTest, ServiceObjectsShareOneWorker) {
     LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
     const sp<Recorder> client = new Recorder;
     service->startLookup(client);
-    const auto getInstance = service.Symbol<LoadedService::Interface* (*)()>(
+    const auto getInstance = service.Symbol<implementation::Offlinetimezone* (*)()>(
             "_ZN6vendor4quor8hardware15offlinetimezone4V1_014implementation15Offlinetimezone"
             "11getInstanceEv");
     static auto* const kept = new sp<LoadedService::Interface>;
-    *kept = getInstance();
-    EXPECT_EQ(kept->get(), getInstance());
+    *kept = reinterpret_cast<LoadedService::Interface*>(getInstance());
+    LoadedService::Interface* const shared = kept->get();
+    EXPECT_EQ(shared, reinterpret_cast<LoadedService::Interface*>(getInstance()));
     LoadedService::Interface* const second = service.Fetch();
-    EXPECT_NE(second, getInstance());
+    EXPECT_NE(second, shared);
     second->Lookup("1", "2");
-    getInstance()->Lookup("2", "2");
+    shared->Lookup("2", "2");
     ASSERT_TRUE(client->WaitFor(2));
     EXPECT_EQ("\"Zone/A\"", client->Reports()[1].tzId);
     EXPECT_EQ(1, static_cast<int32_t>(second->getDBVersion()));

@@ -41,7 +41,6 @@ struct Guest : Recorder {
         switch (mNumber % 8) {
             case 0:
                 (*mService)->stopLookup(this);
-                host::EndOwnerOf(this);
                 (*mService)->startLookup(this);
                 EXPECT_GE(2, static_cast<int32_t>((*mService)->getServerStatus()));
                 EXPECT_LE(1, static_cast<int32_t>((*mService)->getDBVersion()));
