@@ -13,7 +13,7 @@ install(FILES ${package}/default/zonedetect.h ${package}/default/sha1.h ${packag
         DESTINATION ${headers})
 install(FILES app/completion.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME offlinetz)
-if(TARGET man_pages)
+if(OFFLINETZ_HAS_MAN_PAGES)
   install(DIRECTORY ${PROJECT_BINARY_DIR}/man1 DESTINATION ${CMAKE_INSTALL_MANDIR})
 endif()
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
