@@ -4,6 +4,7 @@
 #include <encode.h>
 #include <geojson.h>
 #include <output_file.h>
+#include <sha1.h>
 #include <simplify.h>
 #include <source.h>
 
@@ -81,15 +82,15 @@ nlohmann::ordered_json StepsOf(const offlinetz::GridRing& ring) {
 nlohmann::ordered_json DatabaseJson(const std::string& name, const InspectedFile& file,
                                     bool isDrawn, Progress* progress) {
     const ZDDatabase& database = *file.database;
-    nlohmann::ordered_json object = {
-            {"name", name},
-            {"bytes", database.length + 20},
-            {"version", database.version},
-            {"precision", database.precision},
-            {"tiled", database.tableType == offlinetz::kTiledTable},
-            {"notice", database.notice},
-            {"content", Base64(database.mapping, static_cast<size_t>(database.length) + 20)},
-            {"zones", nlohmann::json::array()}};
+    const size_t bytes = static_cast<size_t>(database.length) + SHA1HashSize;
+    nlohmann::ordered_json object = {{"name", name},
+                                     {"bytes", bytes},
+                                     {"version", database.version},
+                                     {"precision", database.precision},
+                                     {"tiled", database.tableType == offlinetz::kTiledTable},
+                                     {"notice", database.notice},
+                                     {"content", Base64(database.mapping, bytes)},
+                                     {"zones", nlohmann::json::array()}};
     if (!isDrawn) return object;
     progress->Show("thinning borders", 0, 1);
     const std::vector<offlinetz::ZoneRings> thinned = ThinnedRings(file);

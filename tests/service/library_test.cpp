@@ -291,6 +291,38 @@ TEST_F(FlowTest, ServiceObjectsShareOneWorker) {
     EXPECT_FALSE(second->isRemote());
 }
 
+// A client may call every method from inside its report, and may be released there.
+TEST_F(FlowTest, AClientMayCallTheServiceFromItsReport) {
+    struct Caller : Recorder {
+        explicit Caller(LoadedService* service) : mService(service) {}
+        android::hardware::Return<void> timeZoneIdReport(
+                const android::hardware::hidl_string& lat,
+                const android::hardware::hidl_string& lon,
+                const android::hardware::hidl_string& tzId) override {
+            if (Reports().empty()) {
+                LoadedService& service = *mService;
+                service->stopLookup(this);
+                service->startLookup(this);
+                service->Lookup("7", "7");
+                service->downloadDB({}, 0, 1, 3);
+                service->injectDB();
+                EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
+                EXPECT_EQ(1, static_cast<int32_t>(service->getServerStatus()));
+                host::EndOwnerOf(this);
+                service->startLookup(this);
+            }
+            return Recorder::timeZoneIdReport(lat, lon, tzId);
+        }
+        LoadedService* mService;
+    };
+    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 1));
+    LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
+    const sp<Caller> client = new Caller(&service);
+    service->startLookup(client);
+    service->Lookup("1", "2");
+    EXPECT_TRUE(client->WaitFor(2));
+}
+
 // A client may register inside the link and unlink calls that another one's registration and death
 // make into it; what comes out is what one after the other would give.
 TEST_F(FlowTest, RegistrationsAndDeathsTakeTurns) {
