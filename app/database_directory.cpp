@@ -20,6 +20,11 @@ namespace {
 
 // What a database file is; false where it is not good.
 bool Judge(const std::string& path, std::string* verdict) {
+    std::error_code ignored;
+    if (fs::is_fifo(path, ignored)) {  // Whose reader would wait for ever.
+        *verdict = path + ": is a pipe";
+        return false;
+    }
     try {
         const FileCopy file(path);
         const DatabasePtr database = OpenCopy(file);
