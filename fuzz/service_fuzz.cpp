@@ -108,10 +108,13 @@ class Run {
                                         Bytes(82),
                                         Bytes(20),
                                         Bytes()};
-        static const char* const texts[] = {"1", "2.5e0x", "-40", "", "abc", "1e39", "91", "nan"};
+        static const char* const texts[] = {"1",     "2.5e0x",  "-40", "",        "abc",
+                                            "1e39",  "91",      "nan", "12.5abc", "\t\n-7.25e1x",
+                                            "+.5",   "0x1.8p1", "e5",  "1e-60",   "-Infinity",
+                                            "1e-40", "12,5",    "-",   " 40",     "-1e400"};
         const auto text = [&] {
             const Bytes bytes = c->OneIn(4) ? c->Take(c->Below(12)) : Bytes();
-            return bytes.empty() ? texts[c->Below(8)] : std::string(bytes.begin(), bytes.end());
+            return bytes.empty() ? texts[c->Below(20)] : std::string(bytes.begin(), bytes.end());
         };
         const uint32_t step = c->Below(12);
         const Bytes& sample = samples[c->Below(6)];
@@ -128,10 +131,13 @@ class Run {
                 return Die(who);
             case 3:
                 return Check();
-            case 4:
+            case 4: {
                 Drain();
+                Bytes file = sample;
+                if (c->OneIn(4) && !file.empty()) file[c->Byte() % file.size()] ^= 1;
                 return (who < 2 ? mActive : mBackup)
-                        .Set(c->OneIn(4) ? std::nullopt : std::optional(sample));
+                        .Set(c->OneIn(4) ? std::nullopt : std::optional(file));
+            }
             case 5:  // A whole download, mostly, ...
                 Download({sample.begin(), sample.begin() + some}, 0, DOWNLOAD_START);
                 Download({sample.begin() + some, sample.end()}, 0, DOWNLOAD_CONTINUE);

@@ -30,10 +30,13 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
     setenv("PATH", path.c_str(), 1);
     setenv("WORLD", OFFLINETZ_WORLD_DATABASE, 1);
     setenv("WORLD_TEST", OFFLINETZ_TESTS "/world", 1);
+    setenv("STORAGE", OFFLINETZ_TESTS "/storage", 1);
     setenv("INPUTS", OFFLINETZ_TESTS "/cli/inputs", 1);
     setenv("BUILD", OFFLINETZ_BUILD, 1);
     setenv("SCRIPTS", OFFLINETZ_TESTS "/../scripts", 1);
     setenv("LIBRARY", OFFLINETZ_LOCAL_LIBRARY, 1);
+    setenv("SHIPPED", OFFLINETZ_LIBRARY, 1);
+    setenv("SERVICE_SOURCES", OFFLINETZ_SERVICE_SOURCES, 1);
     setenv("SERVICE", "offlinetz service --directory offlinetz --library " OFFLINETZ_LOCAL_LIBRARY,
            1);
     std::optional<TemporaryDirectory> directory;
@@ -103,6 +106,28 @@ TEST(Cli, BehavesAsTheTranscriptSays) {
 
 TEST(Cli, CompilesAsTheTranscriptSays) {
     CheckCommands("cli/compile.transcript", [] {});
+}
+
+void WriteDatabases() {
+    fs::create_directory("offlinetz");
+    WriteFile("a.bin", SampleDatabase("A", 1, 300000));
+    WriteFile("b.bin", SampleDatabase("B", 2, 200000));
+    WriteFile("large.bin", SampleDatabase("L", 3, 800000));
+    WriteFile("damaged.bin", Bytes(1000, 'x'));
+}
+
+TEST(Storage, FailsAsTheTranscriptSays) {
+    CheckCommands("storage/storage.transcript", WriteDatabases);
+}
+
+TEST(Storage, DisksAreShort) {
+    if (std::system("unshare --mount true 2>/dev/null") != 0)
+        GTEST_SKIP() << "nothing can be mounted";
+    CheckCommands("storage/disks.transcript", WriteDatabases);
+}
+
+TEST(Library, IsAsTheTranscriptSays) {
+    CheckCommands("service/library.transcript", [] {});
 }
 
 TEST(World, AnswersAsTheTranscriptSays) {

@@ -1,5 +1,4 @@
-// The whole service as a device has it, the default library at its default paths, used by the
-// client of docs/client.md, compiled as it stands there.
+// The whole service, used by the client of docs/client.md, compiled as it stands there.
 #include <client_of_the_documents.h>
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
@@ -9,6 +8,7 @@
 
 #include "loaded_service.h"
 #include "sample_databases.h"
+#include "service_files.h"
 #include "temporary_directory.h"
 
 using android::sp;
@@ -18,38 +18,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The device's directory, if this machine has none of its own and lets it be made: a mark in it
-// tells one that a test left behind. Else one below the working directory.
-class Directory {
-  public:
-    Directory() {
-        std::error_code error;
-        if (fs::exists(mPath / "made-by-a-test", error)) fs::remove_all(mPath, error);
-        if (!fs::exists(mPath, error) && !error) fs::create_directories(mPath, error);
-        mIsDevices = !error && fs::is_empty(mPath);
-        if (!mIsDevices) fs::create_directory(mPath = "offlinetz");
-        WriteFile(mPath / "made-by-a-test", {});
-    }
-    ~Directory() {
-        std::error_code ignored;
-        fs::remove_all(mPath, ignored);
-        if (mIsDevices) fs::remove(mPath.parent_path(), ignored);  // If it is empty.
-    }
-    fs::path Path() const { return mPath; }
-    bool IsDevices() const { return mIsDevices; }
-    const char* Library() const { return mIsDevices ? OFFLINETZ_LIBRARY : OFFLINETZ_LOCAL_LIBRARY; }
-
-  private:
-    const TemporaryDirectory mTemporary;
-    fs::path mPath = "/data/offlinetz";
-    bool mIsDevices;
-};
-
 TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
-    const Directory directory;
-    const fs::path active = directory.Path() / "lastcombinedTimezone.bin";
-    fs::copy(OFFLINETZ_WORLD_DATABASE, active);
-    LoadedService service(directory.Library());
+    const TemporaryDirectory directory;
+    fs::create_directory("offlinetz");
+    fs::copy(OFFLINETZ_WORLD_DATABASE, kActive);
+    LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
     std::promise<Zones> answer;
     sp<LoadedService::Interface> latest;
     bool isBackAgain = false;
@@ -90,11 +63,10 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
     const DatabasePtr uncut = OpenBytes(SampleDatabase("\"Zone/A\"", 1));
     EXPECT_EQ(timezone_client::SafeKilometres(uncut.get(), 1.0f, 2.0f, {"Zone/A"}), 0.0);
 
-    // The client is back when its service has died, and the library stays when it is unloaded.
+    // The client is back when its service has died.
     const sp<LoadedService::Interface> dead = latest;
     host::EndOwnerOf(dead);
     EXPECT_TRUE(isBackAgain && latest != dead);
-    if (directory.IsDevices()) service.Unload();
     EXPECT_EQ(ask("48.85", "2.35"), paris);
 
     const Bytes next = SampleDatabase("\"Zone/A\"", 7, 90000);
@@ -102,7 +74,7 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
     ASSERT_TRUE(client->Update(next));
     EXPECT_EQ(ask("48.85", "2.36"), Zones{"Etc/GMT"});
     EXPECT_EQ(client->Version(), 7);
-    EXPECT_EQ(next, ReadFile(active));
+    EXPECT_EQ(next, ReadFile(kActive));
     client->Disconnect();
     EXPECT_FALSE(client->Ask("1", "2"));
 }

@@ -11,7 +11,6 @@
 
 #include <atomic>
 #include <clocale>
-#include <cmath>
 #include <filesystem>
 #include <future>
 #include <system_error>
@@ -119,28 +118,13 @@ TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
     setenv("LOCPATH", mDirectory.Path().c_str(), 1);
     ASSERT_NE(nullptr, std::setlocale(LC_ALL, "de_DE.UTF-8"));
     ASSERT_EQ(1.5f, std::strtof("1,5", nullptr));
-    const std::pair<const char*, float> accepted[] = {{"12.5abc", 12.5f},
-                                                      {" 40", 40.0f},
-                                                      {"\t\n-7.25e1x", -72.5f},
-                                                      {"+.5", 0.5f},
-                                                      {"0x1.8p1", 3.0f},
-                                                      {"12,5", 12.0f},
-                                                      {"1e-60", 0.0f},
-                                                      {"1e-40", 1e-40f},
-                                                      {"inf", INFINITY},
-                                                      {"-Infinity", -INFINITY},
-                                                      {"3.4028235e38", 3.4028235e38f}};
     float value = 77.0f;
-    for (const auto& [text, expected] : accepted) {
-        EXPECT_TRUE(ParseCoordinate(text, &value)) << text;
-        EXPECT_EQ(expected, value) << text;
-    }
-    EXPECT_TRUE(ParseCoordinate("nan", &value) && std::isnan(value));
-    value = 77.0f;
-    for (const char* text : {"", "abc", "-", " ", "1e39", "-1e400", "e5"}) {
-        EXPECT_FALSE(ParseCoordinate(text, &value)) << text;
-        EXPECT_EQ(77.0f, value) << text;
-    }
+    EXPECT_FALSE(ParseCoordinate(",5", &value));
+    EXPECT_EQ(77.0f, value);
+    EXPECT_TRUE(ParseCoordinate("12,5", &value));
+    EXPECT_EQ(12.0f, value);
+    EXPECT_TRUE(ParseCoordinate("12.5", &value));
+    EXPECT_EQ(12.5f, value);
     __android_log_print(ANDROID_LOG_INFO, "Tag", "Safezone: %f\n", 1.5);
     EXPECT_THAT(mLog.TakeMessages(), ElementsAre("Safezone: 1.500000\n"));
     __android_log_print(ANDROID_LOG_INFO, "Tag", "%s", std::string(300, 'x').c_str());
@@ -187,31 +171,13 @@ TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
                                                ClientReport{"3", "4", "\"Zone/A\""}));
 }
 
-// The database manager, which the worker asks.
-struct ManagerTest : WorkerTest {
-    LookupInterface mManager;
-};
-
-TEST_F(ManagerTest, EveryDamagedByteIsNoticed) {
-    const Bytes good = SampleDatabase("A", 1);
-    for (size_t i = 0; i < good.size(); ++i) {
-        Bytes damaged = good;
-        damaged[i] ^= 0x01;
-        WriteFile(kActive, damaged);
-        EXPECT_FALSE(mManager.PreOpenDB()) << "byte " << i;
-    }
-    fs::resize_file(kActive, uint64_t{1} << 31);  // 2 GiB, all of it a hole.
-    WriteFile(kBackup, good);
-    EXPECT_TRUE(mManager.PreOpenDB());
-    EXPECT_EQ(good, ReadFile(kActive));
-}
-
-TEST_F(ManagerTest, DigestsMessages) {
+TEST_F(WorkerTest, TheManagersDigestTellsOfMisuse) {
+    LookupInterface manager;
     uint8_t digest[SHA1HashSize];
-    EXPECT_EQ(0, mManager.sha1(nullptr, digest, 0));
+    EXPECT_EQ(0, manager.sha1(nullptr, digest, 0));
     EXPECT_EQ(0xda, digest[0]);
-    EXPECT_EQ(-1, mManager.sha1(nullptr, digest, 1));
-    EXPECT_EQ(-1, mManager.sha1(digest, nullptr, 1));
+    EXPECT_EQ(-1, manager.sha1(nullptr, digest, 1));
+    EXPECT_EQ(-1, manager.sha1(digest, nullptr, 1));
     EXPECT_THAT(mLog.TakeMessages(),
                 ElementsAre("SHA1Input Error 1.\n",
                             "SHA1Result Error 1, could not compute message digest.\n"));

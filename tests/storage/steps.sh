@@ -1,0 +1,118 @@
+# What the steps of the transcripts here are made of: the two database files (a.bin, b.bin and
+# large.bin are good ones, of versions 1, 2 and 3), and a process that uses the service.
+active=offlinetz/lastcombinedTimezone.bin
+backup=offlinetz/lastcombinedTimezonebackup.bin
+
+# put ACTIVE BACKUP: copies of these files; or a directory, a pipe, a link to what stands behind
+# "->", another name of the other file (=), or nothing (-).
+put() {
+  for path in $active $backup; do
+    rm -rf $path
+    case $1 in
+      -) ;;
+      =) ln $active $path ;;
+      directory) mkdir $path ;;
+      pipe) mkfifo $path ;;
+      '->/'*) ln -s "${1#??}" $path ;;
+      '->'*) ln -s "$PWD/${1#??}" $path ;;
+      *) cp "$1" $path ;;
+    esac
+    shift
+  done
+}
+
+# ends COMMAND ...: the first line of what it says, and the signal that ended it.
+ends() {
+  timeout 60 "$@" >said 2>&1
+  code=$?
+  [ $code -le 128 ] && head -n 1 said || echo "SIG$(kill -l $((code - 128)))"
+}
+
+# update FILE: what comes of its installation.
+update() {
+  ends $SERVICE update --force "$1"
+}
+
+# next: what the next start finds, where the two are files again.
+next() {
+  for path in $active $backup; do
+    [ -f $path ] && [ ! -L $path ] || rm -rf $path
+  done
+  found=$(ends $SERVICE status)
+  case $found in
+    *'version 1') cmp $active a.bin ;;
+    *'version 2') cmp $active b.bin ;;
+  esac
+  echo "$found"
+}
+
+# try ACTIVE BACKUP FILE: all that, as one line.
+try() {
+  put "$1" "$2"
+  echo "$1, $2: $(update "$3"); then $(next)"
+}
+
+# short LIMIT VALUE ...: installations within each limit. Names the signals that end them, and what
+# the next start must not find.
+short() {
+  limit=$1
+  shift
+  for value; do
+    put a.bin a.bin
+    said=$(ends prlimit "--$limit=$value" $SERVICE update --force b.bin)
+    found=$(next)
+    case $said/$found in
+      SIG* | */failed*) echo "$limit $value: $said; then $found" ;;
+    esac
+  done
+}
+
+# is_good PATH: whether it is one of the two databases that are installed at random.
+is_good() {
+  cmp -s "$1" a.bin || cmp -s "$1" b.bin
+}
+
+# kill_at_random COUNT [SEED]: kills in the midst of starts, restores, downloads and installations,
+# each at a moment of what a whole one takes. Says what the next start finds beside a good database,
+# and, after hundreds, if no kill left a file half written.
+kill_at_random() {
+  put a.bin a.bin
+  began=$(date +%s%N)
+  update b.bin >/dev/null
+  most=$(($(date +%s%N) - began))
+  seed=${2:-$$}
+  torn=0 file=a.bin
+  for moment in $(awk -v count="$1" -v seed="$seed" -v most=$most 'BEGIN {
+      srand(seed); while (count-- > 0) printf "%.6f ", most / 1e9 * rand() }'); do
+    [ $file = a.bin ] && is_good $backup && rm -f $active  # A restore begins.
+    { timeout -s KILL "$moment" $SERVICE update --force $file; } >said 2>&1
+    for path in $active $backup; do
+      is_good $path || [ ! -e $path ] || torn=$((torn + 1))
+    done
+    found=$(next)
+    case $found in
+      'running, version '[12]) ;;
+      *) echo "seed $seed, $file killed after $moment s: $found" ;;
+    esac
+    [ $file = a.bin ] && file=b.bin || file=a.bin
+  done
+  [ $torn -gt 0 ] || [ "$1" -lt 300 ] || echo "no file was torn"
+}
+
+# on_disk KILOBYTES|ro ACTIVE BACKUP COMMAND: what it says on a disk of a megabyte that is full but
+# for so much, or read-only, and what the next start finds when the disk is in order again. Mounts:
+# for a name space of its own.
+on_disk() {
+  mount -t tmpfs -o size=1m none offlinetz
+  put "$2" "$3"
+  if [ "$1" = ro ]; then
+    mount -o remount,ro offlinetz
+  else
+    free=$(df --output=avail -k offlinetz | tail -n 1)
+    head -c $(((free - $1) * 1024)) /dev/zero >offlinetz/filler
+  fi
+  said=$($4 2>&1 | head -n 1)
+  mount -o remount,rw offlinetz
+  rm -f offlinetz/filler
+  echo "$said; then $(next)"
+}
