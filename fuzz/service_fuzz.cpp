@@ -72,9 +72,10 @@ class Run {
   public:
     Run() {
         static const TemporaryDirectory directory;
-        static auto* const service = new Offlinetimezone;  // It holds itself.
+        static Offlinetimezone* const service = Offlinetimezone::getInstance();
         host::DropLog();
         mService = service;
+        Require(Offlinetimezone::getInstance() == service, "the one shared object");
         std::filesystem::create_directory("offlinetz");
         mActive.Set(std::nullopt);
         mBackup.Set(std::nullopt);

@@ -45,6 +45,7 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
     };
     EXPECT_FALSE(client->Ask("48.85", "2.35"));
     ASSERT_TRUE(client->Connect());
+    EXPECT_FALSE(latest->isRemote());
     const Zones paris = {"Europe/Paris"};
     EXPECT_EQ(ask("48.85", "2.35"), paris);
     EXPECT_EQ(ask("43.8256", "87.6168"), (Zones{"Asia/Shanghai", "Asia/Urumqi"}));

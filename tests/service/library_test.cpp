@@ -26,12 +26,6 @@ using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 namespace fs = std::filesystem;
 
-// The class behind the shared instance, of which clients see the interface only.
-namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
-class Offlinetimezone;
-}
-namespace implementation = vendor::quor::hardware::offlinetimezone::V1_0::implementation;
-
 namespace {
 
 // The slot of a virtual function, as a client built elsewhere calls it.
@@ -198,57 +192,23 @@ TEST_F(FlowTest, RunsAsTheTranscriptSays) {
             });
 }
 
-// Service objects of one library are distinct and share the worker and its database; there is one
-// shared instance.
-TEST_F(FlowTest, ServiceObjectsShareOneWorker) {
+// A client may call every method from inside its report, and may be released there.
+TEST_F(FlowTest, AClientMayCallTheServiceFromItsReport) {
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 1));
     LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
     const sp<Recorder> client = new Recorder;
-    service->startLookup(client);
-    const auto getInstance = service.Symbol<implementation::Offlinetimezone* (*)()>(
-            "_ZN6vendor4quor8hardware15offlinetimezone4V1_014implementation15Offlinetimezone"
-            "11getInstanceEv");
-    static auto* const kept = new sp<LoadedService::Interface>;
-    *kept = reinterpret_cast<LoadedService::Interface*>(getInstance());
-    LoadedService::Interface* const shared = kept->get();
-    EXPECT_EQ(shared, reinterpret_cast<LoadedService::Interface*>(getInstance()));
-    LoadedService::Interface* const second = service.Fetch();
-    EXPECT_NE(second, shared);
-    second->Lookup("1", "2");
-    shared->Lookup("2", "2");
-    ASSERT_TRUE(client->WaitFor(2));
-    EXPECT_EQ("\"Zone/A\"", client->Reports()[1].tzId);
-    EXPECT_EQ(1, static_cast<int32_t>(second->getDBVersion()));
-    EXPECT_FALSE(second->isRemote());
-}
-
-// A client may call every method from inside its report, and may be released there.
-TEST_F(FlowTest, AClientMayCallTheServiceFromItsReport) {
-    struct Caller : Recorder {
-        explicit Caller(LoadedService* service) : mService(service) {}
-        android::hardware::Return<void> timeZoneIdReport(
-                const android::hardware::hidl_string& lat,
-                const android::hardware::hidl_string& lon,
-                const android::hardware::hidl_string& tzId) override {
-            if (Reports().empty()) {
-                LoadedService& service = *mService;
-                service->stopLookup(this);
-                service->startLookup(this);
-                service->Lookup("7", "7");
-                service->downloadDB({}, 0, 1, 3);
-                service->injectDB();
-                EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
-                EXPECT_EQ(1, static_cast<int32_t>(service->getServerStatus()));
-                host::EndOwnerOf(this);
-                service->startLookup(this);
-            }
-            return Recorder::timeZoneIdReport(lat, lon, tzId);
-        }
-        LoadedService* mService;
+    client->onReport = [&] {
+        if (client->Reports().size() > 1) return;
+        service->stopLookup(client);
+        service->startLookup(client);
+        service->Lookup("7", "7");
+        service->downloadDB({}, 0, 1, 3);
+        service->injectDB();
+        EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
+        EXPECT_EQ(1, static_cast<int32_t>(service->getServerStatus()));
+        host::EndOwnerOf(client);
+        service->startLookup(client);
     };
-    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 1));
-    LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
-    const sp<Caller> client = new Caller(&service);
     service->startLookup(client);
     service->Lookup("1", "2");
     EXPECT_TRUE(client->WaitFor(2));
@@ -322,21 +282,15 @@ TEST_F(FlowTest, RegistrationsAndDeathsTakeTurns) {
 
 // While the library ends and a client is still in its report, nobody registers any more.
 TEST_F(FlowTest, NobodyRegistersWhileItEnds) {
-    struct Late : Recorder {
-        explicit Late(LoadedService* service) : mService(service) {}
-        android::hardware::Return<void> timeZoneIdReport(const hidl_string&, const hidl_string&,
-                                                         const hidl_string&) override {
-            // Held by the test, the service object, the worker, this call, and the front, until it
-            // lets go.
-            while (getStrongCount() > 4)
-                std::this_thread::yield();
-            (*mService)->startLookup(this);
-            return android::hardware::Void();
-        }
-        LoadedService* mService;
-    };
     LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
-    const sp<Late> client = new Late(&service);
+    const sp<Recorder> client = new Recorder;
+    client->onReport = [&] {
+        // Held by the test, the service object, the worker, this call, and the front, until it lets
+        // go.
+        while (client->getStrongCount() > 4)
+            std::this_thread::yield();
+        service->startLookup(client);
+    };
     service->startLookup(client);
     service->Lookup("1", "2");
     service.Unload();

@@ -103,8 +103,7 @@ class Disk {
             const auto half = static_cast<std::ptrdiff_t>(last.size() / 2);
             if (versions.size() == 1) continue;
             files.insert(Bytes(last.begin(), last.begin() + half));
-            for (const Bytes& under : {Bytes(last.size()), versions.front()}) {
-                Bytes front = under;
+            for (Bytes front : {Bytes(), versions.front()}) {
                 front.resize(std::max(front.size(), last.size()));
                 Bytes back = front;
                 std::copy(last.begin(), last.begin() + half, front.begin());
@@ -195,24 +194,23 @@ TEST(PowerCut, LeavesTheOldOrTheNewDatabase) {
         {
             WorkerThread worker("OfflinetimezoneThread");
             const auto handle = [&](const char* name, void (WorkerThread::*post)(const MsgData*),
-                                    MsgData data) {
+                                    const MsgData& data = {}) {
                 step = name;
-                (worker.*post)(new MsgData(std::move(data)));
+                (worker.*post)(new MsgData(data));
                 worker.CreateThread();
                 worker.ExitThread();
             };
-            handle("start", &WorkerThread::PostInitMsg, {});
-            for (const char* name = c.installed; *name != '\0'; ++name) {
-                const Bytes& sent = files[{*name}];
+            handle("start", &WorkerThread::PostInitMsg);
+            for (const char name : std::string(c.installed)) {
+                const Bytes& sent = files[{name}];
                 const auto size = static_cast<uint32_t>(sent.size());
-                allowed += *name;
-                handle("download", &WorkerThread::PostDownloadMsg,
-                       {"", "", sent, DOWNLOAD_START, 0});
-                handle("download", &WorkerThread::PostDownloadMsg,
-                       {"", "", {}, DOWNLOAD_END, size});
-                handle("injection", &WorkerThread::PostInjectMsg, {});
+                allowed += name;
+                const auto post = &WorkerThread::PostDownloadMsg;
+                handle("download", post, {"", "", sent, DOWNLOAD_START, 0});
+                handle("download", post, {"", "", {}, DOWNLOAD_END, size});
+                handle("injection", &WorkerThread::PostInjectMsg);
                 if (worker.getServerStatus() != SERVER_STATUS_RUNNING) continue;
-                allowed = *name;  // Who has seen that has no use for the old one.
+                allowed = name;  // Who has seen that has no use for the old one.
                 keep();
             }
             EXPECT_EQ(c.n > 0, calls::HasFailed());
@@ -222,9 +220,8 @@ TEST(PowerCut, LeavesTheOldOrTheNewDatabase) {
         std::set<std::string> losses;
         for (const auto& [state, answers, when] : left) {
             const std::string answer = answerOn(state);
-            if (answer.size() != 1 || answers.find(answer) == std::string::npos) {
+            if (answer.size() != 1 || answers.find(answer) == std::string::npos)
                 losses.insert(when);
-            }
         }
         EXPECT_EQ(c.losses, losses);
         std::printf("%s: %zu states\n", c.name, left.size());

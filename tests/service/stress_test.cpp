@@ -32,33 +32,26 @@ using android::hardware::Void;
 
 namespace {
 
-// A client that does in its report what its number says.
-struct Guest : Recorder {
-    Guest(LoadedService* service, int number) : mService(service), mNumber(number) {}
-    Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
-                                  const hidl_string& tzId) override {
-        Recorder::timeZoneIdReport(lat, lon, tzId);
-        switch (mNumber % 8) {
-            case 0:
-                (*mService)->stopLookup(this);
-                (*mService)->startLookup(this);
-                EXPECT_GE(2, static_cast<int32_t>((*mService)->getServerStatus()));
-                EXPECT_LE(1, static_cast<int32_t>((*mService)->getDBVersion()));
-                return Void();
-            case 1:
-                throw std::runtime_error("a client's trouble");
-            case 2:
-                pthread_exit(nullptr);
-            case 3:
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
-                return Void();
-            default:
-                return Void();
-        }
+// What a client does in its report, by its number.
+void Behave(LoadedService* service, const sp<Recorder>& client, int number) {
+    switch (number % 8) {
+        case 0:
+            (*service)->stopLookup(client);
+            (*service)->startLookup(client);
+            EXPECT_GE(2, static_cast<int32_t>((*service)->getServerStatus()));
+            EXPECT_LE(1, static_cast<int32_t>((*service)->getDBVersion()));
+            return;
+        case 1:
+            throw std::runtime_error("a client's trouble");
+        case 2:
+            pthread_exit(nullptr);
+        case 3:
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            return;
+        default:
+            return;
     }
-    LoadedService* mService;
-    const int mNumber;
-};
+}
 
 class StressTest : public testing::Test {
   protected:
@@ -98,7 +91,8 @@ void ComeAndGo(const Bytes (&databases)[2]) {
     for (int t = 0; t < 4; ++t) {
         clients.emplace_back([&, t] {
             for (int i = 0; i < 25; ++i) {
-                const sp<Recorder> client = new Guest(&service, i);
+                const sp<Recorder> client = new Recorder;
+                client->onReport = [&service, i, c = client.get()] { Behave(&service, c, i); };
                 {
                     const std::lock_guard<std::mutex> lock(mutex);
                     everyone.push_back(client);

@@ -23,8 +23,6 @@
 #include "temporary_directory.h"
 
 using android::sp;
-using android::hardware::hidl_string;
-using android::hardware::Return;
 using testing::Contains;
 using testing::ElementsAre;
 using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
@@ -56,10 +54,7 @@ class WorkerTest : public testing::Test {
     void SetUp() override { fs::create_directory("offlinetz"); }
 
     static const MsgData* Lookup(const char* lat, const char* lon) {
-        auto* data = new MsgData;
-        data->lat = lat;
-        data->lon = lon;
-        return data;
+        return new MsgData{lat, lon, {}, 0, 0};
     }
 
     TemporaryDirectory mDirectory;
@@ -134,22 +129,14 @@ TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
     std::setlocale(LC_ALL, "C");
 }
 
-// A client that holds the worker in its report until it is told to go on.
-struct Blocker : Recorder {
-    Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
-                                  const hidl_string& tzId) override {
-        Recorder::timeZoneIdReport(lat, lon, tzId);
-        mGate.wait();
-        return android::hardware::Void();
-    }
-    std::promise<void> mOpen;
-    std::shared_future<void> mGate{mOpen.get_future()};
-};
-
+// A client holds the worker in its report until it is told to go on.
 TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
     WorkerThread worker("OfflinetimezoneThread");
-    const sp<Blocker> client = new Blocker;
+    const sp<Recorder> client = new Recorder;
+    std::promise<void> gate;
+    const std::shared_future<void> open = gate.get_future();
+    client->onReport = [&] { open.wait(); };
     worker.registerCb(client);
     worker.CreateThread();
     worker.PostInitMsg(new MsgData);
@@ -162,7 +149,7 @@ TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
     while (worker.GetMsgLength() < 2)
         std::this_thread::yield();
     worker.PostMsg(Lookup("5", "6"));
-    client->mOpen.set_value();
+    gate.set_value();
     ender.join();
     EXPECT_EQ(0u, worker.GetMsgLength());
     worker.CreateThread();
@@ -185,19 +172,15 @@ TEST_F(WorkerTest, TheManagersDigestTellsOfMisuse) {
 
 // Then the worker is destroyed on its own thread, which it cannot wait for.
 TEST(WorkerDeathTest, AClientMayEndTheProcessFromItsReport) {
-    struct Quitter : Recorder {
-        Return<void> timeZoneIdReport(const hidl_string&, const hidl_string&,
-                                      const hidl_string&) override {
-            std::exit(7);
-        }
-    };
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     // The companion thread, which has ended, is not joined any more.
     setenv("TSAN_OPTIONS", "report_thread_leaks=0", 1);
     EXPECT_EXIT(
             {
                 static WorkerThread worker("OfflinetimezoneThread");
-                worker.registerCb(new Quitter);
+                const sp<Recorder> client = new Recorder;
+                client->onReport = [] { std::exit(7); };
+                worker.registerCb(client);
                 worker.CreateThread();
                 worker.PostMsg(new MsgData);
                 std::this_thread::sleep_for(std::chrono::minutes(1));

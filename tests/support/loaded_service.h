@@ -51,8 +51,9 @@ class LoadedService {
         mLibrary = nullptr;
     }
 
-    // Sends a database in chunks and finishes the download with `totalSize`.
-    void Send(const Bytes& file, size_t chunkSize, uint32_t totalSize) {
+    // Sends a database in chunks.
+    void Send(const Bytes& file, size_t chunkSize) {
+        const auto totalSize = static_cast<uint32_t>(file.size());
         uint32_t status = 1;
         for (size_t i = 0; i < file.size(); i += chunkSize) {
             const size_t end = std::min(i + chunkSize, file.size());
@@ -62,9 +63,6 @@ class LoadedService {
             status = 2;
         }
         mService->downloadDB({}, 0, totalSize, 3);
-    }
-    void Send(const Bytes& file, size_t chunkSize) {
-        Send(file, chunkSize, static_cast<uint32_t>(file.size()));
     }
 
     // Polls, as a client must, until the server has `status`; false after a minute.

@@ -42,12 +42,6 @@ class LogCapture {
         return messages;
     }
 
-    // What was logged and not taken.
-    std::vector<LogLine> Lines() {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mLines;
-    }
-
     // Waits until `message` stands `count` times in what was not taken yet; false after a minute.
     bool WaitFor(const std::string& message, long count) {
         std::unique_lock<std::mutex> lock(mMutex);

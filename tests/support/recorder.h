@@ -1,10 +1,11 @@
-// A client's callback that keeps what it is told.
+// A client's callback that keeps what it is told, and does what a test wants then.
 #pragma once
 
 #include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezoneCallback.h>
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -28,9 +29,12 @@ class Recorder : public vendor::quor::hardware::offlinetimezone::V1_0::IOfflinet
     android::hardware::Return<void> timeZoneIdReport(
             const android::hardware::hidl_string& lat, const android::hardware::hidl_string& lon,
             const android::hardware::hidl_string& tzId) override {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mReports.push_back({lat, lon, tzId});
-        mChanged.notify_all();
+        {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mReports.push_back({lat, lon, tzId});
+            mChanged.notify_all();
+        }
+        onReport();
         return android::hardware::Void();
     }
 
@@ -45,6 +49,8 @@ class Recorder : public vendor::quor::hardware::offlinetimezone::V1_0::IOfflinet
         const std::lock_guard<std::mutex> lock(mMutex);
         return mReports;
     }
+
+    std::function<void()> onReport = [] {};  // What it does then.
 
   private:
     std::mutex mMutex;

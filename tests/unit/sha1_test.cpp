@@ -11,27 +11,22 @@
 
 namespace {
 
-std::string Hex(const uint8_t* digest) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string hex;
-    for (int i = 0; i < SHA1HashSize; ++i) {
-        hex += kDigits[digest[i] >> 4];
-        hex += kDigits[digest[i] & 15];
-    }
-    return hex;
-}
+using Digest = std::array<uint8_t, SHA1HashSize>;
 
 // A published vector (FIPS 180), for machines without the fuzz target's OpenSSL.
 TEST(Sha1, GivesAKnownDigestHoweverTheMessageIsSplit) {
     const std::vector<uint8_t> message(1000000, 'a');
     for (const uint32_t chunk : {1u, 1000u, 1000000u}) {
         SHA1Context context;
-        uint8_t digest[SHA1HashSize];
+        Digest digest;
         EXPECT_EQ(shaSuccess, SHA1Reset(&context));
         for (uint32_t i = 0; i < message.size(); i += chunk)
             EXPECT_EQ(shaSuccess, SHA1Input(&context, &message[i], chunk));
-        EXPECT_EQ(shaSuccess, SHA1Result(&context, digest));
-        EXPECT_EQ("34aa973cd4c4daa4f61eeb2bdbad27316534016f", Hex(digest)) << chunk;
+        EXPECT_EQ(shaSuccess, SHA1Result(&context, digest.data()));
+        EXPECT_EQ((Digest{0x34, 0xaa, 0x97, 0x3c, 0xd4, 0xc4, 0xda, 0xa4, 0xf6, 0x1e,
+                          0xeb, 0x2b, 0xdb, 0xad, 0x27, 0x31, 0x65, 0x34, 0x01, 0x6f}),
+                  digest)
+                << chunk;
     }
 }
 
@@ -55,7 +50,7 @@ TEST(Sha1, TheProcessorsInstructionsAreFoundAndChosen) {
 
 TEST(Sha1, ReportsStatesByCode) {
     SHA1Context context;
-    uint8_t digest[SHA1HashSize];
+    Digest digest;
     const uint8_t byte = 'a';
     EXPECT_EQ(shaNull, SHA1Reset(nullptr));
     EXPECT_EQ(shaSuccess, SHA1Input(nullptr, nullptr, 0));
@@ -63,23 +58,25 @@ TEST(Sha1, ReportsStatesByCode) {
     EXPECT_EQ(shaNull, SHA1Input(&context, nullptr, 1));
     EXPECT_EQ(shaNull, SHA1Input(nullptr, &byte, 1));
     EXPECT_EQ(shaNull, SHA1Result(&context, nullptr));
-    EXPECT_EQ(shaNull, SHA1Result(nullptr, digest));
+    EXPECT_EQ(shaNull, SHA1Result(nullptr, digest.data()));
 
     EXPECT_EQ(shaSuccess, SHA1Input(&context, &byte, 1));
-    EXPECT_EQ(shaSuccess, SHA1Result(&context, digest));
-    const std::string first = Hex(digest);
-    EXPECT_EQ(shaSuccess, SHA1Result(&context, digest));
-    EXPECT_EQ(first, Hex(digest));
+    EXPECT_EQ(shaSuccess, SHA1Result(&context, digest.data()));
+    const Digest first = digest;
+    digest.fill(0);
+    EXPECT_EQ(shaSuccess, SHA1Result(&context, digest.data()));
+    EXPECT_EQ(first, digest);
 
-    digest[0] ^= 0xFF;
-    const std::string untouched = Hex(digest);
+    digest.fill(0xFF);
+    const Digest untouched = digest;
     EXPECT_EQ(shaStateError, SHA1Input(&context, &byte, 1));
     EXPECT_EQ(shaStateError, SHA1Input(&context, &byte, 1));
-    EXPECT_EQ(shaStateError, SHA1Result(&context, digest));
-    EXPECT_EQ(untouched, Hex(digest));
+    EXPECT_EQ(shaStateError, SHA1Result(&context, digest.data()));
+    EXPECT_EQ(untouched, digest);
     EXPECT_EQ(shaSuccess, SHA1Reset(&context));
-    EXPECT_EQ(shaSuccess, SHA1Result(&context, digest));
-    EXPECT_EQ("da39a3ee5e6b4b0d3255bfef95601890afd80709", Hex(digest));
+    EXPECT_EQ(shaSuccess, SHA1Input(&context, &byte, 1));
+    EXPECT_EQ(shaSuccess, SHA1Result(&context, digest.data()));
+    EXPECT_EQ(first, digest);
 }
 
 // Two contexts just before 2^64 bits, one at a block's edge and one not: the byte that wraps the
