@@ -3,7 +3,6 @@
 #include <host/death_registry.h>
 
 #include <mutex>
-#include <thread>
 #include <vector>
 
 using android::sp;
@@ -17,11 +16,9 @@ struct Recipient : hidl_death_recipient {
     void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
         const std::lock_guard<std::mutex> lock(mMutex);
         mNotices.emplace_back(cookie, who.promote().get());
-        mThreads.push_back(std::this_thread::get_id());
     }
     std::mutex mMutex;
     std::vector<std::pair<uint64_t, IBase*>> mNotices;
-    std::vector<std::thread::id> mThreads;
 };
 
 struct Object : IBase {};
@@ -42,7 +39,6 @@ TEST(Deaths, AreToldOnceForEachLink) {
     host::EndOwnerOf(object);
     using Notices = std::vector<std::pair<uint64_t, IBase*>>;
     EXPECT_EQ((Notices{{99, object.get()}, {7, object.get()}}), a->mNotices);
-    EXPECT_NE(std::this_thread::get_id(), a->mThreads[0]);
     // An object that just ends is no death; its links go with it.
     EXPECT_EQ(2, b->getStrongCount());
     other.clear();

@@ -1,10 +1,8 @@
-// The library as it is built: how it is called, and every flow that a client can take, with its
-// answers and its log.
+// The library, loaded: every flow that a client can take, with its answers and its log.
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -27,33 +25,6 @@ using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 namespace fs = std::filesystem;
 
 namespace {
-
-// The slot of a virtual function, as a client built elsewhere calls it.
-template <typename Function>
-size_t SlotOf(Function function) {
-    size_t offset;
-    std::memcpy(&offset, &function, sizeof offset);
-    return (offset - 1) / sizeof(void*);
-}
-
-TEST(Library, KeepsTheSlotOrder) {
-    using S = IOfflinetimezone;
-    const size_t slots[] = {SlotOf(&S::isRemote), SlotOf(&S::interfaceChain), SlotOf(&S::debug),
-                            SlotOf(&S::interfaceDescriptor), SlotOf(&S::getHashChain),
-                            SlotOf(&S::setHALInstrumentation), SlotOf(&S::linkToDeath),
-                            SlotOf(&S::ping), SlotOf(&S::getDebugInfo),
-                            SlotOf(&S::notifySyspropsChanged), SlotOf(&S::unlinkToDeath),
-                            // Behind the base's destructor, which takes two.
-                            SlotOf(&S::startLookup), SlotOf(&S::stopLookup), SlotOf(&S::Lookup),
-                            SlotOf(&S::getDBVersion), SlotOf(&S::getServerStatus),
-                            SlotOf(&S::downloadDB), SlotOf(&S::injectDB)};
-    for (size_t i = 0; i < std::size(slots); ++i)
-        EXPECT_EQ(i < 11 ? i : i + 2, slots[i]);
-    EXPECT_EQ(13u, SlotOf(&IOfflinetimezoneCallback::timeZoneIdReport));
-    EXPECT_EQ(0u, SlotOf(&android::hardware::hidl_death_recipient::serviceDied));
-}
-
-// --- Flows -------------------------------------------------------------------------------
 
 class FlowTest : public testing::Test {
   protected:
@@ -161,10 +132,6 @@ TEST_F(FlowTest, RunsAsTheTranscriptSays) {
             return "";
         }
         if (step == "wait") return client->WaitFor(number(words.at(1))) ? "" : "no report";
-        if (step == "wait-status") {
-            const auto status = static_cast<int32_t>(number(words.at(1)));
-            return loaded.WaitForStatus(status) ? "" : "another status";
-        }
         if (step == "state") {
             return "status " + std::to_string(loaded->getServerStatus()) + ", version " +
                    std::to_string(loaded->getDBVersion());

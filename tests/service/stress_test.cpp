@@ -34,23 +34,15 @@ namespace {
 
 // What a client does in its report, by its number.
 void Behave(LoadedService* service, const sp<Recorder>& client, int number) {
-    switch (number % 8) {
-        case 0:
-            (*service)->stopLookup(client);
-            (*service)->startLookup(client);
-            EXPECT_GE(2, static_cast<int32_t>((*service)->getServerStatus()));
-            EXPECT_LE(1, static_cast<int32_t>((*service)->getDBVersion()));
-            return;
-        case 1:
-            throw std::runtime_error("a client's trouble");
-        case 2:
-            pthread_exit(nullptr);
-        case 3:
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            return;
-        default:
-            return;
-    }
+    const int manner = number % 8;
+    if (manner == 1) throw std::runtime_error("a client's trouble");
+    if (manner == 2) pthread_exit(nullptr);
+    if (manner == 3) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (manner != 0) return;
+    (*service)->stopLookup(client);
+    (*service)->startLookup(client);
+    EXPECT_GE(2, static_cast<int32_t>((*service)->getServerStatus()));
+    EXPECT_LE(1, static_cast<int32_t>((*service)->getDBVersion()));
 }
 
 class StressTest : public testing::Test {

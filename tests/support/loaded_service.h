@@ -5,10 +5,8 @@
 #include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezone.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <thread>
 #include <vector>
 
 #include "raw_database.h"
@@ -63,15 +61,6 @@ class LoadedService {
             status = 2;
         }
         mService->downloadDB({}, 0, totalSize, 3);
-    }
-
-    // Polls, as a client must, until the server has `status`; false after a minute.
-    bool WaitForStatus(int32_t status) {
-        for (int i = 0; i < 60000; ++i) {
-            if (mService->getServerStatus() == status) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return false;
     }
 
   private:

@@ -1,12 +1,23 @@
 // A directory of a test's own, made the working directory while it lives.
 #pragma once
 
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 
 class TemporaryDirectory {
   public:
-    TemporaryDirectory();
-    ~TemporaryDirectory();
+    TemporaryDirectory() : mPrevious(std::filesystem::current_path()) {
+        const char* parent = std::getenv("TMPDIR");
+        mPath = std::string(parent != nullptr ? parent : "/tmp") + "/offlinetz-test-XXXXXX";
+        if (mkdtemp(mPath.data()) == nullptr) std::abort();
+        std::filesystem::current_path(mPath);
+    }
+    ~TemporaryDirectory() {
+        std::error_code ignored;
+        std::filesystem::current_path(mPrevious, ignored);
+        std::filesystem::remove_all(mPath, ignored);
+    }
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 

@@ -84,9 +84,8 @@ TEST(Simplifying, KeepsTheFewestVertices) {
         const auto costOfEdge = [&](size_t from, size_t to) {
             const GridRing between(&line[from], &line[to] + 1);
             for (const GridPoint& p : between) {
-                if (grid.SquaredMetresToSegment(p, line[from], line[to]) > tolerance * tolerance) {
+                if (grid.SquaredMetresToSegment(p, line[from], line[to]) > tolerance * tolerance)
                     return kNone;
-                }
             }
             if (to - from > 1 && !isClear(from, to)) return kNone;
             Bytes stored;
