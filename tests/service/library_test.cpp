@@ -164,17 +164,17 @@ TEST_F(FlowTest, AClientMayCallTheServiceFromItsReport) {
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 1));
     LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
     const sp<Recorder> client = new Recorder;
-    client->onReport = [&] {
-        if (client->Reports().size() > 1) return;
-        service->stopLookup(client);
-        service->startLookup(client);
+    client->onReport = [&service, self = client.get()] {
+        if (self->Reports().size() > 1) return;
+        service->stopLookup(self);
+        service->startLookup(self);
         service->Lookup("7", "7");
         service->downloadDB({}, 0, 1, 3);
         service->injectDB();
         EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
         EXPECT_EQ(1, static_cast<int32_t>(service->getServerStatus()));
-        host::EndOwnerOf(client);
-        service->startLookup(client);
+        host::EndOwnerOf(self);
+        service->startLookup(self);
     };
     service->startLookup(client);
     service->Lookup("1", "2");
