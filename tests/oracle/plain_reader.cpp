@@ -57,9 +57,8 @@ std::optional<std::string> StringAt(const std::vector<uint8_t>& content, uint32_
         *taken += reading.taken;
         if (reading.position + length > content.size()) return std::nullopt;
         std::string text;
-        for (uint64_t i = 0; i < length; ++i) {
+        for (uint64_t i = 0; i < length; ++i)
             text += static_cast<char>(content[reading.position + i] ^ 0x80);
-        }
         *taken += length;
         if (inlineText) *position += static_cast<uint32_t>(length);
         return text.substr(0, text.find('\0'));
@@ -198,9 +197,8 @@ PlainReader::PlainReader(std::vector<uint8_t> file) : mContent(std::move(file)) 
     }
     uint32_t position = 7;
     uint64_t taken = 0;
-    for (int i = 0; i < mContent[6]; ++i) {
+    for (int i = 0; i < mContent[6]; ++i)
         mFieldNames.push_back(StringAt(mContent, 0, &position, &taken));
-    }
     const auto notice = StringAt(mContent, 0, &position, &taken);
     if (!notice) throw std::runtime_error("no notice");
     mNotice = *notice;

@@ -3,6 +3,7 @@
 #include <host/death_registry.h>
 
 #include <mutex>
+#include <thread>
 #include <vector>
 
 using android::sp;
@@ -16,9 +17,11 @@ struct Recipient : hidl_death_recipient {
     void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
         const std::lock_guard<std::mutex> lock(mMutex);
         mNotices.emplace_back(cookie, who.promote().get());
+        EXPECT_NE(mMaker, std::this_thread::get_id());
     }
     std::mutex mMutex;
     std::vector<std::pair<uint64_t, IBase*>> mNotices;
+    const std::thread::id mMaker = std::this_thread::get_id();
 };
 
 struct Object : IBase {};

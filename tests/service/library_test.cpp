@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <regex>
 #include <stdexcept>
 #include <thread>
@@ -20,8 +21,6 @@
 
 using android::sp;
 using android::hardware::hidl_string;
-using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
-using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 namespace fs = std::filesystem;
 
 namespace {

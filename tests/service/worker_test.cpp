@@ -110,12 +110,10 @@ TEST_F(WorkerTest, QueuesWithoutAThreadUntilItIsClosed) {
 TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
     // A locale whose decimal point is a comma, made here: few machines have one.
     ASSERT_EQ(0, std::system("localedef -i de_DE -f UTF-8 ./de_DE.UTF-8 >/dev/null 2>&1"));
-    setenv("LOCPATH", mDirectory.Path().c_str(), 1);
+    setenv("LOCPATH", fs::current_path().c_str(), 1);
     ASSERT_NE(nullptr, std::setlocale(LC_ALL, "de_DE.UTF-8"));
     ASSERT_EQ(1.5f, std::strtof("1,5", nullptr));
-    float value = 77.0f;
-    EXPECT_FALSE(ParseCoordinate(",5", &value));
-    EXPECT_EQ(77.0f, value);
+    float value;
     EXPECT_TRUE(ParseCoordinate("12,5", &value));
     EXPECT_EQ(12.0f, value);
     EXPECT_TRUE(ParseCoordinate("12.5", &value));
@@ -132,10 +130,10 @@ TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
 // A client holds the worker in its report until it is told to go on.
 TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
-    WorkerThread worker("OfflinetimezoneThread");
-    const sp<Recorder> client = new Recorder;
     std::promise<void> gate;
     const std::shared_future<void> open = gate.get_future();
+    WorkerThread worker("OfflinetimezoneThread");
+    const sp<Recorder> client = new Recorder;
     client->onReport = [&] { open.wait(); };
     worker.registerCb(client);
     worker.CreateThread();
@@ -158,8 +156,14 @@ TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
                                                ClientReport{"3", "4", "\"Zone/A\""}));
 }
 
-TEST_F(WorkerTest, TheManagersDigestTellsOfMisuse) {
+TEST_F(WorkerTest, TheManagerRestoresAndItsDigestTellsOfMisuse) {
     LookupInterface manager;
+    WriteFile(kActive, {});
+    fs::resize_file(kActive, uint64_t{1} << 31);  // 2 GiB, all of it a hole.
+    WriteFile(kBackup, SampleDatabase("A", 1));
+    EXPECT_TRUE(manager.PreOpenDB());
+    EXPECT_EQ(ReadFile(kBackup), ReadFile(kActive));
+    mLog.Take();
     uint8_t digest[SHA1HashSize];
     EXPECT_EQ(0, manager.sha1(nullptr, digest, 0));
     EXPECT_EQ(0xda, digest[0]);

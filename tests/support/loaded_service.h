@@ -31,14 +31,10 @@ class LoadedService {
     // where leak checkers see it.
     Interface* Fetch() {
         static auto* kept = new std::vector<android::sp<Interface>>;
-        const auto fetch = Symbol<Interface* (*)(const char*)>("HIDL_FETCH_IOfflinetimezone");
+        const auto fetch = reinterpret_cast<Interface* (*)(const char*)>(
+                dlsym(mLibrary, "HIDL_FETCH_IOfflinetimezone"));
         kept->push_back(fetch("default"));
         return kept->back().get();
-    }
-
-    template <typename T>
-    T Symbol(const char* name) {
-        return reinterpret_cast<T>(dlsym(mLibrary, name));
     }
 
     Interface* operator->() { return mService; }

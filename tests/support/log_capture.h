@@ -26,8 +26,6 @@ class LogCapture {
         });
     }
     ~LogCapture() { host::SetLogReceiver(nullptr); }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
 
     // What was logged since the last call.
     std::vector<LogLine> Take() {

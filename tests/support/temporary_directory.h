@@ -21,8 +21,6 @@ class TemporaryDirectory {
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
-    const std::string& Path() const { return mPath; }
-
   private:
     std::string mPath;
     std::string mPrevious;

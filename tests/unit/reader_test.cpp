@@ -6,7 +6,6 @@
 #include <zonedetect.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <limits>
 #include <random>
 #include <string>
@@ -147,6 +146,16 @@ TEST(Lookup, AgreesWithThePlainReadingOfTheWorld) {
         const float lon = static_cast<float>(random() % 360001) / 1000.0f - 180.0f;
         EXPECT_STREQ(nullptr, DifferenceAt(*database, plain, lat, lon)) << lat << " " << lon;
     }
+}
+
+TEST(Lookup, NamesItsResults) {
+    std::string names;
+    for (int32_t result = ZDLookupIgnore; result <= ZDLookupOnBorder + 1; ++result)
+        names += std::string(ZDLookupResultToString(result)) + "; ";
+    EXPECT_EQ(
+            "Ignore; End; Parsing error; Not in zone; In zone; In excluded zone; "
+            "Target point is border vertex; Target point is on border; Unknown; ",
+            names);
 }
 
 TEST(Nautical, BandsBeginAtOddMultiplesOfSevenAndAHalfDegrees) {
