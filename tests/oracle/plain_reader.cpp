@@ -192,9 +192,8 @@ int ClassifyRing(Reading* reading, const Spot& t, uint64_t* nearest) {
 PlainReader::PlainReader(std::vector<uint8_t> file) : mContent(std::move(file)) {
     if (mContent.size() < 27) throw std::runtime_error("too short");
     mContent.resize(mContent.size() - 20);
-    if (mContent[0] != 'P' || mContent[1] != 'L' || mContent[2] != 'B') {
+    if (mContent[0] != 'P' || mContent[1] != 'L' || mContent[2] != 'B')
         throw std::runtime_error("wrong magic");
-    }
     uint32_t position = 7;
     uint64_t taken = 0;
     for (int i = 0; i < mContent[6]; ++i)

@@ -105,9 +105,8 @@ Bytes ReadFile(const std::string& path) {
 
 DatabasePtr OpenBytes(const Bytes& file) {
     const int fd = memfd_create("database", MFD_CLOEXEC);
-    if (fd < 0 || write(fd, file.data(), file.size()) != static_cast<ssize_t>(file.size())) {
+    if (fd < 0 || write(fd, file.data(), file.size()) != static_cast<ssize_t>(file.size()))
         std::abort();
-    }
     DatabasePtr database(ZDOpenDatabase(("/proc/self/fd/" + std::to_string(fd)).c_str()));
     close(fd);
     return database;
