@@ -18,8 +18,6 @@
 
 namespace {
 
-constexpr int kPrecision = 21;
-
 TEST(Opening, ReportsHeaderFieldsAndHoldsNothingAfterwards) {
     const auto nextDescriptor = [] {
         const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -171,8 +169,8 @@ TEST(Nautical, BandsBeginAtOddMultiplesOfSevenAndAHalfDegrees) {
                          : "\"Etc/GMT" + std::string(1, sign) + std::to_string(band) + "\"";
     };
     for (int band = 1; band <= 12; ++band) {
-        const float inside = DegreesAtUnits(limits[band - 1], kPrecision, 180.0);
-        const float before = DegreesAtUnits(limits[band - 1] - 1, kPrecision, 180.0);
+        const float inside = DegreesAtUnits(limits[band - 1], 21, 180.0);
+        const float before = DegreesAtUnits(limits[band - 1] - 1, 21, 180.0);
         EXPECT_EQ(name('-', band), at(inside, 0)) << band;
         EXPECT_EQ(name('-', band - 1), at(before, 0)) << band;
         EXPECT_EQ(name('+', band), at(-inside, 0)) << band;
