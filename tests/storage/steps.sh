@@ -47,6 +47,15 @@ next() {
   echo "$found"
 }
 
+# expect_database WHAT: says what came before, and what the next start finds if no good database.
+expect_database() {
+  found=$(next)
+  case $found in
+    'running, version '[12]) ;;
+    *) echo "$1; then $found" ;;
+  esac
+}
+
 # try ACTIVE BACKUP FILE: all that, as one line.
 try() {
   put "$1" "$2"
@@ -61,16 +70,12 @@ short() {
   for value; do
     put a.bin a.bin
     said=$(ends prlimit "--$limit=$value" $SERVICE update --force b.bin)
-    found=$(next)
+    expect_database "$limit $value: $said"
     case $said in
       'installed version 2 (before: version 1)') installed=1 ;;
       'no database in use: '* | 'refused: the service did not '* | *': the service cannot run') failed=1 ;;
       offlinetz:\ * | *': error while loading shared libraries: '* | 'zonedetect.cpp '*) ;;
       *) echo "$limit $value: $said" ;;
-    esac
-    case $found in
-      'running, version '[12]) ;;
-      *) echo "$limit $value: $said; then $found" ;;
     esac
   done
   [ $installed$failed = 11 ] && echo "some were installed, some were not"
@@ -98,11 +103,7 @@ kill_at_random() {
     for path in $active $backup; do
       is_good $path || [ ! -e $path ] || torn=$((torn + 1))
     done
-    found=$(next)
-    case $found in
-      'running, version '[12]) ;;
-      *) echo "seed $seed, $file killed after $moment s: $found" ;;
-    esac
+    expect_database "seed $seed, $file killed after $moment s"
     [ $file = a.bin ] && file=b.bin || file=a.bin
   done
   [ $torn -gt 0 ] || [ "$1" -lt 300 ] || echo "no file was torn"
