@@ -51,15 +51,24 @@ struct Draft {
     std::vector<GridPoint> corners = {{0, 0}};
 };
 
-// A ring of any size with its box, or another one; now and then many of them, which makes the table
-// worth a directory, each box a step further.
+// A ring of any size with its box, or another one; now and then it begins near an end of the range
+// of numbers, so that its coordinates wrap, or rests for a while, so that it is long and small. Now
+// and then many of them, which makes the table worth a directory, each box a step further.
 void AddEntries(Choices* c, uint32_t record, Draft* draft) {
     Bytes* const polygons = &draft->raw.polygons;
     Entry entry = {{}, record, static_cast<uint32_t>(polygons->size())};
     const uint32_t repeats = c->OneIn(8) ? c->Below(40) : 1;
-    std::vector<GridPoint> deltas(c->Below(24));
+    const uint32_t size = c->Byte();
+    std::vector<GridPoint> deltas(size % 24);
     for (GridPoint& delta : deltas)
         delta = {c->Number(), c->Number()};
+    const uint32_t shape = size / 24;
+    if (!deltas.empty() && (shape & 1u) != 0) deltas[0].lon = WrappingAdd(deltas[0].lon, INT32_MIN);
+    if (!deltas.empty() && (shape & 8u) != 0) deltas[0].lat = WrappingAdd(deltas[0].lat, INT32_MIN);
+    if ((shape & 4u) != 0) {
+        const uint32_t place = c->Byte() % static_cast<uint32_t>(deltas.size() + 1);
+        deltas.insert(deltas.begin() + place, 120 + c->Below(20), GridPoint{});
+    }
     GridRing ring;
     offlinetz::AppendUnsigned(static_cast<uint32_t>(deltas.size()) * repeats, polygons);
     for (uint32_t i = 0; i < deltas.size() * repeats; ++i) {
@@ -157,9 +166,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (database == nullptr) return 0;
     Require(plain->Notice() == ZDGetNotice(database.get()), "the notice");
     Choices places(first.data(), first.size());
-    while (!places.IsAtEnd()) {  // Points on and near corners, and anywhere.
+    while (!places.IsAtEnd()) {  // Points on and near corners, in the middle, and anywhere.
         const uint32_t row = 256u * places.Byte();
         GridPoint p = draft.corners[(row + places.Byte()) % draft.corners.size()];
+        if (row >= 256u * 192u) p = {};
         p.lat = WrappingAdd(p.lat, places.Number());
         p.lon = WrappingAdd(p.lon, places.Number());
         const int precision = std::clamp<int>(database->precision, 1, 31);

@@ -5,6 +5,7 @@
 #include <sha1_block.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "choices.h"
 
@@ -48,12 +49,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     EVP_Digest(message.data(), message.size(), expected.data(), nullptr, EVP_sha1(), nullptr);
 
     const Choices pieces(cuts.data(), cuts.size());
-    SHA1Context context;
+    SHA1Context context = {};
+    SHA1Context bytewise = {};
     Bytes digest(SHA1HashSize);
     SHA1Reset(&context);
+    SHA1Reset(&bytewise);
     InPieces(pieces, message, 1, [&](const uint8_t* piece, size_t length) {
         Require(SHA1Input(&context, piece, static_cast<uint32_t>(length)) == shaSuccess, "input");
     });
+    for (const uint8_t& byte : message)
+        SHA1Input(&bytewise, &byte, 1);
+    Require(std::memcmp(&context, &bytewise, sizeof context) == 0, "the context");
     Require(SHA1Result(&context, digest.data()) == shaSuccess && digest == expected, "the digest");
 
     for (const Sha1BlockFunction absorb : {&Sha1BlockPlain, Sha1BlockX86(), Sha1BlockArm()}) {

@@ -1,5 +1,6 @@
 #include "plain_reader.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <stdexcept>
@@ -34,7 +35,7 @@ struct Reading {
     }
 };
 
-// More than this is not begun, of strings in an opening, of rings and strings in a lookup.
+// More than this is not begun: of strings in an opening or a lookup, of rings in a lookup.
 bool IsTooMuch(const std::vector<uint8_t>& content, uint64_t taken) {
     return taken > 4 * content.size() + 1048576;
 }
@@ -133,11 +134,34 @@ uint64_t Squared(const Spot& previous, const Spot& current, const Spot& t) {
     return uLat * uLat + uLon * uLon * 4;
 }
 
-// 1 in, 2 excluded, 3 vertex, 4 border, 0 outside.
-int ClassifyRing(Reading* reading, const Spot& t, uint64_t* nearest) {
+// Rings are read in stretches of so many points, behind the first point.
+constexpr uint32_t kStretch = 128;
+
+// What a ring that is left at point `k` of `count` has cost: it was read to its stretch's end.
+uint64_t CostOf(Reading reading, uint32_t k, uint32_t count) {
+    const uint32_t last = k == 0 ? 0 : (k - 1) / kStretch * kStretch + kStretch;
+    uint64_t cost = reading.taken;
+    try {
+        for (uint64_t left = k < last ? 2 * uint64_t{std::min(last, count - 1) - k} : 0; left > 0;
+             --left) {
+            reading.Number();
+            cost = reading.taken;
+        }
+    } catch (const CutShort&) {
+        // As far as numbers end within the content.
+    }
+    return cost;
+}
+
+// 1 in, 2 excluded, 3 vertex, 4 border, 0 outside. Adds what was read to `cost`.
+int ClassifyRing(Reading* reading, const Spot& t, uint64_t* nearest, uint64_t* cost) {
     const uint32_t count = reading->Number();
     if (count > 1000000) throw CutShort();
     std::vector<Spot> visited;
+    const auto leave = [&](int result, uint32_t k) {
+        *cost += k < count ? CostOf(*reading, k, count) : reading->taken;
+        return result;
+    };
     int w = 0;
     for (uint32_t k = 0; k <= count; ++k) {
         Spot p = {0, 0};
@@ -151,7 +175,7 @@ int ClassifyRing(Reading* reading, const Spot& t, uint64_t* nearest) {
         }
         if (p.lat == t.lat && p.lon == t.lon) {
             *nearest = 0;
-            return 3;
+            return leave(3, k);
         }
         visited.push_back(p);
         if (k == 0) continue;
@@ -169,7 +193,7 @@ int ClassifyRing(Reading* reading, const Spot& t, uint64_t* nearest) {
             const int64_t x = Whole32((static_cast<float>(t.lat) - b) / a);
             if (x == t.lon) {
                 *nearest = 0;
-                return 4;
+                return leave(4, k);
             }
             if (q == 2 || q == 3) {
                 w += t.lon > x ? 2 : -2;
@@ -180,6 +204,7 @@ int ClassifyRing(Reading* reading, const Spot& t, uint64_t* nearest) {
         const uint64_t squared = Squared(previous, p, t);
         if (squared < *nearest) *nearest = squared;
     }
+    leave(0, count);
     if (w == -4) return 1;
     if (w == 4) return 2;
     if (w == 0) return 0;
@@ -223,6 +248,8 @@ Answer PlainReader::Lookup(float lat, float lon) const {
     const Spot point = {Whole32(lat / 90.0f * scale), Whole32(lon / 180.0f * scale)};
     const Spot shifted = {point.lat, Wrap(point.lon - 3)};
     uint64_t nearest = UINT64_MAX;
+    uint64_t ringBytes = 0;
+    uint64_t textBytes = 0;
 
     struct RingHit {
         int result;
@@ -233,7 +260,7 @@ Answer PlainReader::Lookup(float lat, float lon) const {
         Reading table{mContent, mBoxTable};
         uint32_t record = 0;
         uint32_t polygon = 0;
-        while (table.position < mMetadata && !IsTooMuch(mContent, answer.bytesRead)) {
+        while (table.position < mMetadata && !IsTooMuch(mContent, ringBytes)) {
             const int64_t minLat = table.SignedNumber();
             const int64_t minLon = table.SignedNumber();
             const int64_t maxLat = table.SignedNumber();
@@ -250,8 +277,7 @@ Answer PlainReader::Lookup(float lat, float lon) const {
                 continue;
             }
             Reading ring{mContent, ringAt};
-            const int result = ClassifyRing(&ring, shifted, &nearest);
-            answer.bytesRead += ring.taken;
+            const int result = ClassifyRing(&ring, shifted, &nearest, &ringBytes);
             if (result != 0 && rings.size() == 4096) break;
             if (result != 0) rings.push_back({result, record});
         }
@@ -280,7 +306,7 @@ Answer PlainReader::Lookup(float lat, float lon) const {
         if (other == 0 && net == 0) continue;
         uint32_t position = mMetadata + record;
         answer.hits.push_back({other != 0 ? other : 1, record,
-                               StringAt(mContent, mMetadata, &position, &answer.bytesRead)});
+                               StringAt(mContent, mMetadata, &position, &textBytes)});
     }
     answer.safezone = std::sqrt(static_cast<float>(nearest)) * 90.0f / scale;
     return answer;

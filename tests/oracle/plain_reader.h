@@ -18,7 +18,6 @@ struct ZoneHit {
 struct Answer {
     std::vector<ZoneHit> hits;
     float safezone = 0.0f;
-    uint64_t bytesRead = 0;  // Of the rings and the zone strings.
 };
 
 class PlainReader {

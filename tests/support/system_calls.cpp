@@ -2,9 +2,11 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -29,6 +31,8 @@ std::atomic<int> gKind{kKinds};
 std::atomic<int> gLeft{0};  // The call at which it becomes 0 fails.
 std::atomic<bool> gHasFailed{false};
 std::atomic<long> gLive{0};
+std::atomic<long> gLiveBytes{0};
+std::atomic<long> gMostBytes{0};  // Exact where one thread allocates.
 std::atomic<FILE*> gFailedReading{nullptr};
 Observer gObserver;
 thread_local int gTestsOwn = 0;
@@ -53,8 +57,16 @@ Result Observed(Kind kind, int fd, bool succeeded, Result result) {
 }
 
 void* Counted(void* memory) {
-    if (memory != nullptr) ++gLive;
+    if (memory == nullptr) return nullptr;
+    ++gLive;
+    gLiveBytes += static_cast<long>(malloc_usable_size(memory));
+    gMostBytes = std::max<long>(gMostBytes, gLiveBytes);
     return memory;
+}
+void Discount(void* memory) {
+    if (memory == nullptr) return;
+    --gLive;
+    gLiveBytes -= static_cast<long>(malloc_usable_size(memory));
 }
 
 }  // namespace
@@ -65,6 +77,7 @@ const char* Name(Kind kind) {
 void LetFail(Kind kind, int n) {
     gHasFailed = false;
     gFailedReading = nullptr;
+    gMostBytes = gLiveBytes.load();
     gLeft = n;
     gKind = kind;
 }
@@ -73,6 +86,12 @@ bool HasFailed() {
 }
 long LiveAllocations() {
     return gLive;
+}
+long LiveBytes() {
+    return gLiveBytes;
+}
+long MostBytes() {
+    return gMostBytes;
 }
 void SetObserver(Observer observer) {
     gObserver = std::move(observer);
@@ -101,8 +120,13 @@ WRAP(void*, malloc, (size_t size)) {
 WRAP(void*, calloc, (size_t count, size_t size)) {
     return Passes(kAllocation) ? Counted(__real_calloc(count, size)) : nullptr;
 }
+WRAP(void*, realloc, (void* memory, size_t size)) {
+    if (!Passes(kAllocation)) return nullptr;
+    Discount(memory);
+    return Counted(__real_realloc(memory, size));
+}
 WRAP(void, free, (void* memory)) {
-    if (memory != nullptr) --gLive;
+    Discount(memory);
     __real_free(memory);
 }
 WRAP(int, open, (const char* path, int flags, ...)) {

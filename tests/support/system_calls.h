@@ -8,7 +8,7 @@
 namespace calls {
 
 enum Kind {
-    kAllocation,  // malloc, calloc and new, in one count.
+    kAllocation,  // malloc, calloc, realloc and new, in one count.
     kOpen,
     kStatus,  // fstat
     kSeek,
@@ -32,6 +32,9 @@ bool HasFailed();  // Since then.
 
 // What is allocated and not freed, or mapped and not unmapped, by what is linked into the program.
 long LiveAllocations();
+// The bytes allocated and not freed, and the most of them since the last call of LetFail.
+long LiveBytes();
+long MostBytes();
 
 // Called after each call on a file that succeeded, on the thread that made it, with the path (that
 // of the descriptor) as the system names it. Empty: nobody looks on.

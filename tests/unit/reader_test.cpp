@@ -1,11 +1,14 @@
 // The reader where a second reading of the same bytes, beside which the fuzz target holds it, has
 // nothing to say: its interface, its limits, its threads, the zones at sea, and the world.
+#include <directory.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <zonedetect.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <string>
@@ -17,6 +20,9 @@
 #include "raw_database.h"
 
 namespace {
+
+// What the program begins with: it chooses the decoder by its first use.
+const zonedetect::DeltaDecoder kChooseDecoder = zonedetect::deltaDecoder;
 
 TEST(Opening, ReportsHeaderFieldsAndHoldsNothingAfterwards) {
     const auto nextDescriptor = [] {
@@ -77,9 +83,10 @@ TEST(Hostile, LongRingsAndTextsAreReadAFewTimesOnly) {
     };
     const Bytes corners = Signed(-9) + Signed(-12) + Signed(18) + Signed(0) + Signed(0) +
                           Signed(18) + Signed(-18) + Signed(0);
-    // Four times a content of a megabyte, a megabyte more, and the one that goes beyond.
+    // Four times a content of a megabyte, a megabyte more, and the one that goes beyond; what rings
+    // have taken, names still have.
     EXPECT_EQ(std::make_pair(size_t{kZones}, size_t{6}), hits(Unsigned(4) + corners, run));
-    EXPECT_EQ(std::make_pair(size_t{6}, size_t{0}),
+    EXPECT_EQ(std::make_pair(size_t{6}, size_t{6}),
               hits(Unsigned(500000) + corners + Bytes(999992, 0), Bytes(kZones, 0)));
 
     RawDatabase names;
@@ -144,6 +151,31 @@ TEST(Lookup, AgreesWithThePlainReadingOfTheWorld) {
         const float lon = static_cast<float>(random() % 360001) / 1000.0f - 180.0f;
         EXPECT_STREQ(nullptr, DifferenceAt(*database, plain, lat, lon)) << lat << " " << lon;
     }
+}
+
+// Answers are right without an index and with any decoder: only the time would tell.
+TEST(Lookup, NarrowsTheWorldDownAndUsesTheProcessor) {
+    const DatabasePtr database = OpenBytes(ReadFile(OFFLINETZ_WORLD_DATABASE));
+    const zonedetect::Directory* index = database->directory->Get(*database);
+    ASSERT_NE(nullptr, index);
+    std::mt19937 random(3);
+    uint32_t runs = 0;
+    for (int i = 0; i < 10000; ++i) {
+        const auto units = [&] { return static_cast<int32_t>(random() % 2000001) - 1000000; };
+        runs += index->RunsAt({units(), units()}).count;
+    }
+    EXPECT_LT(runs, 11000u);
+
+    std::ifstream file("/proc/cpuinfo");
+    const std::istream_iterator<std::string> words(file);
+    const bool isListed = std::find(words, {}, "sse4_1") != std::istream_iterator<std::string>();
+    int32_t value[1 + zonedetect::kDeltaSlack];
+    const uint8_t byte = 2;
+    zonedetect::Cursor cursor = {&byte, &byte + 1};
+    kChooseDecoder(&cursor, value, 1);
+    EXPECT_EQ(isListed, zonedetect::X86DeltaDecoder() != nullptr);
+    EXPECT_EQ(isListed ? zonedetect::X86DeltaDecoder() : &zonedetect::DecodeDeltasPortable,
+              zonedetect::deltaDecoder.load());
 }
 
 TEST(Lookup, NamesItsResults) {

@@ -39,18 +39,6 @@ inline uint64_t LoadLittleEndian(const uint8_t* bytes) {
     return word;
 }
 
-// The bits that say that another byte follows.
-constexpr uint64_t kMoreBits = 0x8080808080808080u;
-
-// The number in the lowest `bits`, 8 to 64, of eight bytes: seven bits a byte, those beyond the
-// 32nd dropped.
-inline uint32_t LowGroups(uint64_t bytes, unsigned bits) {
-    bytes &= ~uint64_t{0} >> (64 - bits);
-    return static_cast<uint32_t>((bytes & 0x7Fu) | ((bytes >> 1) & 0x3F80u) |
-                                 ((bytes >> 2) & 0x1FC000u) | ((bytes >> 3) & 0xFE00000u) |
-                                 ((bytes >> 4) & 0xF0000000u));
-}
-
 // Reads an unsigned varint; groups at bit 32 or above are dropped. False, with the cursor where it
 // was, when it starts at or runs past the end.
 inline bool ReadUnsigned(Cursor* cursor, uint32_t* value) {
@@ -60,16 +48,6 @@ inline bool ReadUnsigned(Cursor* cursor, uint32_t* value) {
         *value = *next;
         cursor->next = next + 1;
         return true;
-    }
-    if (end - next >= 8) {  // All at once, if it ends within eight bytes.
-        const uint64_t bytes = LoadLittleEndian(next);
-        const uint64_t ends = ~bytes & kMoreBits;
-        if (ends != 0) {
-            const auto bits = static_cast<unsigned>(__builtin_ctzll(ends)) + 1;
-            *value = LowGroups(bytes, bits);
-            cursor->next = next + bits / 8;
-            return true;
-        }
     }
     uint32_t result = 0;
     for (unsigned shift = 0; next < end; shift += 7) {

@@ -4,6 +4,18 @@ namespace zonedetect {
 
 namespace {
 
+// The bits that say that another byte follows.
+constexpr uint64_t kMoreBits = 0x8080808080808080u;
+
+// The number in the lowest `bits`, 8 to 64, of eight bytes: seven bits a byte, those beyond the
+// 32nd dropped.
+uint32_t LowGroups(uint64_t bytes, unsigned bits) {
+    bytes &= ~uint64_t{0} >> (64 - bits);
+    return static_cast<uint32_t>((bytes & 0x7Fu) | ((bytes >> 1) & 0x3F80u) |
+                                 ((bytes >> 2) & 0x1FC000u) | ((bytes >> 3) & 0xFE00000u) |
+                                 ((bytes >> 4) & 0xF0000000u));
+}
+
 size_t ChooseAndDecode(Cursor* cursor, int32_t* values, size_t count) {
     const DeltaDecoder x86 = X86DeltaDecoder();
     const DeltaDecoder chosen = x86 != nullptr ? x86 : &DecodeDeltasPortable;

@@ -1,5 +1,7 @@
 #include "directory.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <memory>
 #include <new>
@@ -8,31 +10,28 @@ namespace zonedetect {
 
 namespace {
 
-constexpr uint32_t kTopCells = 64;  // In each direction.
-// A guess at the bytes of a run in the table, so that the first vectors are seldom made twice.
+// A guess at the bytes of a run in the table, so that the first arrays seldom grow.
 constexpr size_t kUsualRunBytes = 28;
-// How many times runs may be listed in the top grid, beyond four times each, and how many times as
-// often in the parts of a cell: what a table of overlapping boxes may cost.
-constexpr size_t kTopListings = 32768;
-constexpr size_t kPartListings = 4;
+
+// What the nodes may take: a tiled world needs two words a run; some more lets small tables of
+// overlapping boxes have a good index too.
+constexpr size_t kWordsPerRun = 3;
+constexpr size_t kSpareWords = 65536;
+
+// How many boxes may be looked at in halving a cell, for each run of it. No cell of the world takes
+// more than 11.
+constexpr size_t kLooksPerRun = 24;
 
 constexpr uint32_t kAlone = 0x80000000u;   // The rest is a run.
-constexpr uint32_t kListed = 0x40000000u;  // The rest is a place in the lists.
+constexpr uint32_t kListed = 0x40000000u;  // The rest is a count.
 constexpr uint32_t kRestMask = 0x3FFFFFFFu;
 
-// Gives back what a vector does not use, unless that is too little to be worth a copy.
-template <typename T>
-void Trim(std::vector<T>* values) {
-    if (values->capacity() - values->size() > values->size() / 4) values->shrink_to_fit();
+// What a node takes that is not halved.
+constexpr size_t LeafWords(size_t runs) {
+    return runs == 1 ? 1 : 1 + runs;
 }
 
 }  // namespace
-
-struct Directory::Draft {
-    std::vector<Box> boxes;      // Of the runs.
-    std::vector<uint32_t> runs;  // Of a cell, and behind them those of the parts at hand.
-    size_t nodeCount = 0;        // Nodes in use; mNodes has room for more.
-};
 
 uint8_t Directory::Axis::CellOf(int32_t units) const {
     if (units <= min) return 0;
@@ -52,148 +51,243 @@ Directory::Part Directory::Axis::PartOf(size_t cell) const {
     return {from, from + cellUnits - 1};
 }
 
-bool Directory::ReadRuns(const ZDDatabase& db, std::vector<Box>* boxes) {
-    const uint32_t end = std::min(db.metadataOffset, static_cast<uint32_t>(db.length));
-    const size_t guess = (std::max(end, db.boxTableOffset) - db.boxTableOffset) / kUsualRunBytes;
-    boxes->reserve(guess);
-    mPlaces.reserve(guess + 1);
-    TableReader reader(db, TableReader::Start(db));
-    TablePlace place = reader.Place();
-    for (; reader.Next(); place = reader.Place()) {
-        if (reader.IsSameBox()) continue;
-        const Box& box = reader.CurrentBox();
-        if (!boxes->empty() && box.minLat < boxes->back().minLat) return false;
-        boxes->push_back(box);
-        mPlaces.push_back(place);
+// Makes a directory, one step after the other, and holds what is needed for that alone.
+class Directory::Builder {
+  public:
+    explicit Builder(Directory* directory) : mDirectory(*directory) {}
+
+    Outcome Build(const ZDDatabase& db) {
+        Outcome outcome = ReadRuns(db);
+        if (outcome != Outcome::kBuilt) return outcome;
+        SetAxes();
+        outcome = ListRunsByCell();
+        return outcome == Outcome::kBuilt ? AddCells() : outcome;
     }
-    mPlaces.push_back(place);
-    return boxes->size() < kRestMask;
-}
 
-bool Directory::Build(const ZDDatabase& db) {
-    Draft draft;
-    const std::vector<Box>& boxes = draft.boxes;
-    if (!ReadRuns(db, &draft.boxes)) return false;
-    Trim(&mPlaces);
-
-    Box all = {0, 0, 0, 0};
-    if (!boxes.empty()) all = boxes.front();
-    for (const Box& box : boxes) {
-        all.minLat = std::min(all.minLat, box.minLat);
-        all.minLon = std::min(all.minLon, box.minLon);
-        all.maxLat = std::max(all.maxLat, box.maxLat);
-        all.maxLon = std::max(all.maxLon, box.maxLon);
-    }
-    const auto span = [](int32_t min, int32_t max) {
-        const int64_t units = std::max<int64_t>(int64_t{max} - min + 1, 1);
-        return static_cast<uint32_t>((units + kTopCells - 1) / kTopCells);
-    };
-    mLat = {all.minLat, span(all.minLat, all.maxLat)};
-    mLon = {all.minLon, span(all.minLon, all.maxLon)};
-
-    // Lists each run in the cells that it meets: first how many, then which.
+  private:
+    // The cells that a run meets.
     struct Cells {
         uint8_t south;
         uint8_t north;
         uint8_t west;
         uint8_t east;
     };
-    std::vector<Cells> cells;
-    cells.reserve(boxes.size());
-    for (const Box& box : boxes) {
-        const bool isEmpty = box.minLat > box.maxLat || box.minLon > box.maxLon;
-        const uint8_t south = mLat.CellOf(box.minLat);
-        const uint8_t west = mLon.CellOf(box.minLon);
-        cells.push_back(isEmpty ? Cells{1, 0, 1, 0}
-                                : Cells{south, mLat.CellFrom(south, box.maxLat), west,
-                                        mLon.CellFrom(west, box.maxLon)});
-    }
-    const auto visitCells = [&cells](uint32_t run, auto visit) {
-        const Cells& c = cells[run];
-        for (size_t row = c.south; row <= c.north; ++row) {
-            for (size_t column = c.west; column <= c.east; ++column)
-                visit(row * kTopCells + column);
+
+    // Consecutive runs of mListed.
+    struct Range {
+        uint32_t* begin;
+        size_t count;
+    };
+
+    // A part of the grid.
+    struct Region {
+        Part lat;
+        Part lon;
+
+        bool IsSplitByLat() const { return lat.max - lat.min > lon.max - lon.min; }
+        const Part& Longer() const { return IsSplitByLat() ? lat : lon; }
+        Region Half(const Part& half) const {
+            return IsSplitByLat() ? Region{half, lon} : Region{lat, half};
         }
     };
-    const auto runCount = static_cast<uint32_t>(boxes.size());
-    const size_t limit = 4 * size_t{runCount} + kTopListings;
-    std::vector<uint32_t> begins(size_t{kTopCells} * kTopCells + 1);
-    size_t listed = 0;
-    for (uint32_t run = 0; run < runCount && listed <= limit; ++run) {
-        visitCells(run, [&](size_t cell) {
-            ++begins[cell + 1];
-            ++listed;
-        });
-    }
-    if (listed > limit) return false;
-    for (size_t cell = 0; cell + 1 < begins.size(); ++cell)
-        begins[cell + 1] += begins[cell];
-    std::vector<uint32_t> top(listed);
-    {
-        std::vector<uint32_t> next(begins.begin(), begins.end() - 1);
-        for (uint32_t run = 0; run < runCount; ++run)
-            visitCells(run, [&](size_t cell) { top[next[cell]++] = run; });
+
+    Outcome ReadRuns(const ZDDatabase& db) {
+        const uint32_t end = std::min(db.metadataOffset, static_cast<uint32_t>(db.length));
+        const size_t guess =
+                (std::max(end, db.boxTableOffset) - db.boxTableOffset) / kUsualRunBytes;
+        GrowingArray<TablePlace>& places = mDirectory.mPlaces;
+        if (!mBoxes.Reserve(guess) || !places.Reserve(guess + 1)) return Outcome::kNoMemory;
+        TableReader reader(db, TableReader::Start(db));
+        TablePlace place = reader.Place();
+        for (; reader.Next(); place = reader.Place()) {
+            if (reader.IsSameBox()) continue;
+            const Box& box = reader.CurrentBox();
+            if (mBoxes.Size() > 0 && box.minLat < mBoxes.end()[-1].minLat) return Outcome::kUseless;
+            if (!mBoxes.ReserveMore(1) || !places.ReserveMore(1)) return Outcome::kNoMemory;
+            mBoxes.Push(box);
+            places.Push(place);
+        }
+        if (!places.ReserveMore(1)) return Outcome::kNoMemory;
+        places.Push(place);
+        places.Trim();
+        mBoxes.Trim();
+        mLimit = kWordsPerRun * mBoxes.Size() + kSpareWords;
+        return mLimit <= kRestMask ? Outcome::kBuilt : Outcome::kUseless;
     }
 
-    mTop.resize(size_t{kTopCells} * kTopCells);
-    mNodes.resize(mTop.size() + 2 * size_t{runCount});
-    mLists.push_back(0);  // The list of nothing.
-    for (size_t cell = 0; cell < mTop.size(); ++cell) {
-        const size_t count = begins[cell + 1] - begins[cell];
-        if (draft.runs.size() < count) draft.runs.resize(2 * count);
-        std::copy_n(top.begin() + begins[cell], count, draft.runs.begin());
-        mTop[cell] = static_cast<uint32_t>(draft.nodeCount);
-        AddNode(&draft, mLat.PartOf(cell / kTopCells), mLon.PartOf(cell % kTopCells), 0, count,
-                count, kPartListings * count);
+    // Spreads the grid over all boxes.
+    void SetAxes() {
+        Box all = {0, 0, 0, 0};
+        if (mBoxes.Size() > 0) all = mBoxes[0];
+        for (const Box& box : mBoxes) {
+            all.minLat = std::min(all.minLat, box.minLat);
+            all.minLon = std::min(all.minLon, box.minLon);
+            all.maxLat = std::max(all.maxLat, box.maxLat);
+            all.maxLon = std::max(all.maxLon, box.maxLon);
+        }
+        const auto axis = [](int32_t min, int32_t max) {
+            const int64_t units = std::max<int64_t>(int64_t{max} - min + 1, 1);
+            return Axis{min, static_cast<uint32_t>((units + kTopCells - 1) / kTopCells)};
+        };
+        mDirectory.mLat = axis(all.minLat, all.maxLat);
+        mDirectory.mLon = axis(all.minLon, all.maxLon);
     }
-    mNodes.resize(draft.nodeCount);
-    Trim(&mNodes);
-    Trim(&mLists);
-    return mNodes.size() <= kRestMask && mLists.size() <= kRestMask;
-}
 
-// Adds the node of a part of the grid and all below it. The part meets `count` runs, which stand in
-// the draft's from `first` on; what is there from `end` on is for those below. `budget` is how many
-// the lists of this node and below may hold, `count` at least.
-void Directory::AddNode(Draft* draft, const Part& lat, const Part& lon, size_t first, size_t count,
-                        size_t end, size_t budget) {
-    std::vector<uint32_t>& runs = draft->runs;
-    const size_t node = draft->nodeCount++;
-    if (node == mNodes.size()) mNodes.resize(2 * node);
-    mNodes[node] = count == 1 ? kAlone | runs[first] : kListed;  // Or the list of nothing.
-    if (count <= 1) return;
-    const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
-    const Part& whole = isSplitByLat ? lat : lon;
-    const int64_t middle = whole.Middle();
-    // Those of each half, in the table's order.
-    size_t counts[2] = {0, 0};
-    if (whole.min < whole.max) {
-        if (runs.size() < end + 2 * count) runs.resize(2 * (end + 2 * count));
-        const uint32_t* const all = runs.data() + first;
-        uint32_t* const parts[2] = {runs.data() + end, runs.data() + end + count};
-        for (size_t i = 0; i < count; ++i) {
-            const Box& box = draft->boxes[all[i]];
-            parts[0][counts[0]] = all[i];
-            parts[1][counts[1]] = all[i];
-            counts[0] += (isSplitByLat ? box.minLat : box.minLon) <= middle ? 1 : 0;
-            counts[1] += (isSplitByLat ? box.maxLat : box.maxLon) > middle ? 1 : 0;
+    Cells CellsOf(const Box& box) const {
+        if (box.minLat > box.maxLat || box.minLon > box.maxLon) return {1, 0, 1, 0};  // None.
+        const Axis& lat = mDirectory.mLat;
+        const Axis& lon = mDirectory.mLon;
+        const uint8_t south = lat.CellOf(box.minLat);
+        const uint8_t west = lon.CellOf(box.minLon);
+        return {south, lat.CellFrom(south, box.maxLat), west, lon.CellFrom(west, box.maxLon)};
+    }
+
+    template <typename Visit>
+    static void VisitCells(const Cells& cells, const Visit& visit) {
+        for (size_t row = cells.south; row <= cells.north; ++row) {
+            for (size_t column = cells.west; column <= cells.east; ++column)
+                visit(row * kTopCells + column);
         }
     }
-    const size_t listings = counts[0] + counts[1];
-    if (listings == 0 || listings > budget) {
-        mNodes[node] = kListed | static_cast<uint32_t>(mLists.size());
-        mLists.push_back(static_cast<uint32_t>(count));
-        const auto begin = runs.begin() + static_cast<std::ptrdiff_t>(first);
-        mLists.insert(mLists.end(), begin, begin + static_cast<std::ptrdiff_t>(count));
-        return;
+
+    // Sorts the runs into mListed by the cells that they meet: counts first, then places.
+    Outcome ListRunsByCell() {
+        GrowingArray<Cells> cells;
+        if (!cells.Reserve(mBoxes.Size())) return Outcome::kNoMemory;
+        size_t listed = 0;
+        for (const Box& box : mBoxes) {
+            cells.Push(CellsOf(box));
+            VisitCells(cells.end()[-1], [&](size_t cell) {
+                ++mBegins[cell + 1];
+                ++listed;
+            });
+            if (listed > mLimit) return Outcome::kUseless;
+        }
+        for (size_t cell = 0; cell < kCells; ++cell)
+            mBegins[cell + 1] += mBegins[cell];
+        if (!mListed.Reserve(listed)) return Outcome::kNoMemory;
+        mListed.SetSize(listed);
+        std::copy_n(mBegins, kCells, mNext);
+        for (uint32_t run = 0; run < cells.Size(); ++run)
+            VisitCells(cells[run], [&](size_t cell) { mListed[mNext[cell]++] = run; });
+        return Outcome::kBuilt;
     }
-    const Part halves[2] = {{whole.min, middle}, {middle + 1, whole.max}};
-    for (size_t half = 0; half < 2; ++half) {
-        if (half == 1) mNodes[node] = static_cast<uint32_t>(draft->nodeCount);
-        AddNode(draft, isSplitByLat ? halves[half] : lat, isSplitByLat ? lon : halves[half],
-                end + half * count, counts[half], end + 2 * count,
-                counts[half] + (budget - listings) / 2);
+
+    Outcome AddCells() {
+        GrowingArray<uint32_t>& words = mDirectory.mWords;
+        if (!words.Reserve(mLimit)) return Outcome::kNoMemory;
+        size_t needed = 0;  // By the cells that are still to be added.
+        for (size_t cell = 0; cell < kCells; ++cell)
+            needed += LeafWords(mBegins[cell + 1] - mBegins[cell]);
+        if (needed > mLimit) return Outcome::kUseless;
+        for (size_t cell = 0; cell < kCells; ++cell) {
+            const Range runs = {mListed.begin() + mBegins[cell], mBegins[cell + 1] - mBegins[cell]};
+            mDirectory.mTop[cell] = static_cast<uint32_t>(words.Size());
+            mLooksLeft = kLooksPerRun * runs.count;
+            needed -= LeafWords(runs.count);
+            const size_t left = mListed.Size() - mBegins[cell];
+            if (!AddNode({mDirectory.mLat.PartOf(cell / kTopCells),
+                          mDirectory.mLon.PartOf(cell % kTopCells)},
+                         runs, ShareOf(mLimit - needed, runs.count, left))) {
+                return Outcome::kNoMemory;
+            }
+        }
+        words.Trim();
+        return Outcome::kBuilt;
     }
+
+    // Where the words of a node must end that meets `count` of the `total` runs which have the room
+    // up to `limit`: it has what it needs, and of the rest a share.
+    size_t ShareOf(size_t limit, size_t count, size_t total) const {
+        const size_t needed = mDirectory.mWords.Size() + LeafWords(count);
+        if (count == total) return limit;
+        return needed + static_cast<size_t>(uint64_t{limit - needed} * count / total);
+    }
+
+    // Adds the node of a region, which meets `runs` and puts them in another order, and all nodes
+    // below it. `limit` is where the words must end; they have room for a leaf at least. False when
+    // memory is short.
+    bool AddNode(const Region& region, const Range& runs, size_t limit) {
+        GrowingArray<uint32_t>& words = mDirectory.mWords;
+        const size_t node = words.Size();
+        if (runs.count == 1) {
+            words.Push(kAlone | *runs.begin);
+            return true;
+        }
+        const Halves halves = runs.count > 0 ? Halve(region, runs, limit) : Halves{};
+        if (!halves.areWorthIt) {
+            std::sort(runs.begin, runs.begin + runs.count);  // The table's order.
+            words.Push(kListed | static_cast<uint32_t>(runs.count));
+            for (size_t i = 0; i < runs.count; ++i)
+                words.Push(runs.begin[i]);
+            return true;
+        }
+        const Part& whole = region.Longer();
+        const int64_t middle = whole.Middle();
+        const size_t listings = halves.first.count + halves.second.count;
+        words.Push(0);
+        // The runs of both halves are put back where the first half has moved them.
+        const size_t both = listings - runs.count;
+        if (!mSaved.ReserveMore(both)) return false;
+        for (size_t i = 0; i < both; ++i)
+            mSaved.Push(halves.second.begin[i]);
+        const size_t share =
+                ShareOf(limit - LeafWords(halves.second.count), halves.first.count, listings);
+        if (!AddNode(region.Half({whole.min, middle}), halves.first, share)) return false;
+        std::copy_n(mSaved.end() - both, both, halves.second.begin);
+        mSaved.SetSize(mSaved.Size() - both);
+        words[node] = static_cast<uint32_t>(words.Size());
+        return AddNode(region.Half({middle + 1, whole.max}), halves.second, limit);
+    }
+
+    struct Halves {
+        bool areWorthIt = false;
+        Range first = {nullptr, 0};   // At the front of the runs ...
+        Range second = {nullptr, 0};  // ... and at their back; runs of both are in the middle.
+    };
+
+    // Parts `runs` into those that each half of a region meets, unless there is no room for the
+    // nodes of the halves, or nothing left to halve.
+    Halves Halve(const Region& region, const Range& runs, size_t limit) {
+        const Part& whole = region.Longer();
+        if (whole.min >= whole.max || runs.count > mLooksLeft) return {};
+        mLooksLeft -= runs.count;
+        const bool isSplitByLat = region.IsSplitByLat();
+        const int64_t middle = whole.Middle();
+        const auto isInFirst = [&](uint32_t run) {
+            return (isSplitByLat ? mBoxes[run].minLat : mBoxes[run].minLon) <= middle;
+        };
+        const auto isInSecond = [&](uint32_t run) {
+            return (isSplitByLat ? mBoxes[run].maxLat : mBoxes[run].maxLon) > middle;
+        };
+        size_t counts[2] = {0, 0};
+        for (size_t i = 0; i < runs.count; ++i) {
+            counts[0] += isInFirst(runs.begin[i]) ? 1u : 0u;
+            counts[1] += isInSecond(runs.begin[i]) ? 1u : 0u;
+        }
+        const size_t needed = 1 + LeafWords(counts[0]) + LeafWords(counts[1]);
+        if (mDirectory.mWords.Size() + needed > limit) return {};
+        uint32_t* const end = runs.begin + runs.count;
+        uint32_t* const notInFirst = std::partition(runs.begin, end, isInFirst);
+        std::partition(runs.begin, notInFirst, [&](uint32_t run) { return !isInSecond(run); });
+        return {true, {runs.begin, counts[0]}, {end - counts[1], counts[1]}};
+    }
+
+    static constexpr size_t kCells = size_t{kTopCells} * kTopCells;
+
+    Directory& mDirectory;
+    GrowingArray<Box> mBoxes;           // Of the runs.
+    uint32_t mBegins[kCells + 1] = {};  // Where the runs of each cell begin in mListed ...
+    uint32_t mNext[kCells];             // ... and where the next one goes.
+    GrowingArray<uint32_t> mListed;
+    GrowingArray<uint32_t> mSaved;  // Runs of both halves, for the second halves to come.
+    size_t mLimit = 0;              // Of the words.
+    size_t mLooksLeft = 0;          // In the cell at hand.
+};
+
+Directory::Outcome Directory::Build(const ZDDatabase& db) {
+    const std::unique_ptr<Builder> builder(new (std::nothrow) Builder(this));
+    return builder != nullptr ? builder->Build(db) : Outcome::kNoMemory;
 }
 
 Directory::Runs Directory::RunsAt(const Point& point) const {
@@ -202,17 +296,17 @@ Directory::Runs Directory::RunsAt(const Point& point) const {
     Part lat = mLat.PartOf(row);
     Part lon = mLon.PartOf(column);
     size_t node = mTop[row * kTopCells + column];
-    while ((mNodes[node] & (kAlone | kListed)) == 0) {
+    while ((mWords[node] & (kAlone | kListed)) == 0) {
         const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
         Part& part = isSplitByLat ? lat : lon;
         const int64_t middle = part.Middle();
         const bool isSecond = (isSplitByLat ? point.lat : point.lon) > middle;
         part = isSecond ? Part{middle + 1, part.max} : Part{part.min, middle};
-        node = isSecond ? mNodes[node] : node + 1;
+        node = isSecond ? mWords[node] : node + 1;
     }
-    const uint32_t rest = mNodes[node] & kRestMask;
-    if ((mNodes[node] & kAlone) != 0) return {nullptr, 1, rest};
-    return {&mLists[rest + 1], mLists[rest], 0};
+    const uint32_t rest = mWords[node] & kRestMask;
+    if ((mWords[node] & kAlone) != 0) return {nullptr, 1, rest};
+    return {&mWords[node + 1], rest, 0};
 }
 
 }  // namespace zonedetect
@@ -222,20 +316,35 @@ ZDDirectory::~ZDDirectory() {
 }
 
 const zonedetect::Directory* ZDDirectory::Get(const ZDDatabase& db) {
+    using zonedetect::Directory;
     State state = mState.load(std::memory_order_acquire);
     if (state == kReady) return mDirectory;
     if (state != kNone) return nullptr;
     if (!mState.compare_exchange_strong(state, kBusy, std::memory_order_acquire)) return nullptr;
-    try {
-        auto directory = std::make_unique<zonedetect::Directory>();
-        if (directory->Build(db)) {
-            mDirectory = directory.release();
-            mState.store(kReady, std::memory_order_release);
-            return mDirectory;
-        }
-        mState.store(kUseless, std::memory_order_relaxed);
-    } catch (const std::bad_alloc&) {
-        mState.store(kNone, std::memory_order_release);  // The next lookup tries again.
+    if (mLookupsToWait > 0) {
+        --mLookupsToWait;
+        mState.store(kNone, std::memory_order_release);
+        return nullptr;
     }
+    auto* directory = new (std::nothrow) Directory;
+    const Directory::Outcome outcome =
+            directory != nullptr ? directory->Build(db) : Directory::Outcome::kNoMemory;
+    if (outcome == Directory::Outcome::kBuilt) {
+        mDirectory = directory;
+        // Lookups touch a few places of the file from here on: reading ahead of them would read
+        // pages that nobody asks for.
+        if (db.fd >= 0) {
+            madvise(const_cast<uint8_t*>(db.mapping), static_cast<size_t>(db.length), MADV_RANDOM);
+        }
+        mState.store(kReady, std::memory_order_release);
+        return directory;
+    }
+    delete directory;
+    if (outcome == Directory::Outcome::kNoMemory) {
+        mLookupsToWait = mNextWait;
+        if (mNextWait < UINT32_MAX / 2) mNextWait *= 2;
+    }
+    mState.store(outcome == Directory::Outcome::kUseless ? kUseless : kNone,
+                 std::memory_order_release);
     return nullptr;
 }

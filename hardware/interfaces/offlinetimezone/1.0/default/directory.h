@@ -4,20 +4,22 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "box_table.h"
+#include "growing_array.h"
 
 namespace zonedetect {
 
-// Runs are stretches of entries with the same box, such as the zones of one tile. For each point
-// the directory lists, in the table's order, the runs whose box may contain it; reading those alone
-// gives what a scan of the whole table gives.
+// A spatial index of the table. Runs are stretches of entries with the same box, such as the zones
+// of one tile. For each point the directory lists, in the table's order, the runs whose box may
+// contain it; reading those alone gives what a scan of the whole table gives.
 //
-// A top grid of 64 by 64 cells spans all boxes; each cell is halved across its longer side until a
-// part meets one run, or until the halves would list more than the table is worth. Boxes that were
-// made by halving, as the compiler makes them, then end up alone. Besides twelve bytes a run it
-// holds a few words a run and 16 KB.
+// A grid of 64 by 64 cells spans all boxes; each cell is halved across its longer side until a part
+// meets one run, or until halving takes more memory than the table is worth (a k-d tree by
+// bisection). Boxes that were made by halving, as the compiler makes them, then end up alone.
+//
+// It keeps at most 24 bytes a run and 272 KB. Making it takes at most 72 bytes a run and 1 MB more,
+// in time proportional to the runs and the logarithm of their number.
 class Directory {
   public:
     // Some runs, in the table's order.
@@ -29,10 +31,15 @@ class Directory {
         uint32_t At(uint32_t i) const { return list != nullptr ? list[i] : alone; }
     };
 
-    // Makes the directory of `db`'s table. False where it would not serve: for a table that is not
-    // sorted, which a scan need not read to its end, or one whose boxes overlap too much. Throws
-    // std::bad_alloc.
-    bool Build(const ZDDatabase& db);
+    enum class Outcome {
+        kBuilt,
+        kUseless,   // The table is not sorted, so that a scan need not read all of it, or its boxes
+                    // overlap too much.
+        kNoMemory,  // Another time it may be built.
+    };
+
+    // Makes the directory of `db`'s table; to be called once. Only after kBuilt may it be asked.
+    Outcome Build(const ZDDatabase& db);
 
     Runs RunsAt(const Point& point) const;
 
@@ -41,9 +48,7 @@ class Directory {
     uint32_t EndOf(uint32_t run) const { return mPlaces[run + 1].position; }
 
   private:
-    // A node is a run alone, a place in mLists, or the index of its second half, behind the first
-    // half, which follows it.
-    using Node = uint32_t;
+    static constexpr uint32_t kTopCells = 64;  // In each direction.
 
     // An interval of units, halved like a tile.
     struct Part {
@@ -53,7 +58,7 @@ class Directory {
         int64_t Middle() const { return min + (max - min) / 2; }
     };
 
-    // One axis of the top grid. Any rising function from units to cells serves; this one meets the
+    // One axis of the grid. Any rising function from units to cells serves; this one meets the
     // halves of a tiled world.
     struct Axis {
         int32_t min = 0;
@@ -64,33 +69,34 @@ class Directory {
         Part PartOf(size_t cell) const;
     };
 
-    struct Draft;  // What is needed while it is made.
+    class Builder;
 
-    bool ReadRuns(const ZDDatabase& db, std::vector<Box>* boxes);
-    void AddNode(Draft* draft, const Part& lat, const Part& lon, size_t first, size_t count,
-                 size_t end, size_t budget);
-
-    std::vector<TablePlace> mPlaces;  // Of each run, and behind the last one.
+    GrowingArray<TablePlace> mPlaces;  // Of each run, and behind the last one.
     Axis mLat;
     Axis mLon;
-    std::vector<uint32_t> mTop;  // The node of each cell, row by row.
-    std::vector<Node> mNodes;
-    std::vector<uint32_t> mLists;  // Counts, each with so many runs behind it.
+    uint32_t mTop[kTopCells * kTopCells];  // The node of each cell, row by row.
+    // Nodes. One that is halved holds the place of its second half; its first half follows it. One
+    // that is not is a run alone, or a count with so many runs behind it.
+    GrowingArray<uint32_t> mWords;
 };
 
 }  // namespace zonedetect
 
 // A handle's directory, made by the first lookup. Any number of threads may ask for it.
-class ZDDirectory {
+struct ZDDirectory {
   public:
     ~ZDDirectory();
 
-    // The directory, or null where a scan must answer: while another thread makes it, when there is
-    // no memory, or when the table is not one for it.
+    // The directory, or null where a scan must answer: while another thread makes it, when there
+    // was no memory, or when the table is not one for it. Where memory was short it is tried again
+    // after 1, 2, 4, 8, ... lookups.
     const zonedetect::Directory* Get(const ZDDatabase& db);
 
   private:
     enum State { kNone, kBusy, kReady, kUseless };
     std::atomic<State> mState{kNone};
+    // Guarded by mState: changed only by the thread that has made it kBusy.
+    uint32_t mLookupsToWait = 0;
+    uint32_t mNextWait = 1;
     zonedetect::Directory* mDirectory = nullptr;  // Written before mState becomes kReady.
 };

@@ -51,22 +51,6 @@ class TurnCounter {
 // Floats hold coordinates from -kExactLimit to below kExactLimit, and their differences, exactly.
 constexpr int32_t kExactLimit = 1 << 23;
 
-inline bool IsExact(int64_t coordinate) {
-    return coordinate >= -kExactLimit && coordinate < kExactLimit;
-}
-
-// The least that the squared distance of an edge may be whose box lies so many units away from the
-// target, for coordinates that floats hold exactly.
-//
-// The distance is taken to the edge's end, which is at least so far away, or to a foot that
-// truncates into the box, which in each direction is more than one unit less away; its difference
-// to the target is rounded to a float and truncated, and both leave whole numbers alone.
-inline uint64_t LeastSquaredDistance(int64_t awayLat, int64_t awayLon) {
-    const int64_t lat = std::max<int64_t>(awayLat - 1, 0);
-    const int64_t lon = std::max<int64_t>(awayLon - 1, 0);
-    return static_cast<uint64_t>(lat * lat + 4 * lon * lon);
-}
-
 // Keeps the smallest squared distance of edges to a target, as long as floats hold all coordinates
 // exactly. Then nothing here is beyond what its type holds: with coordinates c and slopes of at
 // most 2^24, a foot comes from sums and quotients below 2^72, and lies within 3c, rounding
@@ -93,6 +77,10 @@ class DistanceKeeper {
 
     void Add(const FourEdges& edges) {
         Check(edges.lat, edges.lon);
+        // A lower bound of each edge's squared distance. The distance is taken to the edge's end,
+        // or to a foot that truncates into the edge's box, which in each direction is less than one
+        // unit nearer than the box; its difference to the target is rounded to a float and
+        // truncated, and both leave whole numbers alone.
         const Floats awayLat = Away(edges.lat, edges.fromLat, mLat);
         const Floats awayLon = Away(edges.lon, edges.fromLon, mLon);
         if (!AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit)) return;
@@ -141,7 +129,7 @@ class DistanceKeeper {
     // What a bound's three products and sum may come to where it is as much as this, and more.
     static Floats LimitOf(float squared) { return AllOf(squared * (1.0f + 0x1p-20f)); }
 
-    // How many units, less one, edges lie away from a coordinate; 0 where they meet it.
+    // The distance of edges' boxes from a coordinate, less one unit; 0 where they meet it.
     static Floats Away(Ints a, Ints b, Ints target) {
         const Floats fromA = ToFloats(AsInts(AsUnits(a) - AsUnits(target)));
         const Floats fromB = ToFloats(AsInts(AsUnits(b) - AsUnits(target)));

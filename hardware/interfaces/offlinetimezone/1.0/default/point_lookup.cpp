@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 
 #include "box_table.h"
 #include "directory.h"
@@ -16,6 +15,17 @@ namespace zonedetect {
 
 namespace {
 
+// Platforms that fill every local variable with zeros must not fill the list of hits: 32 KB in each
+// lookup.
+#if defined(__has_attribute)
+#if __has_attribute(uninitialized)
+#define OFFLINETZ_UNINITIALIZED __attribute__((uninitialized))
+#endif
+#endif
+#ifndef OFFLINETZ_UNINITIALIZED
+#define OFFLINETZ_UNINITIALIZED
+#endif
+
 constexpr int32_t kRingShift = 3;  // Rings are tested this many longitude units further west.
 
 // A ring that holds the point, or later a zone.
@@ -24,20 +34,15 @@ struct Hit {
     uint32_t recordOffset;
 };
 
-// The hits of a lookup. The first few need no memory of their own.
+// The hits of a lookup: an array on the stack, most of which is never touched.
 class HitList {
   public:
     // cppcheck-suppress uninitMemberVar ; hits that are not counted are not looked at.
-    HitList() = default;
-    HitList(const HitList&) = delete;
-    HitList& operator=(const HitList&) = delete;
-    ~HitList() {
-        if (mHits != mFew) std::free(mHits);
-    }
+    HitList() {}  // NOLINT(modernize-use-equals-default): which would fill the array with zeros.
 
-    // False when the list cannot grow, or has grown beyond what any honest table holds at a point.
+    // False when the list is full, which no honest table makes it.
     bool Append(const Hit& hit) {
-        if (mCount == kMaxHits || (mCount == mRoom && !Grow())) return false;
+        if (mCount == kMaxHits) return false;
         mHits[mCount++] = hit;
         return true;
     }
@@ -47,30 +52,15 @@ class HitList {
     void CutAt(const Hit* end) { mCount = static_cast<size_t>(end - mHits); }
 
   private:
-    static constexpr size_t kFew = 16;
-
-    bool Grow() {
-        auto* grown = static_cast<Hit*>(std::malloc(2 * mRoom * sizeof(Hit)));
-        if (grown == nullptr) return false;
-        std::memcpy(grown, mHits, mCount * sizeof(Hit));
-        if (mHits != mFew) std::free(mHits);
-        mHits = grown;
-        mRoom *= 2;
-        return true;
-    }
-
-    Hit mFew[kFew];
-    Hit* mHits = mFew;
-    size_t mRoom = kFew;
+    Hit mHits[kMaxHits];
     size_t mCount = 0;
 };
 
 // Collects the rings that hold a point, in the table's order.
 class Scan {
   public:
-    Scan(const ZDDatabase& db, const Point& target, uint64_t* minDistance, ReadBudget* budget,
-         HitList* hits)
-        : mDb(db), mTarget(target), mMinDistance(minDistance), mBudget(budget), mHits(hits) {}
+    Scan(const ZDDatabase& db, const Point& target, uint64_t* minDistance, HitList* hits)
+        : mDb(db), mTarget(target), mMinDistance(minDistance), mBudget(db.length), mHits(hits) {}
 
     void Run() {
         const Directory* directory = mDb.directory != nullptr ? mDb.directory->Get(mDb) : nullptr;
@@ -112,17 +102,17 @@ class Scan {
         Cursor ring = CursorAt(mDb, ringPosition);
         const ZDLookupResult result = ClassifyAgainstRing(&ring, ringTarget, mMinDistance);
         if (result == ZDLookupParsingError) return false;
-        mBudget->Spend(PositionOf(mDb, ring) - ringPosition);
+        mBudget.Spend(PositionOf(mDb, ring) - ringPosition);
         if (result != ZDLookupNotInZone && !mHits->Append({result, place.recordOffset})) {
             return false;
         }
-        return !mBudget->IsSpent();
+        return !mBudget.IsSpent();
     }
 
     const ZDDatabase& mDb;
     const Point mTarget;
     uint64_t* const mMinDistance;  // Null: not wanted.
-    ReadBudget* const mBudget;
+    ReadBudget mBudget;            // For rings.
     HitList* const mHits;
 };
 
@@ -168,21 +158,15 @@ void MergeZones(HitList* hits) {
 // The result list for the zones: one block of memory that holds the entries, the end entry, the
 // arrays of values and the texts, because a lookup is over in the time that a few blocks would
 // take. Null when memory is short.
-ZDResult* MakeResults(const ZDDatabase& db, HitList* zones, ReadBudget* budget) {
+ZDResult* MakeResults(const ZDDatabase& db, HitList* zones) {
     // Slot 0 always exists, also where the database names no field; the other slots are never
     // filled and stay null.
     const size_t slots = std::max<size_t>(db.fieldCount, 1);
     const auto count = static_cast<size_t>(zones->end() - zones->begin());
-    ReadBudget measuring = *budget;
-    size_t textBytes = 0;
-    for (const Hit& zone : *zones) {
-        uint32_t position = db.metadataOffset + zone.recordOffset;
-        StoredString text;
-        if (FindString(db, &position, &measuring, &text)) textBytes += text.Room();
-    }
     static_assert(alignof(ZDResult) >= alignof(char*), "the arrays follow the entries");
     const size_t entryBytes = (count + 1) * sizeof(ZDResult);
     const size_t arrayBytes = count * slots * sizeof(char*);
+    const size_t textBytes = count * StoredString::kMaxRoom;
     auto* block = static_cast<char*>(std::malloc(entryBytes + arrayBytes + textBytes));
     if (block == nullptr) return nullptr;
     auto* const results = reinterpret_cast<ZDResult*>(block);
@@ -190,11 +174,13 @@ ZDResult* MakeResults(const ZDDatabase& db, HitList* zones, ReadBudget* budget) 
     std::fill(values, values + count * slots, nullptr);
     char* text = block + entryBytes + arrayBytes;
 
+    // Of their own: rings that took all of theirs must not cost the zones their names.
+    ReadBudget budget(db.length);
     ZDResult* entry = results;
     for (const Hit& zone : *zones) {
         uint32_t position = db.metadataOffset + zone.recordOffset;
         StoredString stored;
-        if (FindString(db, &position, budget, &stored)) {
+        if (FindString(db, &position, &budget, &stored)) {
             stored.CopyTo(text);
             values[0] = text;
             text += stored.Room();
@@ -212,18 +198,17 @@ ZDResult* MakeResults(const ZDDatabase& db, HitList* zones, ReadBudget* budget) 
 
 ZDResult* ZDLookup(const ZDDatabase* db, float lat, float lon, float* safezone) {
     using namespace zonedetect;
-    HitList hits;
-    ReadBudget budget(db->length);
+    OFFLINETZ_UNINITIALIZED HitList hits;
     float distance = 0.0f;
     if (HasScale(*db)) {
         const float scale = Scale(*db);
         const Point target = {LatitudeUnits(lat, scale), LongitudeUnits(lon, scale)};
         uint64_t minDistance = UINT64_MAX;
-        Scan(*db, target, safezone != nullptr ? &minDistance : nullptr, &budget, &hits).Run();
+        Scan(*db, target, safezone != nullptr ? &minDistance : nullptr, &hits).Run();
         MergeZones(&hits);
         distance = sqrtf(static_cast<float>(minDistance)) * 90.0f / scale;
     }
-    ZDResult* results = MakeResults(*db, &hits, &budget);
+    ZDResult* results = MakeResults(*db, &hits);
     if (results != nullptr && safezone != nullptr) *safezone = distance;
     return results;
 }

@@ -11,14 +11,14 @@ namespace zonedetect {
 // size into lists that no device has the memory for.
 constexpr size_t kMaxHits = 4096;
 
-// The bytes that one opening reads for strings, or one lookup for rings and strings, beyond its one
-// pass over the box table. Whatever is begun while some are left is read to its end. Then a scan
-// ends as at a broken ring, and a string counts as one that cannot be decoded.
+// The bytes that may be read: one opening has one for its strings, one lookup has one for the rings
+// and another for the strings, beyond its one pass over the box table. Whatever is begun while some
+// are left is read to its end. Then a scan ends as at a broken ring, and a string counts as one
+// that cannot be decoded.
 //
 // A hostile file could otherwise point thousands of entries at one long ring, or at one long run of
-// bytes that each say that another follows, and hold the worker for minutes. Honest files stay far
-// below: a lookup reads each ring once, or once for each of a few zones that share it, which four
-// times the content covers, and no more texts than the rest covers at full length.
+// bytes that each say that another follows, and hold the worker for minutes. A file in which no
+// point lies in boxes whose rings sum up to more than four times the content stays below.
 class ReadBudget {
   public:
     explicit ReadBudget(int32_t contentLength) : mLeft(Bytes(contentLength)) {}

@@ -36,27 +36,6 @@ struct Block {
     }
 };
 
-// From where to where coordinates go on a way of `length` units to and fro that leads from one to
-// another.
-struct Span {
-    int64_t min;
-    int64_t max;
-
-    Span(int32_t from, int32_t to, int64_t length) {
-        const int64_t up = (length + to - from + 1) / 2;
-        min = to - up;
-        max = from + up;
-    }
-    void Include(int32_t coordinate) {
-        min = std::min<int64_t>(min, coordinate);
-        max = std::max<int64_t>(max, coordinate);
-    }
-    // How far it is from a coordinate; 0 where it contains it.
-    int64_t Away(int32_t coordinate) const {
-        return std::max(std::max(min - coordinate, coordinate - max), int64_t{0});
-    }
-};
-
 // A walk along a ring, which counts the quarter turns around a target and keeps the smallest
 // squared distance of an edge.
 class Walk {
@@ -74,13 +53,11 @@ class Walk {
     }
 
     // Takes the steps of a block, and the one that closes the ring if it follows. Any of them may
-    // end the walk. Returns how many were taken.
-    size_t Take(const Block& block, bool isFirst) {
-        if (!block.isWhole) return TakeOneByOne(block);
-        // Most rings have one block: it pays only with the next ones.
-        if (!isFirst && PassBy(block)) return block.steps;
-        const bool isDone = mMeasures ? TakeByFours<true>(block) : TakeByFours<false>(block);
-        return isDone ? block.steps + (block.closes ? 1 : 0) : TakeOneByOne(block);
+    // end the walk.
+    void Take(const Block& block) {
+        const bool isDone =
+                block.isWhole && (mMeasures ? TakeByFours<true>(block) : TakeByFours<false>(block));
+        if (!isDone) TakeOneByOne(block);
     }
 
     // What ended the walk: ZDLookupBorderVertex or ZDLookupOnBorder, or ZDLookupNotInZone while
@@ -90,55 +67,6 @@ class Walk {
     uint64_t Nearest() const { return mNearest; }
 
   private:
-    // Tells from sums alone how far a block, which has steps, may come, and takes one whole that
-    // keeps too far away to matter: beyond the target's parallel or meridian, so that the quadrants
-    // of its ends say how often it turns. False, with no step taken, for all others; one that may
-    // come nearer than all before has its last edge measured. Long rings have most of their blocks
-    // far from a target.
-    bool PassBy(const Block& block) {
-        Units sums = {0, 0, 0, 0};
-        Units lengths = {0, 0, 0, 0};
-        Units all = {0, 0, 0, 0};
-        for (size_t i = 0; i < 2 * block.steps; i += 2 * kLanes) {
-            const Units a = LoadUnits(block.deltas + i);
-            const Units b = LoadUnits(block.deltas + i + kLanes);
-            // One less if negative.
-            const Units lengthA = a ^ AsUnits(AsInts(a) < 0);
-            const Units lengthB = b ^ AsUnits(AsInts(b) < 0);
-            sums += a + b;
-            lengths += lengthA + lengthB;
-            all |= lengthA | lengthB;
-        }
-        // Without long steps nothing has wrapped.
-        if ((all[0] | all[1] | all[2] | all[3]) > uint32_t{kExactLimit}) return false;
-        const Point end = {WrappingAdd(mAt.lat, static_cast<int32_t>(sums[0] + sums[2])),
-                           WrappingAdd(mAt.lon, static_cast<int32_t>(sums[1] + sums[3]))};
-        const auto missing = static_cast<uint32_t>(block.steps);
-        Span lat(mAt.lat, end.lat, lengths[0] + lengths[2] + missing);
-        Span lon(mAt.lon, end.lon, lengths[1] + lengths[3] + missing);
-        if (block.closes) {
-            lat.Include(mFirst.lat);
-            lon.Include(mFirst.lon);
-        }
-        if (!IsExact(lat.min) || !IsExact(lat.max) || !IsExact(lon.min) || !IsExact(lon.max) ||
-            !IsExact(mTarget.lat) || !IsExact(mTarget.lon)) {
-            return false;
-        }
-        const int64_t awayLat = lat.Away(mTarget.lat);
-        const int64_t awayLon = lon.Away(mTarget.lon);
-        if (mMeasures && LeastSquaredDistance(awayLat, awayLon) < mNearest) {
-            // A way that comes nearer is nearest at its end: then few of its other edges can win.
-            const int32_t* const last = block.deltas + 2 * (block.steps - 1);
-            const Point before = {WrappingAdd(end.lat, -last[0]), WrappingAdd(end.lon, -last[1])};
-            mNearest = std::min(mNearest, SquaredDistance(before, end, mTarget));
-            return false;
-        }
-        if (awayLat == 0 && awayLon == 0) return false;
-        mQuarters += QuarterTurn(mAt, block.closes ? mFirst : end, mTarget);
-        mAt = end;
-        return true;
-    }
-
     // Sums up the points for four edges at a time.
     struct Points {
         Units last;  // The latitude and longitude of the last one, twice.
@@ -196,18 +124,12 @@ class Walk {
         return true;
     }
 
-    size_t TakeOneByOne(const Block& block) {
-        size_t step = 0;
-        while (step < block.steps && mStop == ZDLookupNotInZone) {
-            StepTo({WrappingAdd(mAt.lat, block.deltas[2 * step]),
-                    WrappingAdd(mAt.lon, block.deltas[2 * step + 1])});
-            ++step;
+    void TakeOneByOne(const Block& block) {
+        for (size_t i = 0; i < 2 * block.steps && mStop == ZDLookupNotInZone; i += 2) {
+            StepTo({WrappingAdd(mAt.lat, block.deltas[i]),
+                    WrappingAdd(mAt.lon, block.deltas[i + 1])});
         }
-        if (block.closes && mStop == ZDLookupNotInZone) {
-            StepTo(mFirst);
-            ++step;
-        }
-        return step;
+        if (block.closes && mStop == ZDLookupNotInZone) StepTo(mFirst);
     }
 
     void Visit(const Point& point) {
@@ -270,18 +192,13 @@ ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t
     walk.BeginAt(first);
     uint32_t left = count > 0 ? count - 1 : 0;
     bool isClosed = count == 0;
-    for (bool isFirst = true; walk.Stop() == ZDLookupNotInZone && !isClosed; isFirst = false) {
+    while (walk.Stop() == ZDLookupNotInZone && !isClosed) {
         Block block;
-        const Cursor start = *cursor;
         const size_t wanted = std::min<size_t>(left, kBlockSteps);
         left -= static_cast<uint32_t>(wanted);
         block.Read(cursor, wanted);
         block.closes = isClosed = left == 0 && block.isWhole;
-        const size_t taken = walk.Take(block, isFirst);
-        if (walk.Stop() != ZDLookupNotInZone && taken <= block.steps) {
-            *cursor = start;
-            DecodeDeltasPortable(cursor, block.deltas, 2 * taken);
-        }
+        walk.Take(block);
         if (!block.isWhole && walk.Stop() == ZDLookupNotInZone) {
             if (minDistance != nullptr) *minDistance = walk.Nearest();
             return ZDLookupParsingError;

@@ -52,6 +52,8 @@ int SHA1Input(SHA1Context* context, const uint8_t* message, uint32_t length) {
             context->Length_Low += kBlockBits * blocks;
             message += kBlockSize * blocks;
             length -= kBlockSize * blocks;
+            // The context holds the bytes taken last, whichever way they went.
+            std::memcpy(context->Message_Block, message - kBlockSize, kBlockSize);
             continue;
         }
         context->Message_Block[context->Message_Block_Index++] = *message++;

@@ -5,7 +5,7 @@
 // at a time.
 #pragma once
 
-#include <cstdint>
+#include <stdint.h>
 
 #include "export.h"
 

@@ -8,7 +8,7 @@ namespace zonedetect {
 namespace {
 
 constexpr uint32_t kReferenceBase = 256;  // String lengths from here on are references.
-constexpr uint32_t kMaxReferencedLength = 256;
+static_assert(kReferenceBase <= StoredString::kMaxLength + 1, "no string is longer");
 constexpr uint64_t kStringMask = 0x8080808080808080u;  // Eight characters at a time.
 
 // Reads a string's leading number.
@@ -44,7 +44,8 @@ bool FindString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget, St
     const bool isReference = length >= kReferenceBase;
     if (isReference) {
         cursor = CursorAt(db, db.metadataOffset + (length - kReferenceBase));
-        if (!ReadLength(&cursor, budget, &length) || length > kMaxReferencedLength) return false;
+        if (!ReadLength(&cursor, budget, &length) || length > StoredString::kMaxLength)
+            return false;
     }
     // A text that runs past the content is as unreadable as any other number out of range.
     if (length > static_cast<size_t>(cursor.end - cursor.next)) return false;

@@ -15,6 +15,10 @@ struct StoredString {
     const uint8_t* bytes;
     uint32_t length;
 
+    static constexpr uint32_t kMaxLength = 256;
+    // What the longest one needs.
+    static constexpr size_t kMaxRoom = kMaxLength + 8;
+
     // The room that CopyTo needs: a zero at the end, and whole words on the way there.
     size_t Room() const { return size_t{length} + 8; }
 

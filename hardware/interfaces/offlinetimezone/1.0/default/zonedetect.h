@@ -9,11 +9,11 @@
 // described in docs/format.md.
 #pragma once
 
-#include <cstdint>
+#include <stdint.h>
 
 #include "export.h"
 
-class ZDDirectory;
+struct ZDDirectory;
 
 #ifdef __cplusplus
 extern "C" {
@@ -47,7 +47,7 @@ typedef struct ZDDatabase {
     uint32_t polygonDataOffset;
     const uint8_t* checksum;  // The digest trailer, mapping + length.
     // What lookups remember of the box table, owned; null: they scan it. The first lookup fills it.
-    ZDDirectory* directory;
+    struct ZDDirectory* directory;
 } ZDDatabase;
 
 // One entry of a lookup's result list.
