@@ -1,6 +1,8 @@
 // The library, loaded: every flow that a client can take, with its answers and its log.
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -188,7 +190,6 @@ TEST_F(FlowTest, RegistrationsAndDeathsTakeTurns) {
                 const sp<android::hardware::hidl_death_recipient>& recipient,
                 uint64_t cookie) override {
             std::exchange(mBeforeLink, [] {})();
-            ++mLinks;
             return Recorder::linkToDeath(recipient, cookie);
         }
         android::hardware::Return<bool> unlinkToDeath(
@@ -198,7 +199,6 @@ TEST_F(FlowTest, RegistrationsAndDeathsTakeTurns) {
         }
         std::function<void()> mBeforeLink = [] {};
         std::function<void()> mBeforeUnlink = [] {};
-        int mLinks = 0;
     };
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 1));
     LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
@@ -216,8 +216,12 @@ TEST_F(FlowTest, RegistrationsAndDeathsTakeTurns) {
         EXPECT_EQ((ClientReport{std::string("1\0!", 3), "2", "\"Zone/A\""}), reports.back());
         return true;
     };
-    // B registers while A's death is handled: it is served, and its own death is noticed.
+    // The database is opened behind what a client asks while it is linked.
+    a->mBeforeLink = [&] { service->Lookup("1", "2"); };
     service->startLookup(a);
+    ASSERT_TRUE(a->WaitFor(1));
+    EXPECT_EQ("error:Server is not supportted", a->Reports()[0].tzId);
+    // B registers while A's death is handled: it is served, and its own death is noticed.
     a->mBeforeUnlink = [&] { service->startLookup(b); };
     host::EndOwnerOf(a);
     EXPECT_TRUE(isServed(b));
@@ -244,6 +248,13 @@ TEST_F(FlowTest, RegistrationsAndDeathsTakeTurns) {
     service->startLookup(a);
     host::EndOwnerOf(b);
     EXPECT_TRUE(isServed(a));
+    // The same, and B registers again while it is unlinked: it is served and its death is noticed.
+    b->mBeforeLink = [&] { host::EndOwnerOf(a); };
+    b->mBeforeUnlink = [&] { service->startLookup(b); };
+    service->startLookup(b);
+    EXPECT_TRUE(isServed(b));
+    host::EndOwnerOf(b);
+    EXPECT_FALSE(isServed(b));
 }
 
 // While the library ends and a client is still in its report, nobody registers any more.
@@ -261,6 +272,24 @@ TEST_F(FlowTest, NobodyRegistersWhileItEnds) {
     service->Lookup("1", "2");
     service.Unload();
     EXPECT_EQ(2, client->getStrongCount());  // The test's and the service object's.
+}
+
+// A process that was forked off ends like any other.
+TEST_F(FlowTest, AForkedProcessEnds) {
+    WriteFile(kActive, SampleDatabase("\"Zone/A\"", 1));
+    LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
+    const sp<Recorder> client = new Recorder;
+    service->startLookup(client);
+    service->Lookup("1", "2");
+    ASSERT_TRUE(client->WaitFor(1));
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        std::exit(0);
+    }
+    int status;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
 }
 
 // Threads go on calling while the process ends, and so does an exit handler that is older than the

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sha1.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -46,6 +47,7 @@ extern "C" void __wrap_FaultHandler(const char* file, int line) {
 namespace {
 
 struct OpenWorker : WorkerThread {
+    using WorkerThread::MakeMessage;
     using WorkerThread::Post;
     using WorkerThread::WorkerThread;
 };
@@ -79,8 +81,8 @@ TEST_F(WorkerTest, QueuesWithoutAThreadUntilItIsClosed) {
     EXPECT_TRUE(worker.CreateThread());
     EXPECT_TRUE(pthread_equal(thread, worker.GetThreadId()));
     EXPECT_FALSE(pthread_equal(thread, WorkerThread::GetCurrentThreadId()));
-    worker.Post(77, new MsgData);  // No such message.
-    worker.Post(MSG_TIMER, new MsgData);
+    worker.Post(worker.MakeMessage(77, new MsgData));  // No such message.
+    worker.Post(worker.MakeMessage(MSG_TIMER, new MsgData));
     worker.ExitThread();
     EXPECT_EQ(3, gFaults);
     EXPECT_THAT(mLog.TakeMessages(), Contains("Timer expired on "));
@@ -176,22 +178,32 @@ TEST_F(WorkerTest, TheManagerRestoresAndItsDigestTellsOfMisuse) {
                             "SHA1Result Error 1, could not compute message digest.\n"));
 }
 
-// Then the worker is destroyed on its own thread, which it cannot wait for.
-TEST(WorkerDeathTest, AClientMayEndTheProcessFromItsReport) {
+// From its report a client may end the process: then the worker is destroyed on its own thread,
+// which it cannot wait for. Or its thread alone, and where nothing tells the worker of that, it
+// must not wait either.
+TEST(WorkerDeathTest, AClientMayEndTheProcessOrTheThreadFromItsReport) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     // The companion thread, which has ended, is not joined any more.
     setenv("TSAN_OPTIONS", "report_thread_leaks=0", 1);
-    EXPECT_EXIT(
-            {
-                static WorkerThread worker("OfflinetimezoneThread");
-                const sp<Recorder> client = new Recorder;
-                client->onReport = [] { std::exit(7); };
-                worker.registerCb(client);
-                worker.CreateThread();
-                worker.PostMsg(new MsgData);
-                std::this_thread::sleep_for(std::chrono::minutes(1));
-            },
-            testing::ExitedWithCode(7), "");
+    for (const bool endsProcess : {true, false}) {
+        EXPECT_EXIT(
+                {
+                    alarm(60);
+                    static WorkerThread worker("OfflinetimezoneThread");
+                    const sp<Recorder> client = new Recorder;
+                    client->onReport = [endsProcess] {
+                        if (endsProcess) std::exit(7);
+                        syscall(SYS_exit, 0);
+                    };
+                    worker.registerCb(client);
+                    worker.CreateThread();
+                    worker.PostMsg(new MsgData);
+                    if (endsProcess) std::this_thread::sleep_for(std::chrono::minutes(1));
+                    client->WaitFor(1);
+                    std::exit(7);
+                },
+                testing::ExitedWithCode(7), "");
+    }
 }
 
 }  // namespace

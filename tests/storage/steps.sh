@@ -3,7 +3,8 @@
 active=offlinetz/lastcombinedTimezone.bin
 backup=offlinetz/lastcombinedTimezonebackup.bin
 
-# put ACTIVE BACKUP: copies of these files; or a directory, a pipe, a link to what stands behind
+# put ACTIVE BACKUP: copies of these files; or a directory, a pipe, one that is opened
+# and closed at its other end, a link to what stands behind
 # "->", another name of the other file (=), or nothing (-).
 put() {
   for path in $active $backup; do
@@ -13,6 +14,7 @@ put() {
       =) ln $active $path ;;
       directory) mkdir $path ;;
       pipe) mkfifo $path ;;
+      read-pipe) mkfifo $path; timeout 60 sh -c ": <$path" & ;;
       '->/'*) ln -s "${1#??}" $path ;;
       '->'*) ln -s "$PWD/${1#??}" $path ;;
       *) cp "$1" $path ;;

@@ -13,6 +13,7 @@
 
 #include "database_files.h"
 #include "database_paths.h"
+#include "fixed_answers.h"
 #include "sha1.h"
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
@@ -20,9 +21,6 @@ namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
 namespace {
 
 constexpr char kTag[] = "OfflinetimezoneInterface";
-constexpr int32_t kNoVersion = 65535;
-constexpr char kNotSupported[] = "error:Server is not supportted";
-constexpr char kMallocFailed[] = "error:malloc failed";
 
 #define LOG(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
 
@@ -235,7 +233,7 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
 
     bool copied = true;
     bool atEnd = false;
-    bool isEmpty = false;
+    bool isCut = false;
     while (copied && !atEnd) {
         uint8_t buffer[4096];
         const size_t got = std::fread(buffer, 1, sizeof buffer, source);
@@ -251,8 +249,8 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
             }
         }
         // Not before there is something to write: a source that cannot be read costs nothing.
-        isEmpty = isEmpty || Empty(destination);
-        copied = isEmpty && std::fwrite(buffer, 1, got, destination) == got;
+        isCut = isCut || Truncate(destination);
+        copied = isCut && std::fwrite(buffer, 1, got, destination) == got;
         // The last bytes may still sit in the stream's buffer or the page cache. The next step
         // cuts or opens files on the strength of this copy, so it counts only once the medium
         // has it; bytes that do not get there are bytes not written.

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "WorkerThread.h"
-#include "client_exceptions.h"
+#include "client_call.h"
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
 
@@ -59,6 +59,9 @@ namespace {
 // What happens at process exit: the client's callback is dropped, then the worker ends.
 struct Closer {
     ~Closer() {
+        // A process that was forked off has no worker thread to wait for, and locks that threads of
+        // the other one may have held.
+        if (getpid() != mLoader) return;
         sp<IOfflinetimezoneCallback> last;  // Released after the lock.
         {
             const std::lock_guard<std::mutex> lock(registrationMutex);
@@ -68,24 +71,37 @@ struct Closer {
         last.clear();
         lookupThread.Close();
     }
+    const pid_t mLoader = getpid();
 } closer;
 
-// Calls into the client's object, with no lock held. Whether it answers, what it answers and what
-// it throws changes nothing.
-void Link(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient) {
-    try {
-        static_cast<void>(client->linkToDeath(recipient, kDeathCookie).isOk());
-    } catch (...) {
-        LetThreadEnd();
+// Takes the client's link away and, if the client is registered all the same because it has
+// registered again in between, links it again: its new link went with the old one. Calls the
+// client, with no lock held.
+void Unlink(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient);
+
+// Links the client that was registered after `deaths` notices. A notice that was handled in between
+// has forgotten the client before it was linked: then it is unlinked.
+void Link(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient,
+          uint64_t deaths) {
+    CallClient([&] { return client->linkToDeath(recipient, kDeathCookie); });
+    bool isForgotten;
+    {
+        const std::lock_guard<std::mutex> lock(registrationMutex);
+        isForgotten = deathCount != deaths && clientCallback != client;
     }
+    if (isForgotten) Unlink(client, recipient);
 }
 
 void Unlink(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient) {
-    try {
-        static_cast<void>(client->unlinkToDeath(recipient).isOk());
-    } catch (...) {
-        LetThreadEnd();
+    CallClient([&] { return client->unlinkToDeath(recipient); });
+    bool isBack;
+    uint64_t deaths;
+    {
+        const std::lock_guard<std::mutex> lock(registrationMutex);
+        isBack = clientCallback == client;
+        deaths = deathCount;
     }
+    if (isBack) Link(client, recipient, deaths);
 }
 
 }  // namespace
@@ -116,10 +132,10 @@ Offlinetimezone::~Offlinetimezone() {
 Return<bool> Offlinetimezone::startLookup(const sp<IOfflinetimezoneCallback>& callback) {
     if (callback == nullptr) return false;
     LOG(ANDROID_LOG_INFO, "setup call back in service!");
-    // Posted ahead of the registration because it is the one step that can fail: a client must not
-    // be registered by a call that it sees fail. Opening the database asks for no client.
-    lookupThread.PostInitMsg(new MsgData);
-    uint64_t deathsBefore;
+    // Made ahead of the registration because it is the one step that can fail: a client must not be
+    // registered by a call that it sees fail.
+    WorkerThread::MessageQueue init = WorkerThread::MakeInitMsg();
+    uint64_t deaths;
     {
         // What was registered before is released after the lock: it may be the last reference.
         sp<IOfflinetimezoneCallback> previous = callback;
@@ -129,16 +145,10 @@ Return<bool> Offlinetimezone::startLookup(const sp<IOfflinetimezoneCallback>& ca
         std::swap(mCallback, previous);
         std::swap(clientCallback, previousClient);
         lookupThread.registerCb(mCallback);
-        deathsBefore = deathCount;
+        deaths = deathCount;
     }
-    Link(callback, mDeathRecipient);
-    // A death notice that was handled in between has unregistered this client before it was linked.
-    bool isForgotten;
-    {
-        const std::lock_guard<std::mutex> lock(registrationMutex);
-        isForgotten = deathCount != deathsBefore && clientCallback != callback;
-    }
-    if (isForgotten) Unlink(callback, mDeathRecipient);
+    Link(callback, mDeathRecipient, deaths);
+    lookupThread.PostInitMsg(std::move(init));
     return true;
 }
 
@@ -210,15 +220,7 @@ void Offlinetimezone::DeathRecipient::serviceDied(uint64_t cookie, const wp<IBas
         registered = lookupThread.clearCb();
         ++deathCount;
     }
-    if (client == nullptr) return;
-    Unlink(client, this);
-    // The same client may have registered again in between: its new link has gone with the old one.
-    bool isBack;
-    {
-        const std::lock_guard<std::mutex> lock(registrationMutex);
-        isBack = clientCallback == client;
-    }
-    if (isBack) Link(client, this);
+    if (client != nullptr) Unlink(client, this);
 }
 
 Return<void> OfflinetimezoneCallback::timeZoneIdReport(const hidl_string&, const hidl_string&,

@@ -11,10 +11,11 @@
 #include <system_error>
 #include <utility>
 
-#include "client_exceptions.h"
+#include "client_call.h"
 #include "coordinate_text.h"
 #include "database_files.h"
 #include "database_paths.h"
+#include "fixed_answers.h"
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
 
@@ -25,10 +26,6 @@ using ::android::hardware::hidl_string;
 
 constexpr char kTag[] = "OfflinetimezoneThread";
 constexpr char kSourcePath[] = "hardware/interfaces/offlinetimezone/1.0/default/WorkerThread";
-constexpr int32_t kNoVersion = 65535;
-constexpr char kNotSupported[] = "error:Server is not supportted";
-constexpr char kMallocFailed[] = "error:malloc failed";
-constexpr char kErrorInput[] = "\"error:error input\"";
 
 #define LOG(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
 
@@ -60,22 +57,23 @@ WorkerThread::~WorkerThread() {
 }
 
 void WorkerThread::Close() {
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mIsClosed = true;
+    }
     ExitThread();
     std::vector<uint8_t>().swap(mDownloadBuf);
     sp<IOfflinetimezoneCallback> callback;  // Released after the lock, like the messages.
-    {
-        const std::lock_guard<std::mutex> lock(mCbMutex);
-        mIsCbClosed = true;
-        std::swap(callback, mCb);
-    }
     MessageQueue discarded;
     const std::lock_guard<std::mutex> lock(mMutex);
-    mIsClosed = true;
+    std::swap(callback, mCb);
     discarded.swap(mQueue);
     mMsgLength = 0;
     // The database must not stay mapped when the process goes on without the library.
     if (mLookup != nullptr) mLookup->CloseDB();
     mLookup.reset();
+    if (mEndKey) pthread_key_delete(*mEndKey);
+    mEndKey.reset();
 }
 
 bool WorkerThread::CreateThread() {
@@ -83,28 +81,33 @@ bool WorkerThread::CreateThread() {
     // the database manager when it takes its first message. mDbOpen is left alone: a second
     // service object must not close the database to the first one's clients.
     const std::lock_guard<std::mutex> lock(mMutex);
-    if (mIsClosed) {
-        throw std::system_error(std::make_error_code(std::errc::operation_canceled),
-                                "thread constructor failed");
-    }
+    const auto fail = [](std::error_code error) {
+        throw std::system_error(error, "thread constructor failed");
+    };
+    if (mIsClosed) fail(std::make_error_code(std::errc::operation_canceled));
     std::unique_ptr<LookupInterface> lookup;
     if (mLookup == nullptr) lookup = std::make_unique<LookupInterface>();
     if (mThread == nullptr) {
         MessageQueue exitMessage = MakeMessage(MSG_EXIT_THREAD, nullptr);
+        if (!mEndKey) {
+            pthread_key_t key;
+            const int error = pthread_key_create(&key, OnThreadEnd);
+            if (error != 0) fail({error, std::generic_category()});
+            mEndKey = key;
+        }
         try {
             mThread = std::make_unique<std::thread>(&WorkerThread::Run, this);
         } catch (const std::system_error& error) {
-            throw std::system_error(error.code(), "thread constructor failed");
+            fail(error.code());
         }
         mExitMessage.swap(exitMessage);
-        mIsRunning = true;
     }
     if (mLookup == nullptr) mLookup = std::move(lookup);
     return true;
 }
 
 void WorkerThread::ExitThread() {
-    std::unique_ptr<std::thread> thread;
+    MessageQueue discarded;  // Destroyed after the lock.
     std::unique_lock<std::mutex> lock(mMutex);
     if (mThread == nullptr) return;
     if (mThread->get_id() == std::this_thread::get_id()) {
@@ -115,24 +118,36 @@ void WorkerThread::ExitThread() {
     mQueue.splice(mQueue.end(), mExitMessage);
     mMsgLength.fetch_add(1);
     mCv.notify_one();
-    // Only then join: until its loop has ended, a thread may hand over to another.
-    mIdle.wait(lock, [this] { return !mIsRunning; });
-    thread.swap(mThread);
-    lock.unlock();
-    if (thread != nullptr) thread->join();
+    mIsJoining = true;
+    while (mThread != nullptr) {  // A thread that a client ended has put another in its place.
+        const std::unique_ptr<std::thread> thread = std::move(mThread);
+        lock.unlock();
+        thread->join();
+        lock.lock();
+    }
+    mIsJoining = false;
+    // A thread that ended without a successor has left messages, the one for its exit among them.
+    discarded.swap(mQueue);
+    mMsgLength.store(0);
 }
 
 void WorkerThread::PostMsg(const MsgData* data) {
-    Post(MSG_LOOKUP, data);
+    Post(MakeMessage(MSG_LOOKUP, data));
 }
 void WorkerThread::PostInitMsg(const MsgData* data) {
-    Post(MSG_INIT, data);
+    Post(MakeMessage(MSG_INIT, data));
+}
+WorkerThread::MessageQueue WorkerThread::MakeInitMsg() {
+    return MakeMessage(MSG_INIT, new MsgData);
+}
+void WorkerThread::PostInitMsg(MessageQueue message) {
+    Post(std::move(message));
 }
 void WorkerThread::PostInjectMsg(const MsgData* data) {
-    Post(MSG_INJECT_DB, data);
+    Post(MakeMessage(MSG_INJECT_DB, data));
 }
 void WorkerThread::PostDownloadMsg(const MsgData* data) {
-    Post(MSG_DOWNLOAD_DATA, data);
+    Post(MakeMessage(MSG_DOWNLOAD_DATA, data));
 }
 
 WorkerThread::MessageQueue WorkerThread::MakeMessage(int32_t id, const MsgData* data) {
@@ -144,13 +159,12 @@ WorkerThread::MessageQueue WorkerThread::MakeMessage(int32_t id, const MsgData* 
     return queue;
 }
 
-void WorkerThread::Post(int32_t id, const MsgData* data) {
-    MessageQueue message = MakeMessage(id, data);
+void WorkerThread::Post(MessageQueue message) {
     bool hasThread;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         if (mIsClosed) return;
-        hasThread = mThread != nullptr;
+        hasThread = mThread != nullptr || mIsJoining;
         mQueue.splice(mQueue.end(), message);
         mMsgLength.fetch_add(1);
         mCv.notify_one();
@@ -163,19 +177,19 @@ uint32_t WorkerThread::GetMsgLength() {
 }
 
 void WorkerThread::registerCb(const sp<IOfflinetimezoneCallback>& callback) {
-    const std::lock_guard<std::mutex> lock(mCbMutex);
-    if (mCb == nullptr && !mIsCbClosed) mCb = callback;
+    const std::lock_guard<std::mutex> lock(mMutex);
+    if (mCb == nullptr && !mIsClosed) mCb = callback;
 }
 
 sp<IOfflinetimezoneCallback> WorkerThread::clearCb() {
     sp<IOfflinetimezoneCallback> cleared;
-    const std::lock_guard<std::mutex> lock(mCbMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     std::swap(cleared, mCb);
     return cleared;
 }
 
 sp<IOfflinetimezoneCallback> WorkerThread::registeredCb() {
-    const std::lock_guard<std::mutex> lock(mCbMutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     return mCb;
 }
 
@@ -198,31 +212,29 @@ pthread_t WorkerThread::GetCurrentThreadId() {
 }
 
 void WorkerThread::Run() {
-    // A client that ends its thread from inside a report ends the worker's: then another takes
-    // over.
-    struct Succession {
-        WorkerThread* worker;
-        bool isOver;
-        ~Succession() {
-            if (!isOver) worker->HandOver();
-        }
-    } succession{this, false};
+    pthread_setspecific(*mEndKey, this);
     Process();
-    succession.isOver = true;
+    pthread_setspecific(*mEndKey, nullptr);
+}
+
+// A client that ends its thread from inside a report ends the worker's: then another takes over.
+// Called by the system, because not every C library unwinds the stack of a thread that is ended.
+void WorkerThread::OnThreadEnd(void* worker) {
+    static_cast<WorkerThread*>(worker)->HandOver();
 }
 
 // Puts another thread in the place of this one, which is ending.
 void WorkerThread::HandOver() {
     const std::lock_guard<std::mutex> lock(mMutex);
-    if (mThread == nullptr) return;  // Let go: the process ends.
-    mThread->detach();
+    if (mThread == nullptr && !mIsJoining) return;  // Let go: the process ends.
     try {
-        *mThread = std::thread(&WorkerThread::Run, this);
+        auto successor = std::make_unique<std::thread>(&WorkerThread::Run, this);
+        if (mThread != nullptr) mThread->detach();
+        mThread = std::move(successor);
     } catch (const std::exception&) {
         // Without one the messages wait until CreateThread can start it.
+        if (mThread != nullptr) mThread->detach();
         mThread.reset();
-        mIsRunning = false;
-        mIdle.notify_all();
     }
 }
 
@@ -249,10 +261,9 @@ void WorkerThread::Process() {
         if (message->id == MSG_EXIT_THREAD) break;
         try {
             Dispatch(*message);
-        } catch (...) {
-            LetThreadEnd();
-            // Out of memory in the midst of a message. The message is lost and nothing of it is
-            // half done: a chunk that could not be joined makes the end of the download fail.
+        } catch (const std::exception&) {
+            // Out of memory: the message is lost and nothing of it is half done: a chunk that could
+            // not be joined makes the end of the download fail.
         }
     }
     mTimerExit.store(true);
@@ -262,8 +273,6 @@ void WorkerThread::Process() {
     discarded.swap(mQueue);
     mMsgLength.store(0);
     LOG("Exit thread on ");
-    mIsRunning = false;
-    mIdle.notify_all();
 }
 
 void WorkerThread::TimerThread() {}
@@ -329,15 +338,8 @@ void WorkerThread::Report(const sp<IOfflinetimezoneCallback>& callback, const Ms
     if (callback == nullptr) return;
     const hidl_string lat = Borrowed(request.lat.c_str(), request.lat.size());
     const hidl_string lon = Borrowed(request.lon.c_str(), request.lon.size());
-    try {
-        // Whether the report got through is looked at, as the runtime demands, and changes
-        // nothing.
-        static_cast<void>(
-                callback->timeZoneIdReport(lat, lon, Borrowed(tzId, std::strlen(tzId))).isOk());
-    } catch (...) {
-        LetThreadEnd();
-        // A client in this process threw; its trouble must not end the worker.
-    }
+    const hidl_string zone = Borrowed(tzId, std::strlen(tzId));
+    CallClient([&] { return callback->timeZoneIdReport(lat, lon, zone); });
 }
 
 void WorkerThread::HandleDownload(const MsgData& data) {
@@ -403,14 +405,13 @@ void WorkerThread::WriteBackup() {
     // Unbuffered, so that a full disk fails the write, where the log looks, and not the flush.
     std::setvbuf(file, nullptr, _IONBF, 0);
     errno = 0;
-    if (Empty(file) && !mDownloadBuf.empty()) {
+    if (Truncate(file) && !mDownloadBuf.empty()) {
         std::fwrite(mDownloadBuf.data(), 1, mDownloadBuf.size(), file);
     }
     LOG("after  write it to backup %s", std::strerror(errno));
     // The injection that follows cuts the active file to nothing first: by then the backup, and its
     // entry in the directory where it is new, must be on the medium, or a power cut between the two
     // would find neither file whole.
-    std::fflush(file);
     fsync(fileno(file));
     std::fclose(file);
     Synchronise(kDatabaseDirectory);

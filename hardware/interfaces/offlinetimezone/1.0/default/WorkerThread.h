@@ -11,6 +11,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -74,6 +75,11 @@ enum DownloadState : int32_t {
 // Any thread may call the public operations, at any time, unless they say otherwise.
 class WorkerThread {
   public:
+    using MessagePtr = std::unique_ptr<const ThreadMsg, ThreadMsgDeleter>;
+    // A list, because a message that stands in one of its own already can be appended without
+    // memory: nothing can fail under the lock, nor when the thread is to end.
+    using MessageQueue = std::list<MessagePtr>;
+
     // `threadName` must outlive the object. Starts no thread.
     explicit WorkerThread(const char* threadName);
 
@@ -83,9 +89,9 @@ class WorkerThread {
     WorkerThread(const WorkerThread&) = delete;
     WorkerThread& operator=(const WorkerThread&) = delete;
 
-    // Ends for good: stops the thread (see ExitThread), discards what is queued, closes the
-    // database and forgets the callback. Calls that come later are safe: posts are discarded, no
-    // callback registers, the version is 65535, and CreateThread fails.
+    // Ends for good: stops the thread (see ExitThread), closes the database and forgets the
+    // callback. From now on posts are discarded, no callback registers and CreateThread fails;
+    // afterwards the version is 65535.
     void Close();
 
     // Starts the thread and creates the database manager unless they exist. Returns true; throws
@@ -94,10 +100,10 @@ class WorkerThread {
     // with what is queued.
     bool CreateThread();
 
-    // Lets everything posted so far be handled and waits for the thread to end; what is posted
-    // before it has ended is discarded, what comes later stays in the queue. Does nothing without
-    // a thread. No other ExitThread or CreateThread may be going on. On the worker's own thread,
-    // where a client may have ended the process from its report, it lets the thread go instead.
+    // Lets everything posted so far be handled, waits for the thread to end, and discards what was
+    // posted meanwhile. Does nothing without a thread. No other ExitThread or CreateThread may be
+    // going on. On the worker's own thread, where a client may have ended the process from its
+    // report, it lets the thread go instead.
     void ExitThread();
 
     // Post one message and return at once. `data` must not be null and belongs to the worker, also
@@ -106,6 +112,11 @@ class WorkerThread {
     void PostInitMsg(const MsgData* data);      // MSG_INIT
     void PostInjectMsg(const MsgData* data);    // MSG_INJECT_DB
     void PostDownloadMsg(const MsgData* data);  // MSG_DOWNLOAD_DATA
+
+    // PostInitMsg in two steps, for a caller who must know before it posts that nothing can fail
+    // any more: making the message may throw std::bad_alloc, posting it takes no memory.
+    static MessageQueue MakeInitMsg();
+    void PostInitMsg(MessageQueue message);
 
     // The number of messages in the queue: a snapshot, read without the queue's lock.
     OFFLINETZ_EXPORT uint32_t GetMsgLength();
@@ -130,18 +141,12 @@ class WorkerThread {
     OFFLINETZ_EXPORT static pthread_t GetCurrentThreadId();
 
   protected:
-    // Posts a message of any id.
-    void Post(int32_t id, const MsgData* data);
+    static MessageQueue MakeMessage(int32_t id, const MsgData* data);
+    void Post(MessageQueue message);
 
   private:
-    using MessagePtr = std::unique_ptr<const ThreadMsg, ThreadMsgDeleter>;
-    // A list, because a message that stands in one of its own already can be appended without
-    // memory: nothing can fail under the lock, nor when the thread is to end.
-    using MessageQueue = std::list<MessagePtr>;
-
-    static MessageQueue MakeMessage(int32_t id, const MsgData* data);
-
     void Run();
+    static void OnThreadEnd(void* worker);
     void HandOver();
     void Process();
     void TimerThread();
@@ -167,7 +172,7 @@ class WorkerThread {
     const char* mThreadName;
     std::atomic<int32_t> mServerStatus{
             SERVER_STATUS_IDLE};                  // Set by the worker, read by any thread.
-    ::android::sp<IOfflinetimezoneCallback> mCb;  // Guarded by mCbMutex.
+    ::android::sp<IOfflinetimezoneCallback> mCb;  // Guarded by mMutex.
     // Made under mMutex, once, before the worker can take its first message under it.
     std::unique_ptr<LookupInterface> mLookup;
     std::vector<uint8_t> mDownloadBuf;  // The worker's alone, like the state.
@@ -175,13 +180,10 @@ class WorkerThread {
 
     // The queue's length, kept beside it so that it can be asked without its lock.
     std::atomic<uint32_t> mMsgLength{0};
-    // Guards mCb and its flag. The worker copies the callback under it before it reports; no
-    // client's code runs under it.
-    std::mutex mCbMutex;
-    bool mIsCbClosed = false;       // Guarded by mCbMutex.
-    bool mIsClosed = false;         // Guarded by mMutex.
-    bool mIsRunning = false;        // Guarded by mMutex: whether a thread handles messages.
-    std::condition_variable mIdle;  // Notified when mIsRunning becomes false.
+    bool mIsClosed = false;   // Guarded by mMutex.
+    bool mIsJoining = false;  // Guarded by mMutex: ExitThread has taken mThread and waits for it.
+    // Holds the worker on its thread, for OnThreadEnd. Made before the first thread starts.
+    std::optional<pthread_key_t> mEndKey;
     // The message that ends the thread, made when it starts. Guarded by mMutex.
     MessageQueue mExitMessage;
 };

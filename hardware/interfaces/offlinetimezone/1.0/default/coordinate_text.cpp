@@ -1,23 +1,35 @@
 #include "coordinate_text.h"
 
 #include <locale.h>
+#include <stdlib.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cmath>
-#include <cstdlib>
+
+namespace {
+
+// The locale of numbers with a decimal point, made by the first use; null where there is no memory.
+locale_t PlainLocale() {
+    static std::atomic<locale_t> made{nullptr};
+    locale_t plain = made.load();
+    if (plain != nullptr) return plain;
+    plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    locale_t first = nullptr;
+    if (plain == nullptr || made.compare_exchange_strong(first, plain)) return plain;
+    freelocale(plain);  // Another thread was first.
+    return first;
+}
+
+}  // namespace
 
 bool ParseCoordinate(const char* text, float* degrees) {
-    const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    const locale_t plain = PlainLocale();
     if (plain == nullptr) return false;
-    // Of this thread alone, and only while the text is read.
-    const locale_t previous = uselocale(plain);
     errno = 0;
     char* end = nullptr;
-    const float value = std::strtof(text, &end);
-    const bool tooLarge = errno == ERANGE && std::fabs(value) == HUGE_VALF;
-    uselocale(previous);
-    freelocale(plain);
-    if (end == text || tooLarge) return false;
+    const float value = strtof_l(text, &end, plain);
+    if (end == text || (errno == ERANGE && std::fabs(value) == HUGE_VALF)) return false;
     *degrees = value;
     return true;
 }

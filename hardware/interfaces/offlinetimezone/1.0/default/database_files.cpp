@@ -39,24 +39,23 @@ FILE* OpenForReading(const char* path) {
     return MakeStream(fd, "rb");
 }
 
-FILE* OpenForWriting(const char* path, const char* other) {
+FILE* OpenForWriting(const char* path, const char* kept) {
     // Not cut yet: memory for the stream may be short, and what the file holds be all there is.
     const int fd = open(path, O_WRONLY | O_CREAT | kFlags, 0666);
     if (fd < 0) return nullptr;
     struct stat status = {};
-    struct stat others = {};
+    struct stat keptStatus = {};
     if (fstat(fd, &status) != 0) return CloseWith(fd, errno);
-    if (stat(other, &others) == 0 && status.st_dev == others.st_dev &&
-        status.st_ino == others.st_ino) {
+    if (!S_ISREG(status.st_mode)) return CloseWith(fd, ENODEV);
+    if (stat(kept, &keptStatus) == 0 && status.st_dev == keptStatus.st_dev &&
+        status.st_ino == keptStatus.st_ino) {
         return CloseWith(fd, EINVAL);
     }
     return MakeStream(fd, "wb");
 }
 
-bool Empty(FILE* file) {
-    struct stat status = {};
-    if (fstat(fileno(file), &status) != 0) return false;
-    return !S_ISREG(status.st_mode) || ftruncate(fileno(file), 0) == 0;
+bool Truncate(FILE* file) {
+    return ftruncate(fileno(file), 0) == 0;
 }
 
 void Synchronise(const char* path) {

@@ -13,10 +13,11 @@ namespace {
 // A guess at the bytes of a run in the table, so that the first arrays seldom grow.
 constexpr size_t kUsualRunBytes = 28;
 
-// What the nodes may take: a tiled world needs two words a run; some more lets small tables of
+// How many words the nodes may take: a tiled world needs two a run; some more lets small tables of
 // overlapping boxes have a good index too.
-constexpr size_t kWordsPerRun = 3;
-constexpr size_t kSpareWords = 65536;
+constexpr size_t WordsFor(size_t runs) {
+    return 2 * runs + runs / 2 + 65536;
+}
 
 // How many boxes may be looked at in halving a cell, for each run of it. No cell of the world takes
 // more than 11.
@@ -111,7 +112,7 @@ class Directory::Builder {
         places.Push(place);
         places.Trim();
         mBoxes.Trim();
-        mLimit = kWordsPerRun * mBoxes.Size() + kSpareWords;
+        mLimit = WordsFor(mBoxes.Size());
         return mLimit <= kRestMask ? Outcome::kBuilt : Outcome::kUseless;
     }
 

@@ -18,7 +18,7 @@ namespace zonedetect {
 // meets one run, or until halving takes more memory than the table is worth (a k-d tree by
 // bisection). Boxes that were made by halving, as the compiler makes them, then end up alone.
 //
-// It keeps at most 24 bytes a run and 272 KB. Making it takes at most 72 bytes a run and 1 MB more,
+// It keeps at most 22 bytes a run and 280 KB. Making it takes at most 72 bytes a run and 1 MB more,
 // in time proportional to the runs and the logarithm of their number.
 class Directory {
   public:

@@ -1,6 +1,7 @@
 #include "exact_floats.h"
 // First, for all that follows.
 #include "database_numbers.h"
+#include "fixed_answers.h"
 #include "zonedetect.h"
 
 using zonedetect::HasScale;
@@ -9,7 +10,6 @@ using zonedetect::LongitudeUnits;
 using zonedetect::Scale;
 
 const char* GetEtcAreaTimezone(const ZDDatabase* db, float lon, float lat) {
-    static constexpr char kError[] = "\"error:error input\"";
     static constexpr const char* kWest[] = {
             "\"Etc/GMT\"",    "\"Etc/GMT+1\"",  "\"Etc/GMT+2\"", "\"Etc/GMT+3\"", "\"Etc/GMT+4\"",
             "\"Etc/GMT+5\"",  "\"Etc/GMT+6\"",  "\"Etc/GMT+7\"", "\"Etc/GMT+8\"", "\"Etc/GMT+9\"",
@@ -20,12 +20,12 @@ const char* GetEtcAreaTimezone(const ZDDatabase* db, float lon, float lat) {
             "\"Etc/GMT-10\"", "\"Etc/GMT-11\"", "\"Etc/GMT-12\""};
     constexpr int32_t kWorldEdge = 1048576;  // 90 or 180 degrees at precision 21.
 
-    if (!HasScale(*db)) return kError;
+    if (!HasScale(*db)) return kErrorInput;
     const float scale = Scale(*db);
     const int32_t lonUnits = LongitudeUnits(lon, scale);
     const int32_t latUnits = LatitudeUnits(lat, scale);
-    if (latUnits < -kWorldEdge || latUnits > kWorldEdge) return kError;
-    if (lonUnits < -kWorldEdge || lonUnits > kWorldEdge) return kError;
+    if (latUnits < -kWorldEdge || latUnits > kWorldEdge) return kErrorInput;
+    if (lonUnits < -kWorldEdge || lonUnits > kWorldEdge) return kErrorInput;
 
     // Band n begins at the odd multiple 2n - 1 of 7.5 degrees, a 24th of the world's half.
     const int32_t magnitude = lonUnits < 0 ? -lonUnits : lonUnits;
