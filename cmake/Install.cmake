@@ -8,7 +8,8 @@ install(FILES data/map.html DESTINATION ${CMAKE_INSTALL_DATADIR}/offlinetz)
 
 set(package ${PROJECT_SOURCE_DIR}/hardware/interfaces/offlinetimezone/1.0)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/offlinetz)
-install(DIRECTORY ${package}/include/ ${PROJECT_SOURCE_DIR}/host/include/ DESTINATION ${headers})
+install(DIRECTORY ${package}/include/ ${PROJECT_SOURCE_DIR}/host/include/
+  ${PROJECT_SOURCE_DIR}/host/libs/include/ DESTINATION ${headers})
 install(FILES ${package}/default/zonedetect.h ${package}/default/sha1.h ${package}/default/export.h
         DESTINATION ${headers})
 install(FILES app/completion.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions

@@ -1,7 +1,7 @@
 #include <android/hidl/base/1.0/IBase.h>
-#include <unistd.h>
 
-#include <list>
+#include <iterator>
+#include <map>
 #include <mutex>
 #include <thread>
 
@@ -16,7 +16,6 @@ using android::hardware::hidl_death_recipient;
 using android::hidl::base::V1_0::IBase;
 
 struct Link {
-    const IBase* object;  // Compared only; its destructor removes the link.
     hidl_death_recipient* recipient;
     // Keeps the recipient. Held by its base, because releasing it must not look into its class:
     // the library of a recipient that lives on may be unloaded by then.
@@ -24,26 +23,29 @@ struct Link {
     uint64_t cookie;
 };
 
+// Links by their object, which is compared only: its destructor removes them. Those of one object
+// stand in the order in which they were made.
+using Links = std::multimap<const IBase*, Link>;
+
 struct Registry {
     std::mutex mutex;
-    std::list<Link> links;  // Guarded by mutex.
+    Links links;  // Guarded by mutex.
 
-    void Add(const Link& link) {
-        std::list<Link> added = {link};
+    void Add(const IBase* object, const Link& link) {
+        Links added = {{object, link}};
         const std::lock_guard<std::mutex> lock(mutex);
-        links.splice(links.end(), added);
+        links.insert(added.extract(added.begin()));
     }
 
     // Takes the links of `object` out, all or those of one recipient. Needs no memory: objects end
     // where there is none.
-    std::list<Link> Take(const IBase* object, const hidl_death_recipient* recipient) {
-        std::list<Link> taken;
+    Links Take(const IBase* object, const hidl_death_recipient* recipient) {
+        Links taken;
         const std::lock_guard<std::mutex> lock(mutex);
-        for (auto link = links.begin(); link != links.end();) {
+        for (auto link = links.lower_bound(object); link != links.end() && link->first == object;) {
             const auto next = std::next(link);
-            if (link->object == object && (recipient == nullptr || link->recipient == recipient)) {
-                taken.splice(taken.end(), links, link);
-            }
+            if (recipient == nullptr || link->second.recipient == recipient)
+                taken.insert(taken.end(), links.extract(link));
             link = next;
         }
         return taken;
@@ -51,7 +53,7 @@ struct Registry {
 };
 
 // Never destroyed: objects may end while the process does.
-Registry& Links() {
+Registry& DeathRegistry() {
     static auto* registry = new Registry;
     return *registry;
 }
@@ -63,9 +65,9 @@ namespace host {
 void EndOwnerOf(const sp<IBase>& object) {
     // Taken by the thread itself: if it cannot start, the links are still there.
     std::thread notifier([&object] {
-        const std::list<Link> links = Links().Take(object.get(), nullptr);
+        const Links links = DeathRegistry().Take(object.get(), nullptr);
         const wp<IBase> who(object);
-        for (const Link& link : links)
+        for (const auto& [_, link] : links)
             link.recipient->serviceDied(link.cookie, who);
     });
     notifier.join();
@@ -83,16 +85,17 @@ bool IBase::isRemote() const {
 }
 
 Return<void> IBase::interfaceChain(interfaceChain_cb callback) {
-    callback({});
+    callback({descriptor});
     return Void();
 }
 
-Return<void> IBase::debug(const native_handle*, const hardware::hidl_vec<hardware::hidl_string>&) {
+Return<void> IBase::debug(const hardware::hidl_handle&,
+                          const hardware::hidl_vec<hardware::hidl_string>&) {
     return Void();
 }
 
 Return<void> IBase::interfaceDescriptor(interfaceDescriptor_cb callback) {
-    callback({});
+    callback(descriptor);
     return Void();
 }
 
@@ -108,7 +111,7 @@ Return<void> IBase::setHALInstrumentation() {
 Return<bool> IBase::linkToDeath(const sp<hardware::hidl_death_recipient>& recipient,
                                 uint64_t cookie) {
     if (recipient == nullptr) return false;
-    Links().Add({this, recipient.get(), recipient.get(), cookie});
+    DeathRegistry().Add(this, {recipient.get(), recipient.get(), cookie});
     return true;
 }
 
@@ -117,7 +120,7 @@ Return<void> IBase::ping() {
 }
 
 Return<void> IBase::getDebugInfo(getDebugInfo_cb callback) {
-    callback({getpid(), reinterpret_cast<uintptr_t>(this)});
+    callback({-1, 0});
     return Void();
 }
 
@@ -127,11 +130,11 @@ Return<void> IBase::notifySyspropsChanged() {
 
 Return<bool> IBase::unlinkToDeath(const sp<hardware::hidl_death_recipient>& recipient) {
     if (recipient == nullptr) return false;
-    return !Links().Take(this, recipient.get()).empty();
+    return !DeathRegistry().Take(this, recipient.get()).empty();
 }
 
 IBase::~IBase() {
-    Links().Take(this, nullptr);
+    DeathRegistry().Take(this, nullptr);
 }
 
 }  // namespace android::hidl::base::V1_0

@@ -3,11 +3,12 @@
 
 #include <utils/RefBase.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -52,8 +53,9 @@ class hidl_string {
         return {c_str(), size()};
     }
 
+    // As on the platform, up to the first zero.
     friend bool operator==(const hidl_string& a, const hidl_string& b) {
-        return std::string_view(a.c_str(), a.size()) == std::string_view(b.c_str(), b.size());
+        return std::strcmp(a.c_str(), b.c_str()) == 0;
     }
     friend bool operator!=(const hidl_string& a, const hidl_string& b) { return !(a == b); }
 
@@ -80,6 +82,12 @@ class hidl_vec {
   private:
     std::vector<T> mItems;
 };
+
+template <typename T, size_t kSize>
+using hidl_array = std::array<T, kSize>;
+
+// Handles to files are not carried by this layer; the type stands in a signature only.
+class hidl_handle {};
 
 // Told when the owner of an object that it is linked to has ended.
 class hidl_death_recipient : public virtual RefBase {

@@ -1,16 +1,12 @@
 // What an interface method returns: whether the call got through, and its value.
 #pragma once
 
-#include <cstdint>
+#include <utils/Errors.h>
+
 #include <cstdlib>
 #include <utility>
 
 namespace android {
-
-using status_t = int32_t;
-constexpr status_t OK = 0;
-constexpr status_t DEAD_OBJECT = -32;  // The other end of the call has died.
-
 namespace hardware {
 
 // How a call ended.
@@ -59,7 +55,11 @@ class Return : public details::return_status {
   public:
     Return(const Status& status) : return_status(status) {}  // NOLINT(google-explicit-constructor)
     Return(T value) : mValue(std::move(value)) {}            // NOLINT(google-explicit-constructor)
-    operator T() const { return mValue; }                    // NOLINT(google-explicit-constructor)
+    // The value; there is none where the call failed, and asking for it ends the process.
+    operator T() const {  // NOLINT(google-explicit-constructor)
+        if (!isOk()) std::abort();
+        return mValue;
+    }
 
   private:
     T mValue{};

@@ -7,12 +7,9 @@
 #include <cstdint>
 #include <functional>
 
-// Handles to files are not carried by this layer; the type stands in a signature only.
-struct native_handle;
-
 namespace android::hidl::base::V1_0 {
 
-// What a process tells of itself; this layer has nothing to tell.
+// What a process tells of itself: an object in the caller's own has nothing to tell, pid -1.
 struct DebugInfo {
     int32_t pid;
     uint64_t ptr;
@@ -25,13 +22,15 @@ struct IBase : virtual public RefBase {
     using interfaceChain_cb =
             std::function<void(const hardware::hidl_vec<hardware::hidl_string>& descriptors)>;
     using interfaceDescriptor_cb = std::function<void(const hardware::hidl_string& descriptor)>;
-    using getHashChain_cb =
-            std::function<void(const hardware::hidl_vec<hardware::hidl_vec<uint8_t>>& hashes)>;
+    using getHashChain_cb = std::function<void(
+            const hardware::hidl_vec<hardware::hidl_array<uint8_t, 32>>& hashes)>;
     using getDebugInfo_cb = std::function<void(const DebugInfo& info)>;
+
+    static constexpr const char* descriptor = "android.hidl.base@1.0::IBase";
 
     virtual bool isRemote() const;
     virtual hardware::Return<void> interfaceChain(interfaceChain_cb callback);
-    virtual hardware::Return<void> debug(const native_handle* file,
+    virtual hardware::Return<void> debug(const hardware::hidl_handle& file,
                                          const hardware::hidl_vec<hardware::hidl_string>& options);
     virtual hardware::Return<void> interfaceDescriptor(interfaceDescriptor_cb callback);
     virtual hardware::Return<void> getHashChain(getHashChain_cb callback);

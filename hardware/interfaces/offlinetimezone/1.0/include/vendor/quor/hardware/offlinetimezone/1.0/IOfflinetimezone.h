@@ -1,4 +1,5 @@
-// Declarations of IOfflinetimezone.hal, as the platform's interface compiler makes them.
+// The part of the header that the platform's interface compiler makes of IOfflinetimezone.hal which
+// the service and its clients use.
 #pragma once
 
 #include <android/hidl/base/1.0/IBase.h>
@@ -12,6 +13,19 @@ namespace vendor::quor::hardware::offlinetimezone::V1_0 {
 
 // Methods stand in slot order; what each does is said in the .hal file. Any thread may call.
 struct IOfflinetimezone : public ::android::hidl::base::V1_0::IBase {
+    static constexpr const char* descriptor =
+            "vendor.quor.hardware.offlinetimezone@1.0::IOfflinetimezone";
+
+    ::android::hardware::Return<void> interfaceChain(interfaceChain_cb callback) override {
+        callback({descriptor, IBase::descriptor});
+        return ::android::hardware::Void();
+    }
+    ::android::hardware::Return<void> interfaceDescriptor(
+            interfaceDescriptor_cb callback) override {
+        callback(descriptor);
+        return ::android::hardware::Void();
+    }
+
     virtual ::android::hardware::Return<bool> startLookup(
             const ::android::sp<IOfflinetimezoneCallback>& callback) = 0;
     virtual ::android::hardware::Return<bool> stopLookup(

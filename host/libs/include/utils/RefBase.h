@@ -60,15 +60,24 @@ class sp {
     sp(const sp<U>& other) : sp(other.get()) {}  // NOLINT(google-explicit-constructor)
     ~sp() { clear(); }
 
-    sp& operator=(sp other) noexcept {
-        std::swap(mObject, other.mObject);
+    // As on the platform, the old object is released before the new one is stored: what its end
+    // calls finds the old reference here.
+    sp& operator=(const sp& other) {  // NOLINT(bugprone-unhandled-self-assignment): it is safe.
+        T* const object = other.mObject;
+        if (object != nullptr) object->incStrong(this);
+        if (mObject != nullptr) mObject->decStrong(this);
+        mObject = object;
+        return *this;
+    }
+    sp& operator=(sp&& other) noexcept {
+        if (mObject != nullptr) mObject->decStrong(this);
+        mObject = std::exchange(other.mObject, nullptr);
         return *this;
     }
 
     void clear() {
-        T* object = mObject;
+        if (mObject != nullptr) mObject->decStrong(this);
         mObject = nullptr;
-        if (object != nullptr) object->decStrong(this);
     }
 
     T* get() const { return mObject; }
