@@ -38,6 +38,7 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
     setenv("LIBRARY", OFFLINETZ_LOCAL_LIBRARY, 1);
     setenv("SHIPPED", OFFLINETZ_LIBRARY, 1);
     setenv("SERVICE_SOURCES", OFFLINETZ_SERVICE_SOURCES, 1);
+    setenv("HOST_PROCESS", OFFLINETZ_HOST_PROCESS, 1);
     setenv("SERVICE", "offlinetz service --directory offlinetz --library " OFFLINETZ_LOCAL_LIBRARY,
            1);
     std::optional<TemporaryDirectory> directory;

@@ -1,6 +1,7 @@
 #include "Offlinetimezone.h"
 
 #include <android/log.h>
+#include <hidl/HidlTransportSupport.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -20,6 +21,7 @@ using ::android::wp;
 using ::android::hardware::hidl_death_recipient;
 using ::android::hardware::hidl_string;
 using ::android::hardware::hidl_vec;
+using ::android::hardware::interfacesEqual;
 using ::android::hardware::Return;
 using ::android::hardware::Void;
 using ::android::hidl::base::V1_0::IBase;
@@ -153,9 +155,16 @@ Return<bool> Offlinetimezone::startLookup(const sp<IOfflinetimezoneCallback>& ca
 }
 
 Return<bool> Offlinetimezone::stopLookup(const sp<IOfflinetimezoneCallback>& callback) {
+    sp<IOfflinetimezoneCallback> latest;
+    {
+        const std::lock_guard<std::mutex> lock(registrationMutex);
+        latest = mCallback;
+    }
+    // A client in another process has a proxy of its own in each call. Asks the client's object.
+    if (!interfacesEqual(latest, callback)) return false;
     sp<IOfflinetimezoneCallback> dropped;  // Released after the lock.
     const std::lock_guard<std::mutex> lock(registrationMutex);
-    if (mCallback == callback) std::swap(mCallback, dropped);
+    if (mCallback == latest) std::swap(mCallback, dropped);
     return false;
 }
 

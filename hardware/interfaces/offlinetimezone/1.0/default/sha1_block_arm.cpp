@@ -2,13 +2,20 @@
 
 #if defined(__aarch64__) && defined(__linux__) && !defined(__AARCH64EB__)
 
+#include <asm/hwcap.h>  // Not every C library's sys/auxv.h includes it.
 #include <sys/auxv.h>
 
 #include <utility>
 
-// Instructions beyond the processor that the library is built for, in these functions alone.
-// Clang before version 16 declares them only where the whole file may use them.
-#if defined(__clang__)
+// Instructions beyond the processor that the library is built for, in these functions alone. Clang
+// before version 16 declares them only where the whole file may use them, and before version 13
+// under another name.
+#if defined(__clang__) && __clang_major__ < 13
+#define SHA_INSTRUCTIONS __attribute__((target("crypto")))
+#ifndef __ARM_FEATURE_CRYPTO
+#define __ARM_FEATURE_CRYPTO 1
+#endif
+#elif defined(__clang__)
 #define SHA_INSTRUCTIONS __attribute__((target("sha2")))
 #ifndef __ARM_FEATURE_SHA2
 #define __ARM_FEATURE_SHA2 1
