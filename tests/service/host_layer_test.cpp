@@ -9,6 +9,9 @@
 using android::sp;
 using android::wp;
 using android::hardware::hidl_death_recipient;
+using android::hardware::hidl_string;
+using android::hardware::Return;
+using android::hardware::Status;
 using android::hidl::base::V1_0::IBase;
 
 namespace {
@@ -25,6 +28,19 @@ struct Recipient : hidl_death_recipient {
 };
 
 struct Object : IBase {};
+
+TEST(Runtime, AnswersAsThePlatformDoes) {
+    EXPECT_EQ(hidl_string("a"), hidl_string("a\0b", 3));
+    const sp<Object> object = new Object;
+    object->getDebugInfo([](const auto& info) { EXPECT_EQ(-1, info.pid); });
+    object->interfaceChain([](const auto& chain) {
+        ASSERT_EQ(1u, chain.size());
+        EXPECT_EQ(hidl_string(IBase::descriptor), chain[0]);
+    });
+    const Return<bool> failed = Status::fromStatusT(android::DEAD_OBJECT);
+    EXPECT_FALSE(failed.isOk());
+    EXPECT_DEATH(static_cast<void>(static_cast<bool>(failed)), "");
+}
 
 TEST(Deaths, AreToldOnceForEachLink) {
     const sp<Object> object = new Object;

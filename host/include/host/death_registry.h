@@ -3,6 +3,10 @@
 // IBase::linkToDeath records a recipient for an object, IBase::unlinkToDeath removes it, and the
 // end of the object goes without a notice. Links hold their recipient, not the object. A library
 // that linked recipients must unlink them, or its clients must not end, before it is unloaded.
+//
+// The platform's runtime differs: a link to an object of the own process is never told of, links
+// hold their recipient weakly, and one call of unlinkToDeath takes one link away, of the reference
+// on which it was made.
 #pragma once
 
 #include <android/hidl/base/1.0/IBase.h>
