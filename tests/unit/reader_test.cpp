@@ -154,7 +154,7 @@ TEST(Lookup, AgreesWithThePlainReadingOfTheWorld) {
 }
 
 // Answers are right without an index and with any decoder: only the time would tell.
-TEST(Lookup, NarrowsTheWorldDownAndUsesTheProcessor) {
+TEST(Index, NarrowsTheWorldDown) {
     const DatabasePtr database = OpenBytes(ReadFile(OFFLINETZ_WORLD_DATABASE));
     const zonedetect::Directory* index = database->directory->Get(*database);
     ASSERT_NE(nullptr, index);
@@ -165,7 +165,9 @@ TEST(Lookup, NarrowsTheWorldDownAndUsesTheProcessor) {
         runs += index->RunsAt({units(), units()}).count;
     }
     EXPECT_LT(runs, 11000u);
+}
 
+TEST(Decoder, TheProcessorsInstructionsAreFoundAndChosen) {
     std::ifstream file("/proc/cpuinfo");
     const std::istream_iterator<std::string> words(file);
     const bool isListed = std::find(words, {}, "sse4_1") != std::istream_iterator<std::string>();
