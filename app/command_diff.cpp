@@ -21,6 +21,7 @@
 #include "commands.h"
 #include "database.h"
 #include "inspected.h"
+#include "option_checks.h"
 #include "printable.h"
 #include "progress.h"
 
@@ -140,6 +141,9 @@ void WriteMap(const std::string& path, const Differences& d) {
 }
 
 int RunDiff(const DiffOptions& options) {
+    if (!options.geojson.empty()) {
+        offlinetz::CheckOutputPath(options.geojson, {options.oldFile, options.newFile});
+    }
     Progress progress;
     const InspectedFile was = Inspect(options.oldFile, &progress);
     const InspectedFile is = Inspect(options.newFile, &progress);
@@ -169,7 +173,8 @@ void AddDiffCommand(CLI::App* app, int* exitCode) {
                         "List parts of at least so many square kilometres, and sum up the others")
             ->check(CLI::Range(0.0, 1e9))
             ->capture_default_str();
-    command->add_option("--geojson", options->geojson, "Write all parts to this file as a map");
+    command->add_option("--geojson", options->geojson, "Write all parts to this file as a map")
+            ->check(NamesFile());
     command->add_flag("--json", options->json, "One JSON object, with all parts");
     command->callback([options, exitCode] { *exitCode = RunDiff(*options); });
 }

@@ -17,6 +17,7 @@
 #include "answer.h"
 #include "commands.h"
 #include "inspected.h"
+#include "option_checks.h"
 #include "printable.h"
 #include "progress.h"
 
@@ -167,6 +168,9 @@ void WriteGeoJson(const InspectOptions& options, const std::vector<ZoneRow>& row
 }
 
 int RunInspect(const InspectOptions& options) {
+    if (!options.geojson.empty()) {
+        offlinetz::CheckOutputPath(options.geojson, {options.database});
+    }
     Progress progress;
     const InspectedFile file = Inspect(options.database, &progress);
     const std::vector<ZoneRow> rows = Rows(options, file.inspected, file.scale);
@@ -196,7 +200,8 @@ void AddInspectCommand(CLI::App* app, int* exitCode) {
             ->capture_default_str();
     command->add_option("--geojson", options->geojson,
                         "Write the zones' areas, whole again, as GeoJSON to this file; - for "
-                        "standard output");
+                        "standard output")
+            ->check(NamesFile());
     command->add_flag("--json", options->json, "One JSON object instead of the tables");
     command->callback([options, exitCode] { *exitCode = RunInspect(*options); });
 }

@@ -20,6 +20,7 @@
 #include "change_json.h"
 #include "commands.h"
 #include "inspected.h"
+#include "option_checks.h"
 #include "program_files.h"
 #include "progress.h"
 
@@ -44,8 +45,8 @@ struct MapOptions {
     double leastSquareKilometres = 0.01;
 };
 
-std::string ReadTemplate() {
-    const FileCopy copy(BesideProgram(OFFLINETZ_MAP_PAGE));
+std::string ReadPage(const std::string& path) {
+    const FileCopy copy(path);
     return {reinterpret_cast<const char*>(copy.Bytes()), copy.Size()};
 }
 
@@ -148,12 +149,13 @@ std::string NameOf(const std::string& path, const std::string& other) {
 }
 
 int RunMap(const MapOptions& options) {
-    std::string page = ReadTemplate();
-    const size_t place = page.find(kPlace);
-    if (place == std::string::npos)
-        throw std::runtime_error(BesideProgram(OFFLINETZ_MAP_PAGE) + ": has no place for a map");
-    Progress progress;
+    const std::string pagePath = BesideProgram(OFFLINETZ_MAP_PAGE);
     const bool isCompared = !options.newFile.empty();
+    offlinetz::CheckOutputPath(options.output, {pagePath, options.file, options.newFile});
+    std::string page = ReadPage(pagePath);
+    const size_t place = page.find(kPlace);
+    if (place == std::string::npos) throw std::runtime_error(pagePath + ": has no place for a map");
+    Progress progress;
     const InspectedFile file = Inspect(options.file, &progress);
     std::string data =
             "{\"databases\":[" + OneLine(DatabaseJson(NameOf(options.file, options.newFile), file,
@@ -181,7 +183,8 @@ void AddMapCommand(CLI::App* app, int* exitCode) {
     command->add_option("NEW", options->newFile,
                         "Database file that would replace it: the page shows what changes");
     command->add_option("-o,--output", options->output, "The page to write; - for standard output")
-            ->required();
+            ->required()
+            ->check(NamesFile());
     command->add_option("--least", options->leastSquareKilometres,
                         "Leave out changed parts of fewer square kilometres")
             ->check(CLI::Range(0.0, 1e9))

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -97,12 +96,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     if (const char* fault = FaultOfNotice(options.notice)) {
         throw InputError(fmt::format("the notice {}", fault));
     }
-    for (const std::string& input : options.inputs) {
-        std::error_code ignored;
-        if (std::filesystem::equivalent(input, options.output, ignored)) {
-            throw InputError(options.output + ": is an input; it would be overwritten");
-        }
-    }
+    CheckOutputPath(options.output, options.inputs);
     CompileSummary summary;
     const Grid grid(options.precision);
     SourceOptions sourceOptions;

@@ -11,12 +11,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <system_error>
 
 namespace offlinetz {
 
 namespace {
 
+constexpr char kStandardInput[] = "-";
 constexpr char kStandardOutput[] = "-";
 constexpr size_t kPartBytes = size_t{1} << 20;
 
@@ -34,11 +36,14 @@ void WriteAll(int fd, const std::vector<uint8_t>& bytes, const std::string& path
     }
 }
 
+std::string DirectoryOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+}
+
 // The rename itself must reach the medium too.
 void SynchroniseDirectoryOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const std::string directory =
-            slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+    const std::string directory = DirectoryOf(path);
     const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) Fail(directory);
     const int result = fsync(fd);
@@ -130,7 +135,27 @@ std::string TargetOf(const std::string& path) {
     return real.get();
 }
 
+bool IsSameFile(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
 }  // namespace
+
+void CheckOutputPath(const std::string& path, const std::vector<std::string>& inputs) {
+    if (path == kStandardOutput) return;
+    const std::string target = TargetOf(path);
+    if (access(DirectoryOf(target).c_str(), W_OK) != 0) Fail(path);
+    struct stat output = {};
+    if (stat(target.c_str(), &output) != 0) return;
+    for (const std::string& name : inputs) {
+        struct stat input = {};
+        const int result =
+                name == kStandardInput ? fstat(STDIN_FILENO, &input) : stat(name.c_str(), &input);
+        if (result == 0 && IsSameFile(input, output)) {
+            throw std::runtime_error(path + ": is an input; it would be overwritten");
+        }
+    }
+}
 
 OutputFile::OutputFile(const std::string& path, const std::vector<uint8_t>& bytes) {
     if (path == kStandardOutput) {

@@ -8,6 +8,13 @@
 
 namespace offlinetz {
 
+// Checks, before long work on the files `inputs`, that its result can be written to the file
+// `path`. Throws std::system_error where `path` is neither a regular file nor the name of a new one
+// in a directory that can be written to, and std::runtime_error where it is one of the inputs, also
+// by way of a link of either kind. An input "-" is standard input. The output "-", standard output,
+// is always right.
+void CheckOutputPath(const std::string& path, const std::vector<std::string>& inputs);
+
 // A new version of the file `path`, written beside it, synchronised, and put in its place by
 // Commit, with the old one's permissions; destroyed before that, it leaves the old file as it was.
 // A link is followed; a path that is anything but a regular file is refused. One at a time in a
