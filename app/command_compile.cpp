@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <sstream>
 #include <string>
 
 #include "commands.h"
@@ -66,7 +65,7 @@ int RunCompile(const CompileOptions& options) {
     Progress progress;
     offlinetz::StartGeometry();
     offlinetz::CompileListener listener;
-    listener.warn = [&](const std::string& line) { progress.PrintLine("offlinetz: " + line); };
+    listener.warn = [&](const std::string& line) { progress.PrintMessage(line); };
     listener.progress = [&](const char* step, size_t done, size_t all) {
         progress.Show(step, done, all);
     };
@@ -75,19 +74,18 @@ int RunCompile(const CompileOptions& options) {
     try {
         summary = offlinetz::Compile(options, listener);
     } catch (const offlinetz::InputError& error) {
-        std::istringstream lines(error.what());
-        for (std::string line; std::getline(lines, line);)
-            progress.PrintLine("offlinetz: " + line);
+        for (const std::string& line : error.Lines())
+            progress.PrintMessage(line);
         return kExitFailed;
     }
     for (const std::string& failure : summary.selfCheck.failures) {
-        progress.PrintLine("offlinetz: self-check: " + failure);
+        progress.PrintMessage("self-check: " + failure);
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     progress.Show("", 0, 0);
     PrintSummary(options, summary, took.count());
     if (!summary.selfCheck.failures.empty()) {
-        progress.PrintLine("offlinetz: the self-check failed; nothing was written");
+        progress.PrintMessage("the self-check failed; nothing was written");
         return kExitFailed;
     }
     return kExitOk;

@@ -60,7 +60,7 @@ std::vector<ZoneRow> Rows(const InspectOptions& options, const InspectedDatabase
     for (const std::string& name : options.zones) {
         if (std::none_of(inspected.zones.begin(), inspected.zones.end(),
                          [&](const InspectedZone& zone) { return zone.tzid == name; })) {
-            throw std::runtime_error(options.database + ": has no zone " + Printable(name));
+            throw std::runtime_error(options.database + ": has no zone " + name);
         }
     }
     std::vector<ZoneRow> rows;

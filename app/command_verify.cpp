@@ -1,7 +1,6 @@
 // offlinetz verify: all that can be wrong with a database file.
 #include <check.h>
 #include <fmt/format.h>
-#include <host/log.h>
 #include <read_budget.h>
 #include <source.h>
 
@@ -14,6 +13,7 @@
 #include "answer.h"
 #include "commands.h"
 #include "database.h"
+#include "message.h"
 #include "printable.h"
 #include "progress.h"
 
@@ -87,7 +87,7 @@ void PrintJson(const std::string& path, const std::string& verdict,
 }
 
 int RunVerify(const std::string& path, bool json) {
-    host::DropLog();
+    UseLog(false);
     const FileCopy file(path);
     const DatabasePtr database = OpenCopy(file);
     const std::string fault = FaultOf(file, database.get());

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "database.h"
+#include "printable.h"
 
 namespace fs = std::filesystem;
 
@@ -63,7 +64,7 @@ std::string DatabaseDirectory::Describe() const {
     std::string backup;
     Judge(mActive, &active);
     Judge(mBackup, &backup);
-    return fmt::format("active  {}\nbackup  {}\n", active, backup);
+    return fmt::format("active  {}\nbackup  {}\n", Printable(active), Printable(backup));
 }
 
 bool DatabaseDirectory::BackupIsGood() const {

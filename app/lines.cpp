@@ -50,8 +50,8 @@ class RowMaker {
 
     std::string ErrorRow(const std::string& line, const char* reason) const {
         if (mFormat.json) return OneLine({{"input", line}, {"error", reason}});
-        if (mTable.has_value()) return Extended(line, {fmt::format("error: {}", reason)});
-        return fmt::format("{}\terror: {}", Printable(line), reason);
+        if (mTable.has_value()) return Extended(line, {"error: " + Printable(reason)});
+        return fmt::format("{}\terror: {}", Printable(line), Printable(reason));
     }
 
   private:
@@ -115,7 +115,7 @@ bool AnswerLines(const LineFormat& format,
                 row = maker.Row(line);
             }
         } catch (const std::invalid_argument& error) {
-            progress.PrintLine(fmt::format("offlinetz: line {}: {}", lines, error.what()));
+            progress.PrintMessage(fmt::format("line {}: {}", lines, error.what()));
             row = maker.ErrorRow(line, error.what());
             allMadeSense = false;
         }

@@ -352,8 +352,8 @@ bool IsSeaZone(std::string_view tzid) {
     return tzid.substr(0, 7) == "Etc/GMT";
 }
 
-InputError::InputError(const std::vector<std::string>& lines)
-    : mLines(fmt::format("{}", fmt::join(lines, "\n"))) {}
+InputError::InputError(std::vector<std::string> lines)
+    : mLines(std::move(lines)), mText(fmt::format("{}", fmt::join(mLines, "\n"))) {}
 
 Source ReadSource(const std::vector<std::string>& paths, const Warn& warn,
                   const std::function<void(const char*, size_t, size_t)>& progress,

@@ -35,12 +35,14 @@ struct Source {
 // Bad input: file, feature and reason, one line for each that is bad.
 class InputError : public std::exception {
   public:
-    explicit InputError(std::string line) : mLines(std::move(line)) {}
-    explicit InputError(const std::vector<std::string>& lines);
-    const char* what() const noexcept override { return mLines.c_str(); }
+    explicit InputError(const std::string& line) : InputError(std::vector{line}) {}
+    explicit InputError(std::vector<std::string> lines);
+    const char* what() const noexcept override { return mText.c_str(); }
+    const std::vector<std::string>& Lines() const { return mLines; }
 
   private:
-    std::string mLines;
+    std::vector<std::string> mLines;  // A foreign text in one may hold a line break.
+    std::string mText;
 };
 
 // One gibibyte: six times the world's boundaries.

@@ -4,6 +4,7 @@
 #include <encode.h>
 #include <fmt/format.h>
 #include <read_budget.h>
+#include <text_rules.h>
 
 #include <algorithm>
 #include <map>
@@ -36,6 +37,8 @@ constexpr Kind kOtherScale = {Severity::kWarning, "precision-at-sea",
                               "at sea, lookups name the nautical zone of another longitude"};
 constexpr Kind kNoNotice = {Severity::kNote, "notice-empty",
                             "whoever has the file cannot tell where it is from"};
+constexpr Kind kNoticeText = {Severity::kWarning, "notice-text",
+                              "what shows it shows something else, or obeys it"};
 constexpr Kind kField = {Severity::kNote, "field-unreadable", "a column has no name"};
 constexpr Kind kTable = {Severity::kError, "table-unreadable",
                          "no lookup finds the entries from there on"};
@@ -46,6 +49,8 @@ constexpr Kind kRecordPlace = {Severity::kError, "record-outside", "lookups pass
 constexpr Kind kRecord = {Severity::kError, "record-unreadable", "the zone has no name"};
 constexpr Kind kQuotes = {Severity::kNote, "identifier-bare",
                           "an answer of several zones cannot be taken apart"};
+constexpr Kind kNameText = {Severity::kError, "identifier-text",
+                            "clients drop the answer, or take another zone out of it or none"};
 constexpr Kind kName = {Severity::kWarning, "identifier-twice",
                         "rings of the zone do not make up for each other"};
 constexpr Kind kRingPlace = {Severity::kError, "ring-outside", "lookups pass the entry over"};
@@ -132,6 +137,8 @@ class Checker {
             mFindings.Add(kOtherScale, 5, {}, fmt::format("the precision is {}", mDb.precision));
         }
         if (mDb.notice[0] == '\0') mFindings.Add(kNoNotice, {}, {}, "the notice is empty");
+        if (const char* fault = FaultOfNotice(mDb.notice))
+            mFindings.Add(kNoticeText, {}, {}, fmt::format("the notice {}", fault));
         for (int i = 0; i < mDb.fieldCount; ++i) {
             if (mDb.fieldNames[i] == nullptr)
                 mFindings.Add(kField, 6, {}, fmt::format("the name of field {}", i));
@@ -204,6 +211,8 @@ class Checker {
             records.emplace_back(zone.record, end);
             if (stored == zone.tzid)
                 mFindings.Add(kQuotes, zone.record, {}, stored + " has no double quotes");
+            if (const char* fault = FaultOfIdentifier(zone.tzid))
+                mFindings.Add(kNameText, zone.record, {}, zone.tzid + " " + fault);
             if (!names.emplace(zone.tzid, zone.record).second)
                 mFindings.Add(kName, zone.record, {}, zone.tzid + " has a record already");
         }

@@ -88,12 +88,17 @@ TEST(Cli, BehavesAsTheTranscriptSays) {
         const Bytes good = SampleDatabase("\"Zone/A\"", 1);
         Bytes damaged = SampleDatabase("\"Zone/C\"", 3);
         damaged[9] ^= 1;
+        RawDatabase texts;
+        texts.headerStrings = String("TimezoneId") + String("\x1b[2J\n");
+        for (const char* zone : {"\"error:A\"", "\"x\x1b[2J\xff\""})
+            texts.AddRing(texts.AddRecord(zone), {{0, 0}, {100000, 0}, {0, 100000}});
         RawDatabase refused;
         refused.headerStrings = String("TimezoneId") + Unsigned(5000);
         WriteFile("a.bin", good);
         WriteFile("b.bin", SampleDatabase("\"Zone/B\"", 2, 20000));
         WriteFile("damaged.bin", damaged);
         WriteFile("refused.bin", refused.File());
+        WriteFile("texts.bin", texts.File());
         WriteFile("junk.bin", WithTrailer(Bytes(40, 'x')));
         WriteFile("faulty.bin", FaultyDatabase());
         WriteFile("empty.bin", {});
