@@ -26,7 +26,7 @@ constexpr size_t kFewParts = 16;
 
 // Hands each pair of parts that may meet, one of them fresh, to a function, at least once. Halves
 // the box around all of them as long as that keeps them apart: a long edge is entered only as
-// often as something lies beside it.
+// often as something lies beside it. The function returns whether to go on.
 template <typename PairFunction>
 class PairFinder {
   public:
@@ -55,10 +55,11 @@ class PairFinder {
         Indices parts;
     };
 
-    void Search(const GridBox& box, Indices parts) {
+    // False where the function has ended the search.
+    bool Search(const GridBox& box, Indices parts) {
         if (std::none_of(parts.begin(), parts.end(),
                          [this](uint32_t i) { return mParts[i].fresh; })) {
-            return;
+            return true;
         }
         if (parts.size() > kFewParts) {
             const bool isTall = box.max.lat - box.min.lat > box.max.lon - box.min.lon;
@@ -68,18 +69,18 @@ class PairFinder {
                 auto [low, high] = Halve(box, parts, axis);
                 if (!IsGain(parts.size(), low.parts.size(), high.parts.size())) continue;
                 parts = Indices();  // Its memory is wanted below.
-                Search(low.box, std::move(low.parts));
-                Search(high.box, std::move(high.parts));
-                return;
+                return Search(low.box, std::move(low.parts)) &&
+                       Search(high.box, std::move(high.parts));
             }
         }
         for (size_t i = 0; i < parts.size(); ++i) {
             const Part& s = mParts[parts[i]];
             for (size_t j = i + 1; j < parts.size(); ++j) {
                 const Part& t = mParts[parts[j]];
-                if (s.fresh || t.fresh) mCompare(s, t);
+                if ((s.fresh || t.fresh) && !mCompare(s, t)) return false;
             }
         }
+        return true;
     }
 
     // Where parts lie along each other across the box, halving it only repeats them. It is worth
@@ -242,12 +243,13 @@ std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
         const size_t before = vias.size();
         const Part* clashing = nullptr;
         VisitPairs(parts, [&](const Part& s, const Part& t) {
-            if (!Clash(s, t)) return;
+            if (!Clash(s, t)) return true;
             clashing = &s;
             isOpen[s.edge] = true;
             isOpen[t.edge] = true;
             LeadThrough(s, edges[s.edge], t, edges[t.edge], &vias);
             LeadThrough(t, edges[t.edge], s, edges[s.edge], &vias);
+            return true;
         });
         SortVias(edges, &vias);
         progress(round, vias.size());
@@ -267,7 +269,10 @@ bool AreSettled(const std::vector<Edge>& edges) {
     for (const Edge& edge : edges)
         parts.push_back({edge.a, edge.b, 0, true});
     bool settled = true;
-    VisitPairs(parts, [&](const Part& s, const Part& t) { settled = settled && !Clash(s, t); });
+    VisitPairs(parts, [&](const Part& s, const Part& t) {
+        settled = !Clash(s, t);
+        return settled;
+    });
     return settled;
 }
 
