@@ -48,12 +48,27 @@ std::string VersionText(int32_t version) {
                                                 : fmt::format("version {}", version);
 }
 
+// Throws where a service uses a database, but none in the directory that is looked at.
+void RequireDirectory(const DatabaseDirectory& directory, const ServiceClient::State& state,
+                      const ServiceOptions& options) {
+    if (state.IsUsable() && !directory.IsInUse()) {
+        throw std::runtime_error(
+                fmt::format("{}: the library reads another directory, and is running there, {}",
+                            options.directory, VersionText(state.version)));
+    }
+}
+
 int RunStatus(const ServiceOptions& options) {
-    const ServiceClient::State state = StartService(options)->GetState();
+    const std::unique_ptr<ServiceClient> service = StartService(options);
+    const ServiceClient::State state = service->GetState();
+    const DatabaseDirectory directory(options.directory);
+    RequireDirectory(directory, state, options);
     std::printf("%s\n", state.IsUsable()
                                 ? fmt::format("running, {}", VersionText(state.version)).c_str()
                                 : "failed: no usable database");
-    std::printf("%s", DatabaseDirectory(options.directory).Describe().c_str());
+    std::printf("%s", directory.Describe().c_str());
+    if (!state.IsUsable() && directory.ActiveIsGood())
+        std::printf("The library does not use the active file: it may read another directory.\n");
     return state.IsUsable() ? kExitOk : kExitFailed;
 }
 
@@ -98,6 +113,7 @@ int RunUpdate(const ServiceOptions& options) {
     const int32_t version = VersionOf(file);
     const std::unique_ptr<ServiceClient> service = StartService(options);
     const ServiceClient::State before = service->GetState();
+    RequireDirectory(directory, before, options);
     if (!options.force) {
         // A bad file that is injected takes the place of the active database and of its backup;
         // one of the same version cannot be told from what is there.

@@ -67,6 +67,19 @@ std::string DatabaseDirectory::Describe() const {
     return fmt::format("active  {}\nbackup  {}\n", Printable(active), Printable(backup));
 }
 
+bool DatabaseDirectory::ActiveIsGood() const {
+    std::string ignored;
+    return Judge(mActive, &ignored);
+}
+
+bool DatabaseDirectory::IsInUse() const {
+    std::error_code ignored;
+    for (const fs::directory_entry& open : fs::directory_iterator("/proc/self/fd", ignored)) {
+        if (fs::equivalent(open.path(), mActive, ignored)) return true;
+    }
+    return false;
+}
+
 bool DatabaseDirectory::BackupIsGood() const {
     std::string ignored;
     return Judge(mBackup, &ignored);
