@@ -4,9 +4,11 @@
 #include <fmt/format.h>
 #include <geojson.h>
 #include <output_file.h>
+#include <sha1.h>
 #include <source.h>
 #include <zones.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -40,8 +42,9 @@ struct DiffOptions {
     bool json = false;
 };
 
-// What a database costs.
+// What a database is for clients, and costs.
 struct Costs {
+    unsigned version;
     int32_t bytes;
     size_t entries;
     size_t points = 0;
@@ -66,7 +69,7 @@ double MeanLookupMicroseconds(const ZDDatabase& database) {
 }
 
 Costs CostsOf(const InspectedFile& file) {
-    Costs costs = {file.database->length, file.inspected.entries.size(), 0,
+    Costs costs = {file.database->version, file.database->length, file.inspected.entries.size(), 0,
                    MeanLookupMicroseconds(*file.database)};
     for (const offlinetz::InspectedZone& zone : file.inspected.zones)
         costs.points += zone.points;
@@ -104,6 +107,7 @@ void PrintText(const DiffOptions& options, const Differences& d, const Costs& wa
                 "%s\n",
                 fmt::format("changed    {:.3f} km2 in {} smaller parts", smaller, count).c_str());
     }
+    std::printf("version    %u, was %u\n", is.version, was.version);
     std::printf("bytes      %d, were %d\n", is.bytes, was.bytes);
     std::printf("entries    %zu, were %zu\n", is.entries, was.entries);
     std::printf("points     %zu, were %zu\n", is.points, was.points);
@@ -111,7 +115,8 @@ void PrintText(const DiffOptions& options, const Differences& d, const Costs& wa
 }
 
 nlohmann::ordered_json CostsJson(const Costs& c) {
-    return {{"bytes", c.bytes},
+    return {{"version", c.version},
+            {"bytes", c.bytes},
             {"entries", c.entries},
             {"points", c.points},
             {"lookup_us", c.lookupMicroseconds}};
@@ -140,6 +145,10 @@ void WriteMap(const std::string& path, const Differences& d) {
     offlinetz::OutputFile(path, {text.begin(), text.end()}).Commit();
 }
 
+bool HaveSameContent(const ZDDatabase& a, const ZDDatabase& b) {
+    return a.length == b.length && std::equal(a.checksum, a.checksum + SHA1HashSize, b.checksum);
+}
+
 int RunDiff(const DiffOptions& options) {
     if (!options.geojson.empty()) {
         offlinetz::CheckOutputPath(options.geojson, {options.oldFile, options.newFile});
@@ -150,6 +159,12 @@ int RunDiff(const DiffOptions& options) {
     const Differences differences = offlinetz::Compare(
             was.inspected, was.scale, is.inspected, is.scale,
             [&](size_t done, size_t all) { progress.Show("comparing", done, all); });
+    if (was.database->version == is.database->version &&
+        !HaveSameContent(*was.database, *is.database)) {
+        progress.PrintMessage(fmt::format(
+                "{}: has version {} like {}, and clients tell databases apart by it alone",
+                options.newFile, is.database->version, options.oldFile));
+    }
     progress.Show("", 0, 0);
     if (!options.geojson.empty()) WriteMap(options.geojson, differences);
     if (options.json) {
