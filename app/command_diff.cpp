@@ -167,6 +167,7 @@ int RunDiff(const DiffOptions& options) {
     }
     progress.Show("", 0, 0);
     if (!options.geojson.empty()) WriteMap(options.geojson, differences);
+    if (options.geojson == "-") return kExitOk;
     if (options.json) {
         PrintJson(differences, CostsOf(was), CostsOf(is));
     } else {
@@ -188,7 +189,10 @@ void AddDiffCommand(CLI::App* app, int* exitCode) {
                         "List parts of at least so many square kilometres, and sum up the others")
             ->check(CLI::Range(0.0, 1e9))
             ->capture_default_str();
-    command->add_option("--geojson", options->geojson, "Write all parts to this file as a map")
+    command->add_option("--geojson", options->geojson,
+                        "Write all parts to this file as a map; - for standard output, which gets "
+                        "nothing "
+                        "else then")
             ->check(NamesFile());
     command->add_flag("--json", options->json, "One JSON object, with all parts");
     command->callback([options, exitCode] { *exitCode = RunDiff(*options); });
