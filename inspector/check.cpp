@@ -30,6 +30,7 @@ constexpr size_t kProgressInterval = 4096;
 // vertices are passed over. The lookups on all borders of a tiled world take 700 steps a byte.
 constexpr int64_t kMostSteps = int64_t{1} << 30;
 constexpr int64_t kMostStepsOfByte = 1024;
+constexpr int64_t kStepsOfEntry = 16;
 constexpr int64_t kStepsOfRing = 32;
 constexpr int64_t kStepsOfLookup = 1024;
 constexpr size_t kMostCandidates = size_t{1} << 22;
@@ -227,9 +228,11 @@ class Checker {
                 mFindings.Add(kind, position, i, what);
             };
             if (i > 0 && e.box.min.lat < mEntries[i - 1].box.min.lat) {
+                mIsTableSound = false;
                 add(kOrder, e.position, "an entry begins further south than the one before");
             }
             if (e.box.min.lat > e.box.max.lat || e.box.min.lon > e.box.max.lon) {
+                mIsTableSound = false;
                 add(kBox, e.position, "a box ends before it begins");
             }
             if (!HasRecord(e)) {
@@ -463,6 +466,7 @@ class Checker {
             if ((after != row.end() && after->first.first <= tile.box.max.lon) ||
                 (after != row.begin() &&
                  std::prev(after)->second->box.max.lon >= tile.box.min.lon)) {
+                mIsTableSound = false;
                 mFindings.Add(kTwoTiles, tile.position, tile.entry, "a tile overlaps another one");
             }
             row.emplace(key, &tile);
@@ -504,9 +508,14 @@ class Checker {
         size_t vertices = 0;
         for (const InspectedZone& zone : Zones())
             vertices += zone.points;
-        // The reader compares what it collects each with each.
-        const int64_t bytes = std::min(mMostBytes, zonedetect::ReadBudget::Bytes(mDb.length));
-        const int64_t steps = kStepsOfLookup + bytes + mMostHits * mMostHits / 4;
+        // A lookup may have to read the whole table, unless boxes keep its entries apart; and it
+        // compares what it collects each with each.
+        const bool isWholeTable = !mIsTableSound || mDb.tableType != kTiledTable;
+        const int64_t steps =
+                kStepsOfLookup +
+                (isWholeTable ? kStepsOfEntry * static_cast<int64_t>(mEntries.size()) : 0) +
+                std::min(mMostBytes, zonedetect::ReadBudget::Bytes(mDb.length)) +
+                mMostHits * mMostHits / 4;
         const auto most = static_cast<size_t>(std::max<int64_t>(MostSteps() / steps, 1));
         const size_t stride = std::max<size_t>((vertices + most - 1) / most, 1);
         std::map<uint32_t, size_t> byRecord;
@@ -558,6 +567,7 @@ class Checker {
     int32_t mScale = 0;
     std::vector<DecodedEntry> mEntries;
     uint32_t mTableEnd = 0;
+    bool mIsTableSound = true;       // Sorted, no box is empty, and no tiles overlap.
     std::vector<StoredRing> mRings;  // By position.
     bool mAreAllRead = false;
     int64_t mMostBytes = 0;  // Of rings that a lookup meets.

@@ -97,7 +97,7 @@ InspectedDatabase InspectZones(const ZDDatabase& database,
         limit.Spend(end > entry.ring ? end - entry.ring : 0);
         if (limit.IsSpent() || edgesLeft < 0) {
             throw std::runtime_error(
-                    "its entries share rings too often for them to be put together");
+                    "its rings lie over each other or are shared too often to be read");
         }
         if (!isGood) continue;
         auto& [zone, edges] = zones[entry.record];
