@@ -33,6 +33,8 @@ constexpr int64_t kMostStepsOfByte = 1024;
 constexpr int64_t kStepsOfEntry = 16;
 constexpr int64_t kStepsOfRing = 32;
 constexpr int64_t kStepsOfLookup = 1024;
+constexpr size_t kSamples = 4096;
+constexpr int64_t kMostHits = zonedetect::kMaxHits;
 constexpr size_t kMostCandidates = size_t{1} << 22;
 
 struct Kind {
@@ -175,6 +177,7 @@ class Checker {
         }
     }
 
+    int64_t MostBytes() const { return zonedetect::ReadBudget::Bytes(mDb.length); }
     int64_t MostSteps() const { return kMostSteps + kMostStepsOfByte * mDb.length; }
 
     bool HasRecord(const DecodedEntry& e) const {
@@ -258,43 +261,36 @@ class Checker {
     void CheckLimits() {
         mProgress("checking limits", 0, 0);
         const GridBox world = {{-mScale, -mScale}, {mScale, mScale}};
-        std::vector<WeightedBox> bytes;
-        std::vector<WeightedBox> boxes;
-        std::vector<const StoredRing*> rings;
         for (const DecodedEntry& e : mEntries) {
             if (!HasRecord(e) || !HasRing(e) || !RingOf(e).isGood) continue;
             const StoredRing& ring = RingOf(e);
             const GridBox box = Common(e.box, world);
-            bytes.push_back({box, int64_t{ring.end} - ring.position});
-            boxes.push_back({Common(box, ring.bounds), 1});
-            rings.push_back(&ring);
+            mBytesMet.push_back({box, int64_t{ring.end} - ring.position});
+            mRingsMet.push_back({Common(box, ring.bounds), 1});
+            mMetRings.push_back(&ring);
         }
-        const Depths most = DepthsOf(bytes);
-        mMostBytes = most.greatest;
-        const int64_t limit = zonedetect::ReadBudget::Bytes(mDb.length);
-        if (mMostBytes > limit) {
+        const Depths most = DepthsOf(mBytesMet);
+        if (most.greatest > MostBytes()) {
             mFindings.Add(kBytes, {}, {},
                           fmt::format("a lookup at {} meets {} bytes of rings, and reads {}",
-                                      PlaceText(most.place), mMostBytes, limit));
+                                      PlaceText(most.place), most.greatest, MostBytes()));
         }
-        const Depths hits = DepthsOf(boxes);
-        mMostHits = std::min<int64_t>(hits.greatest, zonedetect::kMaxHits);
+        const Depths hits = DepthsOf(mRingsMet);
         // No more rings hold a point than bounding boxes of rings do.
-        if (hits.greatest > mMostHits) CheckHits(boxes, rings, hits.place);
+        if (hits.greatest > kMostHits) CheckHits(hits.place);
     }
 
     // Where more bounding boxes of rings than a lookup collects rings hold one point, whether the
     // rings do: at vertices, where most rings meet, those in the most boxes first.
-    void CheckHits(const std::vector<WeightedBox>& boxes,
-                   const std::vector<const StoredRing*>& rings, const GridPoint& deepest) {
+    void CheckHits(const GridPoint& deepest) {
         std::vector<GridPoint> points = VerticesOfRings();
         points.push_back(deepest);
         std::sort(points.begin(), points.end());
         points.erase(std::unique(points.begin(), points.end()), points.end());
-        const std::vector<int64_t> depths = DepthsOf(boxes, points).depths;
+        const std::vector<int64_t> depths = DepthsOf(mRingsMet, points).depths;
         std::vector<size_t> order;
         for (size_t i = 0; i < points.size(); ++i) {
-            if (depths[i] > mMostHits) order.push_back(i);
+            if (depths[i] > kMostHits) order.push_back(i);
         }
         std::stable_sort(order.begin(), order.end(),
                          [&](size_t a, size_t b) { return depths[a] > depths[b]; });
@@ -306,8 +302,8 @@ class Checker {
                                           PlaceText(points[i])));
                 return;
             }
-            const int64_t hits = HitsAt(points[i], boxes, rings, &steps);
-            if (hits > mMostHits) {
+            const int64_t hits = HitsAt(points[i], &steps);
+            if (hits > kMostHits) {
                 mFindings.Add(kHits, {}, {},
                               fmt::format("{} rings hold the point {}, and a lookup collects {}",
                                           hits, PlaceText(points[i]), zonedetect::kMaxHits));
@@ -336,19 +332,18 @@ class Checker {
     }
 
     // How many rings with a bounding box around the point hold it. Counts the steps.
-    int64_t HitsAt(const GridPoint& p, const std::vector<WeightedBox>& boxes,
-                   const std::vector<const StoredRing*>& rings, int64_t* steps) const {
+    int64_t HitsAt(const GridPoint& p, int64_t* steps) const {
         int64_t hits = 0;
-        for (size_t i = 0; i < boxes.size(); ++i) {
-            if (!boxes[i].box.Contains(p)) continue;
-            zonedetect::Cursor cursor = zonedetect::CursorAt(mDb, rings[i]->position);
+        for (size_t i = 0; i < mRingsMet.size(); ++i) {
+            if (!mRingsMet[i].box.Contains(p)) continue;
+            zonedetect::Cursor cursor = zonedetect::CursorAt(mDb, mMetRings[i]->position);
             const zonedetect::Point target = {p.lat, p.lon - kReaderShift};
             if (zonedetect::ClassifyAgainstRing(&cursor, target, nullptr) != ZDLookupNotInZone) {
                 ++hits;
             }
-            *steps += kStepsOfRing + rings[i]->end - rings[i]->position;
+            *steps += kStepsOfRing + mMetRings[i]->end - mMetRings[i]->position;
         }
-        *steps += static_cast<int64_t>(boxes.size());
+        *steps += static_cast<int64_t>(mRingsMet.size());
         return hits;
     }
 
@@ -508,29 +503,52 @@ class Checker {
         size_t vertices = 0;
         for (const InspectedZone& zone : Zones())
             vertices += zone.points;
-        // A lookup may have to read the whole table, unless boxes keep its entries apart; and it
-        // compares what it collects each with each.
-        const bool isWholeTable = !mIsTableSound || mDb.tableType != kTiledTable;
-        const int64_t steps =
-                kStepsOfLookup +
-                (isWholeTable ? kStepsOfEntry * static_cast<int64_t>(mEntries.size()) : 0) +
-                std::min(mMostBytes, zonedetect::ReadBudget::Bytes(mDb.length)) +
-                mMostHits * mMostHits / 4;
-        const auto most = static_cast<size_t>(std::max<int64_t>(MostSteps() / steps, 1));
-        const size_t stride = std::max<size_t>((vertices + most - 1) / most, 1);
+        if (vertices == 0) return;
+        const int64_t lookups = MostSteps() / MeanSteps(vertices) + 1;
+        const size_t stride = vertices / static_cast<size_t>(lookups) + 1;
         std::map<uint32_t, size_t> byRecord;
         for (size_t i = 0; i < Zones().size(); ++i)
             byRecord[Zones()[i].record - mDb.metadataOffset] = i;
         size_t number = 0;
-        for (size_t i = 0; i < Zones().size(); ++i) {
-            for (const GridRing& ring : Zones()[i].rings) {
+        VisitVertices(stride, [&](size_t zone, const GridPoint& vertex) {
+            if (number % kProgressInterval == 0)
+                mProgress("looking up borders", number * stride, vertices);
+            ++number;
+            CheckVertex(zone, vertex, byRecord, overlaps);
+        });
+    }
+
+    // Calls `visit` with every so many vertices of all zones, each with its zone's place.
+    template <typename VertexFunction>
+    void VisitVertices(size_t stride, VertexFunction visit) const {
+        size_t number = 0;
+        for (size_t zone = 0; zone < Zones().size(); ++zone) {
+            for (const GridRing& ring : Zones()[zone].rings) {
                 for (const GridPoint& vertex : ring) {
-                    if (number % kProgressInterval == 0)
-                        mProgress("looking up borders", number, vertices);
-                    if (number++ % stride == 0) CheckVertex(i, vertex, byRecord, overlaps);
+                    if (number++ % stride == 0) visit(zone, vertex);
                 }
             }
         }
+    }
+
+    // The steps that a lookup at a vertex takes, by some thousand of them.
+    int64_t MeanSteps(size_t vertices) const {
+        std::vector<GridPoint> points;
+        VisitVertices(vertices / kSamples + 1,
+                      [&](size_t, const GridPoint& vertex) { points.push_back(vertex); });
+        const std::vector<int64_t> bytes = DepthsOf(mBytesMet, points).depths;
+        const std::vector<int64_t> rings = DepthsOf(mRingsMet, points).depths;
+        int64_t steps = 0;
+        for (size_t i = 0; i < points.size(); ++i) {
+            const int64_t hits = std::min(rings[i], kMostHits);
+            // The reader compares what it collects each with each.
+            steps += kStepsOfLookup + std::min(bytes[i], MostBytes()) + hits * hits / 4;
+        }
+        // A lookup may have to read the whole table, unless boxes keep its entries apart.
+        const bool isWholeTable = !mIsTableSound || mDb.tableType != kTiledTable;
+        const size_t entries = isWholeTable ? mEntries.size() : 0;
+        return steps / static_cast<int64_t>(points.size()) +
+               kStepsOfEntry * static_cast<int64_t>(entries);
     }
 
     void CheckVertex(size_t zoneIndex, const GridPoint& vertex,
@@ -570,8 +588,11 @@ class Checker {
     bool mIsTableSound = true;       // Sorted, no box is empty, and no tiles overlap.
     std::vector<StoredRing> mRings;  // By position.
     bool mAreAllRead = false;
-    int64_t mMostBytes = 0;  // Of rings that a lookup meets.
-    int64_t mMostHits = 0;   // Rings that a lookup can collect.
+    // Of each entry with a ring that can be read: its box within the world, which weighs the bytes
+    // that a lookup in it reads; the part of it in which the ring can lie; and the ring.
+    std::vector<WeightedBox> mBytesMet;
+    std::vector<WeightedBox> mRingsMet;
+    std::vector<const StoredRing*> mMetRings;
     InspectedDatabase mInspected;
     Findings mFindings;
 };
