@@ -12,6 +12,7 @@
 #include "output_file.h"
 #include "simplify.h"
 #include "source.h"
+#include "text_rules.h"
 #include "tile.h"
 
 namespace offlinetz {
@@ -92,6 +93,9 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     if (options.notice.size() > kMaxStringLength) {
         throw InputError(fmt::format("the notice has {} bytes; the database holds up to {}",
                                      options.notice.size(), kMaxStringLength));
+    }
+    if (const char* fault = FaultOfNotice(options.notice)) {
+        throw InputError(fmt::format("the notice {}", fault));
     }
     for (const std::string& input : options.inputs) {
         std::error_code ignored;

@@ -11,6 +11,7 @@
 
 #include "antimeridian.h"
 #include "input_text.h"
+#include "text_rules.h"
 
 namespace offlinetz {
 
@@ -231,16 +232,12 @@ std::string ReadTzid(const dom::element& element, const Feature& feature,
     }
     std::string_view tzid;
     if (property.get(tzid)) Fail(feature.Where(), fmt::format("its {} is not a text", name));
-    if (tzid.empty()) Fail(feature.Where(), fmt::format("its {} is empty", name));
     if (tzid.size() > options.maxTzidBytes) {
         Fail(feature.Where(), fmt::format("its {} has {} bytes; the database holds up to {}", name,
                                           tzid.size(), options.maxTzidBytes));
     }
-    if (std::any_of(tzid.begin(), tzid.end(), [](char c) {
-            return c == '"' || static_cast<unsigned char>(c) < ' ' || c == '\x7F';
-        })) {
-        Fail(feature.Where(),
-             fmt::format("its {} holds a double-quote or control character", name));
+    if (const char* fault = FaultOfIdentifier(tzid)) {
+        Fail(feature.Where(), fmt::format("its {} {}", name, fault));
     }
     return std::string(tzid);
 }
