@@ -36,10 +36,18 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     const auto print = [to](const char* name, const std::string& text) {
         std::fprintf(to, "%-13s %s\n", name, text.c_str());
     };
-    print("zones",
-          fmt::format("{} from {} features, {} sea features{} left out", s.zones, s.features,
-                      s.seaFeatures,
-                      s.badFeatures > 0 ? fmt::format(" and {} bad ones", s.badFeatures) : ""));
+    print("zones", fmt::format("{} from {} features, {} sea features left out", s.zones, s.features,
+                               s.seaFeatures));
+    const offlinetz::LeftOut& bad = s.leftOut;
+    if (bad.features + bad.polygons + bad.zones > 0) {
+        print("left out",
+              fmt::format("bad features: {}, polygons of others: {}, zones: {}; together {:.2f} km2"
+                          "{}",
+                          bad.features, bad.polygons, bad.zones, bad.km2,
+                          bad.ofUnknownArea > 0
+                                  ? fmt::format(" and {} of unknown area", bad.ofUnknownArea)
+                                  : ""));
+    }
     print("points", fmt::format("{} in, {} out in {} rings", s.pointsIn, s.pointsOut, s.rings));
     print("tiles",
           fmt::format("{} with {} rings and {} points", s.tiles, s.entries, s.entryPoints));
@@ -150,9 +158,10 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
     command->add_option("--self-check", options->selfCheckPoints,
                         "Look up so many points and compare with the input")
             ->check(WholeNumber(0, 1000000000));
-    command->add_flag("--skip-bad", options->skipBad,
-                      "Leave out features that cannot be read, and list them, instead of refusing "
-                      "the whole input");
+    command->add_flag(
+            "--skip-bad", options->skipBad,
+            "Leave out polygons and features that cannot be read, and list them with their "
+            "areas, instead of refusing the whole input");
     command->add_option("--max-input", options->maxInputBytes,
                         "Refuse a file of more bytes, unpacked; with a unit like 2GiB if you like")
             ->transform(CLI::AsSizeValue(false))

@@ -12,6 +12,7 @@
 #include "output_file.h"
 #include "simplify.h"
 #include "source.h"
+#include "sphere_area.h"
 #include "text_rules.h"
 #include "tile.h"
 
@@ -52,7 +53,10 @@ void SiftVanished(bool skipBad, const CompileListener& listener, Source* source,
         Zone& zone = source->zones[i];
         if ((*drawn)[i].empty()) {
             errors.push_back(zone.where + ": its zone vanishes on a grid this coarse");
-            if (skipBad) listener.warn(errors.back() + "; left out");
+            const double km2 = SquareKilometres(zone.area.get());
+            ++source->leftOut.zones;
+            source->leftOut.km2 += km2;
+            if (skipBad) listener.warn(fmt::format("{}; left out, {:.2f} km2", errors.back(), km2));
         } else if (kept++ != i) {
             (*drawn)[kept - 1] = std::move((*drawn)[i]);
             source->zones[kept - 1] = std::move(zone);
@@ -115,7 +119,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     const std::vector<ZoneRings> zones = DrawOnGrid(options, grid, listener, &source, &summary);
     summary.features = source.features;
     summary.seaFeatures = source.seaFeatures;
-    summary.badFeatures = source.badFeatures;
+    summary.leftOut = source.leftOut;
     summary.zones = source.zones.size();
     summary.pointsIn = source.points;
 

@@ -35,7 +35,7 @@ struct CompileOptions {
 struct CompileSummary {
     size_t features = 0;
     size_t seaFeatures = 0;
-    size_t badFeatures = 0;
+    LeftOut leftOut;
     size_t zones = 0;
     size_t pointsIn = 0;
     size_t rings = 0;      // After mending, before tiling.
