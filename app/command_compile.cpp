@@ -22,7 +22,8 @@ namespace {
 using offlinetz::CompileOptions;
 using offlinetz::CompileSummary;
 
-constexpr uint64_t kParserLimit = 0xFFFFFFFF;  // The parser takes no longer text.
+constexpr uint64_t kParserLimit = 0xFFFFFFFF;      // The parser takes no longer text.
+constexpr uint64_t kLargestDatabase = 0x7FFFFFFF;  // The format holds no more bytes.
 
 double PeakMegabytes() {
     rusage usage = {};
@@ -166,6 +167,12 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
                         "Refuse a file of more bytes, unpacked; with a unit like 2GiB if you like")
             ->transform(CLI::AsSizeValue(false))
             ->check(CLI::Range(uint64_t{1}, kParserLimit))
+            ->capture_default_str();
+    command->add_option("--max-output", options->maxOutputBytes,
+                        "Refuse input that makes a larger database; with a unit like 128MiB if you "
+                        "like")
+            ->transform(CLI::AsSizeValue(false))
+            ->check(CLI::Range(uint64_t{1}, kLargestDatabase))
             ->capture_default_str();
     command->callback([options, exitCode] { *exitCode = RunCompile(*options); });
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "encode.h"
+#include "output_limit.h"
 #include "self_check.h"
 #include "snap.h"
 #include "source.h"
@@ -29,7 +30,8 @@ struct CompileOptions {
     bool bareIdentifiers = false;                  // Without the double quotes at both ends.
     bool skipBad = false;                          // Leave out what is bad in the inputs.
     uint64_t maxInputBytes = kDefaultMaxInputBytes;  // Of each input, unpacked.
-    size_t selfCheckPoints = 0;                      // 0: no self-check.
+    uint64_t maxOutputBytes = kDefaultMaxOutputBytes;
+    size_t selfCheckPoints = 0;  // 0: no self-check.
 };
 
 struct CompileSummary {
@@ -65,7 +67,8 @@ struct CompileListener {
 
 // Compiles the inputs into the output file, which is replaced whole or not at all. A self-check
 // that finds a failure leaves the old file too; the summary then lists it. Throws InputError with
-// all that is bad in the input, std::exception's others for what the machine refuses. The same
+// all that is bad in the input, or with the place where most zones overlap where the output would
+// exceed its limit; std::exception's others for what the machine refuses. The same
 // inputs and options give the same bytes.
 CompileSummary Compile(const CompileOptions& options, const CompileListener& listener);
 

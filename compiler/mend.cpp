@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <tuple>
 
+#include "output_limit.h"
 #include "settle.h"
 
 namespace offlinetz {
@@ -68,18 +69,36 @@ std::vector<Edge> EdgesOf(const std::vector<EdgeUse>& uses, std::vector<size_t>*
     return edges;
 }
 
+// The zones along two edges, each once.
+std::vector<uint32_t> ZonesAlong(const std::vector<EdgeUse>& uses,
+                                 const std::vector<size_t>& firstUses, const uint32_t (&edges)[2]) {
+    std::vector<uint32_t> zones;
+    for (const uint32_t edge : edges) {
+        for (size_t u = firstUses[edge]; u < firstUses[edge + 1]; ++u)
+            zones.push_back(uses[u].zone);
+    }
+    std::sort(zones.begin(), zones.end());
+    zones.erase(std::unique(zones.begin(), zones.end()), zones.end());
+    return zones;
+}
+
 // The uses of what the edges are led through.
-std::vector<EdgeUse> Settle(const std::vector<EdgeUse>& uses,
+std::vector<EdgeUse> Settle(const std::vector<EdgeUse>& uses, size_t maxPoints,
                             const std::function<void(int round, size_t points)>& progress) {
     std::vector<size_t> firstUses;
     const std::vector<Edge> edges = EdgesOf(uses, &firstUses);
+    std::vector<Via> vias;
+    try {
+        vias = SettleEdges(edges, maxPoints, progress);
+    } catch (const TooManyVias& error) {
+        throw OutputLimitError(error.at, ZonesAlong(uses, firstUses, error.edges));
+    }
     std::vector<EdgeUse> settled;
-    VisitParts(edges, SettleEdges(edges, progress),
-               [&](size_t edge, const GridPoint& from, const GridPoint& to) {
-                   for (size_t u = firstUses[edge]; u < firstUses[edge + 1]; ++u) {
-                       settled.push_back(MakeUse(from, to, uses[u].zone, uses[u].net));
-                   }
-               });
+    VisitParts(edges, vias, [&](size_t edge, const GridPoint& from, const GridPoint& to) {
+        for (size_t u = firstUses[edge]; u < firstUses[edge + 1]; ++u) {
+            settled.push_back(MakeUse(from, to, uses[u].zone, uses[u].net));
+        }
+    });
     Combine(&settled);
     return settled;
 }
@@ -309,10 +328,10 @@ ZoneRings KeepBorders(ZoneRings rings) {
 }  // namespace
 
 void MendOnGrid(std::vector<ZoneRings>* zones,
-                const std::function<void(int round, size_t points)>& progress) {
+                const std::function<void(int round, size_t points)>& progress, size_t maxPoints) {
     std::vector<EdgeUse> uses = UsesOf(*zones);
     Combine(&uses);
-    uses = Settle(uses, progress);
+    uses = Settle(uses, maxPoints, progress);
 
     std::vector<std::vector<DirectedEdge>> edges(zones->size());
     for (const EdgeUse& use : uses) {

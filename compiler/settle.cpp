@@ -228,9 +228,12 @@ void SortVias(const std::vector<Edge>& edges, std::vector<Via>* vias) {
 
 }  // namespace
 
-std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
+std::vector<Via> SettleEdges(const std::vector<Edge>& edges, size_t maxVias,
                              const std::function<void(int round, size_t points)>& progress) {
     std::vector<Via> vias;
+    // Several parts may lead an edge through one point, so the count is taken without repeats;
+    // seldom, for that takes a sort.
+    size_t countAt = maxVias;
     std::vector<bool> isOpen(edges.size(), true);  // Edges that clashed in the latest round.
     for (int round = 1;; ++round) {
         std::vector<Part> parts;
@@ -248,6 +251,10 @@ std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
             isOpen[t.edge] = true;
             LeadThrough(s, edges[s.edge], t, edges[t.edge], &vias);
             LeadThrough(t, edges[t.edge], s, edges[s.edge], &vias);
+            if (vias.size() <= countAt) return;
+            SortVias(edges, &vias);
+            if (vias.size() > maxVias) throw TooManyVias{{s.edge, t.edge}, s.a};
+            countAt = maxVias + vias.size();
         });
         SortVias(edges, &vias);
         progress(round, vias.size());
