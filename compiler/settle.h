@@ -38,6 +38,10 @@ struct TooManyVias {
 // Whether edges meet in ends of both only.
 bool AreSettled(const std::vector<Edge>& edges);
 
+// Whether pairs of edges meet elsewhere than in ends of both more than `count` times. It ends as
+// soon as that is known. A pair may count more than once, as long edges do that lie close together.
+bool ClashMoreThan(const std::vector<Edge>& edges, size_t count);
+
 // Calls `visit(edge, from, to)` for each part of each edge; `vias` as SettleEdges gives them.
 template <typename PartFunction>
 void VisitParts(const std::vector<Edge>& edges, const std::vector<Via>& vias, PartFunction visit) {

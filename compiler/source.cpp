@@ -8,10 +8,13 @@
 #include <cstdarg>
 #include <cstdio>
 #include <map>
+#include <new>
 #include <optional>
 
 #include "antimeridian.h"
+#include "grid.h"
 #include "input_text.h"
+#include "settle.h"
 #include "sphere_area.h"
 #include "text_rules.h"
 
@@ -27,6 +30,11 @@ constexpr size_t kMinRingPositions = 4;  // Three points and the first one again
 // mending changes more may together differ by this share of the feature's area.
 constexpr double kMendShare = 1e-3;
 constexpr double kMendSquareDegrees = 1e-6;
+// Rings that cross themselves and each other more often than so many times a point are not mended:
+// what that takes grows with the crossings, of which there may be as many as pairs of edges.
+constexpr size_t kMostCrossingsPerPoint = 8;
+// Units a degree in which crossings are counted, about 5 cm each; three turns of longitude fit.
+constexpr double kUnitsPerDegree = 1 << 21;
 
 using Warn = std::function<void(const std::string&)>;
 
@@ -47,8 +55,14 @@ void OnGeometryNotice(const char*, ...) {}
     throw InputError(where + ": " + reason);
 }
 
+// With what the geometry library said last.
+[[noreturn]] void FailInGeometry(const std::string& where) {
+    if (gLastGeometryError.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
+    Fail(where, gLastGeometryError);
+}
+
 GeometryPtr Checked(GEOSGeometry* geometry, const std::string& where) {
-    if (geometry == nullptr) Fail(where, gLastGeometryError);
+    if (geometry == nullptr) FailInGeometry(where);
     return GeometryPtr(geometry);
 }
 
@@ -126,7 +140,7 @@ GeometryPtr MakePolygon(const Positions* rings, size_t count, const Feature& fea
         GEOSCoordSequence* sequence = GEOSCoordSeq_copyFromBuffer(
                 rings[i].data(), static_cast<unsigned>(rings[i].size() / 2), /*hasZ=*/0,
                 /*hasM=*/0);
-        if (sequence == nullptr) Fail(feature.Where(), gLastGeometryError);
+        if (sequence == nullptr) FailInGeometry(feature.Where());
         made.push_back(Checked(GEOSGeom_createLinearRing(sequence), feature.Where()));
     }
     std::vector<GEOSGeometry*> holes = Release(made.begin() + 1, made.end());
@@ -139,6 +153,21 @@ double AreaOf(const GEOSGeometry* geometry) {
     double area = 0.0;
     GEOSArea(geometry, &area);
     return area;
+}
+
+bool CrossTooOften(const GEOSGeometry* polygon) {
+    const auto toGrid = [](const std::vector<double>& xy, size_t i) {
+        return GridPoint{static_cast<int32_t>(xy[i + 1] * kUnitsPerDegree),
+                         static_cast<int32_t>(xy[i] * kUnitsPerDegree)};
+    };
+    std::vector<Edge> edges;
+    VisitRings(polygon, [&](const std::vector<double>& xy, bool, bool) {
+        for (size_t i = 0; i < xy.size(); i += 2) {
+            const Edge edge = {toGrid(xy, i), toGrid(xy, i + 2 < xy.size() ? i + 2 : 0)};
+            if (edge.a != edge.b) edges.push_back(edge);
+        }
+    });
+    return ClashMoreThan(edges, kMostCrossingsPerPoint * edges.size());
 }
 
 // A valid polygon for one whose rings cross: what its rings enclose. Adds to `part` what was
@@ -158,7 +187,11 @@ GeometryPtr Mend(GeometryPtr polygon, const Feature& feature, PolygonPart* part)
         GEOSGeomGetX(location.get(), &x);
         GEOSGeomGetY(location.get(), &y);
     }
-    if (part->slip.empty()) part->slip = fmt::format("{} at {}, {}", reason, x, y);
+    const std::string slip = fmt::format("{} at {}, {}", reason, x, y);
+    if (CrossTooOften(polygon.get())) {
+        Fail(feature.Where(), slip + "; its edges cross too often to be mended");
+    }
+    if (part->slip.empty()) part->slip = slip;
     GEOSMakeValidParams* params = GEOSMakeValidParams_create();
     GEOSMakeValidParams_setMethod(params, GEOS_MAKE_VALID_STRUCTURE);
     GEOSMakeValidParams_setKeepCollapsed(params, 0);
@@ -353,6 +386,7 @@ void RequireWgs84(const std::string& path, const dom::element& document) {
 dom::element ParseJson(std::string_view text, const std::string& where, dom::parser* parser) {
     dom::element document;
     if (const auto error = parser->parse(text.data(), text.size()).get(document)) {
+        if (error == simdjson::MEMALLOC) throw std::bad_alloc();
         const std::string place = PlaceOfJsonError(text);
         Fail(where, fmt::format("is not JSON{}{}: {}", place.empty() ? "" : " ", place,
                                 simdjson::error_message(error)));
