@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -71,6 +72,9 @@ int Run(int argc, char** argv) {
         app.parse(Arguments(argc, argv));
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kExitOk : kExitUsage;
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "offlinetz: out of memory\n");
+        return kExitFailed;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "offlinetz: %s\n", error.what());
         return kExitFailed;
