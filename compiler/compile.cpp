@@ -142,6 +142,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
             throw InputError(options.output + ": is an input; it would be overwritten");
         }
     }
+    OutputFile::RequireWritable(options.output);
     CompileSummary summary;
     const Grid grid(options.precision);
     SourceOptions sourceOptions;
