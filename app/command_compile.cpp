@@ -160,6 +160,10 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
                         "Look up so many points and compare with the input")
             ->check(WholeNumber(0, 1000000000));
     command->add_flag(
+            "--cross-antimeridian", options->crossAntimeridian,
+            "Have edges of more than 180 degrees of longitude cross the antimeridian, and "
+            "cut polygons there, instead of refusing them");
+    command->add_flag(
             "--skip-bad", options->skipBad,
             "Leave out polygons and features that cannot be read, and list them with their "
             "areas, instead of refusing the whole input");

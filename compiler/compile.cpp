@@ -150,6 +150,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     sourceOptions.maxTzidBytes =
             kMaxStringLength - StoredIdentifier("", options.bareIdentifiers).size();
     sourceOptions.tzidProperty = options.tzidProperty;
+    sourceOptions.crossAntimeridian = options.crossAntimeridian;
     sourceOptions.skipBad = options.skipBad;
     Source source = ReadSource(options.inputs, listener.warn, listener.progress, sourceOptions);
     DatabaseContent content;

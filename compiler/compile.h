@@ -28,6 +28,7 @@ struct CompileOptions {
     double toleranceMetres = 20.0;                 // 0: keep every bend.
     size_t maxTilePoints = kDefaultMaxTilePoints;  // 0: keep rings whole.
     bool bareIdentifiers = false;                  // Without the double quotes at both ends.
+    bool crossAntimeridian = false;                // See SourceOptions.
     bool skipBad = false;                          // Leave out what is bad in the inputs.
     uint64_t maxInputBytes = kDefaultMaxInputBytes;  // Of each input, unpacked.
     uint64_t maxOutputBytes = kDefaultMaxOutputBytes;

@@ -246,8 +246,18 @@ GeometryPtr ReadAcrossAntimeridian(std::vector<Positions> rings, bool allCross,
     return polygon;
 }
 
+[[noreturn]] void FailForLongEdge(const Positions& ring, size_t position, const Feature& feature) {
+    const double* p = &ring[2 * position];
+    Fail(feature.Where(),
+         fmt::format("the edge from {}, {} to {}, {} (longitude, latitude) spans {} degrees of "
+                     "longitude; --cross-antimeridian has such edges cross the antimeridian, a "
+                     "point in between has one go the long way",
+                     p[0], p[1], p[2], p[3], std::fabs(p[2] - p[0])));
+}
+
 // The polygon of an array of rings.
-PolygonPart ReadPolygon(const dom::element& element, const Feature& feature) {
+PolygonPart ReadPolygon(const dom::element& element, const Feature& feature,
+                        bool crossAntimeridian) {
     dom::array array;
     if (element.get(array) || array.size() == 0) {
         Fail(feature.Where(), "a polygon is not an array of rings");
@@ -259,6 +269,9 @@ PolygonPart ReadPolygon(const dom::element& element, const Feature& feature) {
         rings.push_back(ReadRing(ring, feature));
         part.points += rings.back().size() / 2 - 1;
         const LongEdges more = CountLongEdges(rings.back());
+        if (more.crossing > 0 && !crossAntimeridian) {
+            FailForLongEdge(rings.back(), more.firstCrossing, feature);
+        }
         edges.crossing += more.crossing;
         edges.aroundTheWorld += more.aroundTheWorld;
     }
@@ -330,7 +343,8 @@ struct Fault {
 };
 
 // The polygons of a feature that can be used; adds the others to `faults`.
-std::vector<PolygonPart> ReadParts(const dom::element& element, Feature feature, const Warn& warn,
+std::vector<PolygonPart> ReadParts(const dom::element& element, Feature feature,
+                                   bool crossAntimeridian, const Warn& warn,
                                    std::vector<Fault>* faults) {
     const std::vector<dom::element> polygons = ReadPolygons(element, feature);
     std::vector<PolygonPart> parts(polygons.size());
@@ -339,7 +353,7 @@ std::vector<PolygonPart> ReadParts(const dom::element& element, Feature feature,
     for (size_t i = 0; i < polygons.size(); ++i) {
         if (polygons.size() > 1) feature.polygon = i;
         try {
-            parts[i] = ReadPolygon(polygons[i], feature);
+            parts[i] = ReadPolygon(polygons[i], feature, crossAntimeridian);
             area += AreaOf(parts[i].area.get());
             changed += parts[i].changedSquareDegrees;
         } catch (const InputError& error) {
@@ -479,14 +493,14 @@ class SourceReader {
             ++mSource.seaFeatures;
             return true;
         }
-        std::vector<PolygonPart> parts = ReadParts(element, feature, mWarn, faults);
+        std::vector<PolygonPart> parts =
+                ReadParts(element, feature, mOptions.crossAntimeridian, mWarn, faults);
         if (parts.empty() && !faults->empty()) return false;
         if (std::any_of(parts.begin(), parts.end(),
                         [](const PolygonPart& part) { return part.crosses; })) {
             mWarn(feature.Where() +
                   ": crosses the antimeridian on edges of more than 180 degrees of "
-                  "longitude; cut there (an edge meant to go the long way needs a "
-                  "point in between)");
+                  "longitude; cut there");
         }
         ++mSource.features;
         ZoneParts& zone = mZones[feature.tzid];

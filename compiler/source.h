@@ -59,6 +59,10 @@ struct SourceOptions {
     uint64_t maxInputBytes = kDefaultMaxInputBytes;  // Of each file, unpacked.
     size_t maxTzidBytes = 255;
     std::string tzidProperty = "tzid";
+    // Take edges of more than 180 degrees of longitude to go the short way, across the
+    // antimeridian, and cut polygons there. Else a polygon with such an edge is bad: it may as well
+    // be meant to go the long way.
+    bool crossAntimeridian = false;
     bool skipBad = false;  // Leave bad polygons and features out, with a warning for each.
 };
 
