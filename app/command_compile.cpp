@@ -1,6 +1,7 @@
 // offlinetz compile: boundary polygons to a database.
 #include <compile.h>
 #include <fmt/format.h>
+#include <sha1.h>
 #include <source.h>
 #include <sys/resource.h>
 
@@ -57,9 +58,9 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
                       s.pointsAdded, s.snap.boxed, s.snap.dropped));
     print("displacement", fmt::format("at most {:.1f} m by simplification and {:.1f} m by the grid",
                                       s.greatestSimplification, s.greatestRounding));
-    print("bytes",
-          fmt::format("{}: header {}, box table {}, metadata {}, polygons {}", s.fileSize,
-                      s.sizes.header, s.sizes.boxTable, s.sizes.metadata, s.sizes.polygons));
+    print("bytes", fmt::format("{}: header {}, box table {}, metadata {}, polygons {}, digest {}",
+                               s.fileSize, s.sizes.header, s.sizes.boxTable, s.sizes.metadata,
+                               s.sizes.polygons, int{SHA1HashSize}));
     if (options.selfCheckPoints > 0) {
         print("self-check",
               fmt::format("{} points, {} of them near a border: {} differ from the source, at most "

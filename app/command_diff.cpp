@@ -41,7 +41,7 @@ struct DiffOptions {
 
 // What a database costs.
 struct Costs {
-    int32_t bytes;
+    size_t bytes;
     size_t entries;
     size_t points = 0;
     double lookupMicroseconds;
@@ -65,7 +65,7 @@ double MeanLookupMicroseconds(const ZDDatabase& database) {
 }
 
 Costs CostsOf(const InspectedFile& file) {
-    Costs costs = {file.database->length, file.inspected.entries.size(), 0,
+    Costs costs = {FileSize(*file.database), file.inspected.entries.size(), 0,
                    MeanLookupMicroseconds(*file.database)};
     for (const offlinetz::InspectedZone& zone : file.inspected.zones)
         costs.points += zone.points;
@@ -103,7 +103,7 @@ void PrintText(const DiffOptions& options, const Differences& d, const Costs& wa
                 "%s\n",
                 fmt::format("changed    {:.3f} km2 in {} smaller parts", smaller, count).c_str());
     }
-    std::printf("bytes      %d, were %d\n", is.bytes, was.bytes);
+    std::printf("bytes      %zu, were %zu\n", is.bytes, was.bytes);
     std::printf("entries    %zu, were %zu\n", is.entries, was.entries);
     std::printf("points     %zu, were %zu\n", is.points, was.points);
     std::printf("lookup     %.3f us, was %.3f\n", is.lookupMicroseconds, was.lookupMicroseconds);
