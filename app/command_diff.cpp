@@ -45,7 +45,7 @@ struct DiffOptions {
 // What a database is for clients, and costs.
 struct Costs {
     unsigned version;
-    int32_t bytes;
+    size_t bytes;
     size_t entries;
     size_t points = 0;
     double lookupMicroseconds;
@@ -69,8 +69,8 @@ double MeanLookupMicroseconds(const ZDDatabase& database) {
 }
 
 Costs CostsOf(const InspectedFile& file) {
-    Costs costs = {file.database->version, file.database->length, file.inspected.entries.size(), 0,
-                   MeanLookupMicroseconds(*file.database)};
+    Costs costs = {file.database->version, FileSize(*file.database), file.inspected.entries.size(),
+                   0, MeanLookupMicroseconds(*file.database)};
     for (const offlinetz::InspectedZone& zone : file.inspected.zones)
         costs.points += zone.points;
     return costs;
@@ -108,7 +108,7 @@ void PrintText(const DiffOptions& options, const Differences& d, const Costs& wa
                 fmt::format("changed    {:.3f} km2 in {} smaller parts", smaller, count).c_str());
     }
     std::printf("version    %u, was %u\n", is.version, was.version);
-    std::printf("bytes      %d, were %d\n", is.bytes, was.bytes);
+    std::printf("bytes      %zu, were %zu\n", is.bytes, was.bytes);
     std::printf("entries    %zu, were %zu\n", is.entries, was.entries);
     std::printf("points     %zu, were %zu\n", is.points, was.points);
     std::printf("lookup     %.3f us, was %.3f\n", is.lookupMicroseconds, was.lookupMicroseconds);

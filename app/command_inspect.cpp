@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <geojson.h>
 #include <output_file.h>
+#include <sha1.h>
 #include <zones.h>
 
 #include <algorithm>
@@ -16,6 +17,7 @@
 
 #include "answer.h"
 #include "commands.h"
+#include "database.h"
 #include "inspected.h"
 #include "option_checks.h"
 #include "printable.h"
@@ -101,7 +103,8 @@ nlohmann::ordered_json HeaderJson(const ZDDatabase& database, const InspectedDat
              {{"header", database.boxTableOffset},
               {"box_table", database.metadataOffset - database.boxTableOffset},
               {"metadata", database.polygonDataOffset - database.metadataOffset},
-              {"polygons", static_cast<uint32_t>(database.length) - database.polygonDataOffset}}},
+              {"polygons", static_cast<uint32_t>(database.length) - database.polygonDataOffset},
+              {"digest", int{SHA1HashSize}}}},
             {"entries", inspected.entries.size()},
             {"zones", inspected.zones.size()}};
 }
@@ -134,10 +137,12 @@ void PrintTable(const ZDDatabase& database, const InspectedDatabase& inspected,
     std::printf("precision  %u\n", static_cast<unsigned>(database.precision));
     std::printf("notice     %s\n", Printable(database.notice).c_str());
     std::printf("sha1       %s\n", DigestOf(database).c_str());
-    std::printf("bytes      header %u, box table %u, metadata %u, polygons %u, digest 20\n",
-                database.boxTableOffset, database.metadataOffset - database.boxTableOffset,
+    std::printf("bytes      %zu: header %u, box table %u, metadata %u, polygons %u, digest %d\n",
+                FileSize(database), database.boxTableOffset,
+                database.metadataOffset - database.boxTableOffset,
                 database.polygonDataOffset - database.metadataOffset,
-                static_cast<uint32_t>(database.length) - database.polygonDataOffset);
+                static_cast<uint32_t>(database.length) - database.polygonDataOffset,
+                int{SHA1HashSize});
     std::printf("entries    %zu of %zu zones\n\n", inspected.entries.size(),
                 inspected.zones.size());
     std::printf("%-32s %8s %6s %8s %8s %12s  %s\n", "zone", "outlines", "holes", "points", "bytes",

@@ -4,7 +4,6 @@
 #include <encode.h>
 #include <geojson.h>
 #include <output_file.h>
-#include <sha1.h>
 #include <simplify.h>
 #include <source.h>
 
@@ -83,7 +82,7 @@ nlohmann::ordered_json StepsOf(const offlinetz::GridRing& ring) {
 nlohmann::ordered_json DatabaseJson(const std::string& name, const InspectedFile& file,
                                     bool isDrawn, Progress* progress) {
     const ZDDatabase& database = *file.database;
-    const size_t bytes = static_cast<size_t>(database.length) + SHA1HashSize;
+    const size_t bytes = FileSize(database);
     nlohmann::ordered_json object = {{"name", name},
                                      {"bytes", bytes},
                                      {"version", database.version},

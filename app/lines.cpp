@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <stdexcept>
 
@@ -92,6 +93,19 @@ class RowMaker {
     std::optional<CsvColumns> mTable;
 };
 
+// Reads a line, or a table's row of several, and counts its lines; false at the end. Throws
+// std::runtime_error where there is no memory for it.
+bool ReadOne(bool isTable, std::string* line, size_t* lines) {
+    try {
+        if (isTable) return ReadRow(std::cin, line, lines);
+        if (!std::getline(std::cin, *line)) return false;
+        ++*lines;
+        return true;
+    } catch (const std::bad_alloc&) {
+        throw std::runtime_error(fmt::format("line {}: too long for the memory", *lines + 1));
+    }
+}
+
 }  // namespace
 
 bool AnswerLines(const LineFormat& format,
@@ -102,9 +116,8 @@ bool AnswerLines(const LineFormat& format,
     bool isTable = false;
     std::string line;
     size_t lines = 0;
-    for (size_t number = 1; isTable ? ReadRow(std::cin, &line, &lines)
-                                    : (++lines, !std::getline(std::cin, line).fail());
-         ++number) {
+    std::cin.exceptions(std::ios_base::badbit);  // So that the lack of memory is thrown.
+    for (size_t number = 1; ReadOne(isTable, &line, &lines); ++number) {
         std::string row;
         try {
             if (number == 1 && maker.TakeHeader(line)) {

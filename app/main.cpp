@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,9 @@ int Run(int argc, char** argv) {
         PrintMessage(error.what());
         std::fputs(Advice(app).c_str(), stderr);
         return kExitUsage;
+    } catch (const std::bad_alloc&) {
+        PrintMessage("out of memory");
+        return kExitFailed;
     } catch (const std::exception& error) {
         PrintMessage(error.what());
         return kExitFailed;

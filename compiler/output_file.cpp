@@ -119,6 +119,7 @@ void TakePermissions(int fd, const std::string& path) {
 // The file that `path` stands for: the target of a link, and never anything but a regular file,
 // because the rename would put one in the place of a device or a pipe.
 std::string TargetOf(const std::string& path) {
+    if (path.empty()) throw std::invalid_argument("the output's name is empty");
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
         struct stat link = {};
@@ -126,8 +127,9 @@ std::string TargetOf(const std::string& path) {
         return path;
     }
     if (!S_ISREG(status.st_mode)) {
-        throw std::system_error(std::make_error_code(std::errc::invalid_argument),
-                                path + " is not a regular file");
+        throw std::invalid_argument(path +
+                                    ": is not a regular file, so it is not replaced by one (- is "
+                                    "standard output)");
     }
     const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
                                                            &std::free);
@@ -143,10 +145,9 @@ bool IsSameFile(const struct stat& a, const struct stat& b) {
 
 void CheckOutputPath(const std::string& path, const std::vector<std::string>& inputs) {
     if (path == kStandardOutput) return;
-    const std::string target = TargetOf(path);
-    if (access(DirectoryOf(target).c_str(), W_OK) != 0) Fail(path);
+    OutputFile::RequireWritable(path);
     struct stat output = {};
-    if (stat(target.c_str(), &output) != 0) return;
+    if (stat(path.c_str(), &output) != 0) return;
     for (const std::string& name : inputs) {
         struct stat input = {};
         const int result =
@@ -155,6 +156,12 @@ void CheckOutputPath(const std::string& path, const std::vector<std::string>& in
             throw std::runtime_error(path + ": is an input; it would be overwritten");
         }
     }
+}
+
+void OutputFile::RequireWritable(const std::string& path) {
+    if (path == kStandardOutput) return;
+    const std::string target = TargetOf(path);
+    if (access(DirectoryOf(target).c_str(), W_OK | X_OK) != 0) Fail(target);
 }
 
 OutputFile::OutputFile(const std::string& path, const std::vector<uint8_t>& bytes) {

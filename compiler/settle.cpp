@@ -24,9 +24,9 @@ struct Part {
 // Parts so few are compared each with each.
 constexpr size_t kFewParts = 16;
 
-// Hands each pair of parts that may meet, one of them fresh, to a function, at least once. Halves
-// the box around all of them as long as that keeps them apart: a long edge is entered only as
-// often as something lies beside it. The function returns whether to go on.
+// Hands each pair of parts that may meet, one of them fresh, to a function, at least once, until it
+// returns false. Halves the box around all of them as long as that keeps them apart: a long edge is
+// entered only as often as something lies beside it.
 template <typename PairFunction>
 class PairFinder {
   public:
@@ -55,7 +55,7 @@ class PairFinder {
         Indices parts;
     };
 
-    // False where the function has ended the search.
+    // Returns whether to go on.
     bool Search(const GridBox& box, Indices parts) {
         if (std::none_of(parts.begin(), parts.end(),
                          [this](uint32_t i) { return mParts[i].fresh; })) {
@@ -229,9 +229,12 @@ void SortVias(const std::vector<Edge>& edges, std::vector<Via>* vias) {
 
 }  // namespace
 
-std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
+std::vector<Via> SettleEdges(const std::vector<Edge>& edges, size_t maxVias,
                              const std::function<void(int round, size_t points)>& progress) {
     std::vector<Via> vias;
+    // Several parts may lead an edge through one point, so the count is taken without repeats;
+    // seldom, for that takes a sort.
+    size_t countAt = maxVias;
     std::vector<bool> isOpen(edges.size(), true);  // Edges that clashed in the latest round.
     for (int round = 1;; ++round) {
         std::vector<Part> parts;
@@ -249,6 +252,10 @@ std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
             isOpen[t.edge] = true;
             LeadThrough(s, edges[s.edge], t, edges[t.edge], &vias);
             LeadThrough(t, edges[t.edge], s, edges[s.edge], &vias);
+            if (vias.size() <= countAt) return true;
+            SortVias(edges, &vias);
+            if (vias.size() > maxVias) throw TooManyVias{{s.edge, t.edge}, s.a};
+            countAt = maxVias + vias.size();
             return true;
         });
         SortVias(edges, &vias);
@@ -264,16 +271,20 @@ std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
 }
 
 bool AreSettled(const std::vector<Edge>& edges) {
+    return !ClashMoreThan(edges, 0);
+}
+
+bool ClashMoreThan(const std::vector<Edge>& edges, size_t count) {
     std::vector<Part> parts;
     parts.reserve(edges.size());
     for (const Edge& edge : edges)
         parts.push_back({edge.a, edge.b, 0, true});
-    bool settled = true;
+    size_t clashes = 0;
     VisitPairs(parts, [&](const Part& s, const Part& t) {
-        settled = !Clash(s, t);
-        return settled;
+        if (Clash(s, t)) ++clashes;
+        return clashes <= count;
     });
-    return settled;
+    return clashes > count;
 }
 
 }  // namespace offlinetz
