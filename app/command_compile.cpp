@@ -1,6 +1,7 @@
 // offlinetz compile: boundary polygons to a database.
 #include <compile.h>
 #include <fmt/format.h>
+#include <sha1.h>
 #include <source.h>
 #include <sys/resource.h>
 
@@ -9,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <sstream>
 #include <string>
 
 #include "commands.h"
@@ -22,7 +22,8 @@ namespace {
 using offlinetz::CompileOptions;
 using offlinetz::CompileSummary;
 
-constexpr uint64_t kParserLimit = 0xFFFFFFFF;  // The parser takes no longer text.
+constexpr uint64_t kParserLimit = 0xFFFFFFFF;      // The parser takes no longer text.
+constexpr uint64_t kLargestDatabase = 0x7FFFFFFF;  // The format holds no more bytes.
 
 double PeakMegabytes() {
     rusage usage = {};
@@ -36,10 +37,18 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     const auto print = [to](const char* name, const std::string& text) {
         std::fprintf(to, "%-13s %s\n", name, text.c_str());
     };
-    print("zones",
-          fmt::format("{} from {} features, {} sea features{} left out", s.zones, s.features,
-                      s.seaFeatures,
-                      s.badFeatures > 0 ? fmt::format(" and {} bad ones", s.badFeatures) : ""));
+    print("zones", fmt::format("{} from {} features, {} sea features left out", s.zones, s.features,
+                               s.seaFeatures));
+    const offlinetz::LeftOut& bad = s.leftOut;
+    if (bad.features + bad.polygons + bad.zones > 0) {
+        print("left out",
+              fmt::format("bad features: {}, polygons of others: {}, zones: {}; together {:.2f} km2"
+                          "{}",
+                          bad.features, bad.polygons, bad.zones, bad.km2,
+                          bad.ofUnknownArea > 0
+                                  ? fmt::format(" and {} of unknown area", bad.ofUnknownArea)
+                                  : ""));
+    }
     print("points", fmt::format("{} in, {} out in {} rings", s.pointsIn, s.pointsOut, s.rings));
     print("tiles",
           fmt::format("{} with {} rings and {} points", s.tiles, s.entries, s.entryPoints));
@@ -48,9 +57,9 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
                       s.pointsAdded, s.snap.boxed, s.snap.dropped));
     print("displacement", fmt::format("at most {:.1f} m by simplification and {:.1f} m by the grid",
                                       s.greatestSimplification, s.greatestRounding));
-    print("bytes",
-          fmt::format("{}: header {}, box table {}, metadata {}, polygons {}", s.fileSize,
-                      s.sizes.header, s.sizes.boxTable, s.sizes.metadata, s.sizes.polygons));
+    print("bytes", fmt::format("{}: header {}, box table {}, metadata {}, polygons {}, digest {}",
+                               s.fileSize, s.sizes.header, s.sizes.boxTable, s.sizes.metadata,
+                               s.sizes.polygons, int{SHA1HashSize}));
     if (options.selfCheckPoints > 0) {
         print("self-check",
               fmt::format("{} points, {} of them near a border: {} differ from the source, at most "
@@ -66,7 +75,7 @@ int RunCompile(const CompileOptions& options) {
     Progress progress;
     offlinetz::StartGeometry();
     offlinetz::CompileListener listener;
-    listener.warn = [&](const std::string& line) { progress.PrintLine("offlinetz: " + line); };
+    listener.warn = [&](const std::string& line) { progress.PrintMessage(line); };
     listener.progress = [&](const char* step, size_t done, size_t all) {
         progress.Show(step, done, all);
     };
@@ -75,19 +84,18 @@ int RunCompile(const CompileOptions& options) {
     try {
         summary = offlinetz::Compile(options, listener);
     } catch (const offlinetz::InputError& error) {
-        std::istringstream lines(error.what());
-        for (std::string line; std::getline(lines, line);)
-            progress.PrintLine("offlinetz: " + line);
+        for (const std::string& line : error.Lines())
+            progress.PrintMessage(line);
         return kExitFailed;
     }
     for (const std::string& failure : summary.selfCheck.failures) {
-        progress.PrintLine("offlinetz: self-check: " + failure);
+        progress.PrintMessage("self-check: " + failure);
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     progress.Show("", 0, 0);
     PrintSummary(options, summary, took.count());
     if (!summary.selfCheck.failures.empty()) {
-        progress.PrintLine("offlinetz: the self-check failed; nothing was written");
+        progress.PrintMessage("the self-check failed; nothing was written");
         return kExitFailed;
     }
     return kExitOk;
@@ -150,13 +158,24 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
     command->add_option("--self-check", options->selfCheckPoints,
                         "Look up so many points and compare with the input")
             ->check(WholeNumber(0, 1000000000));
-    command->add_flag("--skip-bad", options->skipBad,
-                      "Leave out features that cannot be read, and list them, instead of refusing "
-                      "the whole input");
+    command->add_flag(
+            "--cross-antimeridian", options->crossAntimeridian,
+            "Have edges of more than 180 degrees of longitude cross the antimeridian, and "
+            "cut polygons there, instead of refusing them");
+    command->add_flag(
+            "--skip-bad", options->skipBad,
+            "Leave out polygons and features that cannot be read, and list them with their "
+            "areas, instead of refusing the whole input");
     command->add_option("--max-input", options->maxInputBytes,
                         "Refuse a file of more bytes, unpacked; with a unit like 2GiB if you like")
             ->transform(CLI::AsSizeValue(false))
             ->check(CLI::Range(uint64_t{1}, kParserLimit))
+            ->capture_default_str();
+    command->add_option("--max-output", options->maxOutputBytes,
+                        "Refuse input that makes a larger database; with a unit like 128MiB if you "
+                        "like")
+            ->transform(CLI::AsSizeValue(false))
+            ->check(CLI::Range(uint64_t{1}, kLargestDatabase))
             ->capture_default_str();
     command->callback([options, exitCode] { *exitCode = RunCompile(*options); });
 }

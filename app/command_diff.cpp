@@ -4,9 +4,11 @@
 #include <fmt/format.h>
 #include <geojson.h>
 #include <output_file.h>
+#include <sha1.h>
 #include <source.h>
 #include <zones.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -21,6 +23,7 @@
 #include "commands.h"
 #include "database.h"
 #include "inspected.h"
+#include "option_checks.h"
 #include "printable.h"
 #include "progress.h"
 
@@ -39,9 +42,10 @@ struct DiffOptions {
     bool json = false;
 };
 
-// What a database costs.
+// What a database is for clients, and costs.
 struct Costs {
-    int32_t bytes;
+    unsigned version;
+    size_t bytes;
     size_t entries;
     size_t points = 0;
     double lookupMicroseconds;
@@ -65,8 +69,8 @@ double MeanLookupMicroseconds(const ZDDatabase& database) {
 }
 
 Costs CostsOf(const InspectedFile& file) {
-    Costs costs = {file.database->length, file.inspected.entries.size(), 0,
-                   MeanLookupMicroseconds(*file.database)};
+    Costs costs = {file.database->version, FileSize(*file.database), file.inspected.entries.size(),
+                   0, MeanLookupMicroseconds(*file.database)};
     for (const offlinetz::InspectedZone& zone : file.inspected.zones)
         costs.points += zone.points;
     return costs;
@@ -103,14 +107,16 @@ void PrintText(const DiffOptions& options, const Differences& d, const Costs& wa
                 "%s\n",
                 fmt::format("changed    {:.3f} km2 in {} smaller parts", smaller, count).c_str());
     }
-    std::printf("bytes      %d, were %d\n", is.bytes, was.bytes);
+    std::printf("version    %u, was %u\n", is.version, was.version);
+    std::printf("bytes      %zu, were %zu\n", is.bytes, was.bytes);
     std::printf("entries    %zu, were %zu\n", is.entries, was.entries);
     std::printf("points     %zu, were %zu\n", is.points, was.points);
     std::printf("lookup     %.3f us, was %.3f\n", is.lookupMicroseconds, was.lookupMicroseconds);
 }
 
 nlohmann::ordered_json CostsJson(const Costs& c) {
-    return {{"bytes", c.bytes},
+    return {{"version", c.version},
+            {"bytes", c.bytes},
             {"entries", c.entries},
             {"points", c.points},
             {"lookup_us", c.lookupMicroseconds}};
@@ -139,15 +145,29 @@ void WriteMap(const std::string& path, const Differences& d) {
     offlinetz::OutputFile(path, {text.begin(), text.end()}).Commit();
 }
 
+bool HaveSameContent(const ZDDatabase& a, const ZDDatabase& b) {
+    return a.length == b.length && std::equal(a.checksum, a.checksum + SHA1HashSize, b.checksum);
+}
+
 int RunDiff(const DiffOptions& options) {
+    if (!options.geojson.empty()) {
+        offlinetz::CheckOutputPath(options.geojson, {options.oldFile, options.newFile});
+    }
     Progress progress;
     const InspectedFile was = Inspect(options.oldFile, &progress);
     const InspectedFile is = Inspect(options.newFile, &progress);
     const Differences differences = offlinetz::Compare(
             was.inspected, was.scale, is.inspected, is.scale,
             [&](size_t done, size_t all) { progress.Show("comparing", done, all); });
+    if (was.database->version == is.database->version &&
+        !HaveSameContent(*was.database, *is.database)) {
+        progress.PrintMessage(fmt::format(
+                "{}: has version {} like {}, and clients tell databases apart by it alone",
+                options.newFile, is.database->version, options.oldFile));
+    }
     progress.Show("", 0, 0);
     if (!options.geojson.empty()) WriteMap(options.geojson, differences);
+    if (options.geojson == "-") return kExitOk;
     if (options.json) {
         PrintJson(differences, CostsOf(was), CostsOf(is));
     } else {
@@ -169,7 +189,11 @@ void AddDiffCommand(CLI::App* app, int* exitCode) {
                         "List parts of at least so many square kilometres, and sum up the others")
             ->check(CLI::Range(0.0, 1e9))
             ->capture_default_str();
-    command->add_option("--geojson", options->geojson, "Write all parts to this file as a map");
+    command->add_option("--geojson", options->geojson,
+                        "Write all parts to this file as a map; - for standard output, which gets "
+                        "nothing "
+                        "else then")
+            ->check(NamesFile());
     command->add_flag("--json", options->json, "One JSON object, with all parts");
     command->callback([options, exitCode] { *exitCode = RunDiff(*options); });
 }

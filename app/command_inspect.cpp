@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <geojson.h>
 #include <output_file.h>
+#include <sha1.h>
 #include <zones.h>
 
 #include <algorithm>
@@ -16,7 +17,9 @@
 
 #include "answer.h"
 #include "commands.h"
+#include "database.h"
 #include "inspected.h"
+#include "option_checks.h"
 #include "printable.h"
 #include "progress.h"
 
@@ -59,7 +62,7 @@ std::vector<ZoneRow> Rows(const InspectOptions& options, const InspectedDatabase
     for (const std::string& name : options.zones) {
         if (std::none_of(inspected.zones.begin(), inspected.zones.end(),
                          [&](const InspectedZone& zone) { return zone.tzid == name; })) {
-            throw std::runtime_error(options.database + ": has no zone " + Printable(name));
+            throw std::runtime_error(options.database + ": has no zone " + name);
         }
     }
     std::vector<ZoneRow> rows;
@@ -100,7 +103,8 @@ nlohmann::ordered_json HeaderJson(const ZDDatabase& database, const InspectedDat
              {{"header", database.boxTableOffset},
               {"box_table", database.metadataOffset - database.boxTableOffset},
               {"metadata", database.polygonDataOffset - database.metadataOffset},
-              {"polygons", static_cast<uint32_t>(database.length) - database.polygonDataOffset}}},
+              {"polygons", static_cast<uint32_t>(database.length) - database.polygonDataOffset},
+              {"digest", int{SHA1HashSize}}}},
             {"entries", inspected.entries.size()},
             {"zones", inspected.zones.size()}};
 }
@@ -133,10 +137,12 @@ void PrintTable(const ZDDatabase& database, const InspectedDatabase& inspected,
     std::printf("precision  %u\n", static_cast<unsigned>(database.precision));
     std::printf("notice     %s\n", Printable(database.notice).c_str());
     std::printf("sha1       %s\n", DigestOf(database).c_str());
-    std::printf("bytes      header %u, box table %u, metadata %u, polygons %u, digest 20\n",
-                database.boxTableOffset, database.metadataOffset - database.boxTableOffset,
+    std::printf("bytes      %zu: header %u, box table %u, metadata %u, polygons %u, digest %d\n",
+                FileSize(database), database.boxTableOffset,
+                database.metadataOffset - database.boxTableOffset,
                 database.polygonDataOffset - database.metadataOffset,
-                static_cast<uint32_t>(database.length) - database.polygonDataOffset);
+                static_cast<uint32_t>(database.length) - database.polygonDataOffset,
+                int{SHA1HashSize});
     std::printf("entries    %zu of %zu zones\n\n", inspected.entries.size(),
                 inspected.zones.size());
     std::printf("%-32s %8s %6s %8s %8s %12s  %s\n", "zone", "outlines", "holes", "points", "bytes",
@@ -167,6 +173,9 @@ void WriteGeoJson(const InspectOptions& options, const std::vector<ZoneRow>& row
 }
 
 int RunInspect(const InspectOptions& options) {
+    if (!options.geojson.empty()) {
+        offlinetz::CheckOutputPath(options.geojson, {options.database});
+    }
     Progress progress;
     const InspectedFile file = Inspect(options.database, &progress);
     const std::vector<ZoneRow> rows = Rows(options, file.inspected, file.scale);
@@ -196,7 +205,8 @@ void AddInspectCommand(CLI::App* app, int* exitCode) {
             ->capture_default_str();
     command->add_option("--geojson", options->geojson,
                         "Write the zones' areas, whole again, as GeoJSON to this file; - for "
-                        "standard output");
+                        "standard output")
+            ->check(NamesFile());
     command->add_flag("--json", options->json, "One JSON object instead of the tables");
     command->callback([options, exitCode] { *exitCode = RunInspect(*options); });
 }

@@ -1,7 +1,6 @@
 // offlinetz lookup: which zones contain a point, for one point or for lines of points.
 #include <LookupInterface.h>
 #include <fmt/format.h>
-#include <host/log.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +15,7 @@
 #include "commands.h"
 #include "database.h"
 #include "lines.h"
+#include "message.h"
 #include "points.h"
 #include "printable.h"
 #include "program_files.h"
@@ -78,12 +78,12 @@ LineAnswer Format(const LookupOptions& options, const PointText& point, const An
 }
 
 int RunLookup(const LookupOptions& options, bool onePoint) {
-    if (!options.verbose) host::DropLog();
+    UseLog(options.verbose);
     PointText point;
     try {
         if (onePoint) point = ParsePoint(options.lat + " " + options.lon);
     } catch (const std::invalid_argument& error) {
-        std::fprintf(stderr, "offlinetz: %s\n", error.what());
+        PrintMessage(error.what());
         return kExitUsage;
     }
     const DatabasePtr database = OpenDatabase(options.database, !options.noVerify);

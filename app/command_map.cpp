@@ -4,7 +4,6 @@
 #include <encode.h>
 #include <geojson.h>
 #include <output_file.h>
-#include <sha1.h>
 #include <simplify.h>
 #include <source.h>
 
@@ -20,6 +19,7 @@
 #include "change_json.h"
 #include "commands.h"
 #include "inspected.h"
+#include "option_checks.h"
 #include "program_files.h"
 #include "progress.h"
 
@@ -44,8 +44,8 @@ struct MapOptions {
     double leastSquareKilometres = 0.01;
 };
 
-std::string ReadTemplate() {
-    const FileCopy copy(BesideProgram(OFFLINETZ_MAP_PAGE));
+std::string ReadPage(const std::string& path) {
+    const FileCopy copy(path);
     return {reinterpret_cast<const char*>(copy.Bytes()), copy.Size()};
 }
 
@@ -82,7 +82,7 @@ nlohmann::ordered_json StepsOf(const offlinetz::GridRing& ring) {
 nlohmann::ordered_json DatabaseJson(const std::string& name, const InspectedFile& file,
                                     bool isDrawn, Progress* progress) {
     const ZDDatabase& database = *file.database;
-    const size_t bytes = static_cast<size_t>(database.length) + SHA1HashSize;
+    const size_t bytes = FileSize(database);
     nlohmann::ordered_json object = {{"name", name},
                                      {"bytes", bytes},
                                      {"version", database.version},
@@ -148,12 +148,13 @@ std::string NameOf(const std::string& path, const std::string& other) {
 }
 
 int RunMap(const MapOptions& options) {
-    std::string page = ReadTemplate();
-    const size_t place = page.find(kPlace);
-    if (place == std::string::npos)
-        throw std::runtime_error(BesideProgram(OFFLINETZ_MAP_PAGE) + ": has no place for a map");
-    Progress progress;
+    const std::string pagePath = BesideProgram(OFFLINETZ_MAP_PAGE);
     const bool isCompared = !options.newFile.empty();
+    offlinetz::CheckOutputPath(options.output, {pagePath, options.file, options.newFile});
+    std::string page = ReadPage(pagePath);
+    const size_t place = page.find(kPlace);
+    if (place == std::string::npos) throw std::runtime_error(pagePath + ": has no place for a map");
+    Progress progress;
     const InspectedFile file = Inspect(options.file, &progress);
     std::string data =
             "{\"databases\":[" + OneLine(DatabaseJson(NameOf(options.file, options.newFile), file,
@@ -181,7 +182,8 @@ void AddMapCommand(CLI::App* app, int* exitCode) {
     command->add_option("NEW", options->newFile,
                         "Database file that would replace it: the page shows what changes");
     command->add_option("-o,--output", options->output, "The page to write; - for standard output")
-            ->required();
+            ->required()
+            ->check(NamesFile());
     command->add_option("--least", options->leastSquareKilometres,
                         "Leave out changed parts of fewer square kilometres")
             ->check(CLI::Range(0.0, 1e9))

@@ -1,6 +1,5 @@
 // offlinetz service: the service's library, loaded and used as a client on a device does.
 #include <fmt/format.h>
-#include <host/log.h>
 
 #include <cstdio>
 #include <memory>
@@ -12,8 +11,10 @@
 #include "database.h"
 #include "database_directory.h"
 #include "lines.h"
+#include "message.h"
 #include "option_checks.h"
 #include "points.h"
+#include "printable.h"
 #include "program_files.h"
 #include "progress.h"
 #include "service_client.h"
@@ -37,7 +38,7 @@ struct ServiceOptions {
 // The service, loaded and started. What it prints on standard output while it opens a database is
 // dropped, and its log too unless it is asked for.
 std::unique_ptr<ServiceClient> StartService(const ServiceOptions& options) {
-    if (!options.verbose) host::DropLog();
+    UseLog(options.verbose);
     const SilencedOutput silenced;
     return std::make_unique<ServiceClient>(options.library);
 }
@@ -47,12 +48,27 @@ std::string VersionText(int32_t version) {
                                                 : fmt::format("version {}", version);
 }
 
+// Throws where a service uses a database, but none in the directory that is looked at.
+void RequireDirectory(const DatabaseDirectory& directory, const ServiceClient::State& state,
+                      const ServiceOptions& options) {
+    if (state.IsUsable() && !directory.IsInUse()) {
+        throw std::runtime_error(
+                fmt::format("{}: the library reads another directory, and is running there, {}",
+                            options.directory, VersionText(state.version)));
+    }
+}
+
 int RunStatus(const ServiceOptions& options) {
-    const ServiceClient::State state = StartService(options)->GetState();
+    const std::unique_ptr<ServiceClient> service = StartService(options);
+    const ServiceClient::State state = service->GetState();
+    const DatabaseDirectory directory(options.directory);
+    RequireDirectory(directory, state, options);
     std::printf("%s\n", state.IsUsable()
                                 ? fmt::format("running, {}", VersionText(state.version)).c_str()
                                 : "failed: no usable database");
-    std::printf("%s", DatabaseDirectory(options.directory).Describe().c_str());
+    std::printf("%s", directory.Describe().c_str());
+    if (!state.IsUsable() && directory.ActiveIsGood())
+        std::printf("The library does not use the active file: it may read another directory.\n");
     return state.IsUsable() ? kExitOk : kExitFailed;
 }
 
@@ -61,7 +77,7 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
     try {
         if (onePoint) point = ParsePoint(options.lat + " " + options.lon);
     } catch (const std::invalid_argument& error) {
-        std::fprintf(stderr, "offlinetz: %s\n", error.what());
+        PrintMessage(error.what());
         return kExitUsage;
     }
     const std::unique_ptr<ServiceClient> service = StartService(options);
@@ -86,7 +102,8 @@ int32_t VersionOf(const FileCopy& file) {
 }
 
 int Refuse(const std::string& reason, const ServiceClient::State& state) {
-    std::printf("refused: %s; still on %s\n", reason.c_str(), VersionText(state.version).c_str());
+    std::printf("refused: %s; still on %s\n", Printable(reason).c_str(),
+                VersionText(state.version).c_str());
     return kExitFailed;
 }
 
@@ -96,6 +113,7 @@ int RunUpdate(const ServiceOptions& options) {
     const int32_t version = VersionOf(file);
     const std::unique_ptr<ServiceClient> service = StartService(options);
     const ServiceClient::State before = service->GetState();
+    RequireDirectory(directory, before, options);
     if (!options.force) {
         // A bad file that is injected takes the place of the active database and of its backup;
         // one of the same version cannot be told from what is there.
@@ -120,7 +138,7 @@ int RunUpdate(const ServiceOptions& options) {
     }
     if (!after.IsUsable()) {
         std::printf("no database in use: the service could not install %s\n%s",
-                    options.file.c_str(), directory.Describe().c_str());
+                    Printable(options.file).c_str(), directory.Describe().c_str());
         if (directory.BackupIsGood()) {
             std::printf(
                     "The next start restores the backup if the active file can be written then.\n");

@@ -1,7 +1,6 @@
 // offlinetz verify: all that can be wrong with a database file.
 #include <check.h>
 #include <fmt/format.h>
-#include <host/log.h>
 #include <read_budget.h>
 #include <source.h>
 
@@ -14,6 +13,7 @@
 #include "answer.h"
 #include "commands.h"
 #include "database.h"
+#include "message.h"
 #include "printable.h"
 #include "progress.h"
 
@@ -53,7 +53,7 @@ void PrintText(const std::string& path, const ZDDatabase& database,
     std::printf("version    %u\n", ZDgetDBVersion(&database));
     std::printf("table type %u\n", static_cast<unsigned>(ZDGetTableType(&database)));
     std::printf("precision  %u\n", static_cast<unsigned>(database.precision));
-    std::printf("content    %d bytes\n", ZDGetLength(&database));
+    std::printf("bytes      %zu\n", FileSize(database));
     // A lookup that comes to one of them ends early.
     std::printf("limits     %zu rings at a point, %lld bytes of rings and texts a lookup\n",
                 zonedetect::kMaxHits,
@@ -87,7 +87,7 @@ void PrintJson(const std::string& path, const std::string& verdict,
 }
 
 int RunVerify(const std::string& path, bool json) {
-    host::DropLog();
+    UseLog(false);
     const FileCopy file(path);
     const DatabasePtr database = OpenCopy(file);
     const std::string fault = FaultOf(file, database.get());
@@ -126,8 +126,8 @@ void AddVerifyCommand(CLI::App* app, int* exitCode) {
     command->add_option("FILE", *path, "Database file")->required();
     command->add_flag("--json", *json, "One JSON object");
     command->footer(
-            "Looks at every byte, every tile and every vertex of a border. The exit code is 1 "
-            "where "
-            "lookups would go wrong, 3 where there are only warnings, else 0.");
+            "Looks at every byte and every tile, and looks up the vertices of all borders, or an "
+            "even sample where there are very many. The exit code is 1 where lookups would go "
+            "wrong, 3 where there are only warnings, else 0.");
     command->callback([path, json, exitCode] { *exitCode = RunVerify(*path, *json); });
 }

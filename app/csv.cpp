@@ -31,10 +31,14 @@ size_t Find(const std::vector<std::string>& columns, const Names& names,
 bool ReadRow(std::istream& input, std::string* row, size_t* lines) {
     if (!std::getline(input, *row)) return false;
     ++*lines;
-    std::string more;
-    while (std::count(row->begin(), row->end(), '"') % 2 != 0 && std::getline(input, more)) {
+    const auto hasOddQuotes = [](const std::string& text) {
+        return std::count(text.begin(), text.end(), '"') % 2 != 0;
+    };
+    bool isOpen = hasOddQuotes(*row);
+    for (std::string more; isOpen && std::getline(input, more);) {
         *row += '\n' + more;
         ++*lines;
+        if (hasOddQuotes(more)) isOpen = false;
     }
     return true;
 }

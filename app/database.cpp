@@ -109,6 +109,10 @@ std::string FaultOf(const FileCopy& file, const ZDDatabase* opened) {
     return "";
 }
 
+size_t FileSize(const ZDDatabase& database) {
+    return static_cast<size_t>(ZDGetLength(&database)) + SHA1HashSize;
+}
+
 DatabasePtr OpenDatabase(const std::string& path, bool verify) {
     const FileCopy file(path);
     DatabasePtr database = OpenCopy(file);

@@ -3,6 +3,7 @@
 
 #include <zonedetect.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -33,6 +34,9 @@ DatabasePtr OpenCopy(const FileCopy& file);
 // What is wrong with a database file, of which `opened` is what the reader made: empty for a good
 // one, else what it is, such as "damaged: ...".
 std::string FaultOf(const FileCopy& file, const ZDDatabase* opened);
+
+// The bytes of the file of an open database: its content and the digest behind it.
+size_t FileSize(const ZDDatabase& database);
 
 // Reads a database file and opens the copy. Throws std::runtime_error with the path and the reason
 // where it cannot be read or has a fault; without `verify`, only where the reader refuses it.

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "database.h"
+#include "printable.h"
 
 namespace fs = std::filesystem;
 
@@ -63,7 +64,20 @@ std::string DatabaseDirectory::Describe() const {
     std::string backup;
     Judge(mActive, &active);
     Judge(mBackup, &backup);
-    return fmt::format("active  {}\nbackup  {}\n", active, backup);
+    return fmt::format("active  {}\nbackup  {}\n", Printable(active), Printable(backup));
+}
+
+bool DatabaseDirectory::ActiveIsGood() const {
+    std::string ignored;
+    return Judge(mActive, &ignored);
+}
+
+bool DatabaseDirectory::IsInUse() const {
+    std::error_code ignored;
+    for (const fs::directory_entry& open : fs::directory_iterator("/proc/self/fd", ignored)) {
+        if (fs::equivalent(open.path(), mActive, ignored)) return true;
+    }
+    return false;
 }
 
 bool DatabaseDirectory::BackupIsGood() const {

@@ -16,7 +16,11 @@ class DatabaseDirectory {
     // Two lines: what the active file and the backup are, or why they cannot be read.
     std::string Describe() const;
 
+    bool ActiveIsGood() const;
     bool BackupIsGood() const;
+
+    // Whether this process has the active file open, as a service in it has that uses the file.
+    bool IsInUse() const;
 
     // Why an update by a file of `size` bytes finds no room: it writes the backup over first and
     // then the active file, so each takes the place of one that may be smaller. Empty where there

@@ -5,8 +5,6 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "printable.h"
-
 InspectedFile Inspect(const std::string& path, Progress* progress) {
     InspectedFile file;
     file.database = OpenDatabase(path);

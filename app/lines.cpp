@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <stdexcept>
 
@@ -50,8 +51,8 @@ class RowMaker {
 
     std::string ErrorRow(const std::string& line, const char* reason) const {
         if (mFormat.json) return OneLine({{"input", line}, {"error", reason}});
-        if (mTable.has_value()) return Extended(line, {fmt::format("error: {}", reason)});
-        return fmt::format("{}\terror: {}", Printable(line), reason);
+        if (mTable.has_value()) return Extended(line, {"error: " + Printable(reason)});
+        return fmt::format("{}\terror: {}", Printable(line), Printable(reason));
     }
 
   private:
@@ -92,6 +93,19 @@ class RowMaker {
     std::optional<CsvColumns> mTable;
 };
 
+// Reads a line, or a table's row of several, and counts its lines; false at the end. Throws
+// std::runtime_error where there is no memory for it.
+bool ReadOne(bool isTable, std::string* line, size_t* lines) {
+    try {
+        if (isTable) return ReadRow(std::cin, line, lines);
+        if (!std::getline(std::cin, *line)) return false;
+        ++*lines;
+        return true;
+    } catch (const std::bad_alloc&) {
+        throw std::runtime_error(fmt::format("line {}: too long for the memory", *lines + 1));
+    }
+}
+
 }  // namespace
 
 bool AnswerLines(const LineFormat& format,
@@ -102,9 +116,8 @@ bool AnswerLines(const LineFormat& format,
     bool isTable = false;
     std::string line;
     size_t lines = 0;
-    for (size_t number = 1; isTable ? ReadRow(std::cin, &line, &lines)
-                                    : (++lines, !std::getline(std::cin, line).fail());
-         ++number) {
+    std::cin.exceptions(std::ios_base::badbit);  // So that the lack of memory is thrown.
+    for (size_t number = 1; ReadOne(isTable, &line, &lines); ++number) {
         std::string row;
         try {
             if (number == 1 && maker.TakeHeader(line)) {
@@ -115,7 +128,7 @@ bool AnswerLines(const LineFormat& format,
                 row = maker.Row(line);
             }
         } catch (const std::invalid_argument& error) {
-            progress.PrintLine(fmt::format("offlinetz: line {}: {}", lines, error.what()));
+            progress.PrintMessage(fmt::format("line {}: {}", lines, error.what()));
             row = maker.ErrorRow(line, error.what());
             allMadeSense = false;
         }

@@ -8,11 +8,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "commands.h"
-#include "printable.h"
+#include "message.h"
 
 namespace {
 
@@ -44,21 +45,20 @@ std::vector<std::string> Arguments(int argc, char** argv) {
     return arguments;
 }
 
-// The error, and the help where a command is missing: of the program or of its `service`.
-std::string DescribeError(const CLI::App* app, const CLI::Error& error) {
-    const CLI::App* command = app;
+// What to do about a command line that makes no sense: the help where a command is missing, of the
+// program or of its `service`.
+std::string Advice(const CLI::App& app) {
+    const CLI::App* command = &app;
     while (!command->get_subcommands().empty())
         command = command->get_subcommands().front();
     const bool lacksCommand = command->get_require_subcommand_min() > 0;
-    return "offlinetz: " + Printable(error.what()) + "\n" +
-           (lacksCommand ? command->help() : "Run with --help for more information.\n");
+    return lacksCommand ? command->help() : "Run with --help for more information.\n";
 }
 
 int Run(int argc, char** argv) {
     CLI::App app{"Answers which time zone contains a point, without any network.", "offlinetz"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "offlinetz " OFFLINETZ_VERSION);
-    app.failure_message(DescribeError);
     int exitCode = kExitOk;
     AddLookupCommand(&app, &exitCode);
     AddVerifyCommand(&app, &exitCode);
@@ -69,10 +69,17 @@ int Run(int argc, char** argv) {
     AddServiceCommand(&app, &exitCode);
     try {
         app.parse(Arguments(argc, argv));
+    } catch (const CLI::Success& request) {
+        app.exit(request);  // Prints the help or the version that was asked for.
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kExitOk : kExitUsage;
+        PrintMessage(error.what());
+        std::fputs(Advice(app).c_str(), stderr);
+        return kExitUsage;
+    } catch (const std::bad_alloc&) {
+        PrintMessage("out of memory");
+        return kExitFailed;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "offlinetz: %s\n", error.what());
+        PrintMessage(error.what());
         return kExitFailed;
     }
     return exitCode;
@@ -85,6 +92,6 @@ int main(int argc, char** argv) {
     const int exitCode = Run(argc, argv);
     // What did not get out is not done.
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return exitCode;
-    std::fprintf(stderr, "offlinetz: standard output cannot be written\n");
+    PrintMessage("standard output cannot be written");
     return exitCode == kExitOk ? kExitFailed : exitCode;
 }

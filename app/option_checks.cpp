@@ -20,3 +20,11 @@ CLI::Validator WholeNumber(uint64_t least, uint64_t greatest) {
             },
             range);
 }
+
+CLI::Validator NamesFile() {
+    return CLI::Validator(
+            [](const std::string& path) {
+                return path.empty() ? std::string("an empty path names no file") : std::string();
+            },
+            "");
+}

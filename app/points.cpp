@@ -8,8 +8,6 @@
 #include <stdexcept>
 #include <vector>
 
-#include "printable.h"
-
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r";
@@ -51,8 +49,7 @@ double ParseDegrees(std::string* text, const char* name, double limit) {
     if (error != std::errc() || end != number.data() + number.size() ||
         (hemisphere != '\0' &&
          (letters.find(hemisphere) == std::string_view::npos || unsignedNumber[0] < '0'))) {
-        throw std::invalid_argument(
-                fmt::format("{} '{}' is not a decimal number", name, Printable(*text)));
+        throw std::invalid_argument(fmt::format("{} '{}' is not a decimal number", name, *text));
     }
     if (!(std::fabs(degrees) <= limit)) {
         throw std::invalid_argument(

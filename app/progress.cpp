@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "message.h"
+
 namespace {
 constexpr size_t kBarWidth = 30;
 }
@@ -30,9 +32,9 @@ void Progress::Show(const char* step, size_t done, size_t all) {
     std::fflush(stderr);
 }
 
-void Progress::PrintLine(const std::string& line) {
+void Progress::PrintMessage(const std::string& text) {
     Clear();
-    std::fprintf(stderr, "%s\n", line.c_str());
+    ::PrintMessage(text);
 }
 
 void Progress::Clear() {

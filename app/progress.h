@@ -17,8 +17,8 @@ class Progress {
     // Shows how far `step` is: `done` of `all` parts, or `done` alone where `all` is 0.
     void Show(const char* step, size_t done, size_t all);
 
-    // Prints a line of its own on standard error, terminal or not.
-    void PrintLine(const std::string& line);
+    // Prints a message (message.h) on a line of its own, terminal or not.
+    void PrintMessage(const std::string& text);
 
   private:
     void Clear();

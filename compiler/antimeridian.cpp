@@ -23,6 +23,7 @@ LongEdges CountLongEdges(const Positions& ring) {
         if (!IsLong(ring[i], ring[i + 2])) continue;
         const bool isAround =
                 std::fabs(ring[i + 2] - ring[i]) == kTurn && ring[i + 3] == ring[i + 1];
+        if (!isAround && edges.crossing == 0) edges.firstCrossing = i / 2;
         ++(isAround ? edges.aroundTheWorld : edges.crossing);
     }
     return edges;

@@ -12,10 +12,11 @@ namespace offlinetz {
 // The positions of a closed ring, longitude and latitude in turn, the first one again at the end.
 using Positions = std::vector<double>;
 
-// Edges of more than 180 degrees of longitude, which were meant to go the short way, across the
+// Edges of more than 180 degrees of longitude, which may be meant to go the short way, across the
 // antimeridian. An edge of exactly 180 degrees is as long both ways and goes as it is drawn.
 struct LongEdges {
     size_t crossing = 0;
+    size_t firstCrossing = 0;  // The index of its first position; its second one is the next.
     // From -180 to 180 along a parallel: either a crossing without length, as where each of the
     // parts of a cut ring was closed along the antimeridian and then joined, or drawn so, as in a
     // rectangle around the world or in an area around a pole, closed along it. It is drawn so

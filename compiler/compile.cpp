@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -12,6 +11,8 @@
 #include "output_file.h"
 #include "simplify.h"
 #include "source.h"
+#include "sphere_area.h"
+#include "text_rules.h"
 #include "tile.h"
 
 namespace offlinetz {
@@ -20,6 +21,8 @@ namespace {
 
 constexpr char kFieldName[] = "TimezoneId";
 constexpr uint64_t kSelfCheckSeed = 1;
+constexpr uint64_t kBytesPerPoint = 4;  // About what a vertex takes in the file.
+constexpr size_t kNamedZones = 5;       // As many does an error name.
 
 std::string StoredIdentifier(const std::string& tzid, bool bare) {
     return bare ? tzid : '"' + tzid + '"';
@@ -51,7 +54,10 @@ void SiftVanished(bool skipBad, const CompileListener& listener, Source* source,
         Zone& zone = source->zones[i];
         if ((*drawn)[i].empty()) {
             errors.push_back(zone.where + ": its zone vanishes on a grid this coarse");
-            if (skipBad) listener.warn(errors.back() + "; left out");
+            const double km2 = SquareKilometres(zone.area.get());
+            ++source->leftOut.zones;
+            source->leftOut.km2 += km2;
+            if (skipBad) listener.warn(fmt::format("{}; left out, {:.2f} km2", errors.back(), km2));
         } else if (kept++ != i) {
             (*drawn)[kept - 1] = std::move((*drawn)[i]);
             source->zones[kept - 1] = std::move(zone);
@@ -62,6 +68,23 @@ void SiftVanished(bool skipBad, const CompileListener& listener, Source* source,
     source->zones.resize(kept);
 }
 
+// What to tell of an output that would become too large.
+InputError Describe(const OutputLimitError& error, const std::vector<Zone>& zones, const Grid& grid,
+                    uint64_t maxBytes) {
+    std::string names;
+    for (size_t i = 0; i < std::min(error.zones.size(), kNamedZones); ++i)
+        names += (i == 0 ? "" : ", ") + zones[error.zones[i]].tzid;
+    if (error.zones.size() > kNamedZones)
+        names += fmt::format(" and {} more", error.zones.size() - kNamedZones);
+    return InputError(fmt::format(
+            "{}: the database would have more than {} bytes (--max-output raises the limit): too "
+            "many borders cross, or lie beside or over each other, most of them near {:.4f} {:.4f} "
+            "(latitude, longitude), of {} zones: {}",
+            zones[error.zones.empty() ? 0 : error.zones.front()].where, maxBytes,
+            error.at.lat * 90.0 / grid.Scale(), error.at.lon * 180.0 / grid.Scale(),
+            error.zones.size(), names));
+}
+
 std::vector<ZoneRings> DrawOnGrid(const CompileOptions& options, const Grid& grid,
                                   const CompileListener& listener, Source* source,
                                   CompileSummary* summary) {
@@ -70,10 +93,11 @@ std::vector<ZoneRings> DrawOnGrid(const CompileOptions& options, const Grid& gri
         listener.progress("drawing", zones.size(), source->zones.size());
         zones.push_back(SnapToGrid(zone.area.get(), grid, &summary->snap));
     }
-    MendOnGrid(&zones, [&](int round, size_t points) {
+    const auto onRound = [&](int round, size_t points) {
         summary->pointsAdded = points;
         listener.progress("mending", static_cast<size_t>(round), 0);
-    });
+    };
+    MendOnGrid(&zones, onRound, options.maxOutputBytes / kBytesPerPoint);
     SiftVanished(options.skipBad, listener, source, &zones);
     listener.progress("simplifying", 0, 0);
     summary->greatestSimplification = Simplify(&zones, grid, options.toleranceMetres);
@@ -81,6 +105,21 @@ std::vector<ZoneRings> DrawOnGrid(const CompileOptions& options, const Grid& gri
     if (!IsClean(zones)) throw std::logic_error("simplified borders cross");
     CountRings(zones, &summary->rings, &summary->pointsOut);
     return zones;
+}
+
+std::vector<TableEntry> MakeEntries(const CompileOptions& options, const Grid& grid,
+                                    const CompileListener& listener, Source* source,
+                                    CompileSummary* summary) {
+    try {
+        const std::vector<ZoneRings> zones = DrawOnGrid(options, grid, listener, source, summary);
+        listener.progress("tiling", 0, 0);
+        return TileWorld(
+                zones, grid, options.maxTilePoints,
+                [&](size_t entries) { listener.progress("tiling", entries, 0); },
+                options.maxOutputBytes);
+    } catch (const OutputLimitError& error) {
+        throw Describe(error, source->zones, grid, options.maxOutputBytes);
+    }
 }
 
 }  // namespace
@@ -93,12 +132,10 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
         throw InputError(fmt::format("the notice has {} bytes; the database holds up to {}",
                                      options.notice.size(), kMaxStringLength));
     }
-    for (const std::string& input : options.inputs) {
-        std::error_code ignored;
-        if (std::filesystem::equivalent(input, options.output, ignored)) {
-            throw InputError(options.output + ": is an input; it would be overwritten");
-        }
+    if (const char* fault = FaultOfNotice(options.notice)) {
+        throw InputError(fmt::format("the notice {}", fault));
     }
+    CheckOutputPath(options.output, options.inputs);
     CompileSummary summary;
     const Grid grid(options.precision);
     SourceOptions sourceOptions;
@@ -106,16 +143,18 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     sourceOptions.maxTzidBytes =
             kMaxStringLength - StoredIdentifier("", options.bareIdentifiers).size();
     sourceOptions.tzidProperty = options.tzidProperty;
+    sourceOptions.crossAntimeridian = options.crossAntimeridian;
     sourceOptions.skipBad = options.skipBad;
     Source source = ReadSource(options.inputs, listener.warn, listener.progress, sourceOptions);
-    const std::vector<ZoneRings> zones = DrawOnGrid(options, grid, listener, &source, &summary);
+    DatabaseContent content;
+    content.entries = MakeEntries(options, grid, listener, &source, &summary);
+    CountEntries(content.entries, &summary);
     summary.features = source.features;
     summary.seaFeatures = source.seaFeatures;
-    summary.badFeatures = source.badFeatures;
+    summary.leftOut = source.leftOut;
     summary.zones = source.zones.size();
     summary.pointsIn = source.points;
 
-    DatabaseContent content;
     content.tableType = options.maxTilePoints == 0 ? kWholeRingsTable : kTiledTable;
     content.version = static_cast<uint8_t>(options.version);
     content.precision = options.precision;
@@ -123,14 +162,14 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     content.notice = options.notice;
     for (const Zone& zone : source.zones)
         content.zones.push_back(StoredIdentifier(zone.tzid, options.bareIdentifiers));
-    listener.progress("tiling", 0, 0);
-    content.entries = TileWorld(zones, grid, options.maxTilePoints,
-                                [&](size_t entries) { listener.progress("tiling", entries, 0); });
-    CountEntries(content.entries, &summary);
 
     listener.progress("encoding", 0, 0);
     const std::vector<uint8_t> bytes = EncodeDatabase(content, &summary.sizes);
     summary.fileSize = bytes.size();
+    if (bytes.size() > options.maxOutputBytes) {
+        throw InputError(fmt::format("{}: would have {} bytes; --max-output raises the limit of {}",
+                                     options.output, bytes.size(), options.maxOutputBytes));
+    }
     OutputFile output(options.output, bytes);
     if (options.selfCheckPoints > 0) {
         ZDDatabase* database = listener.open(output.TemporaryPath());

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "encode.h"
+#include "output_limit.h"
 #include "self_check.h"
 #include "snap.h"
 #include "source.h"
@@ -27,15 +28,17 @@ struct CompileOptions {
     double toleranceMetres = 20.0;                 // 0: keep every bend.
     size_t maxTilePoints = kDefaultMaxTilePoints;  // 0: keep rings whole.
     bool bareIdentifiers = false;                  // Without the double quotes at both ends.
+    bool crossAntimeridian = false;                // See SourceOptions.
     bool skipBad = false;                          // Leave out what is bad in the inputs.
     uint64_t maxInputBytes = kDefaultMaxInputBytes;  // Of each input, unpacked.
-    size_t selfCheckPoints = 0;                      // 0: no self-check.
+    uint64_t maxOutputBytes = kDefaultMaxOutputBytes;
+    size_t selfCheckPoints = 0;  // 0: no self-check.
 };
 
 struct CompileSummary {
     size_t features = 0;
     size_t seaFeatures = 0;
-    size_t badFeatures = 0;
+    LeftOut leftOut;
     size_t zones = 0;
     size_t pointsIn = 0;
     size_t rings = 0;      // After mending, before tiling.
@@ -65,7 +68,8 @@ struct CompileListener {
 
 // Compiles the inputs into the output file, which is replaced whole or not at all. A self-check
 // that finds a failure leaves the old file too; the summary then lists it. Throws InputError with
-// all that is bad in the input, std::exception's others for what the machine refuses. The same
+// all that is bad in the input, or with the place where most zones overlap where the output would
+// exceed its limit; std::exception's others for what the machine refuses. The same
 // inputs and options give the same bytes.
 CompileSummary Compile(const CompileOptions& options, const CompileListener& listener);
 

@@ -3,6 +3,7 @@
 #include <box_table.h>
 #include <database_numbers.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -29,8 +30,13 @@ std::vector<DecodedEntry> DecodeTable(const ZDDatabase& database, uint32_t* end)
 bool DecodeRing(const ZDDatabase& database, uint32_t position, GridRing* ring, uint32_t* end) {
     zonedetect::Cursor cursor = zonedetect::CursorAt(database, position);
     uint32_t count;
-    if (!zonedetect::ReadUnsigned(&cursor, &count) || count > kMaxRingPoints) return false;
     ring->clear();
+    *end = static_cast<uint32_t>(database.length);  // To which a number runs that does not end.
+    if (!zonedetect::ReadUnsigned(&cursor, &count)) return false;
+    if (count > kMaxRingPoints) {
+        *end = zonedetect::PositionOf(database, cursor);
+        return false;
+    }
     GridPoint stored;
     for (; count > 0; --count) {
         int32_t lat;
@@ -44,6 +50,26 @@ bool DecodeRing(const ZDDatabase& database, uint32_t position, GridRing* ring, u
     }
     *end = zonedetect::PositionOf(database, cursor);
     return true;
+}
+
+uint32_t RecordCost(const ZDDatabase& database, uint32_t position) {
+    const auto length = static_cast<uint32_t>(database.length);
+    uint32_t cost = 0;
+    // Reads a number and counts its bytes; all that follow where it does not end.
+    const auto read = [&](uint32_t from, uint32_t* number) {
+        zonedetect::Cursor cursor = zonedetect::CursorAt(database, from);
+        const uint32_t start = zonedetect::PositionOf(database, cursor);
+        const bool isRead = zonedetect::ReadUnsigned(&cursor, number);
+        cost += (isRead ? zonedetect::PositionOf(database, cursor) : length) - start;
+        return isRead;
+    };
+    uint32_t size;
+    if (!read(position, &size)) return cost;
+    if (size > kMaxStringLength) {
+        const uint32_t place = size - static_cast<uint32_t>(kMaxStringLength) - 1;
+        if (!read(database.metadataOffset + place, &size)) return cost;
+    }
+    return cost + std::min(size, static_cast<uint32_t>(kMaxStringLength));
 }
 
 bool DecodeRecord(const ZDDatabase& database, uint32_t position, std::string* text, uint32_t* end) {

@@ -25,8 +25,13 @@ struct DecodedEntry {
 std::vector<DecodedEntry> DecodeTable(const ZDDatabase& database, uint32_t* end);
 
 // Reads the ring at a position: its points in true coordinates, without the shift that the reader
-// has them stored with. `*end` receives the position behind it. False where it cannot be read.
+// has them stored with. `*end` receives the position behind it. False where it cannot be read; what
+// was read of it ends at `*end` then.
 bool DecodeRing(const ZDDatabase& database, uint32_t position, GridRing* ring, uint32_t* end);
+
+// How many bytes reading the record at a position takes, a text that it refers to included: a
+// hostile number may be as long as the file.
+uint32_t RecordCost(const ZDDatabase& database, uint32_t position);
 
 // Reads the record at a position: the text as it is stored, and the position behind it. False where
 // it cannot be read.

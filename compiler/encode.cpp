@@ -22,6 +22,10 @@ void Append(const std::vector<uint8_t>& part, std::vector<uint8_t>* bytes) {
     bytes->insert(bytes->end(), part.begin(), part.end());
 }
 
+uint32_t Magnitude(int32_t value) {
+    return value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+}
+
 void AppendRing(const GridRing& ring, std::vector<uint8_t>* bytes) {
     AppendUnsigned(static_cast<uint32_t>(ring.size()), bytes);
     GridPoint previous;
@@ -31,6 +35,17 @@ void AppendRing(const GridRing& ring, std::vector<uint8_t>* bytes) {
         AppendSigned(stored.lon - previous.lon, bytes);
         previous = stored;
     }
+}
+
+size_t UnsignedBytes(uint32_t value) {
+    size_t bytes = 1;
+    for (; value >= 0x80u; value >>= 7)
+        ++bytes;
+    return bytes;
+}
+
+size_t SignedBytes(int32_t value) {
+    return UnsignedBytes(Magnitude(value) << 1);
 }
 
 // The zones' records and the offset of each.
@@ -60,9 +75,22 @@ void AppendUnsigned(uint32_t value, std::vector<uint8_t>* bytes) {
 }
 
 void AppendSigned(int32_t value, std::vector<uint8_t>* bytes) {
-    const uint32_t magnitude =
-            value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
-    AppendUnsigned(magnitude << 1 | (value < 0 ? 1u : 0u), bytes);
+    AppendUnsigned(Magnitude(value) << 1 | (value < 0 ? 1u : 0u), bytes);
+}
+
+size_t LeastStoredBytes(const TableEntry& entry) {
+    constexpr size_t kOffsets = 2;
+    size_t bytes = kOffsets + UnsignedBytes(static_cast<uint32_t>(entry.ring.size()));
+    for (const int32_t side :
+         {entry.box.min.lat, entry.box.min.lon, entry.box.max.lat, entry.box.max.lon}) {
+        bytes += SignedBytes(side);
+    }
+    GridPoint previous = {0, kReaderShift};
+    for (const GridPoint& p : entry.ring) {
+        bytes += SignedBytes(p.lat - previous.lat) + SignedBytes(p.lon - previous.lon);
+        previous = p;
+    }
+    return bytes;
 }
 
 void AppendString(const std::string& text, std::vector<uint8_t>* bytes) {

@@ -44,6 +44,10 @@ void AppendSigned(int32_t value, std::vector<uint8_t>* bytes);
 // `text` of at most kMaxStringLength bytes, inline; throws std::length_error for a longer one.
 void AppendString(const std::string& text, std::vector<uint8_t>* bytes);
 
+// The fewest bytes that an entry takes in the box table and its ring among the polygons: what
+// depends on the entries before it counts as one byte a number.
+size_t LeastStoredBytes(const TableEntry& entry);
+
 // The whole file with its digest trailer. The box table is sorted by minimum latitude, a zone
 // string that occurs again is stored once and referenced, rings go kReaderShift units west. A ring
 // of no zone gets the record of the entry before it. Throws std::length_error for a text, a ring or

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <tuple>
 
+#include "output_limit.h"
 #include "settle.h"
 
 namespace offlinetz {
@@ -68,18 +69,36 @@ std::vector<Edge> EdgesOf(const std::vector<EdgeUse>& uses, std::vector<size_t>*
     return edges;
 }
 
+// The zones along two edges, each once.
+std::vector<uint32_t> ZonesAlong(const std::vector<EdgeUse>& uses,
+                                 const std::vector<size_t>& firstUses, const uint32_t (&edges)[2]) {
+    std::vector<uint32_t> zones;
+    for (const uint32_t edge : edges) {
+        for (size_t u = firstUses[edge]; u < firstUses[edge + 1]; ++u)
+            zones.push_back(uses[u].zone);
+    }
+    std::sort(zones.begin(), zones.end());
+    zones.erase(std::unique(zones.begin(), zones.end()), zones.end());
+    return zones;
+}
+
 // The uses of what the edges are led through.
-std::vector<EdgeUse> Settle(const std::vector<EdgeUse>& uses,
+std::vector<EdgeUse> Settle(const std::vector<EdgeUse>& uses, size_t maxPoints,
                             const std::function<void(int round, size_t points)>& progress) {
     std::vector<size_t> firstUses;
     const std::vector<Edge> edges = EdgesOf(uses, &firstUses);
+    std::vector<Via> vias;
+    try {
+        vias = SettleEdges(edges, maxPoints, progress);
+    } catch (const TooManyVias& error) {
+        throw OutputLimitError(error.at, ZonesAlong(uses, firstUses, error.edges));
+    }
     std::vector<EdgeUse> settled;
-    VisitParts(edges, SettleEdges(edges, progress),
-               [&](size_t edge, const GridPoint& from, const GridPoint& to) {
-                   for (size_t u = firstUses[edge]; u < firstUses[edge + 1]; ++u) {
-                       settled.push_back(MakeUse(from, to, uses[u].zone, uses[u].net));
-                   }
-               });
+    VisitParts(edges, vias, [&](size_t edge, const GridPoint& from, const GridPoint& to) {
+        for (size_t u = firstUses[edge]; u < firstUses[edge + 1]; ++u) {
+            settled.push_back(MakeUse(from, to, uses[u].zone, uses[u].net));
+        }
+    });
     Combine(&settled);
     return settled;
 }
@@ -195,22 +214,6 @@ class RingTracer {
     std::vector<size_t> mPathPosition;
 };
 
-// How often `ring` winds clockwise around the middle of the edge a-b.
-int WindingAround(const GridRing& ring, const GridPoint& a, const GridPoint& b) {
-    const GridPoint middle = {a.lat + b.lat, a.lon + b.lon};  // In half units.
-    int winding = 0;
-    for (size_t i = 0; i < ring.size(); ++i) {
-        const GridPoint& next = ring[i + 1 < ring.size() ? i + 1 : 0];
-        const GridPoint p = {2 * ring[i].lat, 2 * ring[i].lon};
-        const GridPoint q = {2 * next.lat, 2 * next.lon};
-        if ((p.lat > middle.lat) == (q.lat > middle.lat)) continue;
-        const int64_t side = Cross(p, q, middle);
-        if (q.lat > p.lat && side > 0) --winding;  // Upward, east of the middle.
-        if (q.lat < p.lat && side < 0) ++winding;
-    }
-    return winding;
-}
-
 // The edges that more than one ring passes.
 std::vector<DirectedEdge> SharedEdges(const ZoneRings& rings) {
     std::vector<DirectedEdge> edges;
@@ -237,6 +240,68 @@ DirectedEdge OwnEdge(const GridRing& ring, const std::vector<DirectedEdge>& shar
     return {ring[0], ring[1]};
 }
 
+// How often the rings around each ring wind clockwise around it, counted at the middle of one of
+// its edges, `own`. A ring around another one has a box around its box.
+//
+// A line sweeps north. What it costs at a ring is the edges of the zone that pass its middle's
+// latitude, so a thousand islets beside each other cost no more than they hold.
+std::vector<int> WindingsAround(const ZoneRings& rings, const std::vector<DirectedEdge>& own) {
+    struct Upright {  // An edge that is not level, in half units.
+        GridPoint from;
+        GridPoint to;
+        size_t ring;
+        size_t position = 0;  // Among the active ones.
+    };
+    enum Kind { kEnd, kBegin, kAsk };  // In this order at one latitude.
+    struct Event {
+        int32_t lat;
+        Kind kind;
+        size_t index;  // Of the edge or the ring.
+    };
+    std::vector<GridBox> boxes;
+    std::vector<Upright> edges;
+    std::vector<Event> events;
+    for (size_t ring = 0; ring < rings.size(); ++ring) {
+        boxes.push_back(BoxOf(rings[ring]));
+        events.push_back({own[ring].from.lat + own[ring].to.lat, kAsk, ring});
+        for (size_t i = 0; i < rings[ring].size(); ++i) {
+            const GridPoint& p = rings[ring][i];
+            const GridPoint& q = rings[ring][i + 1 < rings[ring].size() ? i + 1 : 0];
+            if (p.lat == q.lat) continue;
+            events.push_back({2 * std::min(p.lat, q.lat), kBegin, edges.size()});
+            events.push_back({2 * std::max(p.lat, q.lat), kEnd, edges.size()});
+            edges.push_back({{2 * p.lat, 2 * p.lon}, {2 * q.lat, 2 * q.lon}, ring});
+        }
+    }
+    std::sort(events.begin(), events.end(), [](const Event& x, const Event& y) {
+        return std::tie(x.lat, x.kind) < std::tie(y.lat, y.kind);
+    });
+    std::vector<int> windings(rings.size());
+    std::vector<size_t> active;
+    for (const Event& event : events) {
+        if (event.kind == kBegin) {
+            edges[event.index].position = active.size();
+            active.push_back(event.index);
+        } else if (event.kind == kEnd) {
+            const size_t position = edges[event.index].position;
+            active[position] = active.back();
+            edges[active[position]].position = position;
+            active.pop_back();
+        } else {
+            const size_t ring = event.index;
+            const GridPoint middle = {event.lat, own[ring].from.lon + own[ring].to.lon};
+            for (const size_t e : active) {
+                const Upright& edge = edges[e];
+                if (edge.ring == ring || !boxes[edge.ring].Contains(boxes[ring])) continue;
+                const int64_t side = Cross(edge.from, edge.to, middle);
+                if (edge.to.lat > edge.from.lat && side > 0) --windings[ring];  // East of it.
+                if (edge.to.lat < edge.from.lat && side < 0) ++windings[ring];
+            }
+        }
+    }
+    return windings;
+}
+
 // Keeps the rings that part area from no area: an outline with none of the zone around it, a
 // hole with exactly one outline around it. The others are lobes that rounding turned inside
 // out, or overlaps within the zone.
@@ -248,25 +313,14 @@ ZoneRings KeepBorders(ZoneRings rings) {
     rings.erase(std::unique(rings.begin(), rings.end()), rings.end());
 
     const std::vector<DirectedEdge> shared = SharedEdges(rings);
-    std::vector<GridBox> boxes;
-    std::vector<bool> clockwise;
-    for (const GridRing& ring : rings) {
-        boxes.push_back(BoxOf(ring));
-        clockwise.push_back(DoubleArea(ring) < 0);
-    }
-    std::vector<bool> isBorder;
-    for (size_t i = 0; i < rings.size(); ++i) {
-        const DirectedEdge edge = OwnEdge(rings[i], shared);
-        int around = 0;
-        for (size_t j = 0; j < rings.size(); ++j) {
-            if (j == i || !boxes[j].Contains(boxes[i])) continue;
-            around += WindingAround(rings[j], edge.from, edge.to);
-        }
-        isBorder.push_back(around == (clockwise[i] ? 0 : 1));
-    }
+    std::vector<DirectedEdge> own;
+    for (const GridRing& ring : rings)
+        own.push_back(OwnEdge(ring, shared));
+    const std::vector<int> windings = WindingsAround(rings, own);
     ZoneRings kept;
     for (size_t i = 0; i < rings.size(); ++i) {
-        if (isBorder[i]) kept.push_back(std::move(rings[i]));
+        const bool isOutline = DoubleArea(rings[i]) < 0;
+        if (windings[i] == (isOutline ? 0 : 1)) kept.push_back(std::move(rings[i]));
     }
     return kept;
 }
@@ -274,10 +328,10 @@ ZoneRings KeepBorders(ZoneRings rings) {
 }  // namespace
 
 void MendOnGrid(std::vector<ZoneRings>* zones,
-                const std::function<void(int round, size_t points)>& progress) {
+                const std::function<void(int round, size_t points)>& progress, size_t maxPoints) {
     std::vector<EdgeUse> uses = UsesOf(*zones);
     Combine(&uses);
-    uses = Settle(uses, progress);
+    uses = Settle(uses, maxPoints, progress);
 
     std::vector<std::vector<DirectedEdge>> edges(zones->size());
     for (const EdgeUse& use : uses) {

@@ -20,9 +20,11 @@ using ZoneRings = std::vector<GridRing>;  // All rings of one zone.
 // overlap go on doing so; no border moves further than half a unit each way (see settle.h). Rings
 // of one zone may overlap or share borders: they are united.
 //
-// `progress` receives the number of the round and of the points added so far.
+// `progress` receives the number of the round and of the points added so far. Throws
+// OutputLimitError (output_limit.h) where more than `maxPoints` points would be added.
 void MendOnGrid(std::vector<ZoneRings>* zones,
-                const std::function<void(int round, size_t points)>& progress);
+                const std::function<void(int round, size_t points)>& progress,
+                size_t maxPoints = SIZE_MAX);
 
 // Whether no two edges of the zones' rings cross, overlap in part, or touch elsewhere than in
 // vertices of both; so it is for mended zones.

@@ -11,12 +11,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <system_error>
 
 namespace offlinetz {
 
 namespace {
 
+constexpr char kStandardInput[] = "-";
 constexpr char kStandardOutput[] = "-";
 constexpr size_t kPartBytes = size_t{1} << 20;
 
@@ -34,11 +36,14 @@ void WriteAll(int fd, const std::vector<uint8_t>& bytes, const std::string& path
     }
 }
 
+std::string DirectoryOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+}
+
 // The rename itself must reach the medium too.
 void SynchroniseDirectoryOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const std::string directory =
-            slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+    const std::string directory = DirectoryOf(path);
     const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) Fail(directory);
     const int result = fsync(fd);
@@ -114,6 +119,7 @@ void TakePermissions(int fd, const std::string& path) {
 // The file that `path` stands for: the target of a link, and never anything but a regular file,
 // because the rename would put one in the place of a device or a pipe.
 std::string TargetOf(const std::string& path) {
+    if (path.empty()) throw std::invalid_argument("the output's name is empty");
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
         struct stat link = {};
@@ -121,8 +127,9 @@ std::string TargetOf(const std::string& path) {
         return path;
     }
     if (!S_ISREG(status.st_mode)) {
-        throw std::system_error(std::make_error_code(std::errc::invalid_argument),
-                                path + " is not a regular file");
+        throw std::invalid_argument(path +
+                                    ": is not a regular file, so it is not replaced by one (- is "
+                                    "standard output)");
     }
     const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
                                                            &std::free);
@@ -130,7 +137,32 @@ std::string TargetOf(const std::string& path) {
     return real.get();
 }
 
+bool IsSameFile(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
 }  // namespace
+
+void CheckOutputPath(const std::string& path, const std::vector<std::string>& inputs) {
+    if (path == kStandardOutput) return;
+    OutputFile::RequireWritable(path);
+    struct stat output = {};
+    if (stat(path.c_str(), &output) != 0) return;
+    for (const std::string& name : inputs) {
+        struct stat input = {};
+        const int result =
+                name == kStandardInput ? fstat(STDIN_FILENO, &input) : stat(name.c_str(), &input);
+        if (result == 0 && IsSameFile(input, output)) {
+            throw std::runtime_error(path + ": is an input; it would be overwritten");
+        }
+    }
+}
+
+void OutputFile::RequireWritable(const std::string& path) {
+    if (path == kStandardOutput) return;
+    const std::string target = TargetOf(path);
+    if (access(DirectoryOf(target).c_str(), W_OK | X_OK) != 0) Fail(target);
+}
 
 OutputFile::OutputFile(const std::string& path, const std::vector<uint8_t>& bytes) {
     if (path == kStandardOutput) {

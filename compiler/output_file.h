@@ -8,11 +8,19 @@
 
 namespace offlinetz {
 
+// Checks, before long work on the files `inputs`, that its result can be written to the file
+// `path`. Throws std::system_error where `path` is neither a regular file nor the name of a new one
+// in a directory that can be written to, and std::runtime_error where it is one of the inputs, also
+// by way of a link of either kind. An input "-" is standard input. The output "-", standard output,
+// is always right.
+void CheckOutputPath(const std::string& path, const std::vector<std::string>& inputs);
+
 // A new version of the file `path`, written beside it, synchronised, and put in its place by
 // Commit, with the old one's permissions; destroyed before that, it leaves the old file as it was.
 // A link is followed; a path that is anything but a regular file is refused. One at a time in a
 // process: a hangup, interrupt or termination signal removes its temporary file before it ends the
-// process. All functions throw std::system_error.
+// process. All functions throw std::system_error, and std::invalid_argument for a path that can be
+// no file's.
 //
 // The path "-" is standard output, which gets the bytes with Commit. Until then they are in memory.
 class OutputFile {
@@ -21,6 +29,9 @@ class OutputFile {
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
+
+    // Throws where no file could be written to `path`, before work is put into its bytes.
+    static void RequireWritable(const std::string& path);
 
     // Where the new bytes are until Commit.
     const std::string& TemporaryPath() const { return mTemporaryPath; }

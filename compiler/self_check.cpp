@@ -13,7 +13,10 @@ namespace offlinetz {
 namespace {
 
 constexpr size_t kChunkPoints = 32;
-constexpr double kNearMetres = 100.0;
+// Points near a border are drawn within this distance of it, or within this multiple of what an
+// answer may be off, whichever is more: closer ones would show no greater displacement.
+constexpr double kLeastNearMetres = 100.0;
+constexpr double kNearPerAllowed = 1.5;
 constexpr double kDegreesPerRadian = 57.29577951308232;
 
 struct TreeDeleter {
@@ -205,13 +208,15 @@ SelfCheckResult SelfCheck(const Source& source, const ZDDatabase* database, cons
     std::mt19937_64 random(seed);
     SelfCheckResult result;
     result.points = points;
+    const double nearMetres =
+            std::max(kLeastNearMetres, kNearPerAllowed * (tolerance + grid.RoundingMetres(0)));
     for (size_t i = 0; i < points; ++i) {
         double lat;
         double lon;
         if (i % 2 == 0) {
             const double numbers[4] = {Uniform(&random), Uniform(&random), Uniform(&random),
                                        Uniform(&random)};
-            truth.PointNearBorder(kNearMetres, numbers, &lat, &lon);
+            truth.PointNearBorder(nearMetres, numbers, &lat, &lon);
             ++result.nearBorder;
         } else {
             lat = std::asin(2.0 * Uniform(&random) - 1.0) * kDegreesPerRadian;

@@ -42,15 +42,16 @@ std::vector<std::string> ZonesAt(const ZDDatabase* database, float lat, float lo
 
 struct SelfCheckResult {
     size_t points = 0;
-    size_t nearBorder = 0;        // Points within 100 m of a border by choice.
+    size_t nearBorder = 0;        // Points drawn near a border.
     size_t differences = 0;       // Answers that differ from the source ...
     double greatestMetres = 0.0;  // ... and how far from a border of a zone in dispute at most.
     std::vector<std::string> failures;  // One line for each that lies further than allowed.
 };
 
-// Looks up `points` points, half of them within 100 m of a border, the others anywhere on the
-// sphere. A different answer fails where each zone in dispute has its border further away than
-// `tolerance` metres and what Grid::RoundingMetres says. The same seed gives the same points.
+// Looks up `points` points, half of them within 100 m of a border, or within one and a half times
+// the distance that is allowed where that is more; the others anywhere on the sphere. A different
+// answer fails where each zone in dispute has its border further away than `tolerance` metres and
+// what Grid::RoundingMetres says. The same seed gives the same points.
 SelfCheckResult SelfCheck(const Source& source, const ZDDatabase* database, const Grid& grid,
                           double tolerance, size_t points, uint64_t seed,
                           const std::function<void(const char*, size_t, size_t)>& progress);

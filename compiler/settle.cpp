@@ -24,9 +24,9 @@ struct Part {
 // Parts so few are compared each with each.
 constexpr size_t kFewParts = 16;
 
-// Hands each pair of parts that may meet, one of them fresh, to a function, at least once. Halves
-// the box around all of them as long as that keeps them apart: a long edge is entered only as
-// often as something lies beside it.
+// Hands each pair of parts that may meet, one of them fresh, to a function, at least once, until it
+// returns false. Halves the box around all of them as long as that keeps them apart: a long edge is
+// entered only as often as something lies beside it.
 template <typename PairFunction>
 class PairFinder {
   public:
@@ -55,10 +55,11 @@ class PairFinder {
         Indices parts;
     };
 
-    void Search(const GridBox& box, Indices parts) {
+    // Returns whether to go on.
+    bool Search(const GridBox& box, Indices parts) {
         if (std::none_of(parts.begin(), parts.end(),
                          [this](uint32_t i) { return mParts[i].fresh; })) {
-            return;
+            return true;
         }
         if (parts.size() > kFewParts) {
             const bool isTall = box.max.lat - box.min.lat > box.max.lon - box.min.lon;
@@ -68,18 +69,18 @@ class PairFinder {
                 auto [low, high] = Halve(box, parts, axis);
                 if (!IsGain(parts.size(), low.parts.size(), high.parts.size())) continue;
                 parts = Indices();  // Its memory is wanted below.
-                Search(low.box, std::move(low.parts));
-                Search(high.box, std::move(high.parts));
-                return;
+                return Search(low.box, std::move(low.parts)) &&
+                       Search(high.box, std::move(high.parts));
             }
         }
         for (size_t i = 0; i < parts.size(); ++i) {
             const Part& s = mParts[parts[i]];
             for (size_t j = i + 1; j < parts.size(); ++j) {
                 const Part& t = mParts[parts[j]];
-                if (s.fresh || t.fresh) mCompare(s, t);
+                if ((s.fresh || t.fresh) && !mCompare(s, t)) return false;
             }
         }
+        return true;
     }
 
     // Where parts lie along each other across the box, halving it only repeats them. It is worth
@@ -228,9 +229,12 @@ void SortVias(const std::vector<Edge>& edges, std::vector<Via>* vias) {
 
 }  // namespace
 
-std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
+std::vector<Via> SettleEdges(const std::vector<Edge>& edges, size_t maxVias,
                              const std::function<void(int round, size_t points)>& progress) {
     std::vector<Via> vias;
+    // Several parts may lead an edge through one point, so the count is taken without repeats;
+    // seldom, for that takes a sort.
+    size_t countAt = maxVias;
     std::vector<bool> isOpen(edges.size(), true);  // Edges that clashed in the latest round.
     for (int round = 1;; ++round) {
         std::vector<Part> parts;
@@ -242,12 +246,17 @@ std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
         const size_t before = vias.size();
         const Part* clashing = nullptr;
         VisitPairs(parts, [&](const Part& s, const Part& t) {
-            if (!Clash(s, t)) return;
+            if (!Clash(s, t)) return true;
             clashing = &s;
             isOpen[s.edge] = true;
             isOpen[t.edge] = true;
             LeadThrough(s, edges[s.edge], t, edges[t.edge], &vias);
             LeadThrough(t, edges[t.edge], s, edges[s.edge], &vias);
+            if (vias.size() <= countAt) return true;
+            SortVias(edges, &vias);
+            if (vias.size() > maxVias) throw TooManyVias{{s.edge, t.edge}, s.a};
+            countAt = maxVias + vias.size();
+            return true;
         });
         SortVias(edges, &vias);
         progress(round, vias.size());
@@ -262,13 +271,20 @@ std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
 }
 
 bool AreSettled(const std::vector<Edge>& edges) {
+    return !ClashMoreThan(edges, 0);
+}
+
+bool ClashMoreThan(const std::vector<Edge>& edges, size_t count) {
     std::vector<Part> parts;
     parts.reserve(edges.size());
     for (const Edge& edge : edges)
         parts.push_back({edge.a, edge.b, 0, true});
-    bool settled = true;
-    VisitPairs(parts, [&](const Part& s, const Part& t) { settled = settled && !Clash(s, t); });
-    return settled;
+    size_t clashes = 0;
+    VisitPairs(parts, [&](const Part& s, const Part& t) {
+        if (Clash(s, t)) ++clashes;
+        return clashes <= count;
+    });
+    return clashes > count;
 }
 
 }  // namespace offlinetz

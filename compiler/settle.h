@@ -25,12 +25,22 @@ struct Via {
 // edges that do so now, or come to do so, are bent, by no more than half a unit in latitude and in
 // longitude.
 //
-// `progress` receives the number of the round and of the points so far.
-std::vector<Via> SettleEdges(const std::vector<Edge>& edges,
+// `progress` receives the number of the round and of the points so far. Throws TooManyVias where
+// there would be more than `maxVias`.
+std::vector<Via> SettleEdges(const std::vector<Edge>& edges, size_t maxVias,
                              const std::function<void(int round, size_t points)>& progress);
+
+struct TooManyVias {
+    uint32_t edges[2];  // The indexes of the two that met last, ...
+    GridPoint at;       // ... and an end of one of them near there.
+};
 
 // Whether edges meet in ends of both only.
 bool AreSettled(const std::vector<Edge>& edges);
+
+// Whether pairs of edges meet elsewhere than in ends of both more than `count` times. It ends as
+// soon as that is known. A pair may count more than once, as long edges do that lie close together.
+bool ClashMoreThan(const std::vector<Edge>& edges, size_t count);
 
 // Calls `visit(edge, from, to)` for each part of each edge; `vias` as SettleEdges gives them.
 template <typename PartFunction>

@@ -8,9 +8,15 @@
 #include <cstdarg>
 #include <cstdio>
 #include <map>
+#include <new>
+#include <optional>
 
 #include "antimeridian.h"
+#include "grid.h"
 #include "input_text.h"
+#include "settle.h"
+#include "sphere_area.h"
+#include "text_rules.h"
 
 namespace offlinetz {
 
@@ -19,10 +25,16 @@ namespace {
 namespace dom = simdjson::dom;
 
 constexpr size_t kMinRingPositions = 4;  // Three points and the first one again.
-// A mended polygon may differ from what its crossing rings enclose by this share of the area,
-// or by a square of a hundred metres: more than that is not a slip of the pen.
+// A mended polygon may differ from what its crossing rings enclose by this share of its area, or by
+// a square of a hundred metres: that is a slip of the pen. All polygons of a feature of which
+// mending changes more may together differ by this share of the feature's area.
 constexpr double kMendShare = 1e-3;
 constexpr double kMendSquareDegrees = 1e-6;
+// Rings that cross themselves and each other more often than so many times a point are not mended:
+// what that takes grows with the crossings, of which there may be as many as pairs of edges.
+constexpr size_t kMostCrossingsPerPoint = 8;
+// Units a degree in which crossings are counted, about 5 cm each; three turns of longitude fit.
+constexpr double kUnitsPerDegree = 1 << 21;
 
 using Warn = std::function<void(const std::string&)>;
 
@@ -43,8 +55,14 @@ void OnGeometryNotice(const char*, ...) {}
     throw InputError(where + ": " + reason);
 }
 
+// With what the geometry library said last.
+[[noreturn]] void FailInGeometry(const std::string& where) {
+    if (gLastGeometryError.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
+    Fail(where, gLastGeometryError);
+}
+
 GeometryPtr Checked(GEOSGeometry* geometry, const std::string& where) {
-    if (geometry == nullptr) Fail(where, gLastGeometryError);
+    if (geometry == nullptr) FailInGeometry(where);
     return GeometryPtr(geometry);
 }
 
@@ -52,11 +70,25 @@ struct Feature {
     const std::string& path;
     size_t index;
     std::string tzid;
+    std::optional<size_t> polygon;  // Which one of several.
 
     std::string Where() const {
-        return tzid.empty() ? fmt::format("{}: feature {}", path, index)
-                            : fmt::format("{}: feature {} ({})", path, index, tzid);
+        std::string where = fmt::format("{}: feature {}", path, index);
+        if (!tzid.empty()) where += fmt::format(" ({})", tzid);
+        if (polygon.has_value()) where += fmt::format(" polygon {}", *polygon);
+        return where;
     }
+};
+
+// A polygon of a feature as it was read.
+struct PolygonPart {
+    GeometryPtr area;      // Valid; may be several polygons, or empty.
+    size_t points = 0;     // Of its rings.
+    bool crosses = false;  // The antimeridian, so it was cut there.
+    std::string slip;      // What was mended and where, empty where nothing was.
+    // What mending changed where that was more than a slip of the pen.
+    double changedSquareDegrees = 0.0;
+    double changedKm2 = 0.0;
 };
 
 Positions ReadRing(const dom::element& element, const Feature& feature) {
@@ -108,7 +140,7 @@ GeometryPtr MakePolygon(const Positions* rings, size_t count, const Feature& fea
         GEOSCoordSequence* sequence = GEOSCoordSeq_copyFromBuffer(
                 rings[i].data(), static_cast<unsigned>(rings[i].size() / 2), /*hasZ=*/0,
                 /*hasM=*/0);
-        if (sequence == nullptr) Fail(feature.Where(), gLastGeometryError);
+        if (sequence == nullptr) FailInGeometry(feature.Where());
         made.push_back(Checked(GEOSGeom_createLinearRing(sequence), feature.Where()));
     }
     std::vector<GEOSGeometry*> holes = Release(made.begin() + 1, made.end());
@@ -123,9 +155,24 @@ double AreaOf(const GEOSGeometry* geometry) {
     return area;
 }
 
-// A valid polygon for one whose rings cross: what its rings enclose, as long as that is nearly
-// the same area with and without the crossing.
-GeometryPtr Mend(GeometryPtr polygon, const Feature& feature, const Warn& warn) {
+bool CrossTooOften(const GEOSGeometry* polygon) {
+    const auto toGrid = [](const std::vector<double>& xy, size_t i) {
+        return GridPoint{static_cast<int32_t>(xy[i + 1] * kUnitsPerDegree),
+                         static_cast<int32_t>(xy[i] * kUnitsPerDegree)};
+    };
+    std::vector<Edge> edges;
+    VisitRings(polygon, [&](const std::vector<double>& xy, bool, bool) {
+        for (size_t i = 0; i < xy.size(); i += 2) {
+            const Edge edge = {toGrid(xy, i), toGrid(xy, i + 2 < xy.size() ? i + 2 : 0)};
+            if (edge.a != edge.b) edges.push_back(edge);
+        }
+    });
+    return ClashMoreThan(edges, kMostCrossingsPerPoint * edges.size());
+}
+
+// A valid polygon for one whose rings cross: what its rings enclose. Adds to `part` what was
+// mended.
+GeometryPtr Mend(GeometryPtr polygon, const Feature& feature, PolygonPart* part) {
     char* text = nullptr;
     GEOSGeometry* place = nullptr;
     const char valid = GEOSisValidDetail(polygon.get(), 0, &text, &place);
@@ -140,7 +187,11 @@ GeometryPtr Mend(GeometryPtr polygon, const Feature& feature, const Warn& warn) 
         GEOSGeomGetX(location.get(), &x);
         GEOSGeomGetY(location.get(), &y);
     }
-    const std::string what = fmt::format("{} at {}, {}", reason, x, y);
+    const std::string slip = fmt::format("{} at {}, {}", reason, x, y);
+    if (CrossTooOften(polygon.get())) {
+        Fail(feature.Where(), slip + "; its edges cross too often to be mended");
+    }
+    if (part->slip.empty()) part->slip = slip;
     GEOSMakeValidParams* params = GEOSMakeValidParams_create();
     GEOSMakeValidParams_setMethod(params, GEOS_MAKE_VALID_STRUCTURE);
     GEOSMakeValidParams_setKeepCollapsed(params, 0);
@@ -150,9 +201,10 @@ GeometryPtr Mend(GeometryPtr polygon, const Feature& feature, const Warn& warn) 
     const double before = std::fabs(AreaOf(polygon.get()));
     const double change = std::fabs(AreaOf(mended.get()) - before);
     if (change > std::max(before * kMendShare, kMendSquareDegrees)) {
-        Fail(feature.Where(), what + "; mending it would change its area");
+        part->changedSquareDegrees += change;
+        part->changedKm2 +=
+                std::fabs(SquareKilometres(mended.get()) - SquareKilometres(polygon.get()));
     }
-    warn(fmt::format("{}: {}; mended", feature.Where(), what));
     return mended;
 }
 
@@ -177,14 +229,14 @@ bool AreRatherCrossing(std::vector<Positions> rings, const Feature& feature) {
 
 // The polygon of an outline and holes of which some cross the antimeridian.
 GeometryPtr ReadAcrossAntimeridian(std::vector<Positions> rings, bool allCross,
-                                   const Feature& feature, const Warn& warn) {
+                                   const Feature& feature, PolygonPart* part) {
     GeometryPtr polygon;
     for (Positions& ring : rings) {
         std::string reason;
         if ((allCross || CountLongEdges(ring).crossing > 0) && !Unwrap(&ring, &reason)) {
             Fail(feature.Where(), reason);
         }
-        const GeometryPtr area = Mend(MakePolygon(&ring, 1, feature), feature, warn);
+        const GeometryPtr area = Mend(MakePolygon(&ring, 1, feature), feature, part);
         GeometryPtr cut = Checked(CutAtAntimeridian(area.get()).release(), feature.Where());
         // Outline and hole may have been unwrapped to different sides; cut, they fit.
         polygon = polygon == nullptr
@@ -194,30 +246,42 @@ GeometryPtr ReadAcrossAntimeridian(std::vector<Positions> rings, bool allCross,
     return polygon;
 }
 
-// The valid polygon, or several, of an array of rings. Adds up their points; sets `*crosses` where
-// they cross the antimeridian.
-GeometryPtr ReadPolygon(const dom::element& element, const Feature& feature, const Warn& warn,
-                        size_t* points, bool* crosses) {
+[[noreturn]] void FailForLongEdge(const Positions& ring, size_t position, const Feature& feature) {
+    const double* p = &ring[2 * position];
+    Fail(feature.Where(),
+         fmt::format("the edge from {}, {} to {}, {} (longitude, latitude) spans {} degrees of "
+                     "longitude; --cross-antimeridian has such edges cross the antimeridian, a "
+                     "point in between has one go the long way",
+                     p[0], p[1], p[2], p[3], std::fabs(p[2] - p[0])));
+}
+
+// The polygon of an array of rings.
+PolygonPart ReadPolygon(const dom::element& element, const Feature& feature,
+                        bool crossAntimeridian) {
     dom::array array;
     if (element.get(array) || array.size() == 0) {
         Fail(feature.Where(), "a polygon is not an array of rings");
     }
+    PolygonPart part;
     std::vector<Positions> rings;
     LongEdges edges;
     for (const dom::element ring : array) {
         rings.push_back(ReadRing(ring, feature));
-        *points += rings.back().size() / 2 - 1;
+        part.points += rings.back().size() / 2 - 1;
         const LongEdges more = CountLongEdges(rings.back());
+        if (more.crossing > 0 && !crossAntimeridian) {
+            FailForLongEdge(rings.back(), more.firstCrossing, feature);
+        }
         edges.crossing += more.crossing;
         edges.aroundTheWorld += more.aroundTheWorld;
     }
     const bool allCross =
             edges.crossing == 0 && edges.aroundTheWorld > 0 && AreRatherCrossing(rings, feature);
-    if (edges.crossing == 0 && !allCross) {
-        return Mend(MakePolygon(rings.data(), rings.size(), feature), feature, warn);
-    }
-    *crosses = true;
-    return ReadAcrossAntimeridian(std::move(rings), allCross, feature, warn);
+    part.crosses = edges.crossing > 0 || allCross;
+    part.area = part.crosses
+                        ? ReadAcrossAntimeridian(std::move(rings), allCross, feature, &part)
+                        : Mend(MakePolygon(rings.data(), rings.size(), feature), feature, &part);
+    return part;
 }
 
 // The tzid of a feature.
@@ -231,16 +295,12 @@ std::string ReadTzid(const dom::element& element, const Feature& feature,
     }
     std::string_view tzid;
     if (property.get(tzid)) Fail(feature.Where(), fmt::format("its {} is not a text", name));
-    if (tzid.empty()) Fail(feature.Where(), fmt::format("its {} is empty", name));
     if (tzid.size() > options.maxTzidBytes) {
         Fail(feature.Where(), fmt::format("its {} has {} bytes; the database holds up to {}", name,
                                           tzid.size(), options.maxTzidBytes));
     }
-    if (std::any_of(tzid.begin(), tzid.end(), [](char c) {
-            return c == '"' || static_cast<unsigned char>(c) < ' ' || c == '\x7F';
-        })) {
-        Fail(feature.Where(),
-             fmt::format("its {} holds a double-quote or control character", name));
+    if (const char* fault = FaultOfIdentifier(tzid)) {
+        Fail(feature.Where(), fmt::format("its {} {}", name, fault));
     }
     return std::string(tzid);
 }
@@ -276,30 +336,51 @@ std::vector<dom::element> ReadPolygons(const dom::element& element, const Featur
     return each;
 }
 
-void ReadFeature(const dom::element& element, Feature feature, const SourceOptions& options,
-                 const Warn& warn, Source* source, std::map<std::string, ZoneParts>* zones) {
-    feature.tzid = ReadTzid(element, feature, options);
-    if (IsSeaZone(feature.tzid)) {
-        ++source->seaFeatures;
-        return;
+// Something bad in the input.
+struct Fault {
+    std::string line;           // Where and what.
+    std::optional<double> km2;  // Its area, where that is known.
+};
+
+// The polygons of a feature that can be used; adds the others to `faults`.
+std::vector<PolygonPart> ReadParts(const dom::element& element, Feature feature,
+                                   bool crossAntimeridian, const Warn& warn,
+                                   std::vector<Fault>* faults) {
+    const std::vector<dom::element> polygons = ReadPolygons(element, feature);
+    std::vector<PolygonPart> parts(polygons.size());
+    double area = 0.0;
+    double changed = 0.0;
+    for (size_t i = 0; i < polygons.size(); ++i) {
+        if (polygons.size() > 1) feature.polygon = i;
+        try {
+            parts[i] = ReadPolygon(polygons[i], feature, crossAntimeridian);
+            area += AreaOf(parts[i].area.get());
+            changed += parts[i].changedSquareDegrees;
+        } catch (const InputError& error) {
+            faults->push_back({error.what(), std::nullopt});
+        }
     }
-    std::vector<GeometryPtr> parts;
-    size_t points = 0;
-    bool crosses = false;
-    for (const dom::element& rings : ReadPolygons(element, feature)) {
-        AddPolygons(ReadPolygon(rings, feature, warn, &points, &crosses), &parts);
+    for (size_t i = 0; i < parts.size(); ++i) {
+        PolygonPart& part = parts[i];
+        if (part.slip.empty()) continue;
+        if (polygons.size() > 1) feature.polygon = i;
+        const std::string line = feature.Where() + ": " + part.slip;
+        if (part.changedSquareDegrees == 0.0) {
+            warn(line + "; mended");
+        } else if (changed <= kMendShare * area) {
+            warn(fmt::format("{}; mended, which changes its area by {:.2f} km2", line,
+                             part.changedKm2));
+        } else {
+            faults->push_back({fmt::format("{}; mending it would change its area by {:.2f} km2",
+                                           line, part.changedKm2),
+                               SquareKilometres(part.area.get())});
+            part = PolygonPart();
+        }
     }
-    if (crosses) {
-        warn(feature.Where() +
-             ": crosses the antimeridian on edges of more than 180 degrees of "
-             "longitude; cut there (an edge meant to go the long way needs a "
-             "point in between)");
-    }
-    ++source->features;
-    source->points += points;
-    ZoneParts& zone = (*zones)[feature.tzid];
-    if (zone.where.empty()) zone.where = feature.Where();
-    std::move(parts.begin(), parts.end(), std::back_inserter(zone.polygons));
+    parts.erase(std::remove_if(parts.begin(), parts.end(),
+                               [](const PolygonPart& part) { return part.area == nullptr; }),
+                parts.end());
+    return parts;
 }
 
 // Older files may name a reference system. Numbers of another one than GeoJSON's would be taken for
@@ -319,6 +400,7 @@ void RequireWgs84(const std::string& path, const dom::element& document) {
 dom::element ParseJson(std::string_view text, const std::string& where, dom::parser* parser) {
     dom::element document;
     if (const auto error = parser->parse(text.data(), text.size()).get(document)) {
+        if (error == simdjson::MEMALLOC) throw std::bad_alloc();
         const std::string place = PlaceOfJsonError(text);
         Fail(where, fmt::format("is not JSON{}{}: {}", place.empty() ? "" : " ", place,
                                 simdjson::error_message(error)));
@@ -345,6 +427,130 @@ dom::array ReadFeatures(const std::string& path, const dom::element& document) {
     return features;
 }
 
+// Collects the zones of all features, and what is bad in them.
+class SourceReader {
+  public:
+    SourceReader(const SourceOptions& options, const Warn& warn) : mOptions(options), mWarn(warn) {}
+
+    void AddError(const std::string& line) { mErrors.push_back(line); }
+
+    // `element(feature)` is the feature's JSON, or throws InputError.
+    template <typename ElementFunction>
+    void Read(const Feature& feature, const ElementFunction& element) {
+        std::vector<Fault> faults;
+        try {
+            if (ReadFeature(element(feature), feature, &faults)) {
+                mSource.leftOut.polygons += faults.size();
+            } else {
+                ++mSource.leftOut.features;
+            }
+        } catch (const InputError& error) {
+            ++mSource.leftOut.features;
+            faults.push_back({error.what(), std::nullopt});
+        }
+        for (const Fault& fault : faults)
+            LeaveOut(fault);
+    }
+
+    // Unites the polygons of each zone. Throws InputError with all that is bad, unless that is to
+    // be left out.
+    Source Finish(const std::function<void(const char*, size_t, size_t)>& progress) {
+        size_t done = 0;
+        for (auto& [tzid, zone] : mZones) {
+            try {
+                if (zone.polygons.empty()) Fail(zone.where, "its zone has no area");
+                GeometryPtr area = Checked(Unite(std::move(zone.polygons)).release(), zone.where);
+                mSource.zones.push_back({tzid, std::move(area), zone.where});
+            } catch (const InputError& error) {
+                ++mSource.leftOut.zones;
+                LeaveOut({error.what(), zone.polygons.empty() ? std::optional(0.0) : std::nullopt});
+            }
+            progress("uniting", ++done, mZones.size());
+        }
+        if (!mErrors.empty()) throw InputError(mErrors);
+        return std::move(mSource);
+    }
+
+  private:
+    void LeaveOut(const Fault& fault) {
+        if (!mOptions.skipBad) {
+            AddError(fault.line);
+            return;
+        }
+        if (fault.km2.has_value()) {
+            mSource.leftOut.km2 += *fault.km2;
+            mWarn(fmt::format("{}; left out, {:.2f} km2", fault.line, *fault.km2));
+        } else {
+            ++mSource.leftOut.ofUnknownArea;
+            mWarn(fault.line + "; left out");
+        }
+    }
+
+    // Whether any of the feature can be used, or nothing is wrong with it.
+    bool ReadFeature(const dom::element& element, Feature feature, std::vector<Fault>* faults) {
+        feature.tzid = ReadTzid(element, feature, mOptions);
+        if (IsSeaZone(feature.tzid)) {
+            ++mSource.seaFeatures;
+            return true;
+        }
+        std::vector<PolygonPart> parts =
+                ReadParts(element, feature, mOptions.crossAntimeridian, mWarn, faults);
+        if (parts.empty() && !faults->empty()) return false;
+        if (std::any_of(parts.begin(), parts.end(),
+                        [](const PolygonPart& part) { return part.crosses; })) {
+            mWarn(feature.Where() +
+                  ": crosses the antimeridian on edges of more than 180 degrees of "
+                  "longitude; cut there");
+        }
+        ++mSource.features;
+        ZoneParts& zone = mZones[feature.tzid];
+        if (zone.where.empty()) zone.where = feature.Where();
+        for (PolygonPart& part : parts) {
+            mSource.points += part.points;
+            AddPolygons(std::move(part.area), &zone.polygons);
+        }
+        return true;
+    }
+
+    const SourceOptions& mOptions;
+    const Warn& mWarn;
+    Source mSource;
+    std::map<std::string, ZoneParts> mZones;
+    std::vector<std::string> mErrors;
+};
+
+// Reads one file. Throws InputError where it is no GeoJSON of features.
+void ReadFile(const std::string& path, uint64_t maxBytes,
+              const std::function<void(const char*, size_t, size_t)>& progress,
+              SourceReader* reader) {
+    const std::string text = ReadText(path, maxBytes);
+    dom::parser parser;
+    size_t index = 0;
+    const auto read = [&](const auto& element, size_t all) {
+        reader->Read({path, index, {}, {}}, element);
+        ++index;
+        // An array's size is capped at 2^24 - 1 in the parser; more features only make the
+        // progress late.
+        progress("reading", index, std::max(index, all));
+    };
+    dom::element document;
+    std::string_view type;
+    if (parser.parse(text).get(document)) {
+        const std::vector<std::string_view> texts = SplitFeatures(text);
+        if (!BeginWithFeature(texts, &parser)) ParseJson(text, path, &parser);
+        for (const std::string_view one : texts) {
+            read([&](const Feature& f) { return ParseJson(one, f.Where(), &parser); },
+                 texts.size());
+        }
+    } else if (!document["type"].get(type) && type == "Feature") {
+        read([&](const Feature&) { return document; }, 1);
+    } else {
+        const dom::array features = ReadFeatures(path, document);
+        for (const dom::element element : features)
+            read([&](const Feature&) { return element; }, features.size());
+    }
+}
+
 }  // namespace
 
 void StartGeometry() {
@@ -355,72 +561,21 @@ bool IsSeaZone(std::string_view tzid) {
     return tzid.substr(0, 7) == "Etc/GMT";
 }
 
-InputError::InputError(const std::vector<std::string>& lines)
-    : mLines(fmt::format("{}", fmt::join(lines, "\n"))) {}
+InputError::InputError(std::vector<std::string> lines)
+    : mLines(std::move(lines)), mText(fmt::format("{}", fmt::join(mLines, "\n"))) {}
 
 Source ReadSource(const std::vector<std::string>& paths, const Warn& warn,
                   const std::function<void(const char*, size_t, size_t)>& progress,
                   const SourceOptions& options) {
-    Source source;
-    std::map<std::string, ZoneParts> parts;
-    std::vector<std::string> errors;
-    const auto onBadFeature = [&](const InputError& error) {
-        if (options.skipBad) {
-            ++source.badFeatures;
-            warn(fmt::format("{}; left out", error.what()));
-        } else {
-            errors.emplace_back(error.what());
-        }
-    };
+    SourceReader reader(options, warn);
     for (const std::string& path : paths) {
         try {
-            const std::string text = ReadText(path, options.maxInputBytes);
-            dom::parser parser;
-            size_t index = 0;
-            const auto read = [&](const auto& element, size_t all) {
-                const Feature feature = {path, index, {}};
-                try {
-                    ReadFeature(element(feature), feature, options, warn, &source, &parts);
-                } catch (const InputError& error) {
-                    onBadFeature(error);
-                }
-                ++index;
-                // An array's size is capped at 2^24 - 1 in the parser; more features only make
-                // the progress late.
-                progress("reading", index, std::max(index, all));
-            };
-            dom::element document;
-            std::string_view type;
-            if (parser.parse(text).get(document)) {
-                const std::vector<std::string_view> texts = SplitFeatures(text);
-                if (!BeginWithFeature(texts, &parser)) ParseJson(text, path, &parser);
-                for (const std::string_view one : texts) {
-                    read([&](const Feature& f) { return ParseJson(one, f.Where(), &parser); },
-                         texts.size());
-                }
-            } else if (!document["type"].get(type) && type == "Feature") {
-                read([&](const Feature&) { return document; }, 1);
-            } else {
-                const dom::array features = ReadFeatures(path, document);
-                for (const dom::element element : features)
-                    read([&](const Feature&) { return element; }, features.size());
-            }
+            ReadFile(path, options.maxInputBytes, progress, &reader);
         } catch (const InputError& error) {
-            errors.emplace_back(error.what());
+            reader.AddError(error.what());
         }
     }
-    size_t done = 0;
-    for (auto& [tzid, zone] : parts) {
-        try {
-            if (zone.polygons.empty()) Fail(zone.where, "its zone has no area");
-            GeometryPtr area = Checked(Unite(std::move(zone.polygons)).release(), zone.where);
-            source.zones.push_back({tzid, std::move(area), zone.where});
-        } catch (const InputError& error) {
-            onBadFeature(error);
-        }
-        progress("uniting", ++done, parts.size());
-    }
-    if (!errors.empty()) throw InputError(errors);
+    Source source = reader.Finish(progress);
     if (source.zones.empty()) {
         throw InputError(fmt::format("{}: no land zone in it", fmt::join(paths, ", ")));
     }
@@ -454,6 +609,7 @@ void VisitRings(const GEOSGeometry* area, const RingVisitor& visit) {
         const GEOSCoordSequence* sequence = GEOSGeom_getCoordSeq(ring);
         unsigned count = 0;
         GEOSCoordSeq_getSize(sequence, &count);
+        if (count == 0) return;  // Of an empty polygon.
         std::vector<double> xy(2 * size_t{count});
         GEOSCoordSeq_copyToBuffer(sequence, xy.data(), /*hasZ=*/0, /*hasM=*/0);
         char isCounterClockwise = 0;

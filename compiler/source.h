@@ -24,23 +24,34 @@ struct Zone {
     std::string where;  // File and number of the first feature with this tzid.
 };
 
+// What the zones lack because it is bad in the input.
+struct LeftOut {
+    size_t features = 0;
+    size_t polygons = 0;       // Of features that were kept without them.
+    size_t zones = 0;          // Zones of which nothing is left.
+    double km2 = 0.0;          // The area of all of these, ...
+    size_t ofUnknownArea = 0;  // ... but for so many of them.
+};
+
 struct Source {
     std::vector<Zone> zones;  // Sorted by tzid, each once.
     size_t features = 0;      // Features read, sea zones and bad ones left out.
     size_t seaFeatures = 0;   // Features of sea zones, which the nautical fallback answers.
-    size_t badFeatures = 0;   // Features left out because they cannot be read.
-    size_t points = 0;        // Points of the features' rings.
+    LeftOut leftOut;
+    size_t points = 0;  // Points of the features' rings.
 };
 
 // Bad input: file, feature and reason, one line for each that is bad.
 class InputError : public std::exception {
   public:
-    explicit InputError(std::string line) : mLines(std::move(line)) {}
-    explicit InputError(const std::vector<std::string>& lines);
-    const char* what() const noexcept override { return mLines.c_str(); }
+    explicit InputError(const std::string& line) : InputError(std::vector{line}) {}
+    explicit InputError(std::vector<std::string> lines);
+    const char* what() const noexcept override { return mText.c_str(); }
+    const std::vector<std::string>& Lines() const { return mLines; }
 
   private:
-    std::string mLines;
+    std::vector<std::string> mLines;  // A foreign text in one may hold a line break.
+    std::string mText;
 };
 
 // One gibibyte: six times the world's boundaries.
@@ -50,7 +61,11 @@ struct SourceOptions {
     uint64_t maxInputBytes = kDefaultMaxInputBytes;  // Of each file, unpacked.
     size_t maxTzidBytes = 255;
     std::string tzidProperty = "tzid";
-    bool skipBad = false;  // Leave bad features out, with a warning for each.
+    // Take edges of more than 180 degrees of longitude to go the short way, across the
+    // antimeridian, and cut polygons there. Else a polygon with such an edge is bad: it may as well
+    // be meant to go the long way.
+    bool crossAntimeridian = false;
+    bool skipBad = false;  // Leave bad polygons and features out, with a warning for each.
 };
 
 // Must be called once before any other function here, on the main thread.
@@ -58,9 +73,12 @@ void StartGeometry();
 
 // Reads GeoJSON FeatureCollections, text sequences or newline-delimited features (plain or gzip;
 // the path "-" is standard input) whose features carry a `tzid` property and a Polygon or
-// MultiPolygon. `warn` receives one line for each polygon that was mended or feature left out,
-// `progress` a step's name with the parts done and in all. Throws InputError, which lists all that
-// is bad in all files.
+// MultiPolygon. `warn` receives one line for each polygon that was mended and for each polygon,
+// feature or zone left out, `progress` a step's name with the parts done and in all. Throws
+// InputError, which lists all that is bad in all files.
+//
+// A polygon whose rings cross is mended: what its rings enclose becomes a valid one. It is bad
+// where that changes areas by more than a slip of the pen, measured against the whole feature.
 Source ReadSource(const std::vector<std::string>& paths,
                   const std::function<void(const std::string&)>& warn,
                   const std::function<void(const char*, size_t, size_t)>& progress,

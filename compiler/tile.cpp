@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "border_index.h"
+#include "encode.h"
+#include "output_limit.h"
 
 namespace offlinetz {
 
@@ -281,10 +283,11 @@ struct Content {
 class Tiler {
   public:
     Tiler(const std::vector<ZoneRings>& zones, const Grid& grid, size_t maxPoints,
-          const std::function<void(size_t)>& progress)
+          uint64_t maxBytes, const std::function<void(size_t)>& progress)
         : mBorders(zones),
           mWorld({{-grid.Scale(), -grid.Scale()}, {grid.Scale(), grid.Scale()}}),
           mMaxPoints(maxPoints),
+          mMaxBytes(maxBytes),
           mProgress(progress) {}
 
     // `halvings`: of the world, that made the box.
@@ -359,8 +362,29 @@ class Tiler {
                                                         : step.at);
             }
             mEntries.push_back({p.zone, box, std::move(ring)});
+            mBytes += LeastStoredBytes(mEntries.back());
         }
+        CheckSize(paths.size());
         mProgress(mEntries.size());
+    }
+
+    // Looks at the latest tile, which has so many entries.
+    void CheckSize(size_t count) {
+        if (count > mMostEntries) {
+            mMostEntries = count;
+            mFirstOfMost = mEntries.size() - count;
+        }
+        if (mBytes <= mMaxBytes) return;
+        const GridBox& box = mEntries[mFirstOfMost].box;
+        std::vector<uint32_t> zones;
+        for (size_t i = mFirstOfMost; i < mFirstOfMost + mMostEntries; ++i) {
+            const uint32_t zone = mEntries[i].zone;
+            if (zone != TableEntry::kNoZone && (zones.empty() || zones.back() != zone))
+                zones.push_back(zone);
+        }
+        throw OutputLimitError({box.min.lat + (box.max.lat - box.min.lat) / 2,
+                                box.min.lon + (box.max.lon - box.min.lon) / 2},
+                               std::move(zones));
     }
 
     // Completes the fence where the rings leave sides of it open: from a corner that a ring has,
@@ -415,8 +439,12 @@ class Tiler {
     const BorderIndex mBorders;
     const GridBox mWorld;
     const size_t mMaxPoints;
+    const uint64_t mMaxBytes;
     const std::function<void(size_t)>& mProgress;
     std::vector<TableEntry> mEntries;
+    uint64_t mBytes = 0;      // That the entries take at least.
+    size_t mMostEntries = 0;  // Of one tile, ...
+    size_t mFirstOfMost = 0;  // ... and the first of these.
 };
 
 std::vector<TableEntry> WholeRings(const std::vector<ZoneRings>& zones) {
@@ -435,7 +463,8 @@ std::vector<TableEntry> WholeRings(const std::vector<ZoneRings>& zones) {
 
 std::vector<TableEntry> TileWorld(const std::vector<ZoneRings>& zones, const Grid& grid,
                                   size_t maxPoints,
-                                  const std::function<void(size_t entries)>& progress) {
+                                  const std::function<void(size_t entries)>& progress,
+                                  uint64_t maxBytes) {
     if (maxPoints == 0) return WholeRings(zones);
     Content content;
     for (size_t zone = 0; zone < zones.size(); ++zone) {
@@ -449,7 +478,7 @@ std::vector<TableEntry> TileWorld(const std::vector<ZoneRings>& zones, const Gri
     }
     const int32_t low = -grid.Scale() - kWorldReach;
     const int32_t high = grid.Scale() + kWorldReach - 1;
-    Tiler tiler(zones, grid, maxPoints, progress);
+    Tiler tiler(zones, grid, maxPoints, maxBytes, progress);
     tiler.Divide({{low, low}, {high, high}}, 0, std::move(content));
     return tiler.TakeEntries();
 }

@@ -34,9 +34,11 @@ struct TableEntry {
 // side of the fence, one runs there and back.
 //
 // `zones` must be mended; 0 points give one entry a ring, whole, with the ring's box. `progress`
-// receives the entries made so far.
+// receives the entries made so far. Throws OutputLimitError (output_limit.h) where the entries of
+// tiles would take more than `maxBytes` in the file.
 std::vector<TableEntry> TileWorld(const std::vector<ZoneRings>& zones, const Grid& grid,
                                   size_t maxPoints,
-                                  const std::function<void(size_t entries)>& progress);
+                                  const std::function<void(size_t entries)>& progress,
+                                  uint64_t maxBytes = UINT64_MAX);
 
 }  // namespace offlinetz

@@ -76,6 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (switches % 8 >= 6) options.toleranceMetres = 100.0 * choices.Byte();
     options.maxTilePoints = switches % 16 < 8 ? 32 : switches % 32 < 24 ? 0 : 200;
     options.bareIdentifiers = switches >= 128;
+    options.crossAntimeridian = true;
     options.skipBad = switches % 64 < 32;
     options.maxInputBytes = 1 << 20;
     options.selfCheckPoints = 64;

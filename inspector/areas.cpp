@@ -1,16 +1,12 @@
 #include "areas.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 #include <stdexcept>
 
 namespace offlinetz {
 
 namespace {
 
-constexpr double kRadiansPerDegree = 0.017453292519943295;
-constexpr double kEarthRadius = 6371.0088;  // Kilometres.
 constexpr double kHalfUnit = 0.5;
 
 GridPoint Clamped(const GridPoint& p, int32_t scale) {
@@ -35,22 +31,6 @@ GEOSGeometry* LineOf(const GridRing& ring, int32_t scale) {
                            DegreesOf(points[i].lat, scale, 90.0));
     }
     return GEOSGeom_createLineString(sequence);
-}
-
-// The area of a ring, longitudes and latitudes in turn; negative where it runs counterclockwise.
-double ClockwiseSquareKilometres(const std::vector<double>& xy) {
-    double sum = 0.0;
-    for (size_t i = 0; i < xy.size(); i += 2) {
-        const size_t next = i + 2 < xy.size() ? i + 2 : 0;
-        const double fromLat = xy[i + 1] * kRadiansPerDegree;
-        const double toLat = xy[next + 1] * kRadiansPerDegree;
-        // The mean of the sine along the edge.
-        const double half = (toLat - fromLat) / 2.0;
-        const double mean =
-                std::sin((fromLat + toLat) / 2.0) * (half != 0.0 ? std::sin(half) / half : 1.0);
-        sum += (xy[next] - xy[i]) * kRadiansPerDegree * mean;
-    }
-    return sum * kEarthRadius * kEarthRadius;
 }
 
 }  // namespace
@@ -83,15 +63,6 @@ double SquareKilometres(const ZoneRings& rings, int32_t scale) {
         }
         sum += ClockwiseSquareKilometres(xy);
     }
-    return sum;
-}
-
-double SquareKilometres(const GEOSGeometry* area) {
-    double sum = 0.0;
-    VisitRings(area, [&](const std::vector<double>& xy, bool isHole, bool) {
-        const double ring = std::fabs(ClockwiseSquareKilometres(xy));
-        sum += isHole ? -ring : ring;
-    });
     return sum;
 }
 

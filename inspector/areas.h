@@ -3,6 +3,7 @@
 
 #include <mend.h>
 #include <source.h>
+#include <sphere_area.h>
 
 #include <array>
 
@@ -19,9 +20,6 @@ std::array<double, 4> BoundsOf(const ZoneRings& rings, int32_t scale);
 // The area in square kilometres on a sphere of the earth's size, along edges that are straight in
 // latitude and longitude. Outlines count, holes are taken off.
 double SquareKilometres(const ZoneRings& rings, int32_t scale);
-
-// The same of polygons in degrees.
-double SquareKilometres(const GEOSGeometry* area);
 
 // The valid area, in degrees, that is inside an odd number of the rings. Throws std::runtime_error
 // where the geometry library fails.

@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "read_limit.h"
+
 namespace offlinetz {
 
 namespace {
@@ -81,7 +83,8 @@ InspectedDatabase InspectZones(const ZDDatabase& database,
                                const std::function<void(size_t, size_t)>& progress) {
     InspectedDatabase inspected;
     inspected.entries = DecodeTable(database, &inspected.tableEnd);
-    zonedetect::ReadBudget budget(database.length);
+    ReadLimit limit(database);
+    int64_t edgesLeft = zonedetect::ReadBudget::Bytes(database.length);
     std::map<uint32_t, std::pair<InspectedZone, std::vector<Edge>>> zones;
     GridRing ring;
     for (size_t i = 0; i < inspected.entries.size(); ++i) {
@@ -89,23 +92,29 @@ InspectedDatabase InspectZones(const ZDDatabase& database,
         if (i % kProgressInterval == 0) progress(i, inspected.entries.size());
         const bool isInside = entry.record < database.polygonDataOffset;
         uint32_t end;
-        if (!isInside || !DecodeRing(database, entry.ring, &ring, &end)) continue;
-        budget.Spend(end - entry.ring);
-        if (budget.IsSpent()) {
+        if (!isInside) continue;
+        const bool isGood = DecodeRing(database, entry.ring, &ring, &end);
+        limit.Spend(end > entry.ring ? end - entry.ring : 0);
+        if (limit.IsSpent() || edgesLeft < 0) {
             throw std::runtime_error(
-                    "its entries share rings too often for them to be put together");
+                    "its rings lie over each other or are shared too often to be read");
         }
+        if (!isGood) continue;
         auto& [zone, edges] = zones[entry.record];
         ++zone.entries;
         zone.entryPoints += ring.size();
         zone.ringBytes += end - entry.ring;
+        const size_t before = edges.size();
         for (size_t p = 0; p < ring.size(); ++p) {
             if (entry.box.Contains(ring[p]))
                 edges.push_back({ring[p], ring[p + 1 < ring.size() ? p + 1 : 0]});
         }
+        edgesLeft -= static_cast<int64_t>(edges.size() - before);
     }
     for (auto& [record, pair] : zones) {
         auto& [zone, edges] = pair;
+        limit.Spend(RecordCost(database, record));
+        if (limit.IsSpent()) throw std::runtime_error("its records take too long to read");
         uint32_t end;
         std::string stored;
         zone.record = record;

@@ -40,8 +40,8 @@ struct InspectedDatabase {
 // point lies in one tile, which has all edges there whole; fences and detours run outside. So the
 // rings are those that were tiled, edge for edge.
 //
-// `progress` receives the entries done and all. Throws std::runtime_error where a hostile database
-// has rings read more often than any lookup would.
+// `progress` receives the entries done and all. Throws std::runtime_error where a database
+// has rings or records read so often that it would take minutes (read_limit.h).
 InspectedDatabase InspectZones(const ZDDatabase& database,
                                const std::function<void(size_t, size_t)>& progress);
 

@@ -83,20 +83,51 @@ Bytes FaultyDatabase() {
     return raw.File();
 }
 
+// One zone whose 4,797 entries share two rings: 4,097 a small one, one more than a lookup collects,
+// and 700 a long one, which have more bytes than a lookup reads. Either a point meets all of a
+// ring's entries, or the first lie in a box beside their ring and the others in two boxes.
+Bytes CrowdedDatabase(bool isTooMuch) {
+    RawDatabase raw;
+    raw.AddRecord("\"A\"");
+    raw.polygons = Unsigned(3) + Signed(0) + Signed(0) + Signed(9) + Signed(0) + Signed(-9) +
+                   Signed(9) + Unsigned(1000) + Signed(4000) + Signed(0);
+    for (int i = 1; i < 998; ++i)
+        raw.polygons = raw.polygons + Signed(1) + Signed(0);
+    raw.polygons = raw.polygons + Signed(0) + Signed(5000) + Signed(-997) + Signed(0);
+    const auto add = [&](const offlinetz::GridBox& box, uint32_t ringDelta) {
+        raw.boxTable = raw.boxTable + Signed(box.min.lat) + Signed(box.min.lon) +
+                       Signed(box.max.lat) + Signed(box.max.lon) + Signed(0) + Unsigned(ringDelta);
+    };
+    for (int32_t i = 0; i < 4097; ++i)
+        isTooMuch ? add({{0, 0}, {9 + i, 20}}, 0) : add({{0, 100}, {9, 109}}, 0);
+    for (int32_t i = 0; i < 700; ++i) {
+        const int32_t lat = isTooMuch || i < 350 ? 4200 : 4300;
+        add({{lat, 100}, {lat + 9, 109}}, i == 0 ? 7 : 0);
+    }
+    return raw.File();
+}
+
 TEST(Cli, BehavesAsTheTranscriptSays) {
     CheckCommands("cli/cli.transcript", [] {
         fs::create_directory("offlinetz");
         const Bytes good = SampleDatabase("\"Zone/A\"", 1);
         Bytes damaged = SampleDatabase("\"Zone/C\"", 3);
         damaged[9] ^= 1;
+        RawDatabase texts;
+        texts.headerStrings = String("TimezoneId") + String("\x1b[2J\n");
+        for (const char* zone : {"\"error:A\"", "\"x\x1b[2J\xff\""})
+            texts.AddRing(texts.AddRecord(zone), {{0, 0}, {100000, 0}, {0, 100000}});
         RawDatabase refused;
         refused.headerStrings = String("TimezoneId") + Unsigned(5000);
         WriteFile("a.bin", good);
         WriteFile("b.bin", SampleDatabase("\"Zone/B\"", 2, 20000));
         WriteFile("damaged.bin", damaged);
         WriteFile("refused.bin", refused.File());
+        WriteFile("texts.bin", texts.File());
         WriteFile("junk.bin", WithTrailer(Bytes(40, 'x')));
         WriteFile("faulty.bin", FaultyDatabase());
+        WriteFile("crowded.bin", CrowdedDatabase(false));
+        WriteFile("overcrowded.bin", CrowdedDatabase(true));
         WriteFile("empty.bin", {});
         WriteFile("header.bin", Bytes(good.begin(), good.begin() + 20));
         WriteFile("short.bin", Bytes(good.begin(), good.end() - 1));

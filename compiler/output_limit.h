@@ -1,0 +1,28 @@
+// What stops a compile whose result would be out of proportion to its input.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include "grid.h"
+
+namespace offlinetz {
+
+// Ten times the world at the default tolerance, and more than the world takes at any.
+constexpr uint64_t kDefaultMaxOutputBytes = uint64_t{64} << 20;
+
+// The database would become larger than it may. Overlaps are what makes it so: each zone that
+// covers a tile has an entry there, and each crossing of borders is a vertex of both.
+struct OutputLimitError : std::exception {
+    OutputLimitError(const GridPoint& place, std::vector<uint32_t> zonesThere)
+        : at(place), zones(std::move(zonesThere)) {}
+    const char* what() const noexcept override { return "the database would become too large"; }
+
+    GridPoint at;                 // Where most zones or crossings are, of what was made until then.
+    std::vector<uint32_t> zones;  // The indexes of the zones there, each once.
+};
+
+}  // namespace offlinetz
