@@ -57,7 +57,7 @@ void OnGeometryNotice(const char*, ...) {}
 
 // With what the geometry library said last.
 [[noreturn]] void FailInGeometry(const std::string& where) {
-    if (gLastGeometryError.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
+    ThrowIfGeometryLacksMemory();
     Fail(where, gLastGeometryError);
 }
 
@@ -396,11 +396,18 @@ void RequireWgs84(const std::string& path, const dom::element& document) {
     Fail(path, fmt::format("its crs is {}; only longitude and latitude of WGS 84 are read", name));
 }
 
+// What the parser gave. Throws std::bad_alloc for lack of memory, after which the parser must not
+// be used again: it would write through a null pointer.
+simdjson::error_code Take(simdjson::simdjson_result<dom::element> parsed, dom::element* document) {
+    const auto error = parsed.get(*document);
+    if (error == simdjson::MEMALLOC) throw std::bad_alloc();
+    return error;
+}
+
 // `where` names the text.
 dom::element ParseJson(std::string_view text, const std::string& where, dom::parser* parser) {
     dom::element document;
-    if (const auto error = parser->parse(text.data(), text.size()).get(document)) {
-        if (error == simdjson::MEMALLOC) throw std::bad_alloc();
+    if (const auto error = Take(parser->parse(text.data(), text.size()), &document)) {
         const std::string place = PlaceOfJsonError(text);
         Fail(where, fmt::format("is not JSON{}{}: {}", place.empty() ? "" : " ", place,
                                 simdjson::error_message(error)));
@@ -412,7 +419,7 @@ dom::element ParseJson(std::string_view text, const std::string& where, dom::par
 bool BeginWithFeature(const std::vector<std::string_view>& texts, dom::parser* parser) {
     dom::element first;
     std::string_view type;
-    return !texts.empty() && !parser->parse(texts[0].data(), texts[0].size()).get(first) &&
+    return !texts.empty() && !Take(parser->parse(texts[0].data(), texts[0].size()), &first) &&
            !first["type"].get(type) && type == "Feature";
 }
 
@@ -535,7 +542,7 @@ void ReadFile(const std::string& path, uint64_t maxBytes,
     };
     dom::element document;
     std::string_view type;
-    if (parser.parse(text).get(document)) {
+    if (Take(parser.parse(text), &document)) {
         const std::vector<std::string_view> texts = SplitFeatures(text);
         if (!BeginWithFeature(texts, &parser)) ParseJson(text, path, &parser);
         for (const std::string_view one : texts) {
@@ -555,6 +562,10 @@ void ReadFile(const std::string& path, uint64_t maxBytes,
 
 void StartGeometry() {
     initGEOS(OnGeometryNotice, OnGeometryMessage);
+}
+
+void ThrowIfGeometryLacksMemory() {
+    if (gLastGeometryError.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
 }
 
 bool IsSeaZone(std::string_view tzid) {

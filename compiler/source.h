@@ -71,6 +71,10 @@ struct SourceOptions {
 // Must be called once before any other function here, on the main thread.
 void StartGeometry();
 
+// For those whose call of the geometry library has just failed: throws std::bad_alloc where it
+// failed for lack of memory.
+void ThrowIfGeometryLacksMemory();
+
 // Reads GeoJSON FeatureCollections, text sequences or newline-delimited features (plain or gzip;
 // the path "-" is standard input) whose features carry a `tzid` property and a Polygon or
 // MultiPolygon. `warn` receives one line for each polygon that was mended and for each polygon,

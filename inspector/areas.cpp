@@ -74,6 +74,7 @@ GeometryPtr AreaOf(const ZoneRings& rings, int32_t scale) {
     const GeometryPtr all(GEOSGeom_createCollection(GEOS_MULTILINESTRING, lines.data(),
                                                     static_cast<unsigned>(lines.size())));
     GeometryPtr area(all != nullptr ? GEOSBuildArea(all.get()) : nullptr);
+    if (area == nullptr) ThrowIfGeometryLacksMemory();
     if (area == nullptr || GEOSisValid(area.get()) != 1) {
         throw std::runtime_error("its rings cross, so they bound no area");
     }

@@ -17,7 +17,10 @@ namespace {
 constexpr double kSameLand = 0.9;
 
 GeometryPtr Checked(GEOSGeometry* geometry) {
-    if (geometry == nullptr) throw std::runtime_error("its areas cannot be compared");
+    if (geometry == nullptr) {
+        ThrowIfGeometryLacksMemory();
+        throw std::runtime_error("its areas cannot be compared");
+    }
     return GeometryPtr(geometry);
 }
 
