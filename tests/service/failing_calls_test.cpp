@@ -347,8 +347,8 @@ TEST(FailingIndex, IsBoundedAndTriedSeldom) {
     while (database->directory->Get(*database) == nullptr)
         built += '0';
     EXPECT_EQ("0000000000", built);  // One lookup more to wait for.
-    EXPECT_LT(calls::LiveBytes() - before, 24 * kRuns + 272000);
-    EXPECT_LT(calls::MostBytes() - before, 72 * kRuns + 1300000);
+    EXPECT_LT(calls::LiveBytes() - before, 22 * kRuns + 280 * 1024);
+    EXPECT_LT(calls::MostBytes() - before, 72 * kRuns + (1 << 20));
 }
 
 // Whatever the worker waits for: nobody who asks for its state waits with it.

@@ -1,4 +1,5 @@
 // The library, loaded: every flow that a client can take, with its answers and its log.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <host/death_registry.h>
 #include <sys/wait.h>
@@ -274,22 +275,35 @@ TEST_F(FlowTest, NobodyRegistersWhileItEnds) {
     EXPECT_EQ(2, client->getStrongCount());  // The test's and the service object's.
 }
 
-// A process that was forked off ends like any other.
-TEST_F(FlowTest, AForkedProcessEnds) {
+// A process that is forked off and uses the service first gets all its answers before it ends. One
+// that is forked off later has no worker, and ends like any other.
+TEST_F(FlowTest, ForkedProcessesEnd) {
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 1));
-    LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
-    const sp<Recorder> client = new Recorder;
-    service->startLookup(client);
-    service->Lookup("1", "2");
-    ASSERT_TRUE(client->WaitFor(1));
-    const pid_t child = fork();
-    if (child == 0) {
+    ASSERT_NE(nullptr, dlopen(OFFLINETZ_LOCAL_LIBRARY, RTLD_NOW | RTLD_LOCAL));
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    const auto waitFor = [](pid_t child) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        return status;
+    };
+    const pid_t user = fork();
+    if (user == 0) {
         alarm(60);
-        std::exit(0);
+        LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
+        const sp<Recorder> client = new Recorder;
+        client->onReport = [&] { EXPECT_EQ(1, write(ends[1], "r", 1)); };
+        service->startLookup(client);
+        for (int i = 0; i < 4; ++i)
+            service->Lookup("1", "2");
+        const pid_t idler = fork();
+        std::exit(idler == 0 ? 0 : waitFor(idler));
     }
-    int status;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(0, waitFor(user));
+    close(ends[1]);
+    char reports[8];
+    EXPECT_EQ(4, read(ends[0], reports, sizeof reports));
+    close(ends[0]);
 }
 
 // Threads go on calling while the process ends, and so does an exit handler that is older than the

@@ -14,7 +14,10 @@ put() {
       =) ln $active $path ;;
       directory) mkdir $path ;;
       pipe) mkfifo $path ;;
-      read-pipe) mkfifo $path; timeout 60 sh -c ": <$path" & ;;
+      read-pipe)
+        mkfifo $path
+        sh -c ": <$path" &
+        until grep -q ') S ' /proc/$!/stat; do :; done ;;  # It waits for a writer now.
       '->/'*) ln -s "${1#??}" $path ;;
       '->'*) ln -s "$PWD/${1#??}" $path ;;
       *) cp "$1" $path ;;

@@ -61,8 +61,9 @@ class sp {
     ~sp() { clear(); }
 
     // As on the platform, the old object is released before the new one is stored: what its end
-    // calls finds the old reference here.
-    sp& operator=(const sp& other) {  // NOLINT(bugprone-unhandled-self-assignment): it is safe.
+    // calls finds the old reference here. Assigning a reference to itself changes nothing.
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
+    sp& operator=(const sp& other) {
         T* const object = other.mObject;
         if (object != nullptr) object->incStrong(this);
         if (mObject != nullptr) mObject->decStrong(this);

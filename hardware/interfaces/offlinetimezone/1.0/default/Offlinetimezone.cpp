@@ -61,9 +61,7 @@ namespace {
 // What happens at process exit: the client's callback is dropped, then the worker ends.
 struct Closer {
     ~Closer() {
-        // A process that was forked off has no worker thread to wait for, and locks that threads of
-        // the other one may have held.
-        if (getpid() != mLoader) return;
+        if (lookupThread.IsOfAnotherProcess()) return;
         sp<IOfflinetimezoneCallback> last;  // Released after the lock.
         {
             const std::lock_guard<std::mutex> lock(registrationMutex);
@@ -73,7 +71,6 @@ struct Closer {
         last.clear();
         lookupThread.Close();
     }
-    const pid_t mLoader = getpid();
 } closer;
 
 // Takes the client's link away and, if the client is registered all the same because it has
@@ -160,7 +157,8 @@ Return<bool> Offlinetimezone::stopLookup(const sp<IOfflinetimezoneCallback>& cal
         const std::lock_guard<std::mutex> lock(registrationMutex);
         latest = mCallback;
     }
-    // A client in another process has a proxy of its own in each call. Asks the client's object.
+    // A client in another process has a new proxy in each call: interfacesEqual compares the
+    // objects behind them. It may call the client, so no lock is held.
     if (!interfacesEqual(latest, callback)) return false;
     sp<IOfflinetimezoneCallback> dropped;  // Released after the lock.
     const std::lock_guard<std::mutex> lock(registrationMutex);

@@ -101,9 +101,15 @@ bool WorkerThread::CreateThread() {
             fail(error.code());
         }
         mExitMessage.swap(exitMessage);
+        mProcess = getpid();
     }
     if (mLookup == nullptr) mLookup = std::move(lookup);
     return true;
+}
+
+bool WorkerThread::IsOfAnotherProcess() const {
+    const pid_t process = mProcess.load();
+    return process != 0 && process != getpid();
 }
 
 void WorkerThread::ExitThread() {
@@ -120,7 +126,8 @@ void WorkerThread::ExitThread() {
     mCv.notify_one();
     mIsJoining = true;
     while (mThread != nullptr) {  // A thread that a client ended has put another in its place.
-        const std::unique_ptr<std::thread> thread = std::move(mThread);
+        std::unique_ptr<std::thread> thread;
+        thread.swap(mThread);
         lock.unlock();
         thread->join();
         lock.lock();
@@ -212,6 +219,8 @@ pthread_t WorkerThread::GetCurrentThreadId() {
 }
 
 void WorkerThread::Run() {
+    // Without memory for this, which C libraries need for a process's later keys only, nobody takes
+    // over from this thread.
     pthread_setspecific(*mEndKey, this);
     Process();
     pthread_setspecific(*mEndKey, nullptr);

@@ -106,6 +106,10 @@ class WorkerThread {
     // report, it lets the thread go instead.
     void ExitThread();
 
+    // Whether the thread was started in another process, of which this one was forked off: it has
+    // the object, with locks as threads of the other one held them, and no thread to wait for.
+    bool IsOfAnotherProcess() const;
+
     // Post one message and return at once. `data` must not be null and belongs to the worker, also
     // when std::bad_alloc is thrown and nothing was posted.
     void PostMsg(const MsgData* data);          // MSG_LOOKUP
@@ -180,7 +184,8 @@ class WorkerThread {
 
     // The queue's length, kept beside it so that it can be asked without its lock.
     std::atomic<uint32_t> mMsgLength{0};
-    bool mIsClosed = false;   // Guarded by mMutex.
+    std::atomic<pid_t> mProcess{0};  // That has started the thread; 0: none has.
+    bool mIsClosed = false;          // Guarded by mMutex.
     bool mIsJoining = false;  // Guarded by mMutex: ExitThread has taken mThread and waits for it.
     // Holds the worker on its thread, for OnThreadEnd. Made before the first thread starts.
     std::optional<pthread_key_t> mEndKey;

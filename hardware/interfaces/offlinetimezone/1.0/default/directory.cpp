@@ -279,7 +279,7 @@ class Directory::Builder {
     Directory& mDirectory;
     GrowingArray<Box> mBoxes;           // Of the runs.
     uint32_t mBegins[kCells + 1] = {};  // Where the runs of each cell begin in mListed ...
-    uint32_t mNext[kCells];             // ... and where the next one goes.
+    uint32_t mNext[kCells] = {};        // ... and where the next one goes.
     GrowingArray<uint32_t> mListed;
     GrowingArray<uint32_t> mSaved;  // Runs of both halves, for the second halves to come.
     size_t mLimit = 0;              // Of the words.
