@@ -122,8 +122,9 @@ WRAP(void*, calloc, (size_t count, size_t size)) {
 }
 WRAP(void*, realloc, (void* memory, size_t size)) {
     if (!Passes(kAllocation)) return nullptr;
-    // The old block and the new one may be there at once.
-    gMostBytes = std::max<long>(gMostBytes, gLiveBytes + static_cast<long>(size));
+    // Where a block grows, the old one and the new one may be there at once.
+    if (memory != nullptr && size > malloc_usable_size(memory))
+        gMostBytes = std::max<long>(gMostBytes, gLiveBytes + static_cast<long>(size));
     Discount(memory);
     return Counted(__real_realloc(memory, size));
 }

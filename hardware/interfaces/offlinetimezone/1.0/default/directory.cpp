@@ -19,9 +19,12 @@ constexpr size_t WordsFor(size_t runs) {
     return 2 * runs + runs / 2 + 65536;
 }
 
-// How many boxes may be looked at in halving a cell, for each run of it. No cell of the world takes
-// more than 11.
-constexpr size_t kLooksPerRun = 24;
+// How many runs the halves on the way from a cell to a node may list together, where the cell has
+// so many. It stops the halving where halves keep nearly all runs; in the world hardly a node meets
+// it.
+constexpr size_t RoomForHalves(size_t runs) {
+    return 6 * runs + 64;
+}
 
 constexpr uint32_t kAlone = 0x80000000u;   // The rest is a run.
 constexpr uint32_t kListed = 0x40000000u;  // The rest is a count.
@@ -74,7 +77,7 @@ class Directory::Builder {
         uint8_t east;
     };
 
-    // Consecutive runs of mListed.
+    // Some runs, in the table's order.
     struct Range {
         uint32_t* begin;
         size_t count;
@@ -84,12 +87,6 @@ class Directory::Builder {
     struct Region {
         Part lat;
         Part lon;
-
-        bool IsSplitByLat() const { return lat.max - lat.min > lon.max - lon.min; }
-        const Part& Longer() const { return IsSplitByLat() ? lat : lon; }
-        Region Half(const Part& half) const {
-            return IsSplitByLat() ? Region{half, lon} : Region{lat, half};
-        }
     };
 
     Outcome ReadRuns(const ZDDatabase& db) {
@@ -176,102 +173,78 @@ class Directory::Builder {
 
     Outcome AddCells() {
         GrowingArray<uint32_t>& words = mDirectory.mWords;
-        if (!words.Reserve(mLimit)) return Outcome::kNoMemory;
         size_t needed = 0;  // By the cells that are still to be added.
-        for (size_t cell = 0; cell < kCells; ++cell)
-            needed += LeafWords(mBegins[cell + 1] - mBegins[cell]);
+        size_t most = 0;
+        for (size_t cell = 0; cell < kCells; ++cell) {
+            const size_t count = mBegins[cell + 1] - mBegins[cell];
+            needed += LeafWords(count);
+            most = std::max(most, count);
+        }
         if (needed > mLimit) return Outcome::kUseless;
+        if (!words.Reserve(mLimit) || !mHalves.Reserve(RoomForHalves(most)))
+            return Outcome::kNoMemory;
         for (size_t cell = 0; cell < kCells; ++cell) {
             const Range runs = {mListed.begin() + mBegins[cell], mBegins[cell + 1] - mBegins[cell]};
+            // What is left is shared out by the number of runs.
+            const size_t own = LeafWords(runs.count);
+            const uint64_t spare = mLimit - words.Size() - needed;
+            const size_t left = std::max<size_t>(mListed.Size() - mBegins[cell], 1);
+            needed -= own;
             mDirectory.mTop[cell] = static_cast<uint32_t>(words.Size());
-            mLooksLeft = kLooksPerRun * runs.count;
-            needed -= LeafWords(runs.count);
-            const size_t left = mListed.Size() - mBegins[cell];
-            if (!AddNode({mDirectory.mLat.PartOf(cell / kTopCells),
-                          mDirectory.mLon.PartOf(cell % kTopCells)},
-                         runs, ShareOf(mLimit - needed, runs.count, left))) {
-                return Outcome::kNoMemory;
-            }
+            mHalvesEnd = mHalves.begin() + RoomForHalves(runs.count);
+            AddNode({mDirectory.mLat.PartOf(cell / kTopCells),
+                     mDirectory.mLon.PartOf(cell % kTopCells)},
+                    runs, mHalves.begin(),
+                    words.Size() + own + static_cast<size_t>(spare * runs.count / left));
         }
         words.Trim();
         return Outcome::kBuilt;
     }
 
-    // Where the words of a node must end that meets `count` of the `total` runs which have the room
-    // up to `limit`: it has what it needs, and of the rest a share.
-    size_t ShareOf(size_t limit, size_t count, size_t total) const {
-        const size_t needed = mDirectory.mWords.Size() + LeafWords(count);
-        if (count == total) return limit;
-        return needed + static_cast<size_t>(uint64_t{limit - needed} * count / total);
-    }
-
-    // Adds the node of a region, which meets `runs` and puts them in another order, and all nodes
-    // below it. `limit` is where the words must end; they have room for a leaf at least. False when
-    // memory is short.
-    bool AddNode(const Region& region, const Range& runs, size_t limit) {
+    // Adds the node of a region, which meets `runs`, and all nodes below it. From `room` on there
+    // is room for the runs of its halves. `limit` is where the words must end; they have room for a
+    // leaf at least.
+    void AddNode(const Region& region, const Range& runs, uint32_t* room, size_t limit) {
         GrowingArray<uint32_t>& words = mDirectory.mWords;
-        const size_t node = words.Size();
         if (runs.count == 1) {
             words.Push(kAlone | *runs.begin);
-            return true;
+            return;
         }
-        const Halves halves = runs.count > 0 ? Halve(region, runs, limit) : Halves{};
-        if (!halves.areWorthIt) {
-            std::sort(runs.begin, runs.begin + runs.count);  // The table's order.
+        const bool isSplitByLat = region.lat.max - region.lat.min > region.lon.max - region.lon.min;
+        const Part& whole = isSplitByLat ? region.lat : region.lon;
+        const int64_t middle = whole.Middle();
+        Range first = {room, 0};
+        Range second = {room + runs.count, 0};
+        if (runs.count > 0 && whole.min < whole.max &&
+            2 * runs.count <= static_cast<size_t>(mHalvesEnd - room)) {
+            const auto halve = [&](auto least, auto most) {
+                for (size_t i = 0; i < runs.count; ++i) {
+                    const uint32_t run = runs.begin[i];
+                    first.begin[first.count] = run;
+                    second.begin[second.count] = run;
+                    first.count += mBoxes[run].*least <= middle ? 1u : 0u;
+                    second.count += mBoxes[run].*most > middle ? 1u : 0u;
+                }
+            };
+            isSplitByLat ? halve(&Box::minLat, &Box::maxLat) : halve(&Box::minLon, &Box::maxLon);
+        }
+        const size_t needed = words.Size() + 1 + LeafWords(first.count) + LeafWords(second.count);
+        if (first.count + second.count == 0 || needed > limit) {
             words.Push(kListed | static_cast<uint32_t>(runs.count));
             for (size_t i = 0; i < runs.count; ++i)
                 words.Push(runs.begin[i]);
-            return true;
+            return;
         }
-        const Part& whole = region.Longer();
-        const int64_t middle = whole.Middle();
-        const size_t listings = halves.first.count + halves.second.count;
+        const size_t node = words.Size();
         words.Push(0);
-        // The runs of both halves are put back where the first half has moved them.
-        const size_t both = listings - runs.count;
-        if (!mSaved.ReserveMore(both)) return false;
-        for (size_t i = 0; i < both; ++i)
-            mSaved.Push(halves.second.begin[i]);
-        const size_t share =
-                ShareOf(limit - LeafWords(halves.second.count), halves.first.count, listings);
-        if (!AddNode(region.Half({whole.min, middle}), halves.first, share)) return false;
-        std::copy_n(mSaved.end() - both, both, halves.second.begin);
-        mSaved.SetSize(mSaved.Size() - both);
+        const Part south = {whole.min, middle};
+        const Part north = {middle + 1, whole.max};
+        room = second.begin + second.count;
+        AddNode(isSplitByLat ? Region{south, region.lon} : Region{region.lat, south}, first, room,
+                words.Size() + LeafWords(first.count) + (limit - needed) / 2);
         words[node] = static_cast<uint32_t>(words.Size());
-        return AddNode(region.Half({middle + 1, whole.max}), halves.second, limit);
-    }
-
-    struct Halves {
-        bool areWorthIt = false;
-        Range first = {nullptr, 0};   // At the front of the runs ...
-        Range second = {nullptr, 0};  // ... and at their back; runs of both are in the middle.
-    };
-
-    // Parts `runs` into those that each half of a region meets, unless there is no room for the
-    // nodes of the halves, or nothing left to halve.
-    Halves Halve(const Region& region, const Range& runs, size_t limit) {
-        const Part& whole = region.Longer();
-        if (whole.min >= whole.max || runs.count > mLooksLeft) return {};
-        mLooksLeft -= runs.count;
-        const bool isSplitByLat = region.IsSplitByLat();
-        const int64_t middle = whole.Middle();
-        const auto isInFirst = [&](uint32_t run) {
-            return (isSplitByLat ? mBoxes[run].minLat : mBoxes[run].minLon) <= middle;
-        };
-        const auto isInSecond = [&](uint32_t run) {
-            return (isSplitByLat ? mBoxes[run].maxLat : mBoxes[run].maxLon) > middle;
-        };
-        size_t counts[2] = {0, 0};
-        for (size_t i = 0; i < runs.count; ++i) {
-            counts[0] += isInFirst(runs.begin[i]) ? 1u : 0u;
-            counts[1] += isInSecond(runs.begin[i]) ? 1u : 0u;
-        }
-        const size_t needed = 1 + LeafWords(counts[0]) + LeafWords(counts[1]);
-        if (mDirectory.mWords.Size() + needed > limit) return {};
-        uint32_t* const end = runs.begin + runs.count;
-        uint32_t* const notInFirst = std::partition(runs.begin, end, isInFirst);
-        std::partition(runs.begin, notInFirst, [&](uint32_t run) { return !isInSecond(run); });
-        return {true, {runs.begin, counts[0]}, {end - counts[1], counts[1]}};
+        AddNode(isSplitByLat ? Region{north, region.lon} : Region{region.lat, north}, second, room,
+                limit);
     }
 
     static constexpr size_t kCells = size_t{kTopCells} * kTopCells;
@@ -281,9 +254,9 @@ class Directory::Builder {
     uint32_t mBegins[kCells + 1] = {};  // Where the runs of each cell begin in mListed ...
     uint32_t mNext[kCells] = {};        // ... and where the next one goes.
     GrowingArray<uint32_t> mListed;
-    GrowingArray<uint32_t> mSaved;  // Runs of both halves, for the second halves to come.
-    size_t mLimit = 0;              // Of the words.
-    size_t mLooksLeft = 0;          // In the cell at hand.
+    GrowingArray<uint32_t> mHalves;  // Of the regions at hand, from the cell to the node.
+    uint32_t* mHalvesEnd = nullptr;  // Of the room for the cell at hand.
+    size_t mLimit = 0;               // Of the words.
 };
 
 Directory::Outcome Directory::Build(const ZDDatabase& db) {

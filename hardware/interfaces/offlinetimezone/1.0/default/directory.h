@@ -19,7 +19,7 @@ namespace zonedetect {
 // bisection). Boxes that were made by halving, as the compiler makes them, then end up alone.
 //
 // It keeps at most 22 bytes a run and 280 KB. Making it takes at most 72 bytes a run and 1 MB more,
-// in time proportional to the runs and the logarithm of their number.
+// and time in proportion to the runs, with at most 52 halvings.
 class Directory {
   public:
     // Some runs, in the table's order.
