@@ -22,7 +22,7 @@ namespace {
 
 constexpr char kTag[] = "OfflinetimezoneInterface";
 
-#define LOG(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
+#define LOG_LINE(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
 
 // The open database, or null. Only the worker thread changes it and looks points up in it; the
 // lock orders those changes against version queries from other threads and is held for the
@@ -60,7 +60,7 @@ char* JoinZoneStrings(const ZDResult* results) {
     for (const ZDResult* entry = results; entry->result != ZDLookupEnd; ++entry) {
         const char* zone = ZoneString(*entry);
         if (zone == nullptr) continue;
-        LOG("%s: %s %c\n", entry->fieldNames[0], zone, zone[0]);
+        LOG_LINE("%s: %s %c\n", entry->fieldNames[0], zone, zone[0]);
         total += std::strlen(zone);
     }
     char* answer = AllocateAnswer(total);
@@ -77,10 +77,11 @@ char* JoinZoneStrings(const ZDResult* results) {
 }
 
 void LogDigest(const uint8_t* d) {
-    LOG("%02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x "
-        "%02x %02x %02x ",
-        d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7], d[8], d[9], d[10], d[11], d[12], d[13],
-        d[14], d[15], d[16], d[17], d[18], d[19]);
+    LOG_LINE(
+            "%02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x "
+            "%02x %02x %02x ",
+            d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7], d[8], d[9], d[10], d[11], d[12], d[13],
+            d[14], d[15], d[16], d[17], d[18], d[19]);
 }
 
 // The digest of `length` bytes, with the log line of a failing step.
@@ -89,12 +90,12 @@ bool Digest(const uint8_t* data, uint32_t length, uint8_t* digest) {
     SHA1Reset(&context);
     int error = SHA1Input(&context, data, length);
     if (error != shaSuccess) {
-        LOG("SHA1Input Error %d.\n", error);
+        LOG_LINE("SHA1Input Error %d.\n", error);
         return false;
     }
     error = SHA1Result(&context, digest);
     if (error != shaSuccess) {
-        LOG("SHA1Result Error %d, could not compute message digest.\n", error);
+        LOG_LINE("SHA1Result Error %d, could not compute message digest.\n", error);
         return false;
     }
     return true;
@@ -105,10 +106,10 @@ bool Digest(const uint8_t* data, uint32_t length, uint8_t* digest) {
 LookupInterface::LookupInterface() : mDebug(1) {}
 
 void LookupInterface::OpenDB() {
-    LOG("Try to OpenDB %s\n", kActiveDatabasePath);
+    LOG_LINE("Try to OpenDB %s\n", kActiveDatabasePath);
     ZDDatabase* database = ZDOpenDatabase(kActiveDatabasePath);
     ExchangeDatabase(database);
-    if (database == nullptr) LOG("Open DB failed\n");
+    if (database == nullptr) LOG_LINE("Open DB failed\n");
 }
 
 void LookupInterface::CloseDB() {
@@ -126,7 +127,7 @@ char* LookupInterface::LookupTzId(float lat, float lon) {
 }
 
 char* LookupTzIdIn(const ZDDatabase* database, float lat, float lon, float* safezone) {
-    LOG("input lat : %f, long : %f \n", static_cast<double>(lat), static_cast<double>(lon));
+    LOG_LINE("input lat : %f, long : %f \n", static_cast<double>(lat), static_cast<double>(lon));
     *safezone = 0.0f;
     if (database == nullptr) return CopyAnswer(kNotSupported);
     ZDResult* results = ZDLookup(database, lat, lon, safezone);
@@ -137,13 +138,13 @@ char* LookupTzIdIn(const ZDDatabase* database, float lat, float lon, float* safe
         answer = JoinZoneStrings(results);
         // Without memory for the answer there is nothing to log; the caller gets null.
         if (answer != nullptr) {
-            LOG("lookup results : %s ", answer);
-            LOG("Safezone: %f\n", static_cast<double>(*safezone));
+            LOG_LINE("lookup results : %s ", answer);
+            LOG_LINE("Safezone: %f\n", static_cast<double>(*safezone));
         }
     } else {
-        LOG("Try to get time zone from etc area!");
+        LOG_LINE("Try to get time zone from etc area!");
         const char* zone = GetEtcAreaTimezone(database, lon, lat);
-        LOG("Etc time zone : %s ", zone);
+        LOG_LINE("Etc time zone : %s ", zone);
         answer = CopyAnswer(zone);
     }
     ZDFreeResults(results);
@@ -153,17 +154,17 @@ char* LookupTzIdIn(const ZDDatabase* database, float lat, float lon, float* safe
 bool LookupInterface::PreOpenDB() {
     if (VerifyActiveFile()) return true;
     if (!CopyFile(kBackupDatabasePath, kActiveDatabasePath)) {
-        LOG("-------- Copy BACKUP DB failed--------");
+        LOG_LINE("-------- Copy BACKUP DB failed--------");
     }
-    LOG("try to open db again !");
+    LOG_LINE("try to open db again !");
     if (VerifyActiveFile()) return true;
-    LOG("--------  BACKUP DB is destroy also--------");
+    LOG_LINE("--------  BACKUP DB is destroy also--------");
     return false;
 }
 
 bool LookupInterface::InjectDB() {
     if (CopyFile(kBackupDatabasePath, kActiveDatabasePath)) return true;
-    LOG("-------- Copy BACKUP DB failed--------");
+    LOG_LINE("-------- Copy BACKUP DB failed--------");
     return false;
 }
 
@@ -173,11 +174,11 @@ bool LookupInterface::VerifyActiveFile() {
     // other end.
     const int fd = open(kActiveDatabasePath, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
-        LOG("open file %s failed %s", kActiveDatabasePath, std::strerror(errno));
+        LOG_LINE("open file %s failed %s", kActiveDatabasePath, std::strerror(errno));
         return false;
     }
     const off_t size = lseek(fd, 0, SEEK_END);
-    LOG("open file %s length %d", kActiveDatabasePath, static_cast<int>(size));
+    LOG_LINE("open file %s length %d", kActiveDatabasePath, static_cast<int>(size));
     lseek(fd, 0, SEEK_SET);
 
     bool good = false;
@@ -186,7 +187,7 @@ bool LookupInterface::VerifyActiveFile() {
         const auto length = static_cast<uint32_t>(size);
         void* mapping = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fd, 0);
         if (mapping == MAP_FAILED) {
-            LOG("mmap file failed, error: %s", std::strerror(errno));
+            LOG_LINE("mmap file failed, error: %s", std::strerror(errno));
         } else {
             good = CheckTrailer(static_cast<const uint8_t*>(mapping), length);
             munmap(mapping, length);
@@ -200,33 +201,33 @@ bool LookupInterface::CheckTrailer(const uint8_t* file, uint32_t size) {
     uint8_t digest[SHA1HashSize] = {};
     const uint32_t contentLength = size - SHA1HashSize;
     if (!Digest(file, contentLength, digest)) {
-        LOG("sha1 failed ");
+        LOG_LINE("sha1 failed ");
         return false;
     }
     const uint8_t* trailer = file + contentLength;
     if (mDebug != 0) {
-        LOG("sha1 value read from file : ");
+        LOG_LINE("sha1 value read from file : ");
         LogDigest(trailer);
-        LOG("sha1 value cal from file content : ");
+        LOG_LINE("sha1 value cal from file content : ");
         LogDigest(digest);
     }
     if (std::memcmp(trailer, digest, SHA1HashSize) != 0) {
-        LOG("DB file destory----------- need recovery!");
+        LOG_LINE("DB file destory----------- need recovery!");
         return false;
     }
-    LOG("DB pass ");
+    LOG_LINE("DB pass ");
     return true;
 }
 
 bool LookupInterface::CopyFile(const char* from, const char* to) {
     FILE* source = OpenForReading(from);
     if (source == nullptr) {
-        LOG("open file %s failed %s", from, std::strerror(errno));
+        LOG_LINE("open file %s failed %s", from, std::strerror(errno));
         return false;
     }
     FILE* destination = OpenForWriting(to, from);
     if (destination == nullptr) {
-        LOG("open file %s failed %s", to, std::strerror(errno));
+        LOG_LINE("open file %s failed %s", to, std::strerror(errno));
         std::fclose(source);
         return false;
     }
@@ -239,12 +240,12 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
         const size_t got = std::fread(buffer, 1, sizeof buffer, source);
         if (got < sizeof buffer) {
             if (std::ferror(source) != 0) {
-                LOG("read file %s error %s", from, std::strerror(errno));
+                LOG_LINE("read file %s error %s", from, std::strerror(errno));
                 copied = false;
                 break;
             }
             if (std::feof(source) != 0) {
-                LOG("read file %s last %d", from, static_cast<int>(got));
+                LOG_LINE("read file %s last %d", from, static_cast<int>(got));
                 atEnd = true;
             }
         }
@@ -257,7 +258,7 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
         if (copied && atEnd) {
             copied = std::fflush(destination) == 0 && fsync(fileno(destination)) == 0;
         }
-        if (!copied) LOG("read file %s error %s", to, std::strerror(errno));
+        if (!copied) LOG_LINE("read file %s error %s", to, std::strerror(errno));
     }
     std::fclose(source);
     std::fclose(destination);

@@ -31,7 +31,7 @@ namespace {
 constexpr char kTag[] = "OfflinetimezoneService";
 constexpr uint64_t kDeathCookie = 99;
 
-#define LOG(priority, ...) __android_log_print(priority, kTag, __VA_ARGS__)
+#define LOG_LINE(priority, ...) __android_log_print(priority, kTag, __VA_ARGS__)
 
 // Room for an object that is made when the library is loaded and never destroyed: client threads
 // and exit handlers may call the service for as long as the process lives.
@@ -114,7 +114,7 @@ Offlinetimezone* Offlinetimezone::getInstance() {
 }
 
 Offlinetimezone::Offlinetimezone() {
-    LOG(ANDROID_LOG_ERROR, "Offlinetimezone init !");
+    LOG_LINE(ANDROID_LOG_ERROR, "Offlinetimezone init !");
     lookupThread.CreateThread();
     // Until the recipient holds its reference this object has no other: one more keeps it from
     // being deleted in here if the recipient cannot be made. It is then dropped with the object.
@@ -130,7 +130,7 @@ Offlinetimezone::~Offlinetimezone() {
 
 Return<bool> Offlinetimezone::startLookup(const sp<IOfflinetimezoneCallback>& callback) {
     if (callback == nullptr) return false;
-    LOG(ANDROID_LOG_INFO, "setup call back in service!");
+    LOG_LINE(ANDROID_LOG_INFO, "setup call back in service!");
     // Made ahead of the registration because it is the one step that can fail: a client must not be
     // registered by a call that it sees fail.
     WorkerThread::MessageQueue init = WorkerThread::MakeInitMsg();
@@ -169,8 +169,8 @@ Return<bool> Offlinetimezone::stopLookup(const sp<IOfflinetimezoneCallback>& cal
 Return<bool> Offlinetimezone::Lookup(const hidl_string& lat, const hidl_string& lon) {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    LOG(ANDROID_LOG_INFO, "lookup Lat : %s , Lon : %s pid : %d starttime: %ld!", lat.c_str(),
-        lon.c_str(), getpid(), static_cast<long>(now.tv_sec));
+    LOG_LINE(ANDROID_LOG_INFO, "lookup Lat : %s , Lon : %s pid : %d starttime: %ld!", lat.c_str(),
+             lon.c_str(), getpid(), static_cast<long>(now.tv_sec));
     auto data = std::make_unique<MsgData>();
     data->lat.assign(lat.c_str(), lat.size());
     data->lon.assign(lon.c_str(), lon.size());
@@ -189,17 +189,17 @@ Return<int32_t> Offlinetimezone::getServerStatus() {
 Return<bool> Offlinetimezone::downloadDB(const hidl_vec<uint8_t>& data, uint32_t size,
                                          uint32_t totalSize, uint32_t status) {
     auto message = std::make_unique<MsgData>();
-    LOG(ANDROID_LOG_ERROR, "injectDB data : size : %d ,  data.size() : %d status: %d",
-        static_cast<int>(size), static_cast<int>(data.size()), static_cast<int>(status));
+    LOG_LINE(ANDROID_LOG_ERROR, "injectDB data : size : %d ,  data.size() : %d status: %d",
+             static_cast<int>(size), static_cast<int>(data.size()), static_cast<int>(status));
     if (data.size() > 0) {
         message->data.assign(data.data(), data.data() + data.size());
     } else {
-        LOG(ANDROID_LOG_ERROR, "Should be end part!");
+        LOG_LINE(ANDROID_LOG_ERROR, "Should be end part!");
     }
     message->status = status;
     message->totalSize = totalSize;
-    LOG(ANDROID_LOG_ERROR, "new injectDB data  size() : %d status: %d",
-        static_cast<int>(message->data.size()), static_cast<int>(status));
+    LOG_LINE(ANDROID_LOG_ERROR, "new injectDB data  size() : %d status: %d",
+             static_cast<int>(message->data.size()), static_cast<int>(status));
     lookupThread.PostDownloadMsg(message.release());
     return true;
 }
@@ -216,8 +216,8 @@ Offlinetimezone::DeathRecipient::~DeathRecipient() = default;
 
 void Offlinetimezone::DeathRecipient::serviceDied(uint64_t cookie, const wp<IBase>& who) {
     // The service knows no client by a number: the line ends before one.
-    LOG(ANDROID_LOG_DEBUG, "%s service died. cookie: %llu, who: %p", __func__,
-        static_cast<unsigned long long>(cookie), static_cast<const void*>(&who));
+    LOG_LINE(ANDROID_LOG_DEBUG, "%s service died. cookie: %llu, who: %p", __func__,
+             static_cast<unsigned long long>(cookie), static_cast<const void*>(&who));
     // Both are released after the lock: they may be the last references.
     sp<IOfflinetimezoneCallback> client;
     sp<IOfflinetimezoneCallback> registered;

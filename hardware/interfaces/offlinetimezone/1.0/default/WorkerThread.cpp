@@ -27,7 +27,7 @@ using ::android::hardware::hidl_string;
 constexpr char kTag[] = "OfflinetimezoneThread";
 constexpr char kSourcePath[] = "hardware/interfaces/offlinetimezone/1.0/default/WorkerThread";
 
-#define LOG(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
+#define LOG_LINE(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
 
 struct TextDeleter {
     void operator()(char* text) const { std::free(text); }
@@ -281,7 +281,7 @@ void WorkerThread::Process() {
     const std::lock_guard<std::mutex> lock(mMutex);
     discarded.swap(mQueue);
     mMsgLength.store(0);
-    LOG("Exit thread on ");
+    LOG_LINE("Exit thread on ");
 }
 
 void WorkerThread::TimerThread() {}
@@ -291,7 +291,7 @@ void WorkerThread::Dispatch(const ThreadMsg& message) {
         case MSG_LOOKUP:
             return HandleLookup(*message.msg);
         case MSG_TIMER:
-            LOG("Timer expired on ");
+            LOG_LINE("Timer expired on ");
             return;
         case MSG_INIT:
             return HandleInit();
@@ -306,7 +306,7 @@ void WorkerThread::Dispatch(const ThreadMsg& message) {
 
 void WorkerThread::HandleInit() {
     if (mServerStatus == SERVER_STATUS_RUNNING) {
-        LOG("server is running ");
+        LOG_LINE("server is running ");
         return;
     }
     if (!mLookup->PreOpenDB()) {
@@ -319,9 +319,9 @@ void WorkerThread::HandleInit() {
 }
 
 void WorkerThread::HandleLookup(const MsgData& data) {
-    LOG("MsgData : Lat : %s Lon : %s ", data.lat.c_str(), data.lon.c_str());
+    LOG_LINE("MsgData : Lat : %s Lon : %s ", data.lat.c_str(), data.lon.c_str());
     if (mDbOpen == 0) {
-        LOG("This server is not supported anyway!");
+        LOG_LINE("This server is not supported anyway!");
         Report(registeredCb(), data, kNotSupported);
         return;
     }
@@ -331,13 +331,14 @@ void WorkerThread::HandleLookup(const MsgData& data) {
     // A text without a usable number gets what a point outside the world gets.
     const char* answer = kErrorInput;
     if (ParseCoordinate(data.lat.c_str(), &lat) && ParseCoordinate(data.lon.c_str(), &lon)) {
-        LOG("MsgData : Lat : %f Lon : %f ", static_cast<double>(lat), static_cast<double>(lon));
+        LOG_LINE("MsgData : Lat : %f Lon : %f ", static_cast<double>(lat),
+                 static_cast<double>(lon));
         found.reset(mLookup->LookupTzId(lat, lon));
         answer = found != nullptr ? found.get() : kMallocFailed;
     }
-    LOG("start to call back from hidl");
+    LOG_LINE("start to call back from hidl");
     const sp<IOfflinetimezoneCallback> callback = registeredCb();
-    if (callback == nullptr) LOG("mCb is null,please check if server dead");
+    if (callback == nullptr) LOG_LINE("mCb is null,please check if server dead");
     Report(callback, data, answer);
 }
 
@@ -352,33 +353,33 @@ void WorkerThread::Report(const sp<IOfflinetimezoneCallback>& callback, const Ms
 }
 
 void WorkerThread::HandleDownload(const MsgData& data) {
-    LOG("MSG_DOWNLOAD_DATA ");
+    LOG_LINE("MSG_DOWNLOAD_DATA ");
     if (data.status == DOWNLOAD_START) {
         ResetDownload();
-        LOG("injectdb size : %d ", static_cast<int>(mDownloadBuf.size()));
+        LOG_LINE("injectdb size : %d ", static_cast<int>(mDownloadBuf.size()));
     }
     if (data.status == DOWNLOAD_START || data.status == DOWNLOAD_CONTINUE) {
         mDownloadBuf.insert(mDownloadBuf.end(), data.data.begin(), data.data.end());
     }
-    LOG("total inject db size : %d", static_cast<int>(mDownloadBuf.size()));
+    LOG_LINE("total inject db size : %d", static_cast<int>(mDownloadBuf.size()));
     if (data.status != DOWNLOAD_END) return;
     if (static_cast<uint32_t>(mDownloadBuf.size()) != data.totalSize) {
-        LOG("download DB data lost");
+        LOG_LINE("download DB data lost");
         ResetDownload();
-        LOG("clear the data  : %d ", static_cast<int>(mDownloadBuf.size()));
+        LOG_LINE("clear the data  : %d ", static_cast<int>(mDownloadBuf.size()));
         return;
     }
-    LOG("start write it to backup ");
+    LOG_LINE("start write it to backup ");
     WriteBackup();
     mDownloadState = DOWNLOAD_STATE_COMPLETE;
 }
 
 void WorkerThread::HandleInject() {
-    LOG("MSG_INJECT_DB ");
+    LOG_LINE("MSG_INJECT_DB ");
     if (mDownloadState != DOWNLOAD_STATE_COMPLETE) {
-        LOG("db donwload not finished ");
+        LOG_LINE("db donwload not finished ");
         ResetDownload();
-        LOG("clear the data  : %d ", static_cast<int>(mDownloadBuf.size()));
+        LOG_LINE("clear the data  : %d ", static_cast<int>(mDownloadBuf.size()));
         return;
     }
     mServerStatus = SERVER_STATUS_INJECTING;
@@ -409,7 +410,7 @@ void WorkerThread::WriteBackup() {
     Synchronise(kActiveDatabasePath);
     Synchronise(kDatabaseDirectory);
     FILE* file = OpenForWriting(kBackupDatabasePath, kActiveDatabasePath);
-    LOG("open  file  %s", std::strerror(file != nullptr ? 0 : errno));
+    LOG_LINE("open  file  %s", std::strerror(file != nullptr ? 0 : errno));
     if (file == nullptr) return;
     // Unbuffered, so that a full disk fails the write, where the log looks, and not the flush.
     std::setvbuf(file, nullptr, _IONBF, 0);
@@ -417,7 +418,7 @@ void WorkerThread::WriteBackup() {
     if (Truncate(file) && !mDownloadBuf.empty()) {
         std::fwrite(mDownloadBuf.data(), 1, mDownloadBuf.size(), file);
     }
-    LOG("after  write it to backup %s", std::strerror(errno));
+    LOG_LINE("after  write it to backup %s", std::strerror(errno));
     // The injection that follows cuts the active file to nothing first: by then the backup, and its
     // entry in the directory where it is new, must be on the medium, or a power cut between the two
     // would find neither file whole.
