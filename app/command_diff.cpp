@@ -190,9 +190,8 @@ void AddDiffCommand(CLI::App* app, int* exitCode) {
             ->check(CLI::Range(0.0, 1e9))
             ->capture_default_str();
     command->add_option("--geojson", options->geojson,
-                        "Write all parts to this file as a map; - for standard output, which gets "
-                        "nothing "
-                        "else then")
+                        "Write all parts to this file as a map; - for standard output, which then "
+                        "gets nothing else")
             ->check(NamesFile());
     command->add_flag("--json", options->json, "One JSON object, with all parts");
     command->callback([options, exitCode] { *exitCode = RunDiff(*options); });

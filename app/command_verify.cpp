@@ -55,9 +55,10 @@ void PrintText(const std::string& path, const ZDDatabase& database,
     std::printf("precision  %u\n", static_cast<unsigned>(database.precision));
     std::printf("bytes      %zu\n", FileSize(database));
     // A lookup that comes to one of them ends early.
-    std::printf("limits     %zu rings at a point, %lld bytes of rings and texts a lookup\n",
-                zonedetect::kMaxHits,
-                static_cast<long long>(zonedetect::ReadBudget::Bytes(database.length)));
+    std::printf(
+            "limits     %zu rings at a point, %lld bytes of rings and as many of texts a lookup\n",
+            zonedetect::kMaxHits,
+            static_cast<long long>(zonedetect::ReadBudget::Bytes(database.length)));
     std::printf("notice     %s\n", Printable(ZDGetNotice(&database)).c_str());
     for (const Finding& f : findings) {
         std::string line = fmt::format("{:<10}", NameOf(f.severity));

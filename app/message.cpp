@@ -17,11 +17,9 @@ void UseLog(bool isWanted) {
         return;
     }
     host::SetLogReceiver([](int priority, const char* tag, const std::string& message) {
-        constexpr std::string_view kLetters = "??VDIWEF";
-        const auto place = static_cast<size_t>(priority);
         std::string_view text = message;
         if (!text.empty() && text.back() == '\n') text.remove_suffix(1);  // As many end.
-        std::fprintf(stderr, "%c %s: %s\n", place < kLetters.size() ? kLetters[place] : '?', tag,
+        std::fprintf(stderr, "%c %s: %s\n", host::PriorityLetter(priority), tag,
                      Printable(text).c_str());
     });
 }

@@ -2,8 +2,8 @@
 
 #include <box_table.h>
 #include <database_numbers.h>
+#include <stored_string.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -52,30 +52,11 @@ bool DecodeRing(const ZDDatabase& database, uint32_t position, GridRing* ring, u
     return true;
 }
 
-uint32_t RecordCost(const ZDDatabase& database, uint32_t position) {
-    const auto length = static_cast<uint32_t>(database.length);
-    uint32_t cost = 0;
-    // Reads a number and counts its bytes; all that follow where it does not end.
-    const auto read = [&](uint32_t from, uint32_t* number) {
-        zonedetect::Cursor cursor = zonedetect::CursorAt(database, from);
-        const uint32_t start = zonedetect::PositionOf(database, cursor);
-        const bool isRead = zonedetect::ReadUnsigned(&cursor, number);
-        cost += (isRead ? zonedetect::PositionOf(database, cursor) : length) - start;
-        return isRead;
-    };
-    uint32_t size;
-    if (!read(position, &size)) return cost;
-    if (size > kMaxStringLength) {
-        const uint32_t place = size - static_cast<uint32_t>(kMaxStringLength) - 1;
-        if (!read(database.metadataOffset + place, &size)) return cost;
-    }
-    return cost + std::min(size, static_cast<uint32_t>(kMaxStringLength));
-}
-
-bool DecodeRecord(const ZDDatabase& database, uint32_t position, std::string* text, uint32_t* end) {
+bool DecodeRecord(const ZDDatabase& database, uint32_t position, zonedetect::ReadBudget* budget,
+                  std::string* text, uint32_t* end) {
     *end = position;
-    const std::unique_ptr<char, decltype(&std::free)> stored(ZDParseString(&database, end),
-                                                             &std::free);
+    const std::unique_ptr<char, decltype(&std::free)> stored(
+            zonedetect::ParseString(database, end, budget), &std::free);
     if (stored == nullptr) return false;
     *text = stored.get();
     return true;

@@ -2,6 +2,7 @@
 // reader reads them, and where each stands. The inverse of encode.h.
 #pragma once
 
+#include <read_budget.h>
 #include <zonedetect.h>
 
 #include <cstdint>
@@ -29,12 +30,10 @@ std::vector<DecodedEntry> DecodeTable(const ZDDatabase& database, uint32_t* end)
 // was read of it ends at `*end` then.
 bool DecodeRing(const ZDDatabase& database, uint32_t position, GridRing* ring, uint32_t* end);
 
-// How many bytes reading the record at a position takes, a text that it refers to included: a
-// hostile number may be as long as the file.
-uint32_t RecordCost(const ZDDatabase& database, uint32_t position);
-
 // Reads the record at a position: the text as it is stored, and the position behind it. False where
-// it cannot be read.
-bool DecodeRecord(const ZDDatabase& database, uint32_t position, std::string* text, uint32_t* end);
+// it cannot be read, or where the budget, on which its bytes go, is spent: a hostile number may be
+// as long as the file.
+bool DecodeRecord(const ZDDatabase& database, uint32_t position, zonedetect::ReadBudget* budget,
+                  std::string* text, uint32_t* end);
 
 }  // namespace offlinetz

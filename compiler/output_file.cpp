@@ -137,31 +137,21 @@ std::string TargetOf(const std::string& path) {
     return real.get();
 }
 
-bool IsSameFile(const struct stat& a, const struct stat& b) {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
 }  // namespace
 
 void CheckOutputPath(const std::string& path, const std::vector<std::string>& inputs) {
     if (path == kStandardOutput) return;
-    OutputFile::RequireWritable(path);
+    const std::string target = TargetOf(path);
+    if (access(DirectoryOf(target).c_str(), W_OK | X_OK) != 0) Fail(target);
     struct stat output = {};
-    if (stat(path.c_str(), &output) != 0) return;
+    if (stat(target.c_str(), &output) != 0) return;
     for (const std::string& name : inputs) {
         struct stat input = {};
         const int result =
                 name == kStandardInput ? fstat(STDIN_FILENO, &input) : stat(name.c_str(), &input);
-        if (result == 0 && IsSameFile(input, output)) {
+        if (result == 0 && input.st_dev == output.st_dev && input.st_ino == output.st_ino)
             throw std::runtime_error(path + ": is an input; it would be overwritten");
-        }
     }
-}
-
-void OutputFile::RequireWritable(const std::string& path) {
-    if (path == kStandardOutput) return;
-    const std::string target = TargetOf(path);
-    if (access(DirectoryOf(target).c_str(), W_OK | X_OK) != 0) Fail(target);
 }
 
 OutputFile::OutputFile(const std::string& path, const std::vector<uint8_t>& bytes) {

@@ -9,10 +9,10 @@
 namespace offlinetz {
 
 // Checks, before long work on the files `inputs`, that its result can be written to the file
-// `path`. Throws std::system_error where `path` is neither a regular file nor the name of a new one
-// in a directory that can be written to, and std::runtime_error where it is one of the inputs, also
-// by way of a link of either kind. An input "-" is standard input. The output "-", standard output,
-// is always right.
+// `path`. Throws std::invalid_argument where `path` is empty or names something that is no regular
+// file, std::system_error where its directory cannot be written to, and std::runtime_error where it
+// is one of the inputs, also by way of a link of either kind. An input "-" is standard input. The
+// output "-", standard output, is always right.
 void CheckOutputPath(const std::string& path, const std::vector<std::string>& inputs);
 
 // A new version of the file `path`, written beside it, synchronised, and put in its place by
@@ -29,9 +29,6 @@ class OutputFile {
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
-
-    // Throws where no file could be written to `path`, before work is put into its bytes.
-    static void RequireWritable(const std::string& path);
 
     // Where the new bytes are until Commit.
     const std::string& TemporaryPath() const { return mTemporaryPath; }

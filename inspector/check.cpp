@@ -16,7 +16,6 @@
 
 #include "areas.h"
 #include "depth.h"
-#include "read_limit.h"
 #include "zones.h"
 
 namespace offlinetz {
@@ -201,19 +200,19 @@ class Checker {
         for (const DecodedEntry& e : mEntries) {
             if (HasRecord(e) && HasRing(e)) positions.insert(e.ring);
         }
-        ReadLimit limit(mDb);
+        zonedetect::ReadBudget budget(mDb.length, kLookupsOfInspection);
         GridRing points;
         for (const uint32_t position : positions) {
             mRings.push_back({position});
-            if (limit.IsSpent()) continue;
+            if (budget.IsSpent()) continue;
             StoredRing& ring = mRings.back();
             ring.isRead = true;
             ring.isGood = DecodeRing(mDb, position, &points, &ring.end);
-            limit.Spend(ring.end - position);
+            budget.Spend(ring.end - position);
             ring.points = points.size();
             if (ring.isGood && !points.empty()) ring.bounds = BoxOf(points);
         }
-        mAreAllRead = !limit.IsSpent();
+        mAreAllRead = !budget.IsSpent();
         if (!mAreAllRead) {
             mFindings.Add(kShared, {}, {}, "rings lie over each other too often to be read");
         }
@@ -262,8 +261,9 @@ class Checker {
         mProgress("checking limits", 0, 0);
         const GridBox world = {{-mScale, -mScale}, {mScale, mScale}};
         for (const DecodedEntry& e : mEntries) {
-            if (!HasRecord(e) || !HasRing(e) || !RingOf(e).isGood) continue;
+            if (!HasRecord(e) || !HasRing(e)) continue;
             const StoredRing& ring = RingOf(e);
+            if (!ring.isGood) continue;
             const GridBox box = Common(e.box, world);
             mBytesMet.push_back({box, int64_t{ring.end} - ring.position});
             mRingsMet.push_back({Common(box, ring.bounds), 1});
@@ -355,16 +355,16 @@ class Checker {
         }
         std::set<std::string> names;
         std::vector<std::pair<uint32_t, uint32_t>> records;
-        ReadLimit limit(mDb);
+        zonedetect::ReadBudget budget(mDb.length, kLookupsOfInspection);
         for (const uint32_t position : positions) {
-            limit.Spend(RecordCost(mDb, position));
-            if (limit.IsSpent()) {
+            std::string stored;
+            uint32_t end;
+            const bool isGood = DecodeRecord(mDb, position, &budget, &stored, &end);
+            if (budget.IsSpent()) {
                 mFindings.Add(kShared, {}, {}, "records lie over each other too often to be read");
                 return;
             }
-            std::string stored;
-            uint32_t end;
-            if (!DecodeRecord(mDb, position, &stored, &end)) {
+            if (!isGood) {
                 mFindings.Add(kRecord, position, {}, "a record cannot be read");
                 continue;
             }

@@ -7,8 +7,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "read_limit.h"
-
 namespace offlinetz {
 
 namespace {
@@ -83,7 +81,7 @@ InspectedDatabase InspectZones(const ZDDatabase& database,
                                const std::function<void(size_t, size_t)>& progress) {
     InspectedDatabase inspected;
     inspected.entries = DecodeTable(database, &inspected.tableEnd);
-    ReadLimit limit(database);
+    zonedetect::ReadBudget budget(database.length, kLookupsOfInspection);
     int64_t edgesLeft = zonedetect::ReadBudget::Bytes(database.length);
     std::map<uint32_t, std::pair<InspectedZone, std::vector<Edge>>> zones;
     GridRing ring;
@@ -94,8 +92,8 @@ InspectedDatabase InspectZones(const ZDDatabase& database,
         uint32_t end;
         if (!isInside) continue;
         const bool isGood = DecodeRing(database, entry.ring, &ring, &end);
-        limit.Spend(end > entry.ring ? end - entry.ring : 0);
-        if (limit.IsSpent() || edgesLeft < 0) {
+        budget.Spend(end > entry.ring ? end - entry.ring : 0);
+        if (budget.IsSpent() || edgesLeft < 0) {
             throw std::runtime_error(
                     "its rings lie over each other or are shared too often to be read");
         }
@@ -113,12 +111,11 @@ InspectedDatabase InspectZones(const ZDDatabase& database,
     }
     for (auto& [record, pair] : zones) {
         auto& [zone, edges] = pair;
-        limit.Spend(RecordCost(database, record));
-        if (limit.IsSpent()) throw std::runtime_error("its records take too long to read");
         uint32_t end;
         std::string stored;
         zone.record = record;
-        zone.isNamed = DecodeRecord(database, record, &stored, &end);
+        zone.isNamed = DecodeRecord(database, record, &budget, &stored, &end);
+        if (budget.IsSpent()) throw std::runtime_error("its records take too long to read");
         zone.tzid = WithoutQuotes(stored);
         CloseRings(std::move(edges), &zone);
         inspected.zones.push_back(std::move(zone));

@@ -93,7 +93,8 @@ char* Entry(int number, int place) {
     offlinetz::GridRing ring;
     uint32_t end;
     if (!offlinetz::DecodeRing(*open.database, entry.ring, &ring, &end)) ring.clear();
-    if (!offlinetz::DecodeRecord(*open.database, entry.record, &zone, &end)) zone.clear();
+    zonedetect::ReadBudget budget(open.database->length);
+    if (!offlinetz::DecodeRecord(*open.database, entry.record, &budget, &zone, &end)) zone.clear();
     nlohmann::json points = nlohmann::json::array();
     for (const offlinetz::GridPoint& p : ring) {
         points.push_back(p.lat);

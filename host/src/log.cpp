@@ -22,11 +22,6 @@ LogState& State() {
     return *state;
 }
 
-char PriorityLetter(int priority) {
-    static constexpr char kLetters[] = "??VDIWEF";
-    return priority >= 0 && priority < 8 ? kLetters[priority] : '?';
-}
-
 // Without the line break that some messages end in, and with those inside shown as "\\n".
 std::string OnOneLine(const std::string& message) {
     std::string line;
@@ -47,6 +42,11 @@ void SetLogReceiver(LogReceiver receiver) {
     const std::lock_guard<std::mutex> lock(state.mutex);
     state.receiver = std::move(receiver);
     state.isDropped = false;
+}
+
+char PriorityLetter(int priority) {
+    static constexpr char kLetters[] = "??VDIWEF";
+    return priority >= 0 && priority < 8 ? kLetters[priority] : '?';
 }
 
 void DropLog() {

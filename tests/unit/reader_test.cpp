@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <random>
 #include <string>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "compare_readers.h"
+#include "processor_features.h"
 #include "raw_database.h"
 
 namespace {
@@ -48,6 +48,11 @@ TEST(Opening, ReportsHeaderFieldsAndHoldsNothingAfterwards) {
     ASSERT_EQ(3, database->fieldCount);
     EXPECT_STREQ("Zone", database->fieldNames[0]);
     EXPECT_STREQ("Zone", database->fieldNames[2]);
+    uint32_t position = 7;  // Of the first name.
+    const std::unique_ptr<char, void (*)(void*)> name(ZDParseString(database.get(), &position),
+                                                      std::free);
+    EXPECT_STREQ("Zone", name.get());
+    EXPECT_EQ(12u, position);
     EXPECT_TRUE(std::equal(file.begin(), file.end(), ZDGetMapping(database.get())));
     EXPECT_EQ(static_cast<int32_t>(file.size()) - 20, ZDGetLength(database.get()));
     EXPECT_EQ(ZDGetMapping(database.get()) + file.size() - 20, ZDGetChecksum(database.get()));
@@ -186,9 +191,7 @@ TEST(Index, EndsReadAhead) {
 }
 
 TEST(Decoder, TheProcessorsInstructionsAreFoundAndChosen) {
-    std::ifstream file("/proc/cpuinfo");
-    const std::istream_iterator<std::string> words(file);
-    const bool isListed = std::find(words, {}, "sse4_1") != std::istream_iterator<std::string>();
+    const bool isListed = ProcessorHas("sse4_1");
     int32_t value[1 + zonedetect::kDeltaSlack];
     const uint8_t byte = 2;
     zonedetect::Cursor cursor = {&byte, &byte + 1};

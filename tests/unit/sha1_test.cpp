@@ -2,12 +2,10 @@
 #include <sha1.h>
 #include <sha1_block.h>
 
-#include <algorithm>
 #include <array>
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <vector>
+
+#include "processor_features.h"
 
 namespace {
 
@@ -32,17 +30,12 @@ TEST(Sha1, GivesAKnownDigestHoweverTheMessageIsSplit) {
 
 // The system's own list of the processor's features tells whether one of them was overlooked.
 TEST(Sha1, TheProcessorsInstructionsAreFoundAndChosen) {
-    std::ifstream file("/proc/cpuinfo");
-    const std::istream_iterator<std::string> words(file);
 #ifdef __arm__  // Nothing is there for 32-bit ARM, whatever the processor can do.
     constexpr bool kHasKernel = false;
 #else
     constexpr bool kHasKernel = true;
 #endif
-    const bool isListed = kHasKernel && std::any_of(words, std::istream_iterator<std::string>(),
-                                                    [](const std::string& word) {
-                                                        return word == "sha_ni" || word == "sha1";
-                                                    });
+    const bool isListed = kHasKernel && (ProcessorHas("sha_ni") || ProcessorHas("sha1"));
     const Sha1BlockFunction fast = Sha1BlockX86() != nullptr ? Sha1BlockX86() : Sha1BlockArm();
     EXPECT_EQ(isListed, fast != nullptr);
     EXPECT_EQ(isListed ? fast : &Sha1BlockPlain, ChooseSha1Block());

@@ -15,6 +15,9 @@ using LogReceiver = std::function<void(int priority, const char* tag, const std:
 // message. Any thread may call; no call of the previous receiver is running after it returns.
 void SetLogReceiver(LogReceiver receiver);
 
+// The letter by which the host's log shows a priority.
+char PriorityLetter(int priority);
+
 // Drops the log from now on, at the cost of nothing, until SetLogReceiver is called again.
 void DropLog();
 

@@ -300,24 +300,24 @@ const zonedetect::Directory* ZDDirectory::Get(const ZDDatabase& db) {
         mState.store(kNone, std::memory_order_release);
         return nullptr;
     }
-    auto* directory = new (std::nothrow) Directory;
+    std::unique_ptr<Directory> directory(new (std::nothrow) Directory);
     const Directory::Outcome outcome =
             directory != nullptr ? directory->Build(db) : Directory::Outcome::kNoMemory;
     if (outcome == Directory::Outcome::kBuilt) {
-        mDirectory = directory;
+        mDirectory = directory.release();
         // Lookups touch a few places of the file from here on: reading ahead of them would read
         // pages that nobody asks for.
         if (db.fd >= 0) {
             madvise(const_cast<uint8_t*>(db.mapping), static_cast<size_t>(db.length), MADV_RANDOM);
         }
         mState.store(kReady, std::memory_order_release);
-        return directory;
+        return mDirectory;
     }
-    delete directory;
     if (outcome == Directory::Outcome::kNoMemory) {
         mLookupsToWait = mNextWait;
         if (mNextWait < UINT32_MAX / 2) mNextWait *= 2;
     }
+    directory.reset();  // Before another thread may make one.
     mState.store(outcome == Directory::Outcome::kUseless ? kUseless : kNone,
                  std::memory_order_release);
     return nullptr;

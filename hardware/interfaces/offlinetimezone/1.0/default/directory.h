@@ -84,7 +84,6 @@ class Directory {
 
 // A handle's directory, made by the first lookup. Any number of threads may ask for it.
 struct ZDDirectory {
-  public:
     ~ZDDirectory();
 
     // The directory, or null where a scan must answer: while another thread makes it, when there

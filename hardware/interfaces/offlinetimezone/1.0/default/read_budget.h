@@ -21,7 +21,9 @@ constexpr size_t kMaxHits = 4096;
 // point lies in boxes whose rings sum up to more than four times the content stays below.
 class ReadBudget {
   public:
-    explicit ReadBudget(int32_t contentLength) : mLeft(Bytes(contentLength)) {}
+    // Tools that look into a whole database give themselves that of several lookups.
+    explicit ReadBudget(int32_t contentLength, int64_t lookups = 1)
+        : mLeft(lookups * Bytes(contentLength)) {}
 
     static constexpr int64_t Bytes(int32_t contentLength) {
         return 4 * int64_t{contentLength} + (int64_t{1} << 20);
