@@ -3,9 +3,9 @@
 // no SHA-1 instructions, with OpenSSL kept from using them: it takes that from the environment as
 // it is loaded, so the program starts itself again.
 #include <benchmark/benchmark.h>
+#include <digest/sha1_block.h>
 #include <openssl/evp.h>
 #include <sha1.h>
-#include <sha1_block.h>
 #include <unistd.h>
 
 #include <array>

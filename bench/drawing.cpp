@@ -1,17 +1,16 @@
 #include "drawing.h"
 
-#include <compile.h>
-#include <encode.h>
-#include <grid.h>
-#include <output_file.h>
-#include <simplify.h>
-#include <snap.h>
-#include <tile.h>
-
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
+#include "compiler/compile.h"
+#include "compiler/simplify.h"
+#include "compiler/snap.h"
+#include "compiler/tile.h"
+#include "database/encode.h"
+#include "database/grid.h"
+#include "database/output_file.h"
 #include "input_files.h"
 
 namespace bench {
@@ -26,7 +25,7 @@ using offlinetz::ZoneRings;
 const Grid kGrid(offlinetz::CompileOptions().precision);
 
 void Mend(Drawing* drawing) {
-    offlinetz::MendOnGrid(&drawing->zones, [](int, size_t) {});
+    offlinetz::RebuildRings(&drawing->zones, [](const char*, size_t, size_t) {});
 }
 
 // Where the point of a world lies in its copy, the `row`th from the south and `column`th from the
@@ -98,14 +97,15 @@ Drawing ZigzagRing(size_t points) {
 
 void WriteDatabase(const Drawing& drawing, size_t tilePoints, const std::string& path) {
     offlinetz::DatabaseContent content;
-    content.tableType = tilePoints == 0 ? offlinetz::kWholeRingsTable : offlinetz::kTiledTable;
+    content.tableType = tilePoints == 0 ? zonedetect::kWholeRingsTable : zonedetect::kTiledTable;
     content.precision = kGrid.Precision();
     content.fieldNames = {"TimezoneId"};
     for (const std::string& tzid : drawing.tzids)
         content.zones.push_back('"' + tzid + '"');
-    content.entries = offlinetz::TileWorld(drawing.zones, kGrid, tilePoints, [](size_t) {});
+    content.entries = offlinetz::TileWorld(drawing.zones, kGrid, tilePoints,
+                                           [](const char*, size_t, size_t) {});
     offlinetz::SectionSizes ignored;
-    offlinetz::OutputFile(path, offlinetz::EncodeDatabase(content, &ignored)).Commit();
+    offlinetz::WriteOutput(path, offlinetz::EncodeDatabase(content, &ignored));
 }
 
 }  // namespace bench

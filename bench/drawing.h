@@ -1,12 +1,12 @@
 // Zones on the grid, and databases of them.
 #pragma once
 
-#include <mend.h>
-#include <source.h>
-
 #include <cstddef>
 #include <string>
 #include <vector>
+
+#include "compiler/rebuild_rings.h"
+#include "compiler/source.h"
 
 namespace bench {
 

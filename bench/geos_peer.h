@@ -1,11 +1,10 @@
 // GEOS as a peer: a tree over the boxes of prepared source polygons.
 #pragma once
 
-#include <source.h>
-
 #include <memory>
 #include <string>
 
+#include "compiler/source.h"
 #include "peer.h"
 
 namespace bench {

@@ -1,10 +1,10 @@
 // The files that make_bench_inputs writes into a directory and lookup_bench reads there.
 #pragma once
 
-#include <compile.h>
-
 #include <cstddef>
 #include <string>
+
+#include "compiler/compile.h"
 
 namespace bench {
 

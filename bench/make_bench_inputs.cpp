@@ -3,13 +3,12 @@
 // share are taken once.
 //
 // Usage: make_bench_inputs SOURCE.geojson DIRECTORY
-#include <compile.h>
-#include <source.h>
-
 #include <cstdio>
 #include <exception>
 #include <string>
 
+#include "compiler/compile.h"
+#include "compiler/source.h"
 #include "drawing.h"
 #include "geos_peer.h"
 #include "input_files.h"

@@ -6,17 +6,15 @@
 #include <memory>
 #include <string>
 
+#include "database/open_database.h"
 #include "peer.h"
 #include "points.h"
 
 namespace bench {
 
-struct DatabaseCloser {
-    void operator()(ZDDatabase* database) const { ZDCloseDatabase(database); }
-};
-using DatabasePtr = std::unique_ptr<ZDDatabase, DatabaseCloser>;
+using offlinetz::DatabasePtr;
 
-// Throws std::runtime_error. The reader prints a line to standard output.
+// Throws std::runtime_error.
 DatabasePtr OpenDatabase(const std::string& path);
 
 // Makes a point's answer and drops it; returns the distance in degrees.

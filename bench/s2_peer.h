@@ -1,11 +1,10 @@
 // S2 as a peer: an index of the source polygons on the sphere.
 #pragma once
 
-#include <source.h>
-
 #include <memory>
 #include <string>
 
+#include "compiler/source.h"
 #include "peer.h"
 
 namespace bench {

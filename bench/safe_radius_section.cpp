@@ -1,6 +1,6 @@
-#include <box_table.h>
-#include <database_numbers.h>
 #include <fmt/format.h>
+#include <reader/box_table.h>
+#include <reader/varint.h>
 
 #include <algorithm>
 #include <cmath>
@@ -17,7 +17,6 @@ namespace {
 
 constexpr size_t kPoints = 500;  // Each on land and at sea.
 constexpr uint64_t kSeaSeed = 3;
-constexpr int32_t kReaderShift = 3;  // Units that rings are stored further west.
 constexpr double kQuantiles[] = {0.01, 0.1, 0.25, 0.5, 0.75, 0.9, 0.99, 1.0};
 
 // A plane on which degrees of latitude and of longitude count alike, in units of latitude.
@@ -45,7 +44,7 @@ std::vector<Edge> EdgesOf(const ZDDatabase& database) {
         uint32_t count = 0;
         bool isRead = ReadUnsigned(&cursor, &count);
         std::vector<Vector> ring;
-        zonedetect::Point at = {0, kReaderShift};
+        zonedetect::Point at = {0, zonedetect::kRingShift};
         for (uint32_t i = 0; isRead && i < count; ++i) {
             zonedetect::Point step = {0, 0};
             isRead = ReadSigned(&cursor, &step.lat) && ReadSigned(&cursor, &step.lon);

@@ -2,7 +2,7 @@
 // post to the report through the loaded library, with the host's log dropped and written.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
-#include <host/log.h>
+#include <platform/log.h>
 #include <unistd.h>
 #include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezone.h>
 #include <zonedetect.h>
@@ -94,12 +94,12 @@ void ServiceOneByOne(benchmark::State& state) {
 
 void WithLog(benchmark::State& state, void (*run)(benchmark::State&), bool isWritten) {
     if (isWritten) {
-        host::SetLogReceiver(nullptr);
+        platform::SetLogReceiver(nullptr);
     } else {
-        host::DropLog();
+        platform::DropLog();
     }
     run(state);
-    host::DropLog();
+    platform::DropLog();
 }
 
 }  // namespace
@@ -123,7 +123,7 @@ int main(int argc, char** argv) {
         gPoints.push_back({std::to_string(static_cast<double>(random() % 1400000) / 1e4 - 60.0),
                            std::to_string(static_cast<double>(random() % 3600000) / 1e4 - 180.0)});
     }
-    host::DropLog();
+    platform::DropLog();
     void* library = dlopen(OFFLINETZ_LOCAL_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) return 1;
     using Fetch = IOfflinetimezone* (*)(const char*);

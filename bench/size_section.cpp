@@ -31,7 +31,7 @@ std::string Table(const std::vector<World>& worlds, const char* heading,
     const std::vector<Point> fewPoints(points.begin(), points.begin() + kPoints / 20);
     std::vector<Candidate> candidates;
     for (const DatabasePtr& database : databases) {
-        const bool isTiled = ZDGetTableType(database.get()) == offlinetz::kTiledTable;
+        const bool isTiled = ZDGetTableType(database.get()) == zonedetect::kTiledTable;
         candidates.push_back({[db = database.get()](const Point& p) { LookWithDistance(db, p); },
                               isTiled ? &points : &fewPoints});
     }

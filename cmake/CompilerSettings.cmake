@@ -1,40 +1,53 @@
-# One dialect, one set of warnings and one floating-point model for every target.
-set(CMAKE_CXX_STANDARD 17)
-set(CMAKE_CXX_STANDARD_REQUIRED ON)
-set(CMAKE_CXX_EXTENSIONS OFF)
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-set(CMAKE_CXX_VISIBILITY_PRESET hidden)
-set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+# How every target is compiled: one dialect, one set of warnings, one floating-point model.
+#
+# offlinetz_library(NAME ...) and offlinetz_program(NAME ...) take what add_library and
+# add_executable take. They attach the settings, and a library gets the alias offlinetz::NAME.
+find_package(Threads REQUIRED)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-add_compile_options(
+add_library(settings INTERFACE)
+add_library(offlinetz::settings ALIAS settings)
+target_compile_features(settings INTERFACE cxx_std_17)
+target_compile_options(settings INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wdouble-promotion
   -Wold-style-cast -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef
   # Answers are the same bit for bit with every compiler and processor: no fused multiply-add.
-  -ffp-contract=off)
-
-# What an attacker has who finds a hole nonetheless: no stack to smash unnoticed, no table of
-# functions to overwrite, no data to run.
-add_compile_options(-fstack-protector-strong)
-add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
-if(NOT OFFLINETZ_SANITIZERS)  # They check the same calls themselves.
-  add_compile_options($<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE$<SEMICOLON>-D_FORTIFY_SOURCE=2>)
+  -ffp-contract=off
+  # Hardening: stack protector, read-only relocations, no executable stack, checked libc calls.
+  -fstack-protector-strong)
+target_link_options(settings INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # A loaded library that has a unique symbol is never unloaded.
+  target_compile_options(settings INTERFACE -fno-gnu-unique)
 endif()
-
 if(OFFLINETZ_SANITIZERS)
-  add_compile_options(-fsanitize=${OFFLINETZ_SANITIZERS} -fno-sanitize-recover=all
-                      -fno-omit-frame-pointer)
-  add_link_options(-fsanitize=${OFFLINETZ_SANITIZERS})
+  target_compile_options(settings INTERFACE
+    -fsanitize=${OFFLINETZ_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(settings INTERFACE -fsanitize=${OFFLINETZ_SANITIZERS})
+else()  # The sanitizers check the same calls.
+  target_compile_options(settings INTERFACE
+    $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE$<SEMICOLON>-D_FORTIFY_SOURCE=2>)
 endif()
 if(OFFLINETZ_COVERAGE)
-  add_compile_definitions(OFFLINETZ_COVERAGE)
-  add_compile_options(--coverage -fprofile-update=atomic)  # Threads count too.
-  add_link_options(--coverage)
+  target_compile_definitions(settings INTERFACE OFFLINETZ_COVERAGE)
+  target_compile_options(settings INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(settings INTERFACE --coverage)
 endif()
 
-find_package(Threads REQUIRED)
+function(offlinetz_settings name)
+  target_link_libraries(${name} PRIVATE offlinetz::settings)
+  set_target_properties(${name} PROPERTIES
+    CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
 
-# Unique symbols of g++ would keep a loaded library from ever being unloaded.
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  add_compile_options(-fno-gnu-unique)
-endif()
+function(offlinetz_library name)
+  add_library(${name} ${ARGN})
+  add_library(offlinetz::${name} ALIAS ${name})
+  offlinetz_settings(${name})
+endfunction()
+
+function(offlinetz_program name)
+  add_executable(${name} ${ARGN})
+  offlinetz_settings(${name})
+endfunction()

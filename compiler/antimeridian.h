@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "source.h"
+#include "geometry.h"
 
 namespace offlinetz {
 

@@ -6,13 +6,14 @@
 #include <stdexcept>
 #include <utility>
 
-#include "grid.h"
-#include "mend.h"
-#include "output_file.h"
+#include "database/grid.h"
+#include "database/open_database.h"
+#include "database/output_file.h"
+#include "database/text_rules.h"
+#include "rebuild_rings.h"
 #include "simplify.h"
 #include "source.h"
 #include "sphere_area.h"
-#include "text_rules.h"
 #include "tile.h"
 
 namespace offlinetz {
@@ -46,8 +47,8 @@ void CountEntries(const std::vector<TableEntry>& entries, CompileSummary* summar
 }
 
 // Zones of which the grid leaves nothing are bad, and go where bad ones are left out.
-void SiftVanished(bool skipBad, const CompileListener& listener, Source* source,
-                  std::vector<ZoneRings>* drawn) {
+void RemoveCollapsedZones(bool skipBad, const CompileListener& listener, Source* source,
+                          std::vector<ZoneRings>* drawn) {
     std::vector<std::string> errors;
     size_t kept = 0;
     for (size_t i = 0; i < drawn->size(); ++i) {
@@ -85,20 +86,17 @@ InputError Describe(const OutputLimitError& error, const std::vector<Zone>& zone
             error.zones.size(), names));
 }
 
-std::vector<ZoneRings> DrawOnGrid(const CompileOptions& options, const Grid& grid,
-                                  const CompileListener& listener, Source* source,
-                                  CompileSummary* summary) {
+std::vector<ZoneRings> RingsOnGrid(const CompileOptions& options, const Grid& grid,
+                                   const CompileListener& listener, Source* source,
+                                   CompileSummary* summary) {
     std::vector<ZoneRings> zones;
     for (const Zone& zone : source->zones) {
-        listener.progress("drawing", zones.size(), source->zones.size());
+        listener.progress("rounding", zones.size(), source->zones.size());
         zones.push_back(SnapToGrid(zone.area.get(), grid, &summary->snap));
     }
-    const auto onRound = [&](int round, size_t points) {
-        summary->pointsAdded = points;
-        listener.progress("mending", static_cast<size_t>(round), 0);
-    };
-    MendOnGrid(&zones, onRound, options.maxOutputBytes / kBytesPerPoint);
-    SiftVanished(options.skipBad, listener, source, &zones);
+    summary->pointsAdded =
+            RebuildRings(&zones, listener.progress, options.maxOutputBytes / kBytesPerPoint);
+    RemoveCollapsedZones(options.skipBad, listener, source, &zones);
     listener.progress("simplifying", 0, 0);
     summary->greatestSimplification = Simplify(&zones, grid, options.toleranceMetres);
     summary->greatestRounding = grid.RoundingMetres(0);
@@ -111,12 +109,10 @@ std::vector<TableEntry> MakeEntries(const CompileOptions& options, const Grid& g
                                     const CompileListener& listener, Source* source,
                                     CompileSummary* summary) {
     try {
-        const std::vector<ZoneRings> zones = DrawOnGrid(options, grid, listener, source, summary);
+        const std::vector<ZoneRings> zones = RingsOnGrid(options, grid, listener, source, summary);
         listener.progress("tiling", 0, 0);
-        return TileWorld(
-                zones, grid, options.maxTilePoints,
-                [&](size_t entries) { listener.progress("tiling", entries, 0); },
-                options.maxOutputBytes);
+        return TileWorld(zones, grid, options.maxTilePoints, listener.progress,
+                         options.maxOutputBytes);
     } catch (const OutputLimitError& error) {
         throw Describe(error, source->zones, grid, options.maxOutputBytes);
     }
@@ -155,7 +151,8 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     summary.zones = source.zones.size();
     summary.pointsIn = source.points;
 
-    content.tableType = options.maxTilePoints == 0 ? kWholeRingsTable : kTiledTable;
+    content.tableType =
+            options.maxTilePoints == 0 ? zonedetect::kWholeRingsTable : zonedetect::kTiledTable;
     content.version = static_cast<uint8_t>(options.version);
     content.precision = options.precision;
     content.fieldNames = {kFieldName};
@@ -170,16 +167,14 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
         throw InputError(fmt::format("{}: would have {} bytes; --max-output raises the limit of {}",
                                      options.output, bytes.size(), options.maxOutputBytes));
     }
-    OutputFile output(options.output, bytes);
     if (options.selfCheckPoints > 0) {
-        ZDDatabase* database = listener.open(output.TemporaryPath());
+        const DatabasePtr database(zonedetect::OpenBytes(bytes.data(), bytes.size(), nullptr));
         if (database == nullptr) throw std::logic_error("the reader refuses the new database");
-        summary.selfCheck = SelfCheck(source, database, grid, options.toleranceMetres,
+        summary.selfCheck = SelfCheck(source, *database, grid, options.toleranceMetres,
                                       options.selfCheckPoints, kSelfCheckSeed, listener.progress);
-        ZDCloseDatabase(database);
         if (!summary.selfCheck.failures.empty()) return summary;
     }
-    output.Commit();
+    WriteOutput(options.output, bytes);
     return summary;
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "encode.h"
+#include "database/encode.h"
 #include "output_limit.h"
 #include "self_check.h"
 #include "snap.h"
@@ -57,13 +57,7 @@ struct CompileSummary {
 
 struct CompileListener {
     std::function<void(const std::string& line)> warn;
-    // A step's name, the parts done and in all (0: not known).
-    std::function<void(const char* step, size_t done, size_t all)> progress;
-    // Opens the new database for the self-check, which closes it: ZDOpenDatabase, whose line on
-    // standard output the program may want elsewhere.
-    std::function<ZDDatabase*(const std::string& path)> open = [](const std::string& path) {
-        return ZDOpenDatabase(path.c_str());
-    };
+    ProgressCallback progress;
 };
 
 // Compiles the inputs into the output file, which is replaced whole or not at all. A self-check

@@ -5,7 +5,7 @@
 #include <functional>
 #include <vector>
 
-#include "grid.h"
+#include "database/grid.h"
 
 namespace offlinetz {
 

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "source.h"
+#include "input_error.h"
 
 namespace offlinetz {
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "grid.h"
+#include "database/grid.h"
 
 namespace offlinetz {
 

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <random>
+
+#include "database/answer.h"
+#include "database/random_points.h"
 
 namespace offlinetz {
 
@@ -19,17 +21,6 @@ constexpr double kLeastNearMetres = 100.0;
 constexpr double kNearPerAllowed = 1.5;
 constexpr double kDegreesPerRadian = 57.29577951308232;
 
-struct TreeDeleter {
-    void operator()(GEOSSTRtree* tree) const { GEOSSTRtree_destroy(tree); }
-};
-using TreePtr = std::unique_ptr<GEOSSTRtree, TreeDeleter>;
-
-struct PreparedDeleter {
-    void operator()(const GEOSPreparedGeometry* prepared) const {
-        GEOSPreparedGeom_destroy(prepared);
-    }
-};
-
 GeometryPtr PointAt(double x, double y) {
     return GeometryPtr(GEOSGeom_createPointFromXY(x, y));
 }
@@ -40,7 +31,7 @@ GeometryPtr BoxGeometry(double xMin, double yMin, double xMax, double yMax) {
 
 struct PreparedPolygon {
     const std::string* tzid;
-    std::unique_ptr<const GEOSPreparedGeometry, PreparedDeleter> prepared;
+    PreparedPtr prepared;
 };
 
 // A ring of the source, closed by its first point at the end.
@@ -55,10 +46,6 @@ struct BorderChunk {
     size_t lastPoint;
 };
 
-double Uniform(std::mt19937_64* random) {
-    return static_cast<double>((*random)() >> 11) * (1.0 / 9007199254740992.0);
-}
-
 }  // namespace
 
 struct SourceLookup::Impl {
@@ -68,19 +55,18 @@ struct SourceLookup::Impl {
     std::vector<BorderChunk> chunks;
     std::vector<GeometryPtr> boxes;  // Of polygons and chunks; the trees borrow them.
     std::vector<size_t> ringEnds;    // Running count of segments, to draw one evenly.
-    TreePtr polygonTree{GEOSSTRtree_create(10)};
-    TreePtr chunkTree{GEOSSTRtree_create(10)};
+    BoxTree<PreparedPolygon> polygonTree;
+    BoxTree<BorderChunk> chunkTree;
 };
 
-SourceLookup::SourceLookup(const Source& source) : mImpl(new Impl{source, {}, {}, {}, {}, {}}) {
+SourceLookup::SourceLookup(const Source& source)
+    : mImpl(new Impl{source, {}, {}, {}, {}, {}, {}, {}}) {
     Impl& impl = *mImpl;
     for (size_t zone = 0; zone < source.zones.size(); ++zone) {
         const GEOSGeometry* area = source.zones[zone].area.get();
         for (int i = 0; i < GEOSGetNumGeometries(area); ++i) {
             const GEOSGeometry* polygon = GEOSGetGeometryN(area, i);
-            impl.polygons.push_back({&source.zones[zone].tzid,
-                                     std::unique_ptr<const GEOSPreparedGeometry, PreparedDeleter>(
-                                             GEOSPrepare(polygon))});
+            impl.polygons.push_back({&source.zones[zone].tzid, PreparedPtr(GEOSPrepare(polygon))});
             impl.boxes.emplace_back(GEOSEnvelope(polygon));
         }
         VisitRings(area, [&](const std::vector<double>& xy, bool, bool) {
@@ -90,7 +76,7 @@ SourceLookup::SourceLookup(const Source& source) : mImpl(new Impl{source, {}, {}
         });
     }
     for (size_t i = 0; i < impl.polygons.size(); ++i) {
-        GEOSSTRtree_insert(impl.polygonTree.get(), impl.boxes[i].get(), &impl.polygons[i]);
+        impl.polygonTree.Insert(impl.boxes[i].get(), &impl.polygons[i]);
     }
     size_t segments = 0;
     for (const BorderRing& ring : impl.rings) {
@@ -101,7 +87,7 @@ SourceLookup::SourceLookup(const Source& source) : mImpl(new Impl{source, {}, {}
             impl.chunks.push_back({&ring, first, std::min(first + kChunkPoints, last)});
         }
     }
-    for (BorderChunk& chunk : impl.chunks) {
+    for (const BorderChunk& chunk : impl.chunks) {
         double box[4] = {1e9, 1e9, -1e9, -1e9};
         for (size_t i = chunk.firstPoint; i <= chunk.lastPoint; ++i) {
             box[0] = std::min(box[0], chunk.ring->xy[2 * i]);
@@ -110,60 +96,39 @@ SourceLookup::SourceLookup(const Source& source) : mImpl(new Impl{source, {}, {}
             box[3] = std::max(box[3], chunk.ring->xy[2 * i + 1]);
         }
         impl.boxes.push_back(BoxGeometry(box[0], box[1], box[2], box[3]));
-        GEOSSTRtree_insert(impl.chunkTree.get(), impl.boxes.back().get(), &chunk);
+        impl.chunkTree.Insert(impl.boxes.back().get(), &chunk);
     }
 }
 
 SourceLookup::~SourceLookup() = default;
 
 std::vector<std::string> SourceLookup::ZonesAt(double lat, double lon) const {
-    struct Query {
-        GeometryPtr point;
-        std::vector<std::string> zones;
-    } query{PointAt(lon, lat), {}};
-    GEOSSTRtree_query(
-            mImpl->polygonTree.get(), query.point.get(),
-            [](void* item, void* data) {
-                const auto* polygon = static_cast<const PreparedPolygon*>(item);
-                auto* q = static_cast<Query*>(data);
-                if (GEOSPreparedIntersects(polygon->prepared.get(), q->point.get()) == 1) {
-                    q->zones.push_back(*polygon->tzid);
-                }
-            },
-            &query);
-    std::sort(query.zones.begin(), query.zones.end());
-    query.zones.erase(std::unique(query.zones.begin(), query.zones.end()), query.zones.end());
-    return query.zones;
+    const GeometryPtr point = PointAt(lon, lat);
+    std::vector<std::string> zones;
+    for (const PreparedPolygon* polygon : mImpl->polygonTree.Query(point.get())) {
+        if (GEOSPreparedIntersects(polygon->prepared.get(), point.get()) == 1)
+            zones.push_back(*polygon->tzid);
+    }
+    std::sort(zones.begin(), zones.end());
+    zones.erase(std::unique(zones.begin(), zones.end()), zones.end());
+    return zones;
 }
 
 double SourceLookup::MetresToBorder(double lat, double lon, const std::string& tzid,
                                     double within) const {
-    struct Query {
-        const Impl& impl;
-        double lat;
-        double lon;
-        const std::string& tzid;
-        double squared;
-    } query{*mImpl, lat, lon, tzid, std::numeric_limits<double>::infinity()};
     const double dLat = within / Grid::kMetresPerDegree;
     const double dLon = std::min(180.0, dLat / std::max(CosineOfDegrees(lat), 1e-6));
     const GeometryPtr box = BoxGeometry(lon - dLon, lat - dLat, lon + dLon, lat + dLat);
-    GEOSSTRtree_query(
-            mImpl->chunkTree.get(), box.get(),
-            [](void* item, void* data) {
-                const auto* chunk = static_cast<const BorderChunk*>(item);
-                auto* q = static_cast<Query*>(data);
-                if (q->impl.source.zones[chunk->ring->zone].tzid != q->tzid) return;
-                const std::vector<double>& xy = chunk->ring->xy;
-                for (size_t i = chunk->firstPoint; i < chunk->lastPoint; ++i) {
-                    q->squared = std::min(
-                            q->squared,
-                            SquaredMetresToSegment(q->lat, q->lon, xy[2 * i + 1], xy[2 * i],
-                                                   xy[2 * i + 3], xy[2 * i + 2]));
-                }
-            },
-            &query);
-    const double metres = std::sqrt(query.squared);
+    double squared = std::numeric_limits<double>::infinity();
+    for (const BorderChunk* chunk : mImpl->chunkTree.Query(box.get())) {
+        if (mImpl->source.zones[chunk->ring->zone].tzid != tzid) continue;
+        const std::vector<double>& xy = chunk->ring->xy;
+        for (size_t i = chunk->firstPoint; i < chunk->lastPoint; ++i) {
+            squared = std::min(squared, SquaredMetresToSegment(lat, lon, xy[2 * i + 1], xy[2 * i],
+                                                               xy[2 * i + 3], xy[2 * i + 2]));
+        }
+    }
+    const double metres = std::sqrt(squared);
     return metres <= within ? metres : std::numeric_limits<double>::infinity();
 }
 
@@ -186,26 +151,19 @@ void SourceLookup::PointNearBorder(double metres, const double (&random)[4], dou
                       180.0);
 }
 
-std::vector<std::string> ZonesAt(const ZDDatabase* database, float lat, float lon) {
-    std::vector<std::string> zones;
-    ZDResult* results = ZDLookup(database, lat, lon, nullptr);
-    if (results == nullptr) throw std::bad_alloc();
-    for (const ZDResult* r = results; r->result != ZDLookupEnd; ++r) {
-        std::string zone =
-                r->fieldValues != nullptr && r->fieldValues[0] != nullptr ? r->fieldValues[0] : "";
-        if (zone.size() >= 2 && zone.front() == '"') zone = zone.substr(1, zone.size() - 2);
-        zones.push_back(std::move(zone));
-    }
-    ZDFreeResults(results);
+std::vector<std::string> ZonesAt(const ZDDatabase& database, float lat, float lon) {
+    const Answer answer = LookUp(database, lat, lon);
+    if (answer.isNautical) return {};
+    std::vector<std::string> zones = IdentifiersOf(answer);
     std::sort(zones.begin(), zones.end());
     return zones;
 }
 
-SelfCheckResult SelfCheck(const Source& source, const ZDDatabase* database, const Grid& grid,
+SelfCheckResult SelfCheck(const Source& source, const ZDDatabase& database, const Grid& grid,
                           double tolerance, size_t points, uint64_t seed,
-                          const std::function<void(const char*, size_t, size_t)>& progress) {
+                          const ProgressCallback& progress) {
     const SourceLookup truth(source);
-    std::mt19937_64 random(seed);
+    RandomPoints random(seed);
     SelfCheckResult result;
     result.points = points;
     const double nearMetres =
@@ -214,13 +172,14 @@ SelfCheckResult SelfCheck(const Source& source, const ZDDatabase* database, cons
         double lat;
         double lon;
         if (i % 2 == 0) {
-            const double numbers[4] = {Uniform(&random), Uniform(&random), Uniform(&random),
-                                       Uniform(&random)};
+            const double numbers[4] = {random.Uniform(), random.Uniform(), random.Uniform(),
+                                       random.Uniform()};
             truth.PointNearBorder(nearMetres, numbers, &lat, &lon);
             ++result.nearBorder;
         } else {
-            lat = std::asin(2.0 * Uniform(&random) - 1.0) * kDegreesPerRadian;
-            lon = 360.0 * Uniform(&random) - 180.0;
+            const Degrees point = random.OnSphere();
+            lat = point.lat;
+            lon = point.lon;
         }
         // Both sides see the point as the reader's floats hold it.
         const auto queryLat = static_cast<float>(lat);

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "grid.h"
+#include "database/grid.h"
 #include "source.h"
 
 namespace offlinetz {
@@ -37,8 +37,8 @@ class SourceLookup {
     std::unique_ptr<Impl> mImpl;
 };
 
-// The tzids in a database's lookup list, without quote characters, sorted.
-std::vector<std::string> ZonesAt(const ZDDatabase* database, float lat, float lon);
+// The identifiers of the zones that a database has at a point, sorted; none at sea.
+std::vector<std::string> ZonesAt(const ZDDatabase& database, float lat, float lon);
 
 struct SelfCheckResult {
     size_t points = 0;
@@ -52,8 +52,8 @@ struct SelfCheckResult {
 // the distance that is allowed where that is more; the others anywhere on the sphere. A different
 // answer fails where each zone in dispute has its border further away than `tolerance` metres and
 // what Grid::RoundingMetres says. The same seed gives the same points.
-SelfCheckResult SelfCheck(const Source& source, const ZDDatabase* database, const Grid& grid,
+SelfCheckResult SelfCheck(const Source& source, const ZDDatabase& database, const Grid& grid,
                           double tolerance, size_t points, uint64_t seed,
-                          const std::function<void(const char*, size_t, size_t)>& progress);
+                          const ProgressCallback& progress);
 
 }  // namespace offlinetz

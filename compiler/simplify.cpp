@@ -119,7 +119,7 @@ class Simplifier {
                 for (const GridPoint& p : ring)
                     ids.push_back(mVertices.IdOf(p));
                 for (size_t i = 0; i < ids.size(); ++i) {
-                    const VertexId next = ids[i + 1 < ids.size() ? i + 1 : 0];
+                    const VertexId next = ids[NextIndex(i, ids.size())];
                     mVertices.AddNeighbour(ids[i], next);
                     mVertices.AddNeighbour(next, ids[i]);
                 }

@@ -1,8 +1,8 @@
 // Thins out the points of mended rings without moving a border further than a tolerance.
 #pragma once
 
-#include "grid.h"
-#include "mend.h"
+#include "database/grid.h"
+#include "rebuild_rings.h"
 
 namespace offlinetz {
 

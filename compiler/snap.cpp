@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "mend.h"
+#include "rebuild_rings.h"
 
 namespace offlinetz {
 
@@ -24,7 +24,7 @@ bool IsFlat(const GridRing& ring, bool isSmall) {
     // A hole alone is no area: it is looked at as an outline.
     std::vector<ZoneRings> alone = {
             {DoubleArea(ring) > 0 ? GridRing(ring.rbegin(), ring.rend()) : ring}};
-    MendOnGrid(&alone, [](int, size_t) {});
+    RebuildRings(&alone, [](const char*, size_t, size_t) {});
     return alone[0].empty();
 }
 

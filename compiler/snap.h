@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "grid.h"
-#include "source.h"
+#include "database/grid.h"
+#include "geometry.h"
 
 namespace offlinetz {
 

@@ -5,18 +5,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 #include <map>
 #include <new>
 #include <optional>
 
 #include "antimeridian.h"
-#include "grid.h"
+#include "database/grid.h"
+#include "database/text_rules.h"
 #include "input_text.h"
-#include "settle.h"
+#include "snap_rounding.h"
 #include "sphere_area.h"
-#include "text_rules.h"
 
 namespace offlinetz {
 
@@ -28,28 +26,15 @@ constexpr size_t kMinRingPositions = 4;  // Three points and the first one again
 // A mended polygon may differ from what its crossing rings enclose by this share of its area, or by
 // a square of a hundred metres: that is a slip of the pen. All polygons of a feature of which
 // mending changes more may together differ by this share of the feature's area.
-constexpr double kMendShare = 1e-3;
-constexpr double kMendSquareDegrees = 1e-6;
+constexpr double kRepairShare = 1e-3;
+constexpr double kRepairSquareDegrees = 1e-6;
 // Rings that cross themselves and each other more often than so many times a point are not mended:
 // what that takes grows with the crossings, of which there may be as many as pairs of edges.
-constexpr size_t kMostCrossingsPerPoint = 8;
+constexpr size_t kMaxCrossingsPerPoint = 8;
 // Units a degree in which crossings are counted, about 5 cm each; three turns of longitude fit.
 constexpr double kUnitsPerDegree = 1 << 21;
 
 using Warn = std::function<void(const std::string&)>;
-
-std::string gLastGeometryError;
-
-__attribute__((format(printf, 1, 2))) void OnGeometryMessage(const char* format, ...) {
-    char text[512];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    gLastGeometryError = text;
-}
-
-void OnGeometryNotice(const char*, ...) {}
 
 [[noreturn]] void Fail(const std::string& where, const std::string& reason) {
     throw InputError(where + ": " + reason);
@@ -58,7 +43,7 @@ void OnGeometryNotice(const char*, ...) {}
 // With what the geometry library said last.
 [[noreturn]] void FailInGeometry(const std::string& where) {
     ThrowIfGeometryLacksMemory();
-    Fail(where, gLastGeometryError);
+    Fail(where, LastGeometryError());
 }
 
 GeometryPtr Checked(GEOSGeometry* geometry, const std::string& where) {
@@ -124,15 +109,6 @@ Positions ReadRing(const dom::element& element, const Feature& feature) {
     return xy;
 }
 
-// What the geometry library takes over.
-template <typename Iterator>
-std::vector<GEOSGeometry*> Release(Iterator begin, Iterator end) {
-    std::vector<GEOSGeometry*> raw;
-    std::transform(begin, end, std::back_inserter(raw),
-                   [](GeometryPtr& geometry) { return geometry.release(); });
-    return raw;
-}
-
 // A polygon of an outline and what it leaves out.
 GeometryPtr MakePolygon(const Positions* rings, size_t count, const Feature& feature) {
     std::vector<GeometryPtr> made;
@@ -143,8 +119,10 @@ GeometryPtr MakePolygon(const Positions* rings, size_t count, const Feature& fea
         if (sequence == nullptr) FailInGeometry(feature.Where());
         made.push_back(Checked(GEOSGeom_createLinearRing(sequence), feature.Where()));
     }
-    std::vector<GEOSGeometry*> holes = Release(made.begin() + 1, made.end());
-    return Checked(GEOSGeom_createPolygon(made[0].release(), holes.data(),
+    GeometryPtr outline = std::move(made.front());
+    made.erase(made.begin());
+    std::vector<GEOSGeometry*> holes = ReleaseAll(std::move(made));
+    return Checked(GEOSGeom_createPolygon(outline.release(), holes.data(),
                                           static_cast<unsigned>(holes.size())),
                    feature.Where());
 }
@@ -167,12 +145,12 @@ bool CrossTooOften(const GEOSGeometry* polygon) {
             if (edge.a != edge.b) edges.push_back(edge);
         }
     });
-    return ClashMoreThan(edges, kMostCrossingsPerPoint * edges.size());
+    return CrossingsExceed(edges, kMaxCrossingsPerPoint * edges.size());
 }
 
 // A valid polygon for one whose rings cross: what its rings enclose. Adds to `part` what was
 // mended.
-GeometryPtr Mend(GeometryPtr polygon, const Feature& feature, PolygonPart* part) {
+GeometryPtr MakeValid(GeometryPtr polygon, const Feature& feature, PolygonPart* part) {
     char* text = nullptr;
     GEOSGeometry* place = nullptr;
     const char valid = GEOSisValidDetail(polygon.get(), 0, &text, &place);
@@ -200,7 +178,7 @@ GeometryPtr Mend(GeometryPtr polygon, const Feature& feature, PolygonPart* part)
     GeometryPtr mended = Checked(made, feature.Where());
     const double before = std::fabs(AreaOf(polygon.get()));
     const double change = std::fabs(AreaOf(mended.get()) - before);
-    if (change > std::max(before * kMendShare, kMendSquareDegrees)) {
+    if (change > std::max(before * kRepairShare, kRepairSquareDegrees)) {
         part->changedSquareDegrees += change;
         part->changedKm2 +=
                 std::fabs(SquareKilometres(mended.get()) - SquareKilometres(polygon.get()));
@@ -236,7 +214,7 @@ GeometryPtr ReadAcrossAntimeridian(std::vector<Positions> rings, bool allCross,
         if ((allCross || CountLongEdges(ring).crossing > 0) && !Unwrap(&ring, &reason)) {
             Fail(feature.Where(), reason);
         }
-        const GeometryPtr area = Mend(MakePolygon(&ring, 1, feature), feature, part);
+        const GeometryPtr area = MakeValid(MakePolygon(&ring, 1, feature), feature, part);
         GeometryPtr cut = Checked(CutAtAntimeridian(area.get()).release(), feature.Where());
         // Outline and hole may have been unwrapped to different sides; cut, they fit.
         polygon = polygon == nullptr
@@ -278,9 +256,9 @@ PolygonPart ReadPolygon(const dom::element& element, const Feature& feature,
     const bool allCross =
             edges.crossing == 0 && edges.aroundTheWorld > 0 && AreRatherCrossing(rings, feature);
     part.crosses = edges.crossing > 0 || allCross;
-    part.area = part.crosses
-                        ? ReadAcrossAntimeridian(std::move(rings), allCross, feature, &part)
-                        : Mend(MakePolygon(rings.data(), rings.size(), feature), feature, &part);
+    part.area = part.crosses ? ReadAcrossAntimeridian(std::move(rings), allCross, feature, &part)
+                             : MakeValid(MakePolygon(rings.data(), rings.size(), feature), feature,
+                                         &part);
     return part;
 }
 
@@ -367,7 +345,7 @@ std::vector<PolygonPart> ReadParts(const dom::element& element, Feature feature,
         const std::string line = feature.Where() + ": " + part.slip;
         if (part.changedSquareDegrees == 0.0) {
             warn(line + "; mended");
-        } else if (changed <= kMendShare * area) {
+        } else if (changed <= kRepairShare * area) {
             warn(fmt::format("{}; mended, which changes its area by {:.2f} km2", line,
                              part.changedKm2));
         } else {
@@ -461,7 +439,7 @@ class SourceReader {
 
     // Unites the polygons of each zone. Throws InputError with all that is bad, unless that is to
     // be left out.
-    Source Finish(const std::function<void(const char*, size_t, size_t)>& progress) {
+    Source Finish(const ProgressCallback& progress) {
         size_t done = 0;
         for (auto& [tzid, zone] : mZones) {
             try {
@@ -527,8 +505,7 @@ class SourceReader {
 };
 
 // Reads one file. Throws InputError where it is no GeoJSON of features.
-void ReadFile(const std::string& path, uint64_t maxBytes,
-              const std::function<void(const char*, size_t, size_t)>& progress,
+void ReadFile(const std::string& path, uint64_t maxBytes, const ProgressCallback& progress,
               SourceReader* reader) {
     const std::string text = ReadText(path, maxBytes);
     dom::parser parser;
@@ -560,24 +537,12 @@ void ReadFile(const std::string& path, uint64_t maxBytes,
 
 }  // namespace
 
-void StartGeometry() {
-    initGEOS(OnGeometryNotice, OnGeometryMessage);
-}
-
-void ThrowIfGeometryLacksMemory() {
-    if (gLastGeometryError.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
-}
-
 bool IsSeaZone(std::string_view tzid) {
     return tzid.substr(0, 7) == "Etc/GMT";
 }
 
-InputError::InputError(std::vector<std::string> lines)
-    : mLines(std::move(lines)), mText(fmt::format("{}", fmt::join(mLines, "\n"))) {}
-
 Source ReadSource(const std::vector<std::string>& paths, const Warn& warn,
-                  const std::function<void(const char*, size_t, size_t)>& progress,
-                  const SourceOptions& options) {
+                  const ProgressCallback& progress, const SourceOptions& options) {
     SourceReader reader(options, warn);
     for (const std::string& path : paths) {
         try {
@@ -591,52 +556,6 @@ Source ReadSource(const std::vector<std::string>& paths, const Warn& warn,
         throw InputError(fmt::format("{}: no land zone in it", fmt::join(paths, ", ")));
     }
     return source;
-}
-
-void AddPolygons(GeometryPtr geometry, std::vector<GeometryPtr>* polygons) {
-    if (GEOSGeomTypeId(geometry.get()) == GEOS_POLYGON) {
-        if (GEOSisEmpty(geometry.get()) == 0) polygons->push_back(std::move(geometry));
-        return;
-    }
-    const int count = GEOSGetNumGeometries(geometry.get());
-    for (int i = 0; i < count; ++i) {
-        const GEOSGeometry* part = GEOSGetGeometryN(geometry.get(), i);
-        if (GEOSGeomTypeId(part) == GEOS_POLYGON && GEOSisEmpty(part) == 0) {
-            polygons->emplace_back(GEOSGeom_clone(part));
-        }
-    }
-}
-
-GeometryPtr Unite(std::vector<GeometryPtr> polygons) {
-    if (polygons.size() == 1) return std::move(polygons.front());
-    std::vector<GEOSGeometry*> raw = Release(polygons.begin(), polygons.end());
-    const GeometryPtr collection(GEOSGeom_createCollection(GEOS_GEOMETRYCOLLECTION, raw.data(),
-                                                           static_cast<unsigned>(raw.size())));
-    return GeometryPtr(collection == nullptr ? nullptr : GEOSUnaryUnion(collection.get()));
-}
-
-void VisitRings(const GEOSGeometry* area, const RingVisitor& visit) {
-    const auto visitRing = [&visit](const GEOSGeometry* ring, bool isHole) {
-        const GEOSCoordSequence* sequence = GEOSGeom_getCoordSeq(ring);
-        unsigned count = 0;
-        GEOSCoordSeq_getSize(sequence, &count);
-        if (count == 0) return;  // Of an empty polygon.
-        std::vector<double> xy(2 * size_t{count});
-        GEOSCoordSeq_copyToBuffer(sequence, xy.data(), /*hasZ=*/0, /*hasM=*/0);
-        char isCounterClockwise = 0;
-        GEOSCoordSeq_isCCW(sequence, &isCounterClockwise);
-        xy.resize(xy.size() - 2);
-        visit(xy, isHole, isCounterClockwise == 0);
-    };
-    const int polygons = GEOSGetNumGeometries(area);
-    for (int i = 0; i < polygons; ++i) {
-        const GEOSGeometry* polygon = GEOSGetGeometryN(area, i);
-        if (GEOSGeomTypeId(polygon) != GEOS_POLYGON) continue;
-        visitRing(GEOSGetExteriorRing(polygon), false);
-        const int holes = GEOSGetNumInteriorRings(polygon);
-        for (int h = 0; h < holes; ++h)
-            visitRing(GEOSGetInteriorRingN(polygon, h), true);
-    }
 }
 
 }  // namespace offlinetz

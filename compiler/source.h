@@ -1,21 +1,17 @@
 // Boundary polygons as the compiler takes them in: read from GeoJSON, checked, united per zone.
 #pragma once
 
-#include <geos_c.h>
-
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace offlinetz {
+#include "geometry.h"
+#include "input_error.h"
+#include "progress.h"
 
-struct GeometryDeleter {
-    void operator()(GEOSGeometry* geometry) const { GEOSGeom_destroy(geometry); }
-};
-using GeometryPtr = std::unique_ptr<GEOSGeometry, GeometryDeleter>;
+namespace offlinetz {
 
 // One zone with its valid, possibly multiple polygon in degrees (x longitude, y latitude).
 struct Zone {
@@ -41,19 +37,6 @@ struct Source {
     size_t points = 0;  // Points of the features' rings.
 };
 
-// Bad input: file, feature and reason, one line for each that is bad.
-class InputError : public std::exception {
-  public:
-    explicit InputError(const std::string& line) : InputError(std::vector{line}) {}
-    explicit InputError(std::vector<std::string> lines);
-    const char* what() const noexcept override { return mText.c_str(); }
-    const std::vector<std::string>& Lines() const { return mLines; }
-
-  private:
-    std::vector<std::string> mLines;  // A foreign text in one may hold a line break.
-    std::string mText;
-};
-
 // One gibibyte: six times the world's boundaries.
 constexpr uint64_t kDefaultMaxInputBytes = uint64_t{1} << 30;
 
@@ -68,13 +51,6 @@ struct SourceOptions {
     bool skipBad = false;  // Leave bad polygons and features out, with a warning for each.
 };
 
-// Must be called once before any other function here, on the main thread.
-void StartGeometry();
-
-// For those whose call of the geometry library has just failed: throws std::bad_alloc where it
-// failed for lack of memory.
-void ThrowIfGeometryLacksMemory();
-
 // Reads GeoJSON FeatureCollections, text sequences or newline-delimited features (plain or gzip;
 // the path "-" is standard input) whose features carry a `tzid` property and a Polygon or
 // MultiPolygon. `warn` receives one line for each polygon that was mended and for each polygon,
@@ -85,23 +61,9 @@ void ThrowIfGeometryLacksMemory();
 // where that changes areas by more than a slip of the pen, measured against the whole feature.
 Source ReadSource(const std::vector<std::string>& paths,
                   const std::function<void(const std::string&)>& warn,
-                  const std::function<void(const char*, size_t, size_t)>& progress,
-                  const SourceOptions& options = {});
+                  const ProgressCallback& progress, const SourceOptions& options = {});
 
 // Whether the nautical fallback answers for this zone: Etc/GMT, Etc/GMT+5, ...
 bool IsSeaZone(std::string_view tzid);
-
-// Adds the polygons within a geometry, of which there may be none.
-void AddPolygons(GeometryPtr geometry, std::vector<GeometryPtr>* polygons);
-
-// One valid geometry for several valid polygons: where they meet, the line between them goes. Null
-// where the geometry library fails.
-GeometryPtr Unite(std::vector<GeometryPtr> polygons);
-
-// Calls `visit` with each ring of a polygon or multipolygon: its points without the repeated
-// last one, x then y, whether it cuts a hole, and whether it runs clockwise.
-using RingVisitor =
-        std::function<void(const std::vector<double>& xy, bool isHole, bool isClockwise)>;
-void VisitRings(const GEOSGeometry* area, const RingVisitor& visit);
 
 }  // namespace offlinetz

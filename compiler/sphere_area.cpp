@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "source.h"
+#include "geometry.h"
 
 namespace offlinetz {
 

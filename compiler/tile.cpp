@@ -6,9 +6,9 @@
 #include <set>
 #include <utility>
 
-#include "border_index.h"
-#include "encode.h"
+#include "database/encode.h"
 #include "output_limit.h"
+#include "segment_rtree.h"
 
 namespace offlinetz {
 
@@ -127,7 +127,7 @@ Reduced Reduce(const Path& path, const GridBox& box, int extraTurns) {
 
 // A rectangle around a tile that no edge meets but those that the tile keeps, as large as degrees
 // alike on all sides make it, and the sides from there on.
-GridBox FenceOf(const GridBox& tile, const BorderIndex& borders, const GridBox& world) {
+GridBox FenceOf(const GridBox& tile, const SegmentRTree& borders, const GridBox& world) {
     const GridBox keep = Grown(tile, kMargin);
     GridBox fence = keep;
     // Sides that met an edge or the world's edge.
@@ -177,7 +177,7 @@ struct SideSet {
     }
     void Add(const Path& path) {
         for (size_t i = 0; i < path.size(); ++i) {
-            const Step& next = path[i + 1 < path.size() ? i + 1 : 0];
+            const Step& next = path[NextIndex(i, path.size())];
             if (path[i].corner != kNoCorner && next.corner != kNoCorner) {
                 Add(path[i].corner, next.corner);
             }
@@ -218,7 +218,7 @@ void AddJoinedSides(const std::vector<ZonePath>& paths, const GridBox& fence, Si
         for (const ZonePath& p : paths) {
             for (size_t i = 0; i < p.path.size(); ++i) {
                 const Step& a = p.path[i];
-                const Step& b = p.path[i + 1 < p.path.size() ? i + 1 : 0];
+                const Step& b = p.path[NextIndex(i, p.path.size())];
                 if ((a.corner == kNoCorner) == (b.corner == kNoCorner)) continue;
                 const GridPoint& vertex = a.corner == kNoCorner ? a.at : b.at;
                 const int corner = a.corner == kNoCorner ? b.corner : a.corner;
@@ -283,7 +283,7 @@ struct Content {
 class Tiler {
   public:
     Tiler(const std::vector<ZoneRings>& zones, const Grid& grid, size_t maxPoints,
-          uint64_t maxBytes, const std::function<void(size_t)>& progress)
+          uint64_t maxBytes, const ProgressCallback& progress)
         : mBorders(zones),
           mWorld({{-grid.Scale(), -grid.Scale()}, {grid.Scale(), grid.Scale()}}),
           mMaxPoints(maxPoints),
@@ -365,7 +365,7 @@ class Tiler {
             mBytes += LeastStoredBytes(mEntries.back());
         }
         CheckSize(paths.size());
-        mProgress(mEntries.size());
+        mProgress("tiling", mEntries.size(), 0);
     }
 
     // Looks at the latest tile, which has so many entries.
@@ -436,11 +436,11 @@ class Tiler {
                      detour.end());
     }
 
-    const BorderIndex mBorders;
+    const SegmentRTree mBorders;
     const GridBox mWorld;
     const size_t mMaxPoints;
     const uint64_t mMaxBytes;
-    const std::function<void(size_t)>& mProgress;
+    const ProgressCallback& mProgress;
     std::vector<TableEntry> mEntries;
     uint64_t mBytes = 0;      // That the entries take at least.
     size_t mMostEntries = 0;  // Of one tile, ...
@@ -452,7 +452,8 @@ std::vector<TableEntry> WholeRings(const std::vector<ZoneRings>& zones) {
     for (size_t zone = 0; zone < zones.size(); ++zone) {
         for (const GridRing& ring : zones[zone]) {
             GridBox box = BoxOf(ring);
-            box.min.lon -= kReaderShift;  // The box also holds the ring where it is stored.
+            box.min.lon -=
+                    zonedetect::kRingShift;  // The box also holds the ring where it is stored.
             entries.push_back({static_cast<uint32_t>(zone), box, ring});
         }
     }
@@ -462,8 +463,7 @@ std::vector<TableEntry> WholeRings(const std::vector<ZoneRings>& zones) {
 }  // namespace
 
 std::vector<TableEntry> TileWorld(const std::vector<ZoneRings>& zones, const Grid& grid,
-                                  size_t maxPoints,
-                                  const std::function<void(size_t entries)>& progress,
+                                  size_t maxPoints, const ProgressCallback& progress,
                                   uint64_t maxBytes) {
     if (maxPoints == 0) return WholeRings(zones);
     Content content;

@@ -3,23 +3,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <vector>
 
-#include "grid.h"
-#include "mend.h"
+#include "database/zone_rings.h"
+#include "progress.h"
 
 namespace offlinetz {
-
-// A ring as the box table enters it: the box of query points that it answers for, and the ring.
-// Coordinates are true ones; the shift for the reader comes when they are written.
-struct TableEntry {
-    static constexpr uint32_t kNoZone = UINT32_MAX;
-
-    uint32_t zone;  // Index, or kNoZone for a ring that encloses nothing.
-    GridBox box;
-    GridRing ring;
-};
 
 // Divides the world into boxes of at most `maxPoints` points of all zones together, fewer in large
 // ones, by halving them across their longer side; every grid point of the world lies in exactly
@@ -37,8 +26,7 @@ struct TableEntry {
 // receives the entries made so far. Throws OutputLimitError (output_limit.h) where the entries of
 // tiles would take more than `maxBytes` in the file.
 std::vector<TableEntry> TileWorld(const std::vector<ZoneRings>& zones, const Grid& grid,
-                                  size_t maxPoints,
-                                  const std::function<void(size_t entries)>& progress,
+                                  size_t maxPoints, const ProgressCallback& progress,
                                   uint64_t maxBytes = UINT64_MAX);
 
 }  // namespace offlinetz

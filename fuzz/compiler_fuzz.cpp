@@ -1,13 +1,13 @@
 // The compiler's input: it is refused with an error that says where, and nothing is written; or the
 // database that comes out verifies, opens, passes the self-check against the input, and answers as
 // the plain reading does. The input describes polygons close to each other, or it is a file.
-#include <compile.h>
-#include <host/log.h>
+#include <platform/log.h>
 
 #include <filesystem>
 
 #include "choices.h"
 #include "compare_readers.h"
+#include "compiler/compile.h"
 #include "temporary_directory.h"
 
 namespace {
@@ -65,7 +65,7 @@ extern "C" const char* __lsan_default_suppressions() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const TemporaryDirectory directory;
-    static const bool isStarted = (offlinetz::StartGeometry(), host::DropLog(), true);
+    static const bool isStarted = (offlinetz::StartGeometry(), platform::DropLog(), true);
     static_cast<void>(isStarted);
     Choices choices(data, size);
     offlinetz::CompileOptions options;

@@ -1,9 +1,7 @@
 // Databases of every shape, whole and broken: the reader must agree with the plain reading in
 // everything. The input describes points, a database, and edits of its fields.
-#include <database_numbers.h>
-#include <host/log.h>
-#include <sys/mman.h>
-#include <unistd.h>
+#include <platform/log.h>
+#include <reader/units.h>
 
 #include <algorithm>
 #include <cstring>
@@ -12,29 +10,12 @@
 
 #include "choices.h"
 #include "compare_readers.h"
-#include "encode.h"
+#include "database/encode.h"
 
 using offlinetz::GridBox;
 using offlinetz::GridPoint;
 using offlinetz::GridRing;
 using zonedetect::WrappingAdd;
-
-// The reader's mappings: heap blocks of just the content, so that a sanitizer sees a read of one
-// byte beyond it, of the opening too. The trailer behind it is not the reader's to read.
-extern "C" {
-void* __wrap_mmap(void*, size_t size, int, int, int fd, off_t);
-int __wrap_munmap(void* mapping, size_t);
-
-void* __wrap_mmap(void*, size_t size, int, int, int fd, off_t) {
-    void* content = std::malloc(size - 20);
-    return pread(fd, content, size - 20, 0) == static_cast<ssize_t>(size) - 20 ? content
-                                                                               : MAP_FAILED;
-}
-int __wrap_munmap(void* mapping, size_t) {
-    std::free(mapping);
-    return 0;
-}
-}
 
 namespace {
 
@@ -151,7 +132,7 @@ Bytes Describe(Choices* c, Draft* draft) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    host::DropLog();
+    platform::DropLog();
     Choices choices(data, size);
     const Bytes first = choices.Take(16);
     Draft draft;

@@ -1,8 +1,8 @@
 // The digest, with every kernel that the processor has, against OpenSSL's, over any message in any
 // pieces. Each piece stands at the end of a block of its own, for sanitizers to see a read beyond.
+#include <digest/sha1_block.h>
 #include <openssl/evp.h>
 #include <sha1.h>
-#include <sha1_block.h>
 
 #include <algorithm>
 #include <cstring>

@@ -2,8 +2,8 @@
 // files, the reports of each client, and who holds on to whom.
 #include <Offlinetimezone.h>
 #include <WorkerThread.h>
-#include <host/death_registry.h>
-#include <host/log.h>
+#include <platform/death_registry.h>
+#include <platform/log.h>
 
 #include <cerrno>
 #include <cmath>
@@ -73,7 +73,7 @@ class Run {
     Run() {
         static const TemporaryDirectory directory;
         static Offlinetimezone* const service = Offlinetimezone::getInstance();
-        host::DropLog();
+        platform::DropLog();
         mService = service;
         Require(Offlinetimezone::getInstance() == service, "the one shared object");
         std::filesystem::create_directory("offlinetz");
@@ -190,7 +190,7 @@ class Run {
     // The service then forgets whom it reports to, and the latest client with its link.
     void Die(size_t who) {
         Drain();
-        host::EndOwnerOf(mClients[who]);
+        platform::EndOwnerOf(mClients[who]);
         if (!std::exchange(mClients[who]->isLinked, false)) return;
         mReported = kNobody;
         const size_t latest = std::exchange(mLatest, kNobody);

@@ -1,11 +1,11 @@
 // Rings on the grid as areas on the earth.
 #pragma once
 
-#include <mend.h>
-#include <source.h>
-#include <sphere_area.h>
-
 #include <array>
+
+#include "compiler/geometry.h"
+#include "compiler/rebuild_rings.h"
+#include "compiler/sphere_area.h"
 
 namespace offlinetz {
 

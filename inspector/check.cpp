@@ -1,11 +1,9 @@
 #include "check.h"
 
-#include <database_numbers.h>
-#include <encode.h>
 #include <fmt/format.h>
-#include <read_budget.h>
-#include <ring.h>
-#include <text_rules.h>
+#include <reader/read_budget.h>
+#include <reader/ring.h>
+#include <reader/varint.h>
 
 #include <algorithm>
 #include <map>
@@ -15,6 +13,9 @@
 #include <utility>
 
 #include "areas.h"
+#include "database/answer.h"
+#include "database/encode.h"
+#include "database/text_rules.h"
 #include "depth.h"
 #include "zones.h"
 
@@ -135,8 +136,7 @@ BoxKey KeyOf(const GridBox& box) {
 
 class Checker {
   public:
-    Checker(const ZDDatabase& database,
-            const std::function<void(const char*, size_t, size_t)>& progress)
+    Checker(const ZDDatabase& database, const ProgressCallback& progress)
         : mDb(database), mProgress(progress) {}
 
     std::vector<Finding> Run() {
@@ -148,10 +148,9 @@ class Checker {
         CheckTable();
         CheckLimits();
         CheckBytes();
-        if (mDb.tableType == kTiledTable) CheckTiles();
+        if (mDb.tableType == zonedetect::kTiledTable) CheckTiles();
         try {
-            mInspected = InspectZones(
-                    mDb, [&](size_t done, size_t all) { mProgress("reading", done, all); });
+            mInspected = InspectZones(mDb, mProgress);
         } catch (const std::runtime_error& error) {
             mFindings.Add(kShared, {}, {}, error.what());
             return mFindings.Take();
@@ -337,7 +336,7 @@ class Checker {
         for (size_t i = 0; i < mRingsMet.size(); ++i) {
             if (!mRingsMet[i].box.Contains(p)) continue;
             zonedetect::Cursor cursor = zonedetect::CursorAt(mDb, mMetRings[i]->position);
-            const zonedetect::Point target = {p.lat, p.lon - kReaderShift};
+            const zonedetect::Point target = {p.lat, p.lon - zonedetect::kRingShift};
             if (zonedetect::ClassifyAgainstRing(&cursor, target, nullptr) != ZDLookupNotInZone) {
                 ++hits;
             }
@@ -545,7 +544,7 @@ class Checker {
             steps += kStepsOfLookup + std::min(bytes[i], MostBytes()) + hits * hits / 4;
         }
         // A lookup may have to read the whole table, unless boxes keep its entries apart.
-        const bool isWholeTable = !mIsTableSound || mDb.tableType != kTiledTable;
+        const bool isWholeTable = !mIsTableSound || mDb.tableType != zonedetect::kTiledTable;
         const size_t entries = isWholeTable ? mEntries.size() : 0;
         return steps / static_cast<int64_t>(points.size()) +
                kStepsOfEntry * static_cast<int64_t>(entries);
@@ -599,9 +598,7 @@ class Checker {
 
 }  // namespace
 
-std::vector<Finding> CheckDatabase(
-        const ZDDatabase& database,
-        const std::function<void(const char*, size_t, size_t)>& progress) {
+std::vector<Finding> CheckDatabase(const ZDDatabase& database, const ProgressCallback& progress) {
     return Checker(database, progress).Run();
 }
 

@@ -5,10 +5,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "compiler/progress.h"
 
 namespace offlinetz {
 
@@ -31,10 +32,8 @@ struct Finding {
 
 // Looks into all of a database that the reader opened and whose digest matches: its table, records,
 // bytes, tiles, rings, and whether the reader finds each zone's own border. Returns the findings,
-// the gravest first. Needs StartGeometry (source.h). `progress` receives a step's name with the
+// the gravest first. Needs StartGeometry (geometry.h). `progress` receives a step's name with the
 // parts done and in all.
-std::vector<Finding> CheckDatabase(
-        const ZDDatabase& database,
-        const std::function<void(const char*, size_t, size_t)>& progress);
+std::vector<Finding> CheckDatabase(const ZDDatabase& database, const ProgressCallback& progress);
 
 }  // namespace offlinetz

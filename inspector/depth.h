@@ -1,10 +1,10 @@
 // How many boxes lie over each other, and where.
 #pragma once
 
-#include <grid.h>
-
 #include <cstdint>
 #include <vector>
+
+#include "database/grid.h"
 
 namespace offlinetz {
 

@@ -56,41 +56,21 @@ void AddPieces(const std::string& zone, GeometryPtr area, Pieces* pieces) {
         pieces->push_back({zone, std::move(polygon)});
 }
 
-// Finds the pieces whose boxes meet that of an area.
-class PieceIndex {
-  public:
-    explicit PieceIndex(const Pieces& pieces) : mTree(GEOSSTRtree_create(kNodeSize)) {
-        for (const Piece& piece : pieces)
-            GEOSSTRtree_insert(mTree.get(), piece.area.get(), const_cast<Piece*>(&piece));
-    }
-    std::vector<const Piece*> Near(const GEOSGeometry* area) const {
-        std::vector<const Piece*> found;
-        GEOSSTRtree_query(
-                mTree.get(), area,
-                [](void* item, void* all) {
-                    static_cast<std::vector<const Piece*>*>(all)->push_back(
-                            static_cast<const Piece*>(item));
-                },
-                &found);
-        return found;
-    }
-
-  private:
-    static constexpr size_t kNodeSize = 10;
-    struct Deleter {
-        void operator()(GEOSSTRtree* tree) const { GEOSSTRtree_destroy(tree); }
-    };
-    std::unique_ptr<GEOSSTRtree, Deleter> mTree;
-};
+BoxTree<Piece> TreeOf(const Pieces& pieces) {
+    BoxTree<Piece> tree;
+    for (const Piece& piece : pieces)
+        tree.Insert(piece.area.get(), &piece);
+    return tree;
+}
 
 using AreasByPair = std::map<std::pair<std::string, std::string>, std::vector<GeometryPtr>>;
 
 // What of `pieces` none of `others` has.
 void AddRest(const Pieces& pieces, const Pieces& others, bool isLost, AreasByPair* areas) {
-    const PieceIndex index(others);
+    const BoxTree<Piece> tree = TreeOf(others);
     for (const Piece& piece : pieces) {
         GeometryPtr rest = Checked(GEOSGeom_clone(piece.area.get()));
-        for (const Piece* other : index.Near(piece.area.get()))
+        for (const Piece* other : tree.Query(piece.area.get()))
             rest = Checked(GEOSDifference(rest.get(), other->area.get()));
         const std::string none;
         AddPolygons(std::move(rest),
@@ -100,10 +80,7 @@ void AddRest(const Pieces& pieces, const Pieces& others, bool isLost, AreasByPai
 
 Change MakeChange(const std::pair<std::string, std::string>& zones,
                   std::vector<GeometryPtr> polygons) {
-    std::vector<GEOSGeometry*> parts;
-    parts.reserve(polygons.size());
-    for (GeometryPtr& polygon : polygons)
-        parts.push_back(polygon.release());
+    std::vector<GEOSGeometry*> parts = ReleaseAll(std::move(polygons));
     Change change;
     change.from = zones.first;
     change.to = zones.second;
@@ -123,9 +100,9 @@ Change MakeChange(const std::pair<std::string, std::string>& zones,
 // What zones lost and what zones gained, by pairs, and what is left of either.
 std::vector<Change> MakeChanges(const Pieces& lost, const Pieces& gained) {
     AreasByPair areas;
-    const PieceIndex index(gained);
+    const BoxTree<Piece> tree = TreeOf(gained);
     for (const Piece& from : lost) {
-        for (const Piece* to : index.Near(from.area.get())) {
+        for (const Piece* to : tree.Query(from.area.get())) {
             AddPolygons(Checked(GEOSIntersection(from.area.get(), to->area.get())),
                         &areas[{from.zone, to->zone}]);
         }
@@ -146,7 +123,7 @@ std::vector<Change> MakeChanges(const Pieces& lost, const Pieces& gained) {
 
 Differences Compare(const InspectedDatabase& oldOne, int32_t oldScale,
                     const InspectedDatabase& newOne, int32_t newScale,
-                    const std::function<void(size_t, size_t)>& progress) {
+                    const ProgressCallback& progress) {
     const std::map<std::string, ZoneRings> oldRings = RingsByName(oldOne);
     const std::map<std::string, ZoneRings> newRings = RingsByName(newOne);
     std::set<std::string> names;
@@ -161,7 +138,7 @@ Differences Compare(const InspectedDatabase& oldOne, int32_t oldScale,
     std::map<std::string, double> newArea;
     size_t done = 0;
     for (const std::string& name : names) {
-        progress(done++, names.size());
+        progress("comparing", done++, names.size());
         const auto before = oldRings.find(name);
         const auto after = newRings.find(name);
         const bool wasThere = before != oldRings.end();

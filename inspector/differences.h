@@ -1,14 +1,13 @@
 // What changed from one database to the next, exactly: areas, not samples.
 #pragma once
 
-#include <source.h>
-
 #include <array>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "compiler/geometry.h"
+#include "compiler/progress.h"
 #include "zones.h"
 
 namespace offlinetz {
@@ -32,10 +31,10 @@ struct Differences {
 };
 
 // Compares databases with the scales `oldScale` and `newScale` (units in 90 degrees of latitude).
-// Needs StartGeometry (source.h). `progress` receives the zones done and all. Throws
+// Needs StartGeometry (geometry.h). Throws
 // std::runtime_error where rings bound no area.
 Differences Compare(const InspectedDatabase& oldOne, int32_t oldScale,
                     const InspectedDatabase& newOne, int32_t newScale,
-                    const std::function<void(size_t, size_t)>& progress);
+                    const ProgressCallback& progress);
 
 }  // namespace offlinetz

@@ -1,10 +1,12 @@
 #include "geojson.h"
 
 #include <fmt/format.h>
-#include <source.h>
 
+#include <cmath>
 #include <iterator>
 #include <vector>
+
+#include "compiler/geometry.h"
 
 namespace offlinetz {
 
@@ -38,6 +40,22 @@ std::string FeatureOf(const nlohmann::ordered_json& properties, const GEOSGeomet
     });
     text += isFirst ? "]}}" : "]]}}";
     return text;
+}
+
+nlohmann::ordered_json ChangeJson(const Change& change) {
+    nlohmann::ordered_json object = {
+            {"from", nullptr}, {"to", nullptr}, {"km2", Rounded(change.km2, 1e6)}};
+    if (!change.from.empty()) object["from"] = change.from;
+    if (!change.to.empty()) object["to"] = change.to;
+    for (const double side : change.box)
+        object["box"].push_back(Rounded(side, 1e7));
+    for (const double degrees : change.sample)
+        object["sample"].push_back(Rounded(degrees, 1e7));
+    return object;
+}
+
+double Rounded(double value, double parts) {
+    return std::round(value * parts) / parts;
 }
 
 }  // namespace offlinetz

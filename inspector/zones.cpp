@@ -1,11 +1,13 @@
 #include "zones.h"
 
-#include <read_budget.h>
+#include <reader/read_budget.h>
 
 #include <algorithm>
 #include <map>
 #include <stdexcept>
 #include <utility>
+
+#include "database/answer.h"
 
 namespace offlinetz {
 
@@ -72,13 +74,7 @@ void CloseRings(std::vector<Edge> edges, InspectedZone* zone) {
 
 }  // namespace
 
-std::string WithoutQuotes(const std::string& stored) {
-    const bool isQuoted = stored.size() >= 2 && stored.front() == '"' && stored.back() == '"';
-    return isQuoted ? stored.substr(1, stored.size() - 2) : stored;
-}
-
-InspectedDatabase InspectZones(const ZDDatabase& database,
-                               const std::function<void(size_t, size_t)>& progress) {
+InspectedDatabase InspectZones(const ZDDatabase& database, const ProgressCallback& progress) {
     InspectedDatabase inspected;
     inspected.entries = DecodeTable(database, &inspected.tableEnd);
     zonedetect::ReadBudget budget(database.length, kLookupsOfInspection);
@@ -87,7 +83,7 @@ InspectedDatabase InspectZones(const ZDDatabase& database,
     GridRing ring;
     for (size_t i = 0; i < inspected.entries.size(); ++i) {
         const DecodedEntry& entry = inspected.entries[i];
-        if (i % kProgressInterval == 0) progress(i, inspected.entries.size());
+        if (i % kProgressInterval == 0) progress("reading", i, inspected.entries.size());
         const bool isInside = entry.record < database.polygonDataOffset;
         uint32_t end;
         if (!isInside) continue;
@@ -105,7 +101,7 @@ InspectedDatabase InspectZones(const ZDDatabase& database,
         const size_t before = edges.size();
         for (size_t p = 0; p < ring.size(); ++p) {
             if (entry.box.Contains(ring[p]))
-                edges.push_back({ring[p], ring[p + 1 < ring.size() ? p + 1 : 0]});
+                edges.push_back({ring[p], ring[NextIndex(p, ring.size())]});
         }
         edgesLeft -= static_cast<int64_t>(edges.size() - before);
     }

@@ -1,15 +1,16 @@
 // The zones of a database, whole again: without the tiling, its fences and frames.
 #pragma once
 
-#include <decode.h>
-#include <mend.h>
 #include <zonedetect.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
+
+#include "compiler/progress.h"
+#include "compiler/rebuild_rings.h"
+#include "database/decode.h"
 
 namespace offlinetz {
 
@@ -44,12 +45,8 @@ struct InspectedDatabase {
 // point lies in one tile, which has all edges there whole; fences and detours run outside. So the
 // rings are those that were tiled, edge for edge.
 //
-// `progress` receives the entries done and all. Throws std::runtime_error where rings and records
+// Throws std::runtime_error where rings and records
 // would have more bytes read than kLookupsOfInspection allow for.
-InspectedDatabase InspectZones(const ZDDatabase& database,
-                               const std::function<void(size_t, size_t)>& progress);
-
-// The identifier within a stored text: without a double quote at both ends, if it has them.
-std::string WithoutQuotes(const std::string& stored);
+InspectedDatabase InspectZones(const ZDDatabase& database, const ProgressCallback& progress);
 
 }  // namespace offlinetz

@@ -1,7 +1,7 @@
 // What the page calls of the library's reader, compiled to WebAssembly.
 #include <LookupInterface.h>
-#include <database_numbers.h>
-#include <decode.h>
+#include <reader/open_bytes.h>
+#include <reader/units.h>
 #include <zonedetect.h>
 
 #include <cstdlib>
@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "answer.h"
-#include "points.h"
-#include "safe_radius.h"
+#include "database/answer.h"
+#include "database/decode.h"
+#include "database/safe_radius.h"
 
 namespace {
 
@@ -34,9 +34,9 @@ offlinetz::GridPoint UnitsOf(const ZDDatabase& database, double lat, double lon)
 
 extern "C" {
 
-// Opens the file at a path; its number, or -1.
-int Open(const char* path) {
-    ZDDatabase* database = ZDOpenDatabase(path);
+// Opens the database of `size` bytes at `bytes`, which stay for the page's life; its number, or -1.
+int Open(const uint8_t* bytes, size_t size) {
+    ZDDatabase* database = zonedetect::OpenBytes(bytes, size, nullptr);
     if (database == nullptr || !zonedetect::HasScale(*database)) return -1;
     uint32_t end;
     gDatabases.push_back({database, offlinetz::DecodeTable(*database, &end)});
@@ -48,19 +48,18 @@ int Open(const char* path) {
 // The answer at a point: the text that a client gets, the zones in it, and in tiled databases the
 // safe radius in kilometres.
 char* Look(int number, double lat, double lon) {
-    ZDDatabase* const database = gDatabases[static_cast<size_t>(number)].database;
+    const ZDDatabase& database = *gDatabases[static_cast<size_t>(number)].database;
+    const auto queryLat = static_cast<float>(lat);
+    const auto queryLon = static_cast<float>(lon);
+    const offlinetz::Answer answer = offlinetz::LookUp(database, queryLat, queryLon, true);
     float distance = 0.0f;
     const std::unique_ptr<char, decltype(&std::free)> raw(
-            LookupTzIdIn(database, static_cast<float>(lat), static_cast<float>(lon), &distance),
-            &std::free);
-    PointText point;
-    point.lat = lat;
-    point.lon = lon;
-    const std::string text = raw != nullptr ? raw.get() : "error:malloc failed";
-    nlohmann::ordered_json answer = AnswerJson(point, text, true);
-    if (IsTiled(database))
-        answer["radius_km"] = SafeRadiusKilometres(database, point, text, distance);
-    return strdup(OneLine(answer).c_str());
+            LookupTzIdIn(&database, queryLat, queryLon, &distance), &std::free);
+    nlohmann::ordered_json object = offlinetz::AnswerJson(lat, lon, answer);
+    object["raw"] = raw != nullptr ? raw.get() : "error:malloc failed";
+    if (offlinetz::IsTiled(database))
+        object["radius_km"] = offlinetz::SafeRadiusKilometres(database, lat, lon, answer);
+    return strdup(offlinetz::OneLine(object).c_str());
 }
 
 // The places of the entries in the table whose boxes meet a box in degrees, without those that a
@@ -101,10 +100,10 @@ char* Entry(int number, int place) {
         points.push_back(p.lon);
     }
     const nlohmann::ordered_json object = {
-            {"zone", SplitIdentifiers(zone).front()},
+            {"zone", offlinetz::WithoutQuotes(zone)},
             {"record", entry.record},
             {"box", {entry.box.min.lat, entry.box.min.lon, entry.box.max.lat, entry.box.max.lon}},
             {"points", std::move(points)}};
-    return strdup(OneLine(object).c_str());
+    return strdup(offlinetz::OneLine(object).c_str());
 }
 }

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <LookupInterface.h>
-#include <deltas.h>
+#include <reader/deltas.h>
 #include <zonedetect.h>
 
 #include <cstdlib>
@@ -40,7 +40,7 @@ inline const char* DifferenceAt(const ZDDatabase& database, const oracle::PlainR
                                 float lat, float lon) {
     const oracle::Answer expected = plain.Lookup(lat, lon);
     ZDDatabase scanned = database;
-    scanned.directory = nullptr;
+    scanned.spatialIndex = nullptr;
     for (const zonedetect::DeltaDecoder decoder :
          {zonedetect::X86DeltaDecoder(),
           zonedetect::DeltaDecoder{zonedetect::DecodeDeltasPortable}}) {

@@ -1,7 +1,7 @@
 // The whole service, used by the client of docs/client.md, compiled as it stands there.
 #include <client_of_the_documents.h>
 #include <gtest/gtest.h>
-#include <host/death_registry.h>
+#include <platform/death_registry.h>
 
 #include <filesystem>
 #include <future>
@@ -68,7 +68,7 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
 
     // The client is back when its service has died.
     const sp<LoadedService::Interface> dead = latest;
-    host::EndOwnerOf(dead);
+    platform::EndOwnerOf(dead);
     EXPECT_TRUE(isBackAgain && latest != dead && !mayHaveWaited);
     EXPECT_EQ(ask("48.85", "2.35"), paris);
 

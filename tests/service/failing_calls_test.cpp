@@ -3,9 +3,9 @@
 // it must, the next request is handled, and after the next start the database is there.
 #include <Offlinetimezone.h>
 #include <WorkerThread.h>
-#include <directory.h>
 #include <gtest/gtest.h>
-#include <host/death_registry.h>
+#include <platform/death_registry.h>
+#include <reader/spatial_index.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@
 #include <sstream>
 #include <thread>
 
-#include "encode.h"
+#include "database/encode.h"
 #include "log_capture.h"
 #include "raw_database.h"
 #include "recorder.h"
@@ -41,7 +41,7 @@ struct Client : Recorder {
     android::hardware::Return<void> timeZoneIdReport(
             const android::hardware::hidl_string& lat, const android::hardware::hidl_string& lon,
             const android::hardware::hidl_string& tzId) override {
-        const calls::TestsOwn own;
+        const calls::ScopedBypass own;
         Recorder::timeZoneIdReport(lat, lon, tzId);
         if (std::exchange(mEndsThread, false)) pthread_exit(nullptr);
         return android::hardware::Void();
@@ -134,12 +134,12 @@ class FailingCalls : public testing::Test {
         mFiles = {{"a", SampleDatabase("A", 1, 9000)}, {"b", SampleDatabase("B", 2, 7000)}};
         mFiles["damaged"] = mFiles["b"];
         mFiles["damaged"][100] ^= 1;
-        host::SetLogReceiver([this](int, const char*, const std::string& message) {
-            const calls::TestsOwn own;
+        platform::SetLogReceiver([this](int, const char*, const std::string& message) {
+            const calls::ScopedBypass own;
             mSeen.insert(message);
         });
     }
-    void TearDown() override { host::SetLogReceiver(nullptr); }
+    void TearDown() override { platform::SetLogReceiver(nullptr); }
 
     void PutFiles(const Scenario& scenario) {
         for (const auto& [path, name] :
@@ -160,7 +160,7 @@ class FailingCalls : public testing::Test {
             lookupThread.CreateThread();
         } else if (step == "fetch") {
             IOfflinetimezone* fetched = HIDL_FETCH_IOfflinetimezone("default");
-            const calls::TestsOwn own;
+            const calls::ScopedBypass own;
             if (fetched == nullptr) {
                 mSeen.insert("no service");
             } else {
@@ -173,7 +173,7 @@ class FailingCalls : public testing::Test {
         } else if (step == "end-thread") {
             client->mEndsThread = true;
         } else if (step == "die") {
-            host::EndOwnerOf(client);
+            platform::EndOwnerOf(client);
         } else if (step == "inject") {
             mService->injectDB();
         } else {
@@ -215,7 +215,7 @@ class FailingCalls : public testing::Test {
             for (;;) {
                 std::string step;
                 {
-                    const calls::TestsOwn own;
+                    const calls::ScopedBypass own;
                     if (!(steps >> step)) break;
                 }
                 try {
@@ -226,7 +226,7 @@ class FailingCalls : public testing::Test {
                         EXPECT_EQ(nullptr, lookupThread.registeredCb());
                     }
                 } catch (const std::system_error& error) {
-                    const calls::TestsOwn own;
+                    const calls::ScopedBypass own;
                     mSeen.insert("thrown " + std::string(error.what()).substr(0, 25));
                 }
             }
@@ -269,7 +269,7 @@ class FailingCalls : public testing::Test {
             EXPECT_EQ(isLost, isKnown);
             // Gone, so that nothing holds it: the one who starts last is the one who dies.
             mService->startLookup(client);
-            host::EndOwnerOf(client);
+            platform::EndOwnerOf(client);
             mService->stopLookup(client);
             Restart();
         }
@@ -339,12 +339,12 @@ TEST(FailingIndex, IsBoundedAndTriedSeldom) {
     for (int lookup = 0; lookup < 9; ++lookup) {
         // Its object, its builder, and one of the arrays.
         calls::LetFail(calls::kAllocation, lookup == 0 ? 1 : lookup == 2 ? 2 : lookup == 5 ? 4 : 0);
-        built += database->directory->Get(*database) != nullptr ? '1' : '0';
+        built += database->spatialIndex->Get(*database) != nullptr ? '1' : '0';
         EXPECT_EQ(before, calls::LiveBytes());
     }
     EXPECT_EQ("000000000", built);
     calls::LetFail(calls::kKinds, 0);
-    while (database->directory->Get(*database) == nullptr)
+    while (database->spatialIndex->Get(*database) == nullptr)
         built += '0';
     EXPECT_EQ("0000000000", built);  // One lookup more to wait for.
     EXPECT_LT(calls::LiveBytes() - before, 22 * kRuns + 280 * 1024);

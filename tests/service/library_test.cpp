@@ -1,7 +1,7 @@
 // The library, loaded: every flow that a client can take, with its answers and its log.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <host/death_registry.h>
+#include <platform/death_registry.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -130,7 +130,7 @@ TEST_F(FlowTest, RunsAsTheTranscriptSays) {
         }
         if (step == "references") return std::to_string(client->getStrongCount());
         if (step == "die") {
-            host::EndOwnerOf(client);
+            platform::EndOwnerOf(client);
             return "";
         }
         if (step == "wait") return client->WaitFor(number(words.at(1))) ? "" : "no report";
@@ -175,7 +175,7 @@ TEST_F(FlowTest, AClientMayCallTheServiceFromItsReport) {
         service->injectDB();
         EXPECT_EQ(1, static_cast<int32_t>(service->getDBVersion()));
         EXPECT_EQ(1, static_cast<int32_t>(service->getServerStatus()));
-        host::EndOwnerOf(self);
+        platform::EndOwnerOf(self);
         service->startLookup(self);
     };
     service->startLookup(client);
@@ -224,37 +224,37 @@ TEST_F(FlowTest, RegistrationsAndDeathsTakeTurns) {
     EXPECT_EQ("error:Server is not supportted", a->Reports()[0].tzId);
     // B registers while A's death is handled: it is served, and its own death is noticed.
     a->mBeforeUnlink = [&] { service->startLookup(b); };
-    host::EndOwnerOf(a);
+    platform::EndOwnerOf(a);
     EXPECT_TRUE(isServed(b));
-    host::EndOwnerOf(b);
+    platform::EndOwnerOf(b);
     EXPECT_FALSE(isServed(b));
     // A itself registers again while its unlinking is under way, and keeps a link.
     service->startLookup(a);
     a->mBeforeUnlink = [&] { service->startLookup(a); };
-    host::EndOwnerOf(a);
+    platform::EndOwnerOf(a);
     EXPECT_TRUE(isServed(a));
-    host::EndOwnerOf(a);
+    platform::EndOwnerOf(a);
     EXPECT_FALSE(isServed(a));
     // What a client throws into its unlinking changes nothing.
     service->startLookup(a);
     a->mBeforeUnlink = [] { throw std::runtime_error("a client's trouble"); };
-    host::EndOwnerOf(a);
+    platform::EndOwnerOf(a);
     EXPECT_FALSE(isServed(a));
     // A's death is handled before B is linked: B is forgotten with A, and its later end, of which
     // the service must not hear, takes nothing from A, which is back.
     service->startLookup(a);
-    b->mBeforeLink = [&] { host::EndOwnerOf(a); };
+    b->mBeforeLink = [&] { platform::EndOwnerOf(a); };
     service->startLookup(b);
     EXPECT_FALSE(isServed(b));
     service->startLookup(a);
-    host::EndOwnerOf(b);
+    platform::EndOwnerOf(b);
     EXPECT_TRUE(isServed(a));
     // The same, and B registers again while it is unlinked: it is served and its death is noticed.
-    b->mBeforeLink = [&] { host::EndOwnerOf(a); };
+    b->mBeforeLink = [&] { platform::EndOwnerOf(a); };
     b->mBeforeUnlink = [&] { service->startLookup(b); };
     service->startLookup(b);
     EXPECT_TRUE(isServed(b));
-    host::EndOwnerOf(b);
+    platform::EndOwnerOf(b);
     EXPECT_FALSE(isServed(b));
 }
 
@@ -323,7 +323,7 @@ TEST(LibraryDeathTest, IsSafeToCallWhileTheProcessEnds) {
         loaded->getDBVersion();
         loaded->getServerStatus();
         loaded->stopLookup(client);
-        host::EndOwnerOf(client);
+        platform::EndOwnerOf(client);
     };
     EXPECT_EXIT(
             {

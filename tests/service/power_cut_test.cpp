@@ -159,7 +159,7 @@ TEST(PowerCut, LeavesTheOldOrTheNewDatabase) {
     };
     // What the service answers when it starts on a state.
     const auto answerOn = [&](const State& state) {
-        const calls::TestsOwn own;
+        const calls::ScopedBypass own;
         Put(kActive, state.first);
         Put(kBackup, state.second);
         WorkerThread worker("OfflinetimezoneThread");

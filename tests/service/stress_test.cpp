@@ -1,8 +1,8 @@
 // Clients that come, ask, stop and die while others look up and databases are replaced; and, when
 // asked for, many more lookups and injections than a device makes in a month.
 #include <gtest/gtest.h>
-#include <host/death_registry.h>
-#include <host/log.h>
+#include <platform/death_registry.h>
+#include <platform/log.h>
 
 #include <pthread.h>
 
@@ -93,7 +93,7 @@ void ComeAndGo(const Bytes (&databases)[2]) {
                 for (int k = 0; k < 5; ++k)
                     service->Lookup("1", "2");
                 if (i % 3 == 0) service->stopLookup(client);
-                if (i % 2 == t % 2) host::EndOwnerOf(client);
+                if (i % 2 == t % 2) platform::EndOwnerOf(client);
             }
         });
     }
@@ -103,7 +103,7 @@ void ComeAndGo(const Bytes (&databases)[2]) {
     // Whoever is registered now, the next client is served after a death.
     const sp<Recorder> last = new Recorder;
     service->startLookup(last);
-    host::EndOwnerOf(last);
+    platform::EndOwnerOf(last);
     service->startLookup(last);
     service->Lookup("1", "2.5");
     stop = true;
@@ -172,7 +172,7 @@ TEST_F(StressTest, DISABLED_HoldsNoMoreAfterTenMillionLookups) {
         }
         std::atomic<size_t> mReports{0};
     };
-    host::DropLog();
+    platform::DropLog();
     LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
     const sp<Counter> client = new Counter;
     service->startLookup(client);

@@ -128,7 +128,7 @@ TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
     __android_log_print(ANDROID_LOG_INFO, "Tag", "Safezone: %f\n", 1.5);
     EXPECT_THAT(mLog.TakeMessages(), ElementsAre("Safezone: 1.500000\n"));
     __android_log_print(ANDROID_LOG_INFO, "Tag", "%s", std::string(300, 'x').c_str());
-    host::DropLog();
+    platform::DropLog();
     __android_log_print(ANDROID_LOG_INFO, "Tag", "not this one");
     EXPECT_THAT(mLog.TakeMessages(), ElementsAre(std::string(300, 'x')));
     std::setlocale(LC_ALL, "C");

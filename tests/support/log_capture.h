@@ -1,7 +1,7 @@
 // Collects the service's log while it lives.
 #pragma once
 
-#include <host/log.h>
+#include <platform/log.h>
 
 #include <algorithm>
 #include <chrono>
@@ -19,13 +19,13 @@ struct LogLine {
 class LogCapture {
   public:
     LogCapture() {
-        host::SetLogReceiver([this](int priority, const char* tag, const std::string& message) {
+        platform::SetLogReceiver([this](int priority, const char* tag, const std::string& message) {
             const std::lock_guard<std::mutex> lock(mMutex);
             mLines.push_back({priority, tag, message});
             mChanged.notify_all();
         });
     }
-    ~LogCapture() { host::SetLogReceiver(nullptr); }
+    ~LogCapture() { platform::SetLogReceiver(nullptr); }
 
     // What was logged since the last call.
     std::vector<LogLine> Take() {

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "encode.h"
+#include "database/encode.h"
 
 using offlinetz::GridBox;
 using offlinetz::GridPoint;
@@ -41,7 +41,7 @@ Bytes operator+(Bytes a, const Bytes& b) {
 
 void RawDatabase::AddRing(uint32_t record, const GridRing& ring) {
     GridBox box = offlinetz::BoxOf(ring);
-    box.max.lon += offlinetz::kReaderShift;
+    box.max.lon += zonedetect::kRingShift;
     AddRing(record, ring, box);
 }
 
@@ -104,12 +104,11 @@ Bytes ReadFile(const std::string& path) {
 }
 
 DatabasePtr OpenBytes(const Bytes& file) {
-    const int fd = memfd_create("database", MFD_CLOEXEC);
-    if (fd < 0 || write(fd, file.data(), file.size()) != static_cast<ssize_t>(file.size()))
-        std::abort();
-    DatabasePtr database(ZDOpenDatabase(("/proc/self/fd/" + std::to_string(fd)).c_str()));
-    close(fd);
-    return database;
+    constexpr size_t kTrailer = 20;
+    const size_t length = file.size() < kTrailer ? 0 : file.size() - kTrailer;
+    const auto content = std::make_shared<const Bytes>(
+            file.begin(), file.begin() + static_cast<ptrdiff_t>(length));
+    return {zonedetect::OpenBytes(content->data(), file.size(), nullptr), {content}};
 }
 
 float DegreesAtUnits(int32_t units, int precision, double degreesPerScale) {

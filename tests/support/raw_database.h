@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "grid.h"
+#include "database/grid.h"
+#include "database/open_database.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -49,12 +50,10 @@ Bytes WithTrailer(Bytes content);
 void WriteFile(const std::string& path, const Bytes& bytes);
 Bytes ReadFile(const std::string& path);
 
-struct DatabaseCloser {
-    void operator()(ZDDatabase* database) const { ZDCloseDatabase(database); }
-};
-using DatabasePtr = std::unique_ptr<ZDDatabase, DatabaseCloser>;
+using offlinetz::DatabasePtr;
 
-// Opens `file` by way of a file in memory; null where the reader refuses it.
+// Opens a database, which keeps a copy of `file`; null where the reader refuses it. The copy is a
+// heap block of exactly the content: a sanitizer sees a read beyond it, the trailer included.
 DatabasePtr OpenBytes(const Bytes& file);
 
 // A float that the reader truncates to `units` (of 90 or 180 degrees to `scale`).

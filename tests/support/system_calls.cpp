@@ -49,7 +49,7 @@ bool Passes(Kind kind) {
 template <typename Result>
 Result Observed(Kind kind, int fd, bool succeeded, Result result) {
     if (!succeeded || !gObserver || gTestsOwn > 0) return result;
-    const TestsOwn own;
+    const ScopedBypass own;
     const int error = errno;
     gObserver(kind, std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)));
     errno = error;
@@ -96,10 +96,10 @@ long MostBytes() {
 void SetObserver(Observer observer) {
     gObserver = std::move(observer);
 }
-TestsOwn::TestsOwn() {
+ScopedBypass::ScopedBypass() {
     ++gTestsOwn;
 }
-TestsOwn::~TestsOwn() {
+ScopedBypass::~ScopedBypass() {
     --gTestsOwn;
 }
 
@@ -212,7 +212,7 @@ extern "C" __attribute__((weak)) int __interceptor_pthread_create(pthread_t*, co
 extern "C" __attribute__((visibility("default"))) int pthread_create(
         pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
     static const auto original = [] {
-        const TestsOwn own;
+        const ScopedBypass own;
         return __interceptor_pthread_create != nullptr
                        ? &__interceptor_pthread_create
                        : reinterpret_cast<decltype(&pthread_create)>(

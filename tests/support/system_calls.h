@@ -42,12 +42,12 @@ using Observer = std::function<void(Kind kind, const std::string& path)>;
 void SetObserver(Observer observer);
 
 // While one lives, this thread's calls are the test's own: they neither fail nor are observed.
-class TestsOwn {
+class ScopedBypass {
   public:
-    TestsOwn();
-    ~TestsOwn();
-    TestsOwn(const TestsOwn&) = delete;
-    TestsOwn& operator=(const TestsOwn&) = delete;
+    ScopedBypass();
+    ~ScopedBypass();
+    ScopedBypass(const ScopedBypass&) = delete;
+    ScopedBypass& operator=(const ScopedBypass&) = delete;
 };
 
 }  // namespace calls

@@ -1,17 +1,11 @@
 // What neither a whole run of the compiler (cli/compile.transcript, world/world.transcript, the
 // fuzz target) nor its self-check would show.
-#include <compile.h>
-#include <encode.h>
-#include <fewest_vertices.h>
-#include <grid.h>
 #include <gtest/gtest.h>
-#include <mend.h>
-#include <self_check.h>
-#include <simplify.h>
-#include <source.h>
 
 #include <algorithm>
 #include <array>
+#include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <regex>
@@ -20,6 +14,15 @@
 #include <utility>
 #include <vector>
 
+#include "compiler/compile.h"
+#include "compiler/fewest_vertices.h"
+#include "compiler/rebuild_rings.h"
+#include "compiler/self_check.h"
+#include "compiler/simplify.h"
+#include "compiler/source.h"
+#include "database/encode.h"
+#include "database/grid.h"
+#include "database/output_file.h"
 #include "raw_database.h"
 #include "temporary_directory.h"
 
@@ -27,6 +30,12 @@ using offlinetz::Grid;
 using offlinetz::GridPoint;
 using offlinetz::GridRing;
 using offlinetz::ZoneRings;
+
+// The output file's: the place where a signal finds the temporary file.
+bool raisesInSync = false;
+extern "C" int fsync(int) {
+    return raisesInSync ? std::raise(SIGTERM) : 0;
+}
 
 namespace {
 
@@ -38,7 +47,7 @@ TEST(Simplifying, KeepsIslandsAndEdges) {
     const GridRing sliver = {{4000, 4000}, {4002, 4001}, {4003, 4003}, {4001, 4002}};
     std::vector<ZoneRings> zones = {{island, sliver}};
     zones[0][0].insert(zones[0][0].end() - 1, {{3002, 3012}, {3001, 3018}});
-    offlinetz::MendOnGrid(&zones, [](int, size_t) {});
+    offlinetz::RebuildRings(&zones, [](const char*, size_t, size_t) {});
     EXPECT_LE(offlinetz::Simplify(&zones, grid, 30.0), 30.0);
     EXPECT_TRUE(offlinetz::IsClean(zones));
     EXPECT_EQ(island, zones[0][0]);
@@ -135,12 +144,21 @@ TEST(SelfCheck, AllowsForTheGridAndNoMore) {
     for (const std::string& input : {land, std::string("shifted.geojson")}) {
         options.inputs = {input};
         offlinetz::Compile(options, listener);
-        const DatabasePtr database(ZDOpenDatabase("out.bin"));
-        const auto result = offlinetz::SelfCheck(source, database.get(), Grid(21), 0.0, 4000, 1,
-                                                 listener.progress);
+        const DatabasePtr database = offlinetz::OpenDatabase("out.bin");
+        const auto result =
+                offlinetz::SelfCheck(source, *database, Grid(21), 0.0, 4000, 1, listener.progress);
         EXPECT_GT(result.differences, 0u);
         EXPECT_EQ(input == land, result.failures.empty());
     }
+}
+
+TEST(OutputDeathTest, ASignalRemovesTheTemporaryFile) {
+    const TemporaryDirectory directory;
+    WriteFile("out", {'o'});
+    EXPECT_EXIT((raisesInSync = true, offlinetz::WriteOutput("out", {'n'})),
+                ::testing::KilledBySignal(SIGTERM), "");
+    EXPECT_EQ(Bytes{'o'}, ReadFile("out"));
+    EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator("."), {}));
 }
 
 TEST(Encoding, RefusesRingsThatNoReaderTakes) {

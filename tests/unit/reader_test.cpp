@@ -1,8 +1,8 @@
 // The reader where a second reading of the same bytes, beside which the fuzz target holds it, has
 // nothing to say: its interface, its limits, its threads, the zones at sea, and the world.
-#include <directory.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <reader/spatial_index.h>
 #include <unistd.h>
 #include <zonedetect.h>
 
@@ -18,6 +18,7 @@
 #include "compare_readers.h"
 #include "processor_features.h"
 #include "raw_database.h"
+#include "temporary_directory.h"
 
 namespace {
 
@@ -39,7 +40,9 @@ TEST(Opening, ReportsHeaderFieldsAndHoldsNothingAfterwards) {
     // The second name refers to a length of 257 and is null, the third to the first's text.
     raw.headerStrings = String("Zone") + Unsigned(256 + 16) + Unsigned(256 + 7) + String("hello");
     const Bytes file = raw.File();
-    DatabasePtr database = OpenBytes(file);
+    const TemporaryDirectory directory;
+    WriteFile("file", file);
+    DatabasePtr database(ZDOpenDatabase("file"));
     ASSERT_NE(nullptr, database);
     EXPECT_EQ(255u, ZDgetDBVersion(database.get()));
     EXPECT_EQ(200, ZDGetTableType(database.get()));
@@ -161,7 +164,7 @@ TEST(Lookup, AgreesWithThePlainReadingOfTheWorld) {
 // Answers are right without an index and with any decoder: only the time would tell.
 TEST(Index, NarrowsTheWorldDown) {
     const DatabasePtr database = OpenBytes(ReadFile(OFFLINETZ_WORLD_DATABASE));
-    const zonedetect::Directory* index = database->directory->Get(*database);
+    const zonedetect::SpatialIndex* index = database->spatialIndex->Get(*database);
     ASSERT_NE(nullptr, index);
     std::mt19937 random(3);
     uint32_t runs = 0;

@@ -1,6 +1,6 @@
+#include <digest/sha1_block.h>
 #include <gtest/gtest.h>
 #include <sha1.h>
-#include <sha1_block.h>
 
 #include <array>
 #include <vector>

@@ -36,11 +36,11 @@ constexpr uint64_t kDeathCookie = 99;
 // Room for an object that is made when the library is loaded and never destroyed: client threads
 // and exit handlers may call the service for as long as the process lives.
 template <typename T>
-struct Room {
+struct NoDestructor {
     alignas(T) unsigned char bytes[sizeof(T)];
 };
-Room<WorkerThread> workerRoom;
-Room<sp<IOfflinetimezoneCallback>> callbackRoom;
+NoDestructor<WorkerThread> workerStorage;
+NoDestructor<sp<IOfflinetimezoneCallback>> callbackStorage;
 
 // Guards who is registered: mCallback of every service object, clientCallback, and what follows.
 // Taken by startLookup, stopLookup and serviceDied for each change as a whole; no client's code
@@ -51,10 +51,10 @@ uint64_t deathCount = 0;  // Death notices so far.
 
 }  // namespace
 
-WorkerThread& lookupThread = *new (workerRoom.bytes) WorkerThread("OfflinetimezoneThread");
+WorkerThread& lookupThread = *new (workerStorage.bytes) WorkerThread("OfflinetimezoneThread");
 // The callback of the latest client. Guarded by registrationMutex.
 sp<IOfflinetimezoneCallback>& clientCallback =
-        *new (callbackRoom.bytes) sp<IOfflinetimezoneCallback>;
+        *new (callbackStorage.bytes) sp<IOfflinetimezoneCallback>;
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "sha1_block.h"
+#include "digest/sha1_block.h"
 
 namespace {
 

@@ -9,55 +9,80 @@
 #include <cstring>
 #include <new>
 
-#include "database_numbers.h"
-#include "directory.h"
-#include "read_budget.h"
-#include "stored_string.h"
+#include "reader/format.h"
+#include "reader/open_bytes.h"
+#include "reader/read_budget.h"
+#include "reader/spatial_index.h"
+#include "reader/stored_string.h"
+#include "reader/varint.h"
 
 using namespace zonedetect;
 
 namespace {
 
 constexpr char kSourceName[] = "zonedetect.cpp";
-constexpr uint8_t kMagic[3] = {'P', 'L', 'B'};
-constexpr int32_t kTrailerSize = 20;
-constexpr int32_t kFixedHeaderSize = 7;
+
+ZDDatabase* NewHandle() {
+    auto* db = static_cast<ZDDatabase*>(std::calloc(1, sizeof(ZDDatabase)));
+    if (db != nullptr) db->fd = -1;
+    return db;
+}
+
+Refusal CheckSize(uint64_t size) {
+    if (size <= kTrailerSize) return Refusal::kTooShort;
+    // Lengths are signed 32-bit numbers.
+    return size > INT32_MAX ? Refusal::kTooLong : Refusal::kNone;
+}
+
+// `size` must have passed CheckSize.
+void SetBytes(ZDDatabase* db, const uint8_t* bytes, uint64_t size) {
+    db->length = static_cast<int32_t>(size) - kTrailerSize;
+    db->mapping = bytes;
+    db->checksum = bytes + db->length;
+}
 
 bool MapFile(const char* path, ZDDatabase* db) {
-    // O_NONBLOCK: opening must not wait for the other end of a pipe, which is refused below.
+    // Without O_NONBLOCK, opening a pipe waits for its other end.
     db->fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (db->fd < 0) return false;
     const off_t size = lseek(db->fd, 0, SEEK_END);
-    // Lengths are signed 32-bit numbers: a file of 2 GiB or more is refused like a broken one.
-    if (size <= kTrailerSize || size > INT32_MAX) return false;
-    db->length = static_cast<int32_t>(size) - kTrailerSize;
+    if (size < 0 || CheckSize(static_cast<uint64_t>(size)) != Refusal::kNone) return false;
     if (lseek(db->fd, 0, SEEK_SET) != 0) return false;
     void* mapping = mmap(nullptr, static_cast<size_t>(size), PROT_READ, MAP_PRIVATE, db->fd, 0);
     if (mapping == MAP_FAILED) return false;
-    db->mapping = static_cast<const uint8_t*>(mapping);
-    db->checksum = db->mapping + db->length;
+    SetBytes(db, static_cast<const uint8_t*>(mapping), static_cast<uint64_t>(size));
     return true;
 }
 
-bool ParseHeader(ZDDatabase* db) {
-    if (db->length < kFixedHeaderSize) return false;
-    if (std::memcmp(db->mapping, kMagic, sizeof kMagic) != 0) return false;
+// Decodes the field names and the notice, and moves `*position` past them. A field name that cannot
+// be decoded is null; a notice that cannot be is a refusal.
+Refusal ReadHeaderStrings(ZDDatabase* db, uint32_t* position) {
+    const uint8_t fieldCount = db->mapping[kFixedHeaderSize - 1];
+    // One slot more than needed: an empty array must not look like a failed allocation.
+    db->fieldNames = static_cast<char**>(std::calloc(fieldCount + size_t{1}, sizeof(char*)));
+    if (db->fieldNames == nullptr) return Refusal::kNoMemory;
+    db->fieldCount = fieldCount;
+    ReadBudget budget(db->length);
+    for (int i = 0; i < fieldCount; ++i)
+        db->fieldNames[i] = ParseString(*db, position, &budget);
+    StoredString notice;
+    if (!FindString(*db, position, &budget, &notice)) return Refusal::kHeader;
+    db->notice = notice.Copy();
+    return db->notice != nullptr ? Refusal::kNone : Refusal::kNoMemory;
+}
+
+// Decodes the header of a handle that has its bytes.
+OpenFailure ReadHeader(ZDDatabase* db) {
+    const auto length = static_cast<uint32_t>(db->length);
+    if (length < sizeof kMagic || std::memcmp(db->mapping, kMagic, sizeof kMagic) != 0)
+        return {Refusal::kNotADatabase, 0};
+    if (length < kFixedHeaderSize) return {Refusal::kHeader, 0};
     db->tableType = db->mapping[3];
     db->version = db->mapping[4];
     db->precision = db->mapping[5];
-    const uint8_t fieldCount = db->mapping[6];
-
-    // One slot more than needed: an empty array must not look like a failed allocation.
-    db->fieldNames = static_cast<char**>(std::calloc(fieldCount + size_t{1}, sizeof(char*)));
-    if (db->fieldNames == nullptr) return false;
-    db->fieldCount = fieldCount;
-
     uint32_t position = kFixedHeaderSize;
-    ReadBudget budget(db->length);
-    for (int i = 0; i < fieldCount; ++i)
-        db->fieldNames[i] = ParseString(*db, &position, &budget);
-    db->notice = ParseString(*db, &position, &budget);
-    if (db->notice == nullptr) return false;
+    const Refusal strings = ReadHeaderStrings(db, &position);
+    if (strings != Refusal::kNone) return {strings, 0};
 
     Cursor cursor = CursorAt(*db, position);
     uint32_t boxTableSize;
@@ -65,25 +90,50 @@ bool ParseHeader(ZDDatabase* db) {
     uint32_t polygonDataSize;
     if (!ReadUnsigned(&cursor, &boxTableSize) || !ReadUnsigned(&cursor, &metadataSize) ||
         !ReadUnsigned(&cursor, &polygonDataSize)) {
-        return false;
+        return {Refusal::kHeader, 0};
     }
     db->boxTableOffset = PositionOf(*db, cursor);
     db->metadataOffset = db->boxTableOffset + boxTableSize;
     db->polygonDataOffset = db->metadataOffset + metadataSize;
-    if (db->polygonDataOffset + polygonDataSize != static_cast<uint32_t>(db->length)) return false;
-    // Empty until the first lookup; without it lookups scan the table.
-    db->directory = new (std::nothrow) ZDDirectory;
-    return true;
+    if (db->polygonDataOffset + polygonDataSize != length) {
+        // Behind a field name that cannot be decoded the sizes are read from the wrong place.
+        for (int i = 0; i < db->fieldCount; ++i) {
+            if (db->fieldNames[i] == nullptr) return {Refusal::kHeader, 0};
+        }
+        return {Refusal::kSize, uint64_t{db->boxTableOffset} + boxTableSize + metadataSize +
+                                        polygonDataSize + kTrailerSize};
+    }
+    // Empty until the first lookup. Without memory for it, lookups scan the table.
+    db->spatialIndex = new (std::nothrow) ZDSpatialIndex;
+    return {};
 }
 
 }  // namespace
 
+ZDDatabase* zonedetect::OpenBytes(const uint8_t* bytes, size_t size, OpenFailure* failure) {
+    OpenFailure found = {CheckSize(size), 0};
+    ZDDatabase* db = nullptr;
+    if (found.reason == Refusal::kNone) {
+        db = NewHandle();
+        if (db == nullptr) found.reason = Refusal::kNoMemory;
+    }
+    if (db != nullptr) {
+        SetBytes(db, bytes, size);
+        found = ReadHeader(db);
+        if (found.reason != Refusal::kNone) {
+            ZDCloseDatabase(db);
+            db = nullptr;
+        }
+    }
+    if (failure != nullptr) *failure = found;
+    return db;
+}
+
 ZDDatabase* ZDOpenDatabase(const char* path) {
-    auto* db = static_cast<ZDDatabase*>(std::calloc(1, sizeof(ZDDatabase)));
+    ZDDatabase* db = NewHandle();
     if (db == nullptr) return nullptr;
-    db->fd = -1;
     std::printf("%s %d , open file : %s \n", kSourceName, __LINE__, path);
-    if (!MapFile(path, db) || !ParseHeader(db)) {
+    if (!MapFile(path, db) || ReadHeader(db).reason != Refusal::kNone) {
         ZDCloseDatabase(db);
         return nullptr;
     }
@@ -98,8 +148,9 @@ void ZDCloseDatabase(ZDDatabase* db) {
         std::free(db->fieldNames);
     }
     std::free(db->notice);
-    delete db->directory;
-    if (db->mapping != nullptr) {
+    delete db->spatialIndex;
+    // Only a handle with a descriptor owns its mapping; one of OpenBytes borrows the bytes.
+    if (db->fd >= 0 && db->mapping != nullptr) {
         munmap(const_cast<uint8_t*>(db->mapping), static_cast<size_t>(db->length) + kTrailerSize);
     }
     if (db->fd >= 0) close(db->fd);

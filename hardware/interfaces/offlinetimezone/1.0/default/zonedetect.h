@@ -13,7 +13,7 @@
 
 #include "export.h"
 
-struct ZDDirectory;
+struct ZDSpatialIndex;
 
 #ifdef __cplusplus
 extern "C" {
@@ -47,7 +47,7 @@ typedef struct ZDDatabase {
     uint32_t polygonDataOffset;
     const uint8_t* checksum;  // The digest trailer, mapping + length.
     // What lookups remember of the box table, owned; null: they scan it. The first lookup fills it.
-    struct ZDDirectory* directory;
+    struct ZDSpatialIndex* spatialIndex;
 } ZDDatabase;
 
 // One entry of a lookup's result list.

@@ -1,0 +1,152 @@
+// offlinetz lookup: which zones contain a point, for one point or for lines of points.
+#include <LookupInterface.h>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "database/answer.h"
+#include "database/open_database.h"
+#include "database/safe_radius.h"
+#include "lines.h"
+#include "message.h"
+#include "options.h"
+#include "points.h"
+
+namespace {
+
+using vendor::quor::hardware::offlinetimezone::V1_0::implementation::LookupTzIdIn;
+
+constexpr double kLeastRadius = 0.01;  // Kilometres; less is not worth a figure.
+
+struct LookupOptions {
+    std::string database = BesideProgram(OFFLINETZ_WORLD_DATABASE);
+    std::string lat;
+    std::string lon;
+    bool json = false;
+    bool raw = false;
+    bool radius = false;
+    std::string latColumn;
+    std::string lonColumn;
+    bool verbose = false;
+    bool noVerify = false;
+};
+
+// The exact text that a client of the service gets. The service's log of the lookup is written,
+// too.
+std::string ClientText(const ZDDatabase& database, const PointText& point) {
+    float distance = 0.0f;
+    const std::unique_ptr<char, decltype(&std::free)> text(
+            LookupTzIdIn(&database, static_cast<float>(point.lat), static_cast<float>(point.lon),
+                         &distance),
+            &std::free);
+    if (text == nullptr) throw std::bad_alloc();
+    return text.get();
+}
+
+LineAnswer AnswerAt(const LookupOptions& options, const ZDDatabase& database,
+                    const PointText& point, bool* isError) {
+    const offlinetz::Answer answer = offlinetz::LookUp(
+            database, static_cast<float>(point.lat), static_cast<float>(point.lon), options.radius);
+    const double radius =
+            options.radius ? offlinetz::SafeRadiusKilometres(database, point.lat, point.lon, answer)
+                           : 0.0;
+    const std::string raw = options.raw || options.verbose ? ClientText(database, point) : "";
+    *isError = !answer.error.empty();
+    LineAnswer row;
+    if (options.json) {
+        row.object = offlinetz::AnswerJson(point.lat, point.lon, answer);
+        if (options.raw) row.object["raw"] = raw;
+        if (options.radius) row.object["radius_km"] = radius;
+        return row;
+    }
+    if (options.raw) {
+        row.text = raw;
+    } else if (*isError) {
+        row.text = "error:" + answer.error;
+    } else {
+        row.text = Printable(fmt::format("{}", fmt::join(offlinetz::IdentifiersOf(answer), " ")));
+    }
+    row.columns = {row.text};
+    if (options.radius) {
+        row.text += radius < kLeastRadius ? "\tless than 10 m from a border"
+                                          : fmt::format("\tholds within {:.2f} km", radius);
+        row.columns.push_back(fmt::format("{:.2f}", radius));
+    }
+    return row;
+}
+
+int RunLookup(const LookupOptions& options, bool onePoint) {
+    UseLog(options.verbose);
+    PointText point;
+    try {
+        if (onePoint) point = ParsePoint(options.lat + " " + options.lon);
+    } catch (const std::invalid_argument& error) {
+        PrintMessage(error.what());
+        return kExitUsage;
+    }
+    const offlinetz::DatabasePtr database =
+            offlinetz::OpenDatabase(options.database, !options.noVerify);
+    if (options.radius && !offlinetz::IsTiled(*database)) {
+        throw std::runtime_error(options.database +
+                                 ": is not tiled, so how far an answer holds is not known");
+    }
+    int exitCode = kExitOk;
+    const auto answer = [&](const PointText& where) {
+        bool isError = false;
+        const LineAnswer row = AnswerAt(options, *database, where, &isError);
+        if (isError) exitCode = kExitFailed;
+        return row;
+    };
+    if (onePoint) {
+        const LineAnswer found = answer(point);
+        std::printf("%s\n",
+                    options.json ? offlinetz::OneLine(found.object).c_str() : found.text.c_str());
+    } else if (!AnswerLines({options.json, options.latColumn, options.lonColumn,
+                             options.radius ? std::vector<std::string>{"zone", "radius_km"}
+                                            : std::vector<std::string>{"zone"}},
+                            answer)) {
+        exitCode = kExitFailed;
+    }
+    return exitCode;
+}
+
+}  // namespace
+
+void AddLookupCommand(CLI::App* app, int* exitCode) {
+    const auto options = std::make_shared<LookupOptions>();
+    CLI::App* command = app->add_subcommand(
+            "lookup", "Names the time zone of a point, or of each line of standard input");
+    auto* lat = command->add_option("LAT", options->lat,
+                                    "Latitude in degrees, north positive; or LAT,LON in one word");
+    command->add_option("LON", options->lon, "Longitude in degrees, east positive");
+    command->add_option("--db", options->database,
+                        "Database file, where it is not the world that comes with the program");
+    command->add_flag("--no-verify", options->noVerify,
+                      "Answer from a database whose digest does not match its content");
+    command->add_flag("--json", options->json, "One JSON object a line");
+    command->add_option("--lat", options->latColumn,
+                        "The table's column of latitudes, where it has no usual name");
+    command->add_option("--lon", options->lonColumn, "The same of longitudes");
+    command->add_flag("--raw", options->raw, "The exact text that a client of the service gets");
+    command->add_flag(
+            "--radius", options->radius,
+            "Also how far the answer holds: no point within so many kilometres has another");
+    command->add_flag("--verbose", options->verbose, "The service's log on standard error");
+    command->footer(
+            "Lines hold a latitude and a longitude with blanks or a comma between them, or degrees "
+            "with N, S, E or W. A table whose first line names its columns (lat and lon, latitude "
+            "and longitude, y and x, ...) keeps them and gets the zone as one more. Each line "
+            "gives "
+            "a row; one that makes no sense gives an error row and is reported, and the exit code "
+            "is 1.");
+    command->callback(
+            [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
+}

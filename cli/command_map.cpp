@@ -1,0 +1,204 @@
+// offlinetz map: a page on which a database is looked at and asked, without a network.
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "compiler/geometry.h"
+#include "compiler/simplify.h"
+#include "database/answer.h"
+#include "database/encode.h"
+#include "database/output_file.h"
+#include "inspected.h"
+#include "inspector/areas.h"
+#include "inspector/differences.h"
+#include "inspector/geojson.h"
+#include "options.h"
+#include "progress.h"
+
+namespace {
+
+using offlinetz::Grid;
+
+// What the page draws of the whole world, at two pixels at most. Nearer it draws what lookups read.
+constexpr double kThinnedMetres = 1000.0;
+
+// How far past the world's edge rings reach, in units; the compiler's eight at most.
+constexpr int32_t kBeyondEdge = 64;
+
+// What stands in the page for the data, until a database is put in.
+constexpr char kPlace[] = "<script id=\"data\" type=\"application/json\">null</script>";
+constexpr size_t kPlaceOfNull = sizeof kPlace - sizeof "null</script>";
+
+struct MapOptions {
+    std::string file;
+    std::string newFile;
+    std::string output;
+    double leastSquareKilometres = 0.01;
+};
+
+// RFC 4648.
+std::string Base64(const uint8_t* bytes, size_t length) {
+    constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    text.reserve((length + 2) / 3 * 4);
+    for (size_t i = 0; i < length; i += 3) {
+        uint32_t group = 0;
+        for (size_t k = 0; k < 3; ++k)
+            group = (group << 8) | (i + k < length ? bytes[i + k] : 0u);
+        for (size_t k = 0; k < 4; ++k)
+            text += i + k > length ? '=' : kDigits[(group >> (18 - 6 * k)) & 63];
+    }
+    return text;
+}
+
+std::string ReadPage(const std::string& path) {
+    const offlinetz::FileBytes bytes = offlinetz::ReadFileBytes(path);
+    return {bytes.begin(), bytes.end()};
+}
+
+// The rings of all zones, thinned for drawing; as they are where the database is none of this
+// world, on whose far points thinning would spend hours.
+std::vector<offlinetz::ZoneRings> ThinnedRings(const InspectedFile& file) {
+    const int precision = file.database->precision;
+    bool isThinned = precision >= Grid::kMinPrecision && precision <= Grid::kMaxPrecision;
+    const int32_t reach = file.scale < INT32_MAX / 2 ? file.scale + kBeyondEdge : INT32_MAX;
+    const offlinetz::GridBox world = {{-reach, -reach}, {reach, reach}};
+    std::vector<offlinetz::ZoneRings> rings;
+    for (const offlinetz::InspectedZone& zone : file.inspected.zones) {
+        rings.push_back(zone.rings);
+        for (const offlinetz::GridRing& ring : zone.rings)
+            isThinned = isThinned && world.Contains(offlinetz::BoxOf(ring));
+    }
+    if (isThinned) offlinetz::Simplify(&rings, Grid(precision), kThinnedMetres);
+    return rings;
+}
+
+// Latitudes and longitudes in turn, each as the step from the one before it.
+nlohmann::ordered_json StepsOf(const offlinetz::GridRing& ring) {
+    nlohmann::ordered_json steps = nlohmann::json::array();
+    offlinetz::GridPoint last;
+    for (const offlinetz::GridPoint& p : ring) {
+        steps.push_back(int64_t{p.lat} - last.lat);
+        steps.push_back(int64_t{p.lon} - last.lon);
+        last = p;
+    }
+    return steps;
+}
+
+// With its zones, if it `isDrawn`; a page of two databases draws the new one.
+nlohmann::ordered_json DatabaseJson(const std::string& name, const InspectedFile& file,
+                                    bool isDrawn, Progress* progress) {
+    const ZDDatabase& database = *file.database;
+    const size_t bytes = offlinetz::FileSize(database);
+    nlohmann::ordered_json object = {{"name", name},
+                                     {"bytes", bytes},
+                                     {"version", database.version},
+                                     {"precision", database.precision},
+                                     {"tiled", database.tableType == zonedetect::kTiledTable},
+                                     {"notice", database.notice},
+                                     {"content", Base64(database.mapping, bytes)},
+                                     {"zones", nlohmann::json::array()}};
+    if (!isDrawn) return object;
+    progress->Show("thinning borders", 0, 1);
+    const std::vector<offlinetz::ZoneRings> thinned = ThinnedRings(file);
+    for (size_t i = 0; i < thinned.size(); ++i) {
+        progress->Show("drawing", i, thinned.size());
+        const offlinetz::InspectedZone& zone = file.inspected.zones[i];
+        if (zone.rings.empty()) continue;
+        nlohmann::ordered_json drawn = {
+                {"name", zone.tzid},
+                {"km2",
+                 offlinetz::Rounded(offlinetz::SquareKilometres(zone.rings, file.scale), 1e1)},
+                {"box", nlohmann::json::array()},
+                {"rings", nlohmann::json::array()}};
+        for (const double side : offlinetz::BoundsOf(zone.rings, file.scale))
+            drawn["box"].push_back(offlinetz::Rounded(side, 1e4));
+        for (const offlinetz::GridRing& ring : thinned[i])
+            drawn["rings"].push_back(StepsOf(ring));
+        object["zones"].push_back(std::move(drawn));
+    }
+    return object;
+}
+
+// JSON that may stand in a page's script element: no text in it can end the element.
+std::string WithoutTags(const std::string& json) {
+    std::string text;
+    text.reserve(json.size());
+    for (const char c : json) {
+        if (c == '<') {
+            text += "\\u003c";
+        } else {
+            text += c;
+        }
+    }
+    return text;
+}
+
+// The features of the changes, as they stand between the brackets of a JSON array.
+std::string ChangeFeatures(const MapOptions& options, const InspectedFile& was,
+                           const InspectedFile& is, Progress* progress) {
+    const offlinetz::Differences differences = offlinetz::Compare(
+            was.inspected, was.scale, is.inspected, is.scale, progress->Callback());
+    std::string text;
+    for (const offlinetz::Change& change : differences.changes) {
+        if (change.km2 < options.leastSquareKilometres) continue;
+        text += (text.empty() ? "" : ",") +
+                offlinetz::FeatureOf(offlinetz::ChangeJson(change), change.area.get());
+    }
+    return text;
+}
+
+// What a file is called on the page: by its name, or by its path where both have the same name.
+std::string NameOf(const std::string& path, const std::string& other) {
+    const auto name = [](const std::string& p) { return std::filesystem::path(p).filename(); };
+    return name(path) == name(other) ? path : name(path).string();
+}
+
+int RunMap(const MapOptions& options) {
+    const std::string pagePath = BesideProgram(OFFLINETZ_MAP_PAGE);
+    const bool isCompared = !options.newFile.empty();
+    offlinetz::CheckOutputPath(options.output, {pagePath, options.file, options.newFile});
+    std::string page = ReadPage(pagePath);
+    const size_t place = page.find(kPlace);
+    if (place == std::string::npos) throw std::runtime_error(pagePath + ": has no place for a map");
+    Progress progress;
+    const InspectedFile file = Inspect(options.file, &progress);
+    std::string data = "{\"databases\":[" +
+                       offlinetz::OneLine(DatabaseJson(NameOf(options.file, options.newFile), file,
+                                                       !isCompared, &progress));
+    std::string changes;
+    if (isCompared) {
+        const InspectedFile newFile = Inspect(options.newFile, &progress);
+        changes = ChangeFeatures(options, file, newFile, &progress);
+        data += ',' + offlinetz::OneLine(DatabaseJson(NameOf(options.newFile, options.file),
+                                                      newFile, true, &progress));
+    }
+    data = WithoutTags(data + "],\"changes\":[" + changes + "]}");
+    page.replace(place + kPlaceOfNull, sizeof "null" - 1, data);
+    offlinetz::WriteOutput(options.output, {page.begin(), page.end()});
+    return kExitOk;
+}
+
+}  // namespace
+
+void AddMapCommand(CLI::App* app, int* exitCode) {
+    const auto options = std::make_shared<MapOptions>();
+    CLI::App* command = app->add_subcommand(
+            "map", "Writes a page that shows a database's zones and answers on a map, offline");
+    command->add_option("FILE", options->file, "Database file")->required();
+    command->add_option("NEW", options->newFile,
+                        "Database file that would replace it: the page shows what changes");
+    command->add_option("-o,--output", options->output, "The page to write; - for standard output")
+            ->required()
+            ->check(NamesFile());
+    command->add_option("--least", options->leastSquareKilometres,
+                        "Leave out changed parts of fewer square kilometres")
+            ->check(CLI::Range(0.0, 1e9))
+            ->capture_default_str();
+    command->callback([options, exitCode] { *exitCode = RunMap(*options); });
+}

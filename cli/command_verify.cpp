@@ -1,0 +1,131 @@
+// offlinetz verify: all that can be wrong with a database file.
+#include <fmt/format.h>
+#include <reader/read_budget.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "compiler/geometry.h"
+#include "database/answer.h"
+#include "database/open_database.h"
+#include "inspector/check.h"
+#include "message.h"
+#include "progress.h"
+
+namespace {
+
+using offlinetz::Finding;
+using offlinetz::Severity;
+
+const char* NameOf(Severity severity) {
+    switch (severity) {
+        case Severity::kError:
+            return "error";
+        case Severity::kWarning:
+            return "warning";
+        default:
+            return "note";
+    }
+}
+
+size_t CountOf(const std::vector<Finding>& findings, Severity severity) {
+    size_t count = 0;
+    for (const Finding& finding : findings)
+        count += finding.severity == severity ? finding.count : 0;
+    return count;
+}
+
+std::string Verdict(const std::vector<Finding>& findings) {
+    const size_t errors = CountOf(findings, Severity::kError);
+    const size_t warnings = CountOf(findings, Severity::kWarning);
+    if (errors + warnings == 0) return "good";
+    return fmt::format("{} errors, {} warnings", errors, warnings);
+}
+
+void PrintText(const std::string& path, const ZDDatabase& database,
+               const std::vector<Finding>& findings) {
+    std::printf("%s: %s\n", Printable(path).c_str(), Verdict(findings).c_str());
+    std::printf("version    %u\n", ZDgetDBVersion(&database));
+    std::printf("table type %u\n", static_cast<unsigned>(ZDGetTableType(&database)));
+    std::printf("precision  %u\n", static_cast<unsigned>(database.precision));
+    std::printf("bytes      %zu\n", offlinetz::FileSize(database));
+    // A lookup that comes to one of them ends early.
+    std::printf(
+            "limits     %zu rings at a point, %lld bytes of rings and as many of texts a lookup\n",
+            zonedetect::kMaxHits,
+            static_cast<long long>(zonedetect::ReadBudget::Bytes(database.length)));
+    std::printf("notice     %s\n", Printable(ZDGetNotice(&database)).c_str());
+    for (const Finding& f : findings) {
+        std::string line = fmt::format("{:<10}", NameOf(f.severity));
+        if (f.position.has_value()) line += fmt::format(" byte {}", *f.position);
+        if (f.entry.has_value()) line += fmt::format(" entry {}", *f.entry);
+        line += fmt::format("{} {}: {}", f.position.has_value() || f.entry.has_value() ? ":" : "",
+                            Printable(f.what), f.effect);
+        if (f.count > 1) line += fmt::format(" ({} more like it)", f.count - 1);
+        std::printf("%s\n", line.c_str());
+    }
+}
+
+void PrintJson(const std::string& path, const std::string& verdict,
+               const std::vector<Finding>& findings) {
+    nlohmann::ordered_json all = {{"file", path}, {"verdict", verdict}};
+    all["findings"] = nlohmann::ordered_json::array();
+    for (const Finding& f : findings) {
+        nlohmann::ordered_json one = {{"severity", NameOf(f.severity)}, {"kind", f.kind}};
+        if (f.position.has_value()) one["byte"] = *f.position;
+        if (f.entry.has_value()) one["entry"] = *f.entry;
+        one["what"] = f.what;
+        one["effect"] = f.effect;
+        one["count"] = f.count;
+        all["findings"].push_back(one);
+    }
+    std::printf("%s\n", offlinetz::OneLine(all).c_str());
+}
+
+int RunVerify(const std::string& path, bool json) {
+    const auto bytes = std::make_shared<const offlinetz::FileBytes>(offlinetz::ReadFileBytes(path));
+    zonedetect::OpenFailure failure;
+    const offlinetz::DatabasePtr database = offlinetz::OpenBytes(bytes, &failure);
+    const std::string fault = offlinetz::FaultOf(*bytes, failure);
+    if (!fault.empty()) {
+        if (json) {
+            PrintJson(path, fault, {});
+        } else {
+            std::printf("%s: %s\n", Printable(path).c_str(), fault.c_str());
+        }
+        return kExitFailed;
+    }
+    std::vector<Finding> findings;
+    {
+        Progress progress;
+        offlinetz::StartGeometry();
+        findings = offlinetz::CheckDatabase(*database, progress.Callback());
+    }
+    if (json) {
+        PrintJson(path, Verdict(findings), findings);
+    } else {
+        PrintText(path, *database, findings);
+    }
+    if (CountOf(findings, Severity::kError) > 0) return kExitFailed;
+    return CountOf(findings, Severity::kWarning) > 0 ? kExitWarned : kExitOk;
+}
+
+}  // namespace
+
+void AddVerifyCommand(CLI::App* app, int* exitCode) {
+    const auto path = std::make_shared<std::string>();
+    const auto json = std::make_shared<bool>(false);
+    CLI::App* command = app->add_subcommand(
+            "verify", "Finds what is wrong with a database file, before a device has it");
+    command->add_option("FILE", *path, "Database file")->required();
+    command->add_flag("--json", *json, "One JSON object");
+    command->footer(
+            "Looks at every byte and every tile, and looks up the vertices of all borders, or an "
+            "even sample where there are very many. The exit code is 1 where lookups would go "
+            "wrong, 3 where there are only warnings, else 0.");
+    command->callback([path, json, exitCode] { *exitCode = RunVerify(*path, *json); });
+}

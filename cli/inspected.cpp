@@ -1,0 +1,21 @@
+#include "inspected.h"
+
+#include <stdexcept>
+
+#include "compiler/geometry.h"
+
+InspectedFile Inspect(const std::string& path, Progress* progress) {
+    InspectedFile file;
+    file.database = offlinetz::OpenDatabase(path);
+    if (file.database->precision < 1 || file.database->precision > 31) {
+        throw std::runtime_error(path + ": has no precision, so nothing in it has a place");
+    }
+    file.scale = int32_t{1} << (file.database->precision - 1);
+    offlinetz::StartGeometry();
+    try {
+        file.inspected = offlinetz::InspectZones(*file.database, progress->Callback());
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(path + ": " + error.what());
+    }
+    return file;
+}

@@ -1,0 +1,142 @@
+#include "lines.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <iostream>
+#include <new>
+#include <optional>
+#include <stdexcept>
+
+#include "csv.h"
+#include "database/answer.h"
+#include "message.h"
+#include "progress.h"
+
+namespace {
+
+constexpr size_t kProgressInterval = 1024;
+
+// Makes rows of lines of points, or of the rows of a table.
+class RowMaker {
+  public:
+    RowMaker(const LineFormat& format,
+             const std::function<LineAnswer(const PointText& point)>& answer)
+        : mFormat(format), mAnswer(answer) {}
+
+    // Whether the first line is a table's header, which gets no answer then.
+    bool TakeHeader(const std::string& line) {
+        const bool isWanted = !mFormat.latColumn.empty() || !mFormat.lonColumn.empty();
+        CsvColumns columns;
+        if (!FindColumns(WithoutReturn(line), mFormat.latColumn, mFormat.lonColumn, &columns)) {
+            if (!isWanted) return false;
+            throw std::runtime_error("the first line names no columns of latitude and longitude");
+        }
+        mTable = columns;
+        return true;
+    }
+
+    std::string Header(const std::string& line) const {
+        return mFormat.json ? "" : Extended(line, mFormat.answerColumns);
+    }
+
+    // Throws std::invalid_argument where the line makes no sense.
+    std::string Row(const std::string& line) const {
+        const PointText point = mTable.has_value() ? PointOf(line) : ParsePoint(line);
+        const LineAnswer found = mAnswer(point);
+        if (mFormat.json) return offlinetz::OneLine(WithColumns(line, found.object));
+        if (mTable.has_value()) return Extended(line, found.columns);
+        return fmt::format("{} {}\t{}", point.latText, point.lonText, found.text);
+    }
+
+    std::string ErrorRow(const std::string& line, const char* reason) const {
+        if (mFormat.json) return offlinetz::OneLine({{"input", line}, {"error", reason}});
+        if (mTable.has_value()) return Extended(line, {"error: " + Printable(reason)});
+        return fmt::format("{}\terror: {}", Printable(line), Printable(reason));
+    }
+
+  private:
+    static std::string WithoutReturn(const std::string& line) {
+        return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
+    }
+
+    PointText PointOf(const std::string& row) const {
+        const std::vector<std::string> fields = SplitRow(WithoutReturn(row), mTable->separator);
+        if (mTable->lat >= fields.size() || mTable->lon >= fields.size()) {
+            throw std::invalid_argument("the row ends before its latitude or longitude");
+        }
+        return ParsePoint(fields[mTable->lat], fields[mTable->lon]);
+    }
+
+    // A row with columns more, before its carriage return if it has one.
+    std::string Extended(const std::string& row, const std::vector<std::string>& columns) const {
+        std::string extended = WithoutReturn(row);
+        const bool hasReturn = extended.size() < row.size();
+        for (const std::string& column : columns)
+            extended += mTable->separator + CsvField(column, mTable->separator);
+        return hasReturn ? extended + '\r' : extended;
+    }
+
+    nlohmann::ordered_json WithColumns(const std::string& row,
+                                       const nlohmann::ordered_json& object) const {
+        if (!mTable.has_value()) return object;
+        nlohmann::ordered_json all;
+        const std::vector<std::string> fields = SplitRow(WithoutReturn(row), mTable->separator);
+        for (size_t i = 0; i < fields.size() && i < mTable->names.size(); ++i)
+            all[mTable->names[i]] = fields[i];
+        all.update(object);
+        return all;
+    }
+
+    const LineFormat& mFormat;
+    const std::function<LineAnswer(const PointText& point)>& mAnswer;
+    std::optional<CsvColumns> mTable;
+};
+
+// Reads a line, or a table's row of several, and counts its lines; false at the end. Throws
+// std::runtime_error where there is no memory for it.
+bool ReadOne(bool isTable, std::string* line, size_t* lines) {
+    try {
+        if (isTable) return ReadRow(std::cin, line, lines);
+        if (!std::getline(std::cin, *line)) return false;
+        ++*lines;
+        return true;
+    } catch (const std::bad_alloc&) {
+        throw std::runtime_error(fmt::format("line {}: too long for the memory", *lines + 1));
+    }
+}
+
+}  // namespace
+
+bool AnswerLines(const LineFormat& format,
+                 const std::function<LineAnswer(const PointText& point)>& answer) {
+    Progress progress;
+    RowMaker maker(format, answer);
+    bool allMadeSense = true;
+    bool isTable = false;
+    std::string line;
+    size_t lines = 0;
+    std::cin.exceptions(std::ios_base::badbit);  // So that the lack of memory is thrown.
+    for (size_t number = 1; ReadOne(isTable, &line, &lines); ++number) {
+        std::string row;
+        try {
+            if (number == 1 && maker.TakeHeader(line)) {
+                isTable = true;
+                if (format.json) continue;
+                row = maker.Header(line);
+            } else if (!IsBlank(line)) {
+                row = maker.Row(line);
+            }
+        } catch (const std::invalid_argument& error) {
+            progress.PrintMessage(fmt::format("line {}: {}", lines, error.what()));
+            row = maker.ErrorRow(line, error.what());
+            allMadeSense = false;
+        }
+        if (std::printf("%s\n", row.c_str()) < 0) break;
+        if (number % kProgressInterval == 0) progress.Show("looking up", number, 0);
+    }
+    if (std::cin.bad() || std::ferror(stdin) != 0) {
+        throw std::runtime_error("standard input is closed or cannot be read");
+    }
+    return allMadeSense;
+}

@@ -1,0 +1,36 @@
+#include "message.h"
+
+#include <fmt/format.h>
+#include <platform/log.h>
+
+#include <cstdio>
+#include <string>
+
+std::string Printable(std::string_view text) {
+    std::string printable;
+    for (;;) {  // Part by part, because the library escapes double quotes too.
+        const size_t quote = text.find('"');
+        const std::string escaped = fmt::format("{:?}", text.substr(0, quote));
+        printable.append(escaped, 1, escaped.size() - 2);
+        if (quote == std::string_view::npos) return printable;
+        printable += '"';
+        text.remove_prefix(quote + 1);
+    }
+}
+
+void PrintMessage(std::string_view text) {
+    std::fprintf(stderr, "offlinetz: %s\n", Printable(text).c_str());
+}
+
+void UseLog(bool isWanted) {
+    if (!isWanted) {
+        platform::DropLog();
+        return;
+    }
+    platform::SetLogReceiver([](int priority, const char* tag, const std::string& message) {
+        std::string_view text = message;
+        if (!text.empty() && text.back() == '\n') text.remove_suffix(1);  // As many end.
+        std::fprintf(stderr, "%c %s: %s\n", platform::PriorityLetter(priority), tag,
+                     Printable(text).c_str());
+    });
+}

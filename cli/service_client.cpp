@@ -1,0 +1,125 @@
+#include "service_client.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using ::android::hardware::hidl_string;
+using ::android::hardware::Return;
+using ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
+
+constexpr std::chrono::minutes kPatience{2};
+constexpr std::chrono::milliseconds kPollInterval{2};
+
+constexpr int32_t kFailed = 3;  // The server status after an installation that failed.
+constexpr uint32_t kDownloadStart = 1;
+constexpr uint32_t kDownloadContinue = 2;
+constexpr uint32_t kDownloadEnd = 3;
+
+}  // namespace
+
+// Keeps the number of reports and the latest answer.
+class ServiceClient::Callback : public IOfflinetimezoneCallback {
+  public:
+    Return<void> timeZoneIdReport(const hidl_string&, const hidl_string&,
+                                  const hidl_string& tzId) override {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mAnswer = tzId;
+        ++mReports;
+        mChanged.notify_all();
+        return ::android::hardware::Void();
+    }
+
+    // The answer of the `number`-th report, counted from 1.
+    std::string WaitFor(size_t number) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        if (!mChanged.wait_for(lock, kPatience, [&] { return mReports >= number; })) {
+            throw std::runtime_error("the service does not answer");
+        }
+        return mAnswer;
+    }
+
+    size_t Reports() {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mReports;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    size_t mReports = 0;
+    std::string mAnswer;
+};
+
+ServiceClient::ServiceClient(const std::string& path) : mCallback(new Callback) {
+    // Never unloaded: the service object lives as long as the process.
+    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) throw std::runtime_error(dlerror());
+    using Fetch =
+            ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone* (*)(const char*);
+    const auto fetch = reinterpret_cast<Fetch>(dlsym(library, "HIDL_FETCH_IOfflinetimezone"));
+    if (fetch == nullptr) throw std::runtime_error(path + ": has no service in it");
+    mService = fetch("default");
+    if (mService == nullptr) throw std::runtime_error(path + ": the service cannot run");
+    // A service object lives as long as the process; held here, leak checkers see that it does.
+    static auto* const kept = new std::vector<
+            ::android::sp<::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone>>;
+    kept->push_back(mService);
+
+    mService->startLookup(mCallback);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (GetState().status == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            throw std::runtime_error("the service does not start");
+        }
+        std::this_thread::sleep_for(kPollInterval);
+    }
+}
+
+ServiceClient::~ServiceClient() {
+    if (mService != nullptr) mService->stopLookup(mCallback);
+}
+
+ServiceClient::State ServiceClient::GetState() const {
+    return {mService->getServerStatus(), mService->getDBVersion()};
+}
+
+std::string ServiceClient::Lookup(const std::string& lat, const std::string& lon) {
+    const size_t next = mCallback->Reports() + 1;
+    mService->Lookup(lat, lon);
+    return mCallback->WaitFor(next);
+}
+
+ServiceClient::State ServiceClient::Update(const offlinetz::FileBytes& file, size_t chunkSize,
+                                           const std::function<void(size_t)>& sent) {
+    const auto total = static_cast<uint32_t>(file.size());
+    uint32_t status = kDownloadStart;
+    for (size_t begin = 0; begin < file.size(); begin += chunkSize) {
+        const size_t end = std::min(file.size(), begin + chunkSize);
+        const std::vector<uint8_t> chunk(file.data() + begin, file.data() + end);
+        mService->downloadDB(chunk, static_cast<uint32_t>(chunk.size()), total, status);
+        status = kDownloadContinue;
+        sent(end);
+    }
+    mService->downloadDB({}, 0, total, kDownloadEnd);
+    mService->injectDB();
+    // The outcome shows by polling only, and the status is "running" before the installation as
+    // after it. Requests are handled in order, so once a lookup posted behind the installation
+    // is answered, the status is the one after it.
+    Lookup("0", "0");
+    if (GetState().status == kFailed) {
+        // A start makes the service try what it has once more: if the new file never reached the
+        // active one, the old database is still there.
+        mService->startLookup(mCallback);
+        Lookup("0", "0");
+    }
+    return GetState();
+}

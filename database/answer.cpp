@@ -1,0 +1,86 @@
+#include "answer.h"
+
+#include <memory>
+#include <new>
+
+namespace offlinetz {
+
+namespace {
+
+constexpr char kErrorPrefix[] = "error:";
+
+// The texts between pairs of double quotes; the whole text where there is no pair.
+std::vector<std::string> SplitAtQuotes(const std::string& text) {
+    std::vector<std::string> parts;
+    size_t open = text.find('"');
+    while (open != std::string::npos) {
+        const size_t close = text.find('"', open + 1);
+        if (close == std::string::npos) return {text};
+        parts.push_back(text.substr(open + 1, close - open - 1));
+        open = text.find('"', close + 1);
+    }
+    return parts.empty() ? std::vector<std::string>{text} : parts;
+}
+
+}  // namespace
+
+Answer LookUp(const ZDDatabase& database, float lat, float lon, bool withDistance) {
+    Answer answer;
+    const std::unique_ptr<ZDResult, void (*)(ZDResult*)> results(
+            ZDLookup(&database, lat, lon, withDistance ? &answer.distance : nullptr),
+            ZDFreeResults);
+    if (results == nullptr) throw std::bad_alloc();
+    if (results->result == ZDLookupEnd) {
+        const float distance = answer.distance;
+        answer = ParseAnswer(GetEtcAreaTimezone(&database, lon, lat));
+        answer.isNautical = answer.error.empty();
+        answer.distance = distance;
+        return answer;
+    }
+    for (const ZDResult* entry = results.get(); entry->result != ZDLookupEnd; ++entry) {
+        if (entry->fieldNames[0] == nullptr || entry->fieldValues[0] == nullptr) continue;
+        answer.zones.push_back(
+                {WithoutQuotes(entry->fieldValues[0]), static_cast<ZDLookupResult>(entry->result)});
+    }
+    return answer;
+}
+
+Answer ParseAnswer(const std::string& text) {
+    Answer answer;
+    const std::vector<std::string> parts = SplitAtQuotes(text);
+    if (parts[0].rfind(kErrorPrefix, 0) == 0) {
+        answer.error = parts[0].substr(sizeof kErrorPrefix - 1);
+        return answer;
+    }
+    for (const std::string& part : parts)
+        answer.zones.push_back({part});
+    return answer;
+}
+
+std::vector<std::string> IdentifiersOf(const Answer& answer) {
+    std::vector<std::string> identifiers;
+    for (const ZoneAt& zone : answer.zones)
+        identifiers.push_back(zone.identifier);
+    return identifiers;
+}
+
+std::string WithoutQuotes(const std::string& stored) {
+    const bool isQuoted = stored.size() >= 2 && stored.front() == '"' && stored.back() == '"';
+    return isQuoted ? stored.substr(1, stored.size() - 2) : stored;
+}
+
+nlohmann::ordered_json AnswerJson(double lat, double lon, const Answer& answer) {
+    nlohmann::ordered_json object = {{"lat", lat}, {"lon", lon}};
+    if (answer.error.empty()) {
+        object["zones"] = IdentifiersOf(answer);
+    } else {
+        object["error"] = answer.error;
+    }
+    return object;
+}
+
+std::string OneLine(const nlohmann::ordered_json& object) {
+    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+}  // namespace offlinetz

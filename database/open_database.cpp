@@ -1,0 +1,123 @@
+#include "open_database.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <reader/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+#include "sha1_digest.h"
+
+namespace offlinetz {
+
+namespace {
+
+using zonedetect::Refusal;
+
+constexpr size_t kReadBytes = size_t{1} << 20;
+
+struct Descriptor {
+    int fd;
+
+    explicit Descriptor(int opened) : fd(opened) {}
+    ~Descriptor() {
+        if (fd >= 0) close(fd);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+};
+
+[[noreturn]] void Fail(const std::string& path, const std::string& reason) {
+    throw std::runtime_error(path + ": " + reason);
+}
+
+bool HasDigest(const FileBytes& bytes) {
+    const size_t length = bytes.size() - SHA1HashSize;
+    const Digest digest = DigestOf(bytes.data(), length);
+    return std::equal(digest.begin(), digest.end(), bytes.data() + length);
+}
+
+}  // namespace
+
+FileBytes ReadFileBytes(const std::string& path) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status = {};
+    if (file.fd < 0 || fstat(file.fd, &status) != 0) Fail(path, std::strerror(errno));
+    // A device may never end.
+    if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
+        Fail(path, "is a device, neither a file nor a pipe");
+    }
+    FileBytes bytes;
+    if (S_ISREG(status.st_mode) && status.st_size <= INT32_MAX) {
+        bytes.reserve(static_cast<size_t>(status.st_size) + kReadBytes);  // No second copy.
+    }
+    size_t size = 0;
+    while (status.st_size <= INT32_MAX && size <= INT32_MAX) {
+        bytes.resize(size + kReadBytes);
+        ssize_t got = -1;
+        do {
+            got = read(file.fd, bytes.data() + size, kReadBytes);
+        } while (got < 0 && errno == EINTR);
+        if (got < 0) Fail(path, std::strerror(errno));
+        size += static_cast<size_t>(got);
+        bytes.resize(size);
+        if (got == 0) return bytes;
+    }
+    Fail(path, "has 2 GiB or more");
+}
+
+DatabasePtr OpenBytes(std::shared_ptr<const FileBytes> bytes, zonedetect::OpenFailure* failure) {
+    ZDDatabase* database = zonedetect::OpenBytes(bytes->data(), bytes->size(), failure);
+    return {database, DatabaseCloser{std::move(bytes)}};
+}
+
+std::string FaultOf(const FileBytes& bytes, const zonedetect::OpenFailure& failure) {
+    if (bytes.empty()) return "empty";
+    switch (failure.reason) {
+        case Refusal::kNone:
+            return HasDigest(bytes) ? ""
+                                    : "damaged: the digest at its end does not match its content";
+        case Refusal::kNoMemory:
+            return "too large for the free memory";
+        case Refusal::kTooLong:
+            return "too large: it has 2 GiB or more";
+        case Refusal::kTooShort:
+            if (bytes.size() >= sizeof zonedetect::kMagic &&
+                std::equal(std::begin(zonedetect::kMagic), std::end(zonedetect::kMagic),
+                           bytes.begin())) {
+                return "cut short: it ends within its header";
+            }
+            [[fallthrough]];
+        case Refusal::kNotADatabase:
+            return "not a zone database: it does not begin with PLB";
+        case Refusal::kHeader:
+            return "damaged or cut short: its header cannot be read";
+        case Refusal::kSize:
+            break;
+    }
+    return fmt::format("{}: it has {} bytes where its header states {}",
+                       bytes.size() < failure.statedSize ? "cut short" : "damaged", bytes.size(),
+                       failure.statedSize);
+}
+
+size_t FileSize(const ZDDatabase& database) {
+    return static_cast<size_t>(ZDGetLength(&database)) + zonedetect::kTrailerSize;
+}
+
+DatabasePtr OpenDatabase(const std::string& path, bool verify) {
+    const auto bytes = std::make_shared<const FileBytes>(ReadFileBytes(path));
+    zonedetect::OpenFailure failure;
+    DatabasePtr database = OpenBytes(bytes, &failure);
+    if (!verify && database != nullptr) return database;
+    const std::string fault = FaultOf(*bytes, failure);
+    if (!fault.empty()) Fail(path, "is " + fault);
+    return database;
+}
+
+}  // namespace offlinetz

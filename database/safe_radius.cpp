@@ -1,0 +1,62 @@
+#include "safe_radius.h"
+
+#include <reader/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace offlinetz {
+
+namespace {
+
+constexpr double kKilometresPerDegree = 111.195;
+constexpr double kDegreesPerRadian = 57.29577951308232;
+constexpr int kBandPrecision = 21;
+constexpr double kBandDegrees = 15.0;  // Of a nautical zone, whose middle is a multiple of it.
+
+double Sine(double degrees) {
+    return std::sin(degrees / kDegreesPerRadian);
+}
+
+// Degrees to the meridian where the nearest other nautical zone begins.
+double DegreesToBandEdge(double lon) {
+    return kBandDegrees / 2 - std::fabs(std::remainder(lon, kBandDegrees));
+}
+
+// The radius in degrees of arc of the largest circle around a point at `lat` that lies within
+// `plane` degrees of it on the plane of latitude and longitude.
+//
+// A point of the circle with the radius r, away by x degrees of latitude and y of longitude, has
+// sin^2(r/2) >= cos^2(|lat| + r) * (sin^2(x/2) + sin^2(y/2)) by the haversine formula, and for a
+// given x^2 + y^2 that sum is least where x or y is 0.
+double ArcRadius(double lat, double plane) {
+    double low = 0.0;
+    double high = std::min(plane, 90.0 - std::fabs(lat));
+    for (int i = 0; i < 50; ++i) {
+        const double r = (low + high) / 2;
+        const bool fits = Sine(r / 2) <= Sine(90.0 - std::fabs(lat) - r) * Sine(plane / 2);
+        (fits ? low : high) = r;
+    }
+    return low;
+}
+
+}  // namespace
+
+bool IsTiled(const ZDDatabase& database) {
+    return ZDGetTableType(&database) == zonedetect::kTiledTable;
+}
+
+double SafeRadiusKilometres(const ZDDatabase& database, double lat, double lon,
+                            const Answer& answer) {
+    // The bands of the nautical zones are those of the usual precision.
+    if (!answer.error.empty() || (answer.isNautical && database.precision != kBandPrecision))
+        return 0.0;
+    const double unit = 90.0 / std::ldexp(1.0, database.precision - 1);
+    double plane = 0.75 * static_cast<double>(answer.distance) - 3.0 * unit;
+    // Longitudes start again beyond the antimeridian.
+    plane = std::min(plane, 180.0 - std::fabs(lon));
+    if (answer.isNautical) plane = std::min(plane, DegreesToBandEdge(lon) - 2.0 * unit);
+    return plane > 0.0 ? ArcRadius(lat, plane) * kKilometresPerDegree : 0.0;
+}
+
+}  // namespace offlinetz

@@ -1,0 +1,103 @@
+// The entries of the bounding-box table, one after the other.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "units.h"
+#include "varint.h"
+
+namespace zonedetect {
+
+// An inclusive rectangle in database units.
+struct Box {
+    int32_t minLat;
+    int32_t minLon;
+    int32_t maxLat;
+    int32_t maxLon;
+
+    bool Contains(const Point& p) const {
+        return minLat <= p.lat && minLon <= p.lon && maxLat >= p.lat && maxLon >= p.lon;
+    }
+};
+
+// A place between two entries: where the next one begins, and the offsets that the ones before add
+// up to.
+struct TablePlace {
+    uint32_t position;
+    uint32_t recordOffset;
+    uint32_t polygonOffset;
+};
+
+// Reads the table's entries in order from a place on.
+class TableReader {
+  public:
+    TableReader(const ZDDatabase& db, const TablePlace& start)
+        : mDb(db),
+          mCursor(CursorAt(db, start.position)),
+          mRecordOffset(start.recordOffset),
+          mPolygonOffset(start.polygonOffset) {}
+
+    // The place before the first entry.
+    static TablePlace Start(const ZDDatabase& db) { return {db.boxTableOffset, 0, 0}; }
+
+    TablePlace Place() const { return {PositionOf(mDb, mCursor), mRecordOffset, mPolygonOffset}; }
+
+    // Reads the next entry: its box, and the offsets of the place, are its own then. False at the
+    // end of the table, or where an entry cannot be read.
+    bool Next() {
+        if (PositionOf(mDb, mCursor) >= mDb.metadataOffset) return false;
+        int32_t recordDelta;
+        uint32_t polygonDelta;
+        if (!NextBox() || !ReadSigned(&mCursor, &recordDelta) ||
+            !ReadUnsigned(&mCursor, &polygonDelta)) {
+            return false;
+        }
+        mRecordOffset += static_cast<uint32_t>(recordDelta);
+        mPolygonOffset += polygonDelta;
+        return true;
+    }
+
+    const Box& CurrentBox() const { return mBox; }
+    bool IsSameBox() const { return mIsSameBox; }  // As that of the entry before; may miss some.
+
+  private:
+    // The same bytes are the same box.
+    bool NextBox() {
+        const uint8_t* const start = mCursor.next;
+        mIsSameBox = mBoxBytes != 0 && mCursor.end - start >= mBoxBytes && IsBoxAt(start);
+        if (mIsSameBox) {
+            mCursor.next += mBoxBytes;
+            return true;
+        }
+        if (!ReadSigned(&mCursor, &mBox.minLat) || !ReadSigned(&mCursor, &mBox.minLon) ||
+            !ReadSigned(&mCursor, &mBox.maxLat) || !ReadSigned(&mCursor, &mBox.maxLon)) {
+            return false;
+        }
+        mBoxStart = start;
+        mBoxBytes = mCursor.next - start;
+        return true;
+    }
+
+    // Most boxes take eight bytes to sixteen: two words that overlap.
+    bool IsBoxAt(const uint8_t* bytes) const {
+        if (mBoxBytes < 8 || mBoxBytes > 16) {
+            return std::memcmp(bytes, mBoxStart, static_cast<size_t>(mBoxBytes)) == 0;
+        }
+        const std::ptrdiff_t last = mBoxBytes - 8;
+        return LoadLittleEndian(bytes) == LoadLittleEndian(mBoxStart) &&
+               LoadLittleEndian(bytes + last) == LoadLittleEndian(mBoxStart + last);
+    }
+
+    const ZDDatabase& mDb;
+    Cursor mCursor;
+    Box mBox = {0, 0, 0, 0};
+    const uint8_t* mBoxStart = nullptr;
+    std::ptrdiff_t mBoxBytes = 0;
+    bool mIsSameBox = false;
+    uint32_t mRecordOffset;
+    uint32_t mPolygonOffset;
+};
+
+}  // namespace zonedetect

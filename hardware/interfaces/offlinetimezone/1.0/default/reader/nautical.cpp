@@ -1,0 +1,36 @@
+#include "exact_floats.h"
+// First, for all that follows.
+#include "fixed_answers.h"
+#include "units.h"
+#include "zonedetect.h"
+
+using zonedetect::HasScale;
+using zonedetect::LatitudeUnits;
+using zonedetect::LongitudeUnits;
+using zonedetect::Scale;
+
+const char* GetEtcAreaTimezone(const ZDDatabase* db, float lon, float lat) {
+    static constexpr const char* kWest[] = {
+            "\"Etc/GMT\"",    "\"Etc/GMT+1\"",  "\"Etc/GMT+2\"", "\"Etc/GMT+3\"", "\"Etc/GMT+4\"",
+            "\"Etc/GMT+5\"",  "\"Etc/GMT+6\"",  "\"Etc/GMT+7\"", "\"Etc/GMT+8\"", "\"Etc/GMT+9\"",
+            "\"Etc/GMT+10\"", "\"Etc/GMT+11\"", "\"Etc/GMT+12\""};
+    static constexpr const char* kEast[] = {
+            "\"Etc/GMT\"",    "\"Etc/GMT-1\"",  "\"Etc/GMT-2\"", "\"Etc/GMT-3\"", "\"Etc/GMT-4\"",
+            "\"Etc/GMT-5\"",  "\"Etc/GMT-6\"",  "\"Etc/GMT-7\"", "\"Etc/GMT-8\"", "\"Etc/GMT-9\"",
+            "\"Etc/GMT-10\"", "\"Etc/GMT-11\"", "\"Etc/GMT-12\""};
+    constexpr int32_t kWorldEdge = 1048576;  // 90 or 180 degrees at precision 21.
+
+    if (!HasScale(*db)) return kErrorInput;
+    const float scale = Scale(*db);
+    const int32_t lonUnits = LongitudeUnits(lon, scale);
+    const int32_t latUnits = LatitudeUnits(lat, scale);
+    if (latUnits < -kWorldEdge || latUnits > kWorldEdge) return kErrorInput;
+    if (lonUnits < -kWorldEdge || lonUnits > kWorldEdge) return kErrorInput;
+
+    // Band n begins at the odd multiple 2n - 1 of 7.5 degrees, a 24th of the world's half.
+    const int32_t magnitude = lonUnits < 0 ? -lonUnits : lonUnits;
+    int band = 0;
+    while (band < 12 && magnitude >= (2 * (band + 1) - 1) * kWorldEdge / 24)
+        ++band;
+    return lonUnits < 0 ? kWest[band] : kEast[band];
+}

@@ -1,0 +1,214 @@
+#include "exact_floats.h"
+// First, for all that follows.
+#include "ring.h"
+
+#include <algorithm>
+
+#include "deltas.h"
+#include "edge.h"
+#include "format.h"
+#include "simd.h"
+#include "simd_edges.h"
+
+namespace zonedetect {
+
+namespace {
+
+constexpr size_t kBlockSteps = 128;
+constexpr size_t kLanes = 4;
+constexpr size_t kStepsToNarrow = 16;
+static_assert(kBlockSteps % kLanes == 0, "only a ring's last block has a rest");
+
+// Some consecutive steps of a ring, two numbers each. Those behind the last one are 0 as far as the
+// lanes go on: to a whole four, and the four of the edge that closes the ring.
+struct Block {
+    int32_t deltas[2 * kBlockSteps + kDeltaSlack];
+    size_t steps;
+    bool isWhole;  // All that was asked for could be read.
+    bool closes;   // The edge to the ring's first point follows.
+
+    static_assert(kDeltaSlack >= 4 * kLanes, "zeros must fit");
+
+    void Read(Cursor* cursor, size_t wanted) {
+        steps = DecodeDeltas(cursor, deltas, 2 * wanted) / 2;
+        isWhole = steps == wanted;
+        std::fill_n(deltas + 2 * steps, 4 * kLanes, 0);
+    }
+};
+
+// A walk along a ring, which counts the quarter turns around a target and keeps the smallest
+// squared distance of an edge.
+class Walk {
+  public:
+    // `nearest`: the squared distance that is to be lowered; null where none is wanted.
+    Walk(const Point& target, const uint64_t* nearest)
+        : mTarget(target),
+          mMeasures(nearest != nullptr),
+          mNearest(nearest != nullptr ? *nearest : 0) {}
+
+    // Begins with a ring's first point, which may end the walk.
+    void BeginAt(const Point& first) {
+        mFirst = first;
+        Visit(first);
+    }
+
+    // Takes the steps of a block, and the one that closes the ring if it follows. Any of them may
+    // end the walk.
+    void Take(const Block& block) {
+        const bool isDone =
+                block.isWhole && (mMeasures ? TakeByFours<true>(block) : TakeByFours<false>(block));
+        if (!isDone) TakeOneByOne(block);
+    }
+
+    // What ended the walk: ZDLookupBorderVertex or ZDLookupOnBorder, or ZDLookupNotInZone while
+    // nothing has.
+    ZDLookupResult Stop() const { return mStop; }
+    int64_t QuarterTurns() const { return mQuarterTurns; }
+    uint64_t Nearest() const { return mNearest; }
+
+  private:
+    // Sums up the points for four edges at a time.
+    struct Points {
+        Units last;  // The latitude and longitude of the last one, twice.
+
+        explicit Points(const Point& at) : last(AsUnits(Ints{at.lat, at.lon, at.lat, at.lon})) {}
+
+        FourEdges Next(const int32_t* deltas) {
+            const Units none = {0, 0, 0, 0};
+            const Units a = LoadUnits(deltas);
+            const Units b = LoadUnits(deltas + kLanes);
+            const Units pointsA = last + a + __builtin_shufflevector(none, a, 0, 1, 4, 5);
+            const Units lastA = __builtin_shufflevector(pointsA, pointsA, 2, 3, 2, 3);
+            const Units pointsB = lastA + b + __builtin_shufflevector(none, b, 0, 1, 4, 5);
+            last = __builtin_shufflevector(pointsB, pointsB, 2, 3, 2, 3);
+            const Units lat = __builtin_shufflevector(pointsA, pointsB, 0, 2, 4, 6);
+            const Units lon = __builtin_shufflevector(pointsA, pointsB, 1, 3, 5, 7);
+            return {AsInts(lat - __builtin_shufflevector(a, b, 0, 2, 4, 6)),
+                    AsInts(lon - __builtin_shufflevector(a, b, 1, 3, 5, 7)), AsInts(lat),
+                    AsInts(lon)};
+        }
+    };
+
+    // False, with nothing changed, where an edge needs to be looked at by itself.
+    template <bool kMeasures>
+    bool TakeByFours(const Block& block) {
+        Points points(mAt);
+        TurnCounter turns(mTarget);
+        DistanceKeeper distances(mTarget, mAt, mNearest);
+        size_t step = 0;
+        for (; step + kLanes <= block.steps; step += kLanes) {
+            const FourEdges edges = points.Next(block.deltas + 2 * step);
+            turns.Add(edges, AllOf(-1));
+            if constexpr (kMeasures) {
+                distances.Add(edges);
+                if (step % kStepsToNarrow == 0) distances.Narrow();
+            }
+        }
+        if (block.closes) {
+            FourEdges edges = points.Next(block.deltas + 2 * step);
+            // The lanes behind the rest close the ring, all alike; one of them counts.
+            const Ints lane = {0, 1, 2, 3};
+            const Ints rest = AllOf(static_cast<int32_t>(block.steps - step));
+            edges.lat = Select(lane < rest, edges.lat, AllOf(mFirst.lat));
+            edges.lon = Select(lane < rest, edges.lon, AllOf(mFirst.lon));
+            turns.Add(edges, lane <= rest);
+            if constexpr (kMeasures) distances.Add(edges);
+        }
+        if (turns.HasAmbiguousEdge()) return false;
+        if constexpr (kMeasures) {
+            if (!distances.AreExact()) return false;
+            mNearest = distances.Smallest(mNearest);
+        }
+        mAt = {static_cast<int32_t>(points.last[0]), static_cast<int32_t>(points.last[1])};
+        mQuarterTurns += turns.QuarterTurns();
+        return true;
+    }
+
+    void TakeOneByOne(const Block& block) {
+        for (size_t i = 0; i < 2 * block.steps && mStop == ZDLookupNotInZone; i += 2) {
+            StepTo({WrappingAdd(mAt.lat, block.deltas[i]),
+                    WrappingAdd(mAt.lon, block.deltas[i + 1])});
+        }
+        if (block.closes && mStop == ZDLookupNotInZone) StepTo(mFirst);
+    }
+
+    void Visit(const Point& point) {
+        mAt = point;
+        if (point.lat == mTarget.lat && point.lon == mTarget.lon) mStop = ZDLookupBorderVertex;
+    }
+
+    void StepTo(const Point& to) {
+        const Point from = mAt;
+        Visit(to);
+        if (mStop != ZDLookupNotInZone) return;
+        const int turn = QuarterTurn(from, to, mTarget);
+        if (turn == 2) {
+            // Opposite quadrants: the side on which the edge passes decides.
+            const int32_t crossing = EdgeLine(from, to).LongitudeAt(mTarget.lat);
+            if (crossing == mTarget.lon) {
+                mStop = ZDLookupOnBorder;
+                return;
+            }
+            const bool southward = QuadrantOf(to, mTarget) >= 2;
+            mQuarterTurns += (mTarget.lon > crossing) == southward ? 2 : -2;
+        } else {
+            mQuarterTurns += turn;
+        }
+        if (mMeasures) mNearest = std::min(mNearest, SquaredDistance(from, to, mTarget));
+    }
+
+    const Point mTarget;
+    const bool mMeasures;
+    uint64_t mNearest;
+    Point mFirst = {0, 0};
+    Point mAt = {0, 0};
+    int64_t mQuarterTurns = 0;
+    ZDLookupResult mStop = ZDLookupNotInZone;
+};
+
+ZDLookupResult ResultOf(int64_t quarterTurns) {
+    switch (quarterTurns) {
+        case -4:
+            return ZDLookupInZone;
+        case 0:
+            return ZDLookupNotInZone;
+        case 4:
+            return ZDLookupInExcludedZone;
+        default:
+            return ZDLookupOnBorder;
+    }
+}
+
+}  // namespace
+
+ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t* minDistance) {
+    uint32_t count;
+    if (!ReadUnsigned(cursor, &count) || count > kMaxRingPoints) return ZDLookupParsingError;
+    Point first = {0, 0};
+    if (count > 0 && (!ReadSigned(cursor, &first.lat) || !ReadSigned(cursor, &first.lon)))
+        return ZDLookupParsingError;
+
+    Walk walk(target, minDistance);
+    walk.BeginAt(first);
+    uint32_t left = count > 0 ? count - 1 : 0;
+    bool isClosed = count == 0;
+    while (walk.Stop() == ZDLookupNotInZone && !isClosed) {
+        Block block;
+        const size_t wanted = std::min<size_t>(left, kBlockSteps);
+        left -= static_cast<uint32_t>(wanted);
+        block.Read(cursor, wanted);
+        block.closes = isClosed = left == 0 && block.isWhole;
+        walk.Take(block);
+        if (!block.isWhole && walk.Stop() == ZDLookupNotInZone) {
+            if (minDistance != nullptr) *minDistance = walk.Nearest();
+            return ZDLookupParsingError;
+        }
+    }
+    const ZDLookupResult result =
+            walk.Stop() != ZDLookupNotInZone ? walk.Stop() : ResultOf(walk.QuarterTurns());
+    const bool isOnBorder = result == ZDLookupBorderVertex || result == ZDLookupOnBorder;
+    if (minDistance != nullptr) *minDistance = isOnBorder ? 0 : walk.Nearest();
+    return result;
+}
+
+}  // namespace zonedetect

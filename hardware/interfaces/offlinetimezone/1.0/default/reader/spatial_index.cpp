@@ -1,0 +1,323 @@
+#include "spatial_index.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+namespace zonedetect {
+
+namespace {
+
+// A guess at the bytes of a run in the table, so that the first arrays seldom grow.
+constexpr size_t kUsualRunBytes = 28;
+
+// How many words the nodes may take: a tiled world needs two a run; some more lets small tables of
+// overlapping boxes have a good index too.
+constexpr size_t WordsFor(size_t runs) {
+    return 2 * runs + runs / 2 + 65536;
+}
+
+// How many runs the halves on the way from a cell to a node may list together, where the cell has
+// so many. It stops the halving where halves keep nearly all runs; in the world hardly a node meets
+// it.
+constexpr size_t RoomForHalves(size_t runs) {
+    return 6 * runs + 64;
+}
+
+constexpr uint32_t kAlone = 0x80000000u;   // The rest is a run.
+constexpr uint32_t kListed = 0x40000000u;  // The rest is a count.
+constexpr uint32_t kRestMask = 0x3FFFFFFFu;
+
+// What a node takes that is not halved.
+constexpr size_t LeafWords(size_t runs) {
+    return runs == 1 ? 1 : 1 + runs;
+}
+
+}  // namespace
+
+uint8_t SpatialIndex::Axis::CellOf(int32_t units) const {
+    if (units <= min) return 0;
+    const uint32_t above = static_cast<uint32_t>(units) - static_cast<uint32_t>(min);
+    return static_cast<uint8_t>(std::min(above / cellUnits, kTopCells - 1));
+}
+
+// The same without a division, for units that lie in a cell or not far above.
+uint8_t SpatialIndex::Axis::CellFrom(uint8_t cell, int32_t units) const {
+    while (cell + 1u < kTopCells && units > PartOf(cell).max)
+        ++cell;
+    return cell;
+}
+
+SpatialIndex::Part SpatialIndex::Axis::PartOf(size_t cell) const {
+    const int64_t from = min + static_cast<int64_t>(cell * cellUnits);
+    return {from, from + cellUnits - 1};
+}
+
+// Makes a index, one step after the other, and holds what is needed for that alone.
+class SpatialIndex::Builder {
+  public:
+    explicit Builder(SpatialIndex* index) : mIndex(*index) {}
+
+    Outcome Build(const ZDDatabase& db) {
+        Outcome outcome = ReadRuns(db);
+        if (outcome != Outcome::kBuilt) return outcome;
+        SetAxes();
+        outcome = ListRunsByCell();
+        return outcome == Outcome::kBuilt ? AddCells() : outcome;
+    }
+
+  private:
+    // The cells that a run meets.
+    struct Cells {
+        uint8_t south;
+        uint8_t north;
+        uint8_t west;
+        uint8_t east;
+    };
+
+    // Some runs, in the table's order.
+    struct Range {
+        uint32_t* begin;
+        size_t count;
+    };
+
+    // A part of the grid.
+    struct Region {
+        Part lat;
+        Part lon;
+    };
+
+    Outcome ReadRuns(const ZDDatabase& db) {
+        const uint32_t end = std::min(db.metadataOffset, static_cast<uint32_t>(db.length));
+        const size_t guess =
+                (std::max(end, db.boxTableOffset) - db.boxTableOffset) / kUsualRunBytes;
+        GrowingArray<TablePlace>& places = mIndex.mPlaces;
+        if (!mBoxes.Reserve(guess) || !places.Reserve(guess + 1)) return Outcome::kNoMemory;
+        TableReader reader(db, TableReader::Start(db));
+        TablePlace place = reader.Place();
+        for (; reader.Next(); place = reader.Place()) {
+            if (reader.IsSameBox()) continue;
+            const Box& box = reader.CurrentBox();
+            if (mBoxes.Size() > 0 && box.minLat < mBoxes.end()[-1].minLat) return Outcome::kUseless;
+            if (!mBoxes.ReserveMore(1) || !places.ReserveMore(1)) return Outcome::kNoMemory;
+            mBoxes.Push(box);
+            places.Push(place);
+        }
+        if (!places.ReserveMore(1)) return Outcome::kNoMemory;
+        places.Push(place);
+        places.Trim();
+        mBoxes.Trim();
+        mLimit = WordsFor(mBoxes.Size());
+        return mLimit <= kRestMask ? Outcome::kBuilt : Outcome::kUseless;
+    }
+
+    // Spreads the grid over all boxes.
+    void SetAxes() {
+        Box all = {0, 0, 0, 0};
+        if (mBoxes.Size() > 0) all = mBoxes[0];
+        for (const Box& box : mBoxes) {
+            all.minLat = std::min(all.minLat, box.minLat);
+            all.minLon = std::min(all.minLon, box.minLon);
+            all.maxLat = std::max(all.maxLat, box.maxLat);
+            all.maxLon = std::max(all.maxLon, box.maxLon);
+        }
+        const auto axis = [](int32_t min, int32_t max) {
+            const int64_t units = std::max<int64_t>(int64_t{max} - min + 1, 1);
+            return Axis{min, static_cast<uint32_t>((units + kTopCells - 1) / kTopCells)};
+        };
+        mIndex.mLat = axis(all.minLat, all.maxLat);
+        mIndex.mLon = axis(all.minLon, all.maxLon);
+    }
+
+    Cells CellsOf(const Box& box) const {
+        if (box.minLat > box.maxLat || box.minLon > box.maxLon) return {1, 0, 1, 0};  // None.
+        const Axis& lat = mIndex.mLat;
+        const Axis& lon = mIndex.mLon;
+        const uint8_t south = lat.CellOf(box.minLat);
+        const uint8_t west = lon.CellOf(box.minLon);
+        return {south, lat.CellFrom(south, box.maxLat), west, lon.CellFrom(west, box.maxLon)};
+    }
+
+    template <typename Visit>
+    static void VisitCells(const Cells& cells, const Visit& visit) {
+        for (size_t row = cells.south; row <= cells.north; ++row) {
+            for (size_t column = cells.west; column <= cells.east; ++column)
+                visit(row * kTopCells + column);
+        }
+    }
+
+    // Sorts the runs into mListed by the cells that they meet: counts first, then places.
+    Outcome ListRunsByCell() {
+        GrowingArray<Cells> cells;
+        if (!cells.Reserve(mBoxes.Size())) return Outcome::kNoMemory;
+        size_t listed = 0;
+        for (const Box& box : mBoxes) {
+            cells.Push(CellsOf(box));
+            VisitCells(cells.end()[-1], [&](size_t cell) {
+                ++mBegins[cell + 1];
+                ++listed;
+            });
+            if (listed > mLimit) return Outcome::kUseless;
+        }
+        for (size_t cell = 0; cell < kCells; ++cell)
+            mBegins[cell + 1] += mBegins[cell];
+        if (!mListed.Reserve(listed)) return Outcome::kNoMemory;
+        mListed.SetSize(listed);
+        std::copy_n(mBegins, kCells, mNext);
+        for (uint32_t run = 0; run < cells.Size(); ++run)
+            VisitCells(cells[run], [&](size_t cell) { mListed[mNext[cell]++] = run; });
+        return Outcome::kBuilt;
+    }
+
+    Outcome AddCells() {
+        GrowingArray<uint32_t>& words = mIndex.mWords;
+        size_t needed = 0;  // By the cells that are still to be added.
+        size_t most = 0;
+        for (size_t cell = 0; cell < kCells; ++cell) {
+            const size_t count = mBegins[cell + 1] - mBegins[cell];
+            needed += LeafWords(count);
+            most = std::max(most, count);
+        }
+        if (needed > mLimit) return Outcome::kUseless;
+        if (!words.Reserve(mLimit) || !mHalves.Reserve(RoomForHalves(most)))
+            return Outcome::kNoMemory;
+        for (size_t cell = 0; cell < kCells; ++cell) {
+            const Range runs = {mListed.begin() + mBegins[cell], mBegins[cell + 1] - mBegins[cell]};
+            // What is left is shared out by the number of runs.
+            const size_t own = LeafWords(runs.count);
+            const uint64_t spare = mLimit - words.Size() - needed;
+            const size_t left = std::max<size_t>(mListed.Size() - mBegins[cell], 1);
+            needed -= own;
+            mIndex.mTop[cell] = static_cast<uint32_t>(words.Size());
+            mHalvesEnd = mHalves.begin() + RoomForHalves(runs.count);
+            AddNode({mIndex.mLat.PartOf(cell / kTopCells), mIndex.mLon.PartOf(cell % kTopCells)},
+                    runs, mHalves.begin(),
+                    words.Size() + own + static_cast<size_t>(spare * runs.count / left));
+        }
+        words.Trim();
+        return Outcome::kBuilt;
+    }
+
+    // Adds the node of a region, which meets `runs`, and all nodes below it. From `room` on there
+    // is room for the runs of its halves. `limit` is where the words must end; they have room for a
+    // leaf at least.
+    void AddNode(const Region& region, const Range& runs, uint32_t* room, size_t limit) {
+        GrowingArray<uint32_t>& words = mIndex.mWords;
+        if (runs.count == 1) {
+            words.Push(kAlone | *runs.begin);
+            return;
+        }
+        const bool isSplitByLat = region.lat.max - region.lat.min > region.lon.max - region.lon.min;
+        const Part& whole = isSplitByLat ? region.lat : region.lon;
+        const int64_t middle = whole.Middle();
+        Range first = {room, 0};
+        Range second = {room + runs.count, 0};
+        if (runs.count > 0 && whole.min < whole.max &&
+            2 * runs.count <= static_cast<size_t>(mHalvesEnd - room)) {
+            const auto halve = [&](auto least, auto most) {
+                for (size_t i = 0; i < runs.count; ++i) {
+                    const uint32_t run = runs.begin[i];
+                    first.begin[first.count] = run;
+                    second.begin[second.count] = run;
+                    first.count += mBoxes[run].*least <= middle ? 1u : 0u;
+                    second.count += mBoxes[run].*most > middle ? 1u : 0u;
+                }
+            };
+            isSplitByLat ? halve(&Box::minLat, &Box::maxLat) : halve(&Box::minLon, &Box::maxLon);
+        }
+        const size_t needed = words.Size() + 1 + LeafWords(first.count) + LeafWords(second.count);
+        if (first.count + second.count == 0 || needed > limit) {
+            words.Push(kListed | static_cast<uint32_t>(runs.count));
+            for (size_t i = 0; i < runs.count; ++i)
+                words.Push(runs.begin[i]);
+            return;
+        }
+        const size_t node = words.Size();
+        words.Push(0);
+        const Part south = {whole.min, middle};
+        const Part north = {middle + 1, whole.max};
+        room = second.begin + second.count;
+        AddNode(isSplitByLat ? Region{south, region.lon} : Region{region.lat, south}, first, room,
+                words.Size() + LeafWords(first.count) + (limit - needed) / 2);
+        words[node] = static_cast<uint32_t>(words.Size());
+        AddNode(isSplitByLat ? Region{north, region.lon} : Region{region.lat, north}, second, room,
+                limit);
+    }
+
+    static constexpr size_t kCells = size_t{kTopCells} * kTopCells;
+
+    SpatialIndex& mIndex;
+    GrowingArray<Box> mBoxes;           // Of the runs.
+    uint32_t mBegins[kCells + 1] = {};  // Where the runs of each cell begin in mListed ...
+    uint32_t mNext[kCells] = {};        // ... and where the next one goes.
+    GrowingArray<uint32_t> mListed;
+    GrowingArray<uint32_t> mHalves;  // Of the regions at hand, from the cell to the node.
+    uint32_t* mHalvesEnd = nullptr;  // Of the room for the cell at hand.
+    size_t mLimit = 0;               // Of the words.
+};
+
+SpatialIndex::Outcome SpatialIndex::Build(const ZDDatabase& db) {
+    const std::unique_ptr<Builder> builder(new (std::nothrow) Builder(this));
+    return builder != nullptr ? builder->Build(db) : Outcome::kNoMemory;
+}
+
+SpatialIndex::Runs SpatialIndex::RunsAt(const Point& point) const {
+    const size_t row = mLat.CellOf(point.lat);
+    const size_t column = mLon.CellOf(point.lon);
+    Part lat = mLat.PartOf(row);
+    Part lon = mLon.PartOf(column);
+    size_t node = mTop[row * kTopCells + column];
+    while ((mWords[node] & (kAlone | kListed)) == 0) {
+        const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
+        Part& part = isSplitByLat ? lat : lon;
+        const int64_t middle = part.Middle();
+        const bool isSecond = (isSplitByLat ? point.lat : point.lon) > middle;
+        part = isSecond ? Part{middle + 1, part.max} : Part{part.min, middle};
+        node = isSecond ? mWords[node] : node + 1;
+    }
+    const uint32_t rest = mWords[node] & kRestMask;
+    if ((mWords[node] & kAlone) != 0) return {nullptr, 1, rest};
+    return {&mWords[node + 1], rest, 0};
+}
+
+}  // namespace zonedetect
+
+ZDSpatialIndex::~ZDSpatialIndex() {
+    delete mIndex;
+}
+
+const zonedetect::SpatialIndex* ZDSpatialIndex::Get(const ZDDatabase& db) {
+    using zonedetect::SpatialIndex;
+    State state = mState.load(std::memory_order_acquire);
+    if (state == kReady) return mIndex;
+    if (state != kNone) return nullptr;
+    if (!mState.compare_exchange_strong(state, kBusy, std::memory_order_acquire)) return nullptr;
+    if (mLookupsToWait > 0) {
+        --mLookupsToWait;
+        mState.store(kNone, std::memory_order_release);
+        return nullptr;
+    }
+    std::unique_ptr<SpatialIndex> index(new (std::nothrow) SpatialIndex);
+    const SpatialIndex::Outcome outcome =
+            index != nullptr ? index->Build(db) : SpatialIndex::Outcome::kNoMemory;
+    if (outcome == SpatialIndex::Outcome::kBuilt) {
+        mIndex = index.release();
+        // Lookups touch a few places of the file from here on: reading ahead of them would read
+        // pages that nobody asks for.
+        if (db.fd >= 0) {
+            madvise(const_cast<uint8_t*>(db.mapping), static_cast<size_t>(db.length), MADV_RANDOM);
+        }
+        mState.store(kReady, std::memory_order_release);
+        return mIndex;
+    }
+    if (outcome == SpatialIndex::Outcome::kNoMemory) {
+        mLookupsToWait = mNextWait;
+        if (mNextWait < UINT32_MAX / 2) mNextWait *= 2;
+    }
+    index.reset();  // Before another thread may make one.
+    mState.store(outcome == SpatialIndex::Outcome::kUseless ? kUseless : kNone,
+                 std::memory_order_release);
+    return nullptr;
+}

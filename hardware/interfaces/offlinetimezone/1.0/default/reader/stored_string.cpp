@@ -1,0 +1,72 @@
+#include "stored_string.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace zonedetect {
+
+namespace {
+
+constexpr uint64_t kWordMask = kStringMask * uint64_t{0x0101010101010101u};  // Eight characters.
+
+// Reads a string's leading number.
+bool ReadLength(Cursor* cursor, ReadBudget* budget, uint32_t* length) {
+    const uint8_t* const start = cursor->next;
+    if (!ReadUnsigned(cursor, length)) {
+        budget->Spend(cursor->end - start);  // All of it was looked at.
+        return false;
+    }
+    budget->Spend(cursor->next - start);
+    return true;
+}
+
+}  // namespace
+
+void StoredString::CopyTo(char* text) const {
+    std::memcpy(text, bytes, length);
+    for (uint32_t i = 0; i < length; i += sizeof kWordMask) {
+        uint64_t word;
+        std::memcpy(&word, text + i, sizeof word);
+        word ^= kWordMask;
+        std::memcpy(text + i, &word, sizeof word);
+    }
+    text[length] = '\0';
+}
+
+char* StoredString::Copy() const {
+    char* text = static_cast<char*>(std::malloc(Room()));
+    if (text != nullptr) CopyTo(text);
+    return text;
+}
+
+bool FindString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget, StoredString* found) {
+    if (budget->IsSpent()) return false;
+    Cursor cursor = CursorAt(db, *position);
+    uint32_t length;
+    if (!ReadLength(&cursor, budget, &length)) return false;
+    *position = PositionOf(db, cursor);
+    const bool isReference = length >= kReferenceBase;
+    if (isReference) {
+        cursor = CursorAt(db, db.metadataOffset + (length - kReferenceBase));
+        if (!ReadLength(&cursor, budget, &length) || length > StoredString::kMaxLength)
+            return false;
+    }
+    // A text that runs past the content is as unreadable as any other number out of range.
+    if (length > static_cast<size_t>(cursor.end - cursor.next)) return false;
+    if (!isReference) *position += length;
+    budget->Spend(length);
+    *found = {cursor.next, length};
+    return true;
+}
+
+char* ParseString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget) {
+    StoredString found;
+    return FindString(db, position, budget, &found) ? found.Copy() : nullptr;
+}
+
+}  // namespace zonedetect
+
+char* ZDParseString(const ZDDatabase* db, uint32_t* position) {
+    zonedetect::ReadBudget budget(db->length);
+    return zonedetect::ParseString(*db, position, &budget);
+}

@@ -1,0 +1,55 @@
+// Database units: points in them, and the conversion from degrees.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+
+#include "zonedetect.h"
+
+namespace zonedetect {
+
+// Sums in a database wrap as 32-bit two's complement; signed overflow never happens.
+inline int32_t WrappingAdd(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+
+// Truncation toward zero that clamps and turns NaN into 0, as float casts alone do not.
+inline int32_t TruncateToInt32(float value) {
+    if (std::isnan(value)) return 0;
+    if (value >= 2147483648.0f) return INT32_MAX;
+    if (value <= -2147483648.0f) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+inline int64_t TruncateToInt64(float value) {
+    if (std::isnan(value)) return 0;
+    if (value >= 9223372036854775808.0f) return INT64_MAX;
+    if (value <= -9223372036854775808.0f) return INT64_MIN;
+    return static_cast<int64_t>(value);
+}
+
+// A precision outside 1 to 31 has no scale; callers answer without one.
+inline bool HasScale(const ZDDatabase& db) {
+    return db.precision >= 1 && db.precision <= 31;
+}
+
+// Units in 90 degrees of latitude and in 180 of longitude.
+inline float Scale(const ZDDatabase& db) {
+    return static_cast<float>(int32_t{1} << (db.precision - 1));
+}
+
+inline int32_t LatitudeUnits(float degrees, float scale) {
+    return TruncateToInt32(degrees / 90.0f * scale);
+}
+
+inline int32_t LongitudeUnits(float degrees, float scale) {
+    return TruncateToInt32(degrees / 180.0f * scale);
+}
+
+// A point in database units.
+struct Point {
+    int32_t lat;
+    int32_t lon;
+};
+
+}  // namespace zonedetect

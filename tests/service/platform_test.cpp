@@ -1,0 +1,68 @@
+#include <android/hidl/base/1.0/IBase.h>
+#include <gtest/gtest.h>
+#include <platform/death_registry.h>
+
+#include <mutex>
+#include <thread>
+#include <vector>
+
+using android::sp;
+using android::wp;
+using android::hardware::hidl_death_recipient;
+using android::hardware::hidl_string;
+using android::hardware::Return;
+using android::hardware::Status;
+using android::hidl::base::V1_0::IBase;
+
+namespace {
+
+struct Recipient : hidl_death_recipient {
+    void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mNotices.emplace_back(cookie, who.promote().get());
+        EXPECT_NE(mMaker, std::this_thread::get_id());
+    }
+    std::mutex mMutex;
+    std::vector<std::pair<uint64_t, IBase*>> mNotices;
+    const std::thread::id mMaker = std::this_thread::get_id();
+};
+
+struct Object : IBase {};
+
+TEST(Runtime, AnswersAsThePlatformDoes) {
+    EXPECT_EQ(hidl_string("a"), hidl_string("a\0b", 3));
+    const sp<Object> object = new Object;
+    object->getDebugInfo([](const auto& info) { EXPECT_EQ(-1, info.pid); });
+    object->interfaceChain([](const auto& chain) {
+        ASSERT_EQ(1u, chain.size());
+        EXPECT_EQ(hidl_string(IBase::descriptor), chain[0]);
+    });
+    const Return<bool> failed = Status::fromStatusT(android::DEAD_OBJECT);
+    EXPECT_FALSE(failed.isOk());
+    EXPECT_DEATH(static_cast<void>(static_cast<bool>(failed)), "");
+}
+
+TEST(Deaths, AreToldOnceForEachLink) {
+    const sp<Object> object = new Object;
+    sp<Object> other = new Object;
+    const sp<Recipient> a = new Recipient;
+    const sp<Recipient> b = new Recipient;
+    EXPECT_TRUE(object->linkToDeath(a, 99));
+    EXPECT_TRUE(object->linkToDeath(a, 7));
+    EXPECT_TRUE(object->linkToDeath(b, 1));
+    EXPECT_TRUE(other->linkToDeath(b, 2));
+    EXPECT_FALSE(object->linkToDeath(nullptr, 3));
+    EXPECT_TRUE(object->unlinkToDeath(b));
+    EXPECT_FALSE(object->unlinkToDeath(b));
+    platform::EndOwnerOf(object);
+    platform::EndOwnerOf(object);
+    using Notices = std::vector<std::pair<uint64_t, IBase*>>;
+    EXPECT_EQ((Notices{{99, object.get()}, {7, object.get()}}), a->mNotices);
+    // An object that just ends is no death; its links go with it.
+    EXPECT_EQ(2, b->getStrongCount());
+    other.clear();
+    EXPECT_EQ(1, b->getStrongCount());
+    EXPECT_EQ(Notices{}, b->mNotices);
+}
+
+}  // namespace
