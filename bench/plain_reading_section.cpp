@@ -1,5 +1,5 @@
 #include <fmt/format.h>
-#include <plain_reader.h>
+#include <reference_reader.h>
 
 #include "files.h"
 #include "input_files.h"
@@ -15,7 +15,7 @@ std::string PlainReadingSection(const std::string& directory) {
     const std::string path = WorldFile(directory, kWhole, kDefaultTolerance);
     const std::string file = ReadFile(path);
     const DatabasePtr database = OpenDatabase(path);
-    const oracle::PlainReader plain({file.begin(), file.end()});
+    const oracle::ReferenceReader plain({file.begin(), file.end()});
     const std::vector<Point> points = LandPoints(database.get(), kPoints);
     const std::vector<Times> times =
             MeasureInTurns({{[&](const Point& p) { LookWithDistance(database.get(), p); }, &points},

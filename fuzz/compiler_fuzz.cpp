@@ -1,6 +1,6 @@
 // The compiler's input: it is refused with an error that says where, and nothing is written; or the
 // database that comes out verifies, opens, passes the self-check against the input, and answers as
-// the plain reading does. The input describes polygons close to each other, or it is a file.
+// the reference reader does. The input describes polygons close to each other, or it is a file.
 #include <platform/log.h>
 
 #include <filesystem>
@@ -100,9 +100,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require(WithTrailer(Bytes(file.begin(), file.end() - 20)) == file, "the digest");
     const DatabasePtr database = OpenBytes(file);
     Require(database != nullptr, "a database that opens");
-    const oracle::PlainReader plain(file);
+    const oracle::ReferenceReader reference(file);
     for (size_t i = 0; i < corners.size(); i += 1 + corners.size() / 16) {
-        RequireSame(DifferenceWithText(*database, plain, static_cast<float>(corners[i].lat),
+        RequireSame(DifferenceWithText(*database, reference, static_cast<float>(corners[i].lat),
                                        static_cast<float>(corners[i].lon)));
     }
     return 0;

@@ -1,4 +1,4 @@
-// Databases of every shape, whole and broken: the reader must agree with the plain reading in
+// Databases of every shape, whole and broken: the reader must agree with the reference reader in
 // everything. The input describes points, a database, and edits of its fields.
 #include <platform/log.h>
 #include <reader/units.h>
@@ -138,14 +138,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Draft draft;
     const Bytes file = WithTrailer(Describe(&choices, &draft));
     const DatabasePtr database = OpenBytes(file);
-    std::optional<oracle::PlainReader> plain;
+    std::optional<oracle::ReferenceReader> reference;
     try {
-        plain.emplace(file);
+        reference.emplace(file);
     } catch (const std::runtime_error&) {
     }
-    Require((database != nullptr) == plain.has_value(), "whether it opens");
+    Require((database != nullptr) == reference.has_value(), "whether it opens");
     if (database == nullptr) return 0;
-    Require(plain->Notice() == ZDGetNotice(database.get()), "the notice");
+    Require(reference->Notice() == ZDGetNotice(database.get()), "the notice");
     Choices places(first.data(), first.size());
     while (!places.IsAtEnd()) {  // Points on and near corners, in the middle, and anywhere.
         const uint32_t row = 256u * places.Byte();
@@ -157,7 +157,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         float degrees[] = {DegreesAtUnits(p.lat, precision, 90.0),
                            DegreesAtUnits(p.lon, precision, 180.0)};
         if (places.OneIn(8)) std::memcpy(degrees, (places.Take(8) + Bytes(8)).data(), 8);
-        RequireSame(DifferenceWithText(*database, *plain, degrees[0], degrees[1]));
+        RequireSame(DifferenceWithText(*database, *reference, degrees[0], degrees[1]));
     }
     return 0;
 }

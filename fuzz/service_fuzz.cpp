@@ -202,7 +202,7 @@ class Run {
         mIsOpen = mActive.IsGood();
         mStatus = mIsOpen ? SERVER_STATUS_RUNNING : SERVER_STATUS_FAILED;
         if (mIsOpen) mDatabase = OpenBytes(*mActive.content);
-        if (mDatabase != nullptr) mPlain.emplace(*mActive.content);
+        if (mDatabase != nullptr) mReference.emplace(*mActive.content);
     }
 
     void Discard() {
@@ -252,7 +252,7 @@ class Run {
                 return "\"error:error input\"";
         }
         if (mDatabase == nullptr) return "error:Server is not supportted";
-        return ExpectedText(*mDatabase, *mPlain, degrees[0], degrees[1]);
+        return ExpectedText(*mDatabase, *mReference, degrees[0], degrees[1]);
     }
 
     Offlinetimezone* mService;
@@ -263,7 +263,7 @@ class Run {
     int32_t mStatus = SERVER_STATUS_IDLE;
     bool mIsOpen = false;
     DatabasePtr mDatabase;  // Null, too, for a file that verifies and cannot be read.
-    std::optional<oracle::PlainReader> mPlain;  // Of the database.
+    std::optional<oracle::ReferenceReader> mReference;  // Of the database.
     Bytes mDownload;
     bool mIsComplete = false;
     size_t mStored = kNobody;    // By the service object.

@@ -1,4 +1,4 @@
-// The reader on every way that it can go, held against the plain reading.
+// The reader on every way that it can go, held against the reference reader.
 #pragma once
 
 #include <LookupInterface.h>
@@ -10,9 +10,9 @@
 #include <memory>
 #include <string>
 
-#include "plain_reader.h"
+#include "reference_reader.h"
 
-// Tells what differs between one lookup and what the plain reading gives; null where nothing does.
+// Tells what differs between one lookup and what the reference reader gives; null where nothing does.
 inline const char* DifferenceOf(const ZDDatabase& database, const oracle::Answer& expected,
                                 float lat, float lon, bool withDistance) {
     float distance;
@@ -36,9 +36,9 @@ inline const char* DifferenceOf(const ZDDatabase& database, const oracle::Answer
 
 // The same for a point with and without a distance, by the directory and by a scan, and with each
 // decoder that the processor has.
-inline const char* DifferenceAt(const ZDDatabase& database, const oracle::PlainReader& plain,
-                                float lat, float lon) {
-    const oracle::Answer expected = plain.Lookup(lat, lon);
+inline const char* DifferenceAt(const ZDDatabase& database,
+                                const oracle::ReferenceReader& reference, float lat, float lon) {
+    const oracle::Answer expected = reference.Lookup(lat, lon);
     ZDDatabase scanned = database;
     scanned.spatialIndex = nullptr;
     for (const zonedetect::DeltaDecoder decoder :
@@ -57,26 +57,27 @@ inline const char* DifferenceAt(const ZDDatabase& database, const oracle::PlainR
 }
 
 // The text of an answer: the names of the zones, or the nautical zone where there is none.
-inline std::string ExpectedText(const ZDDatabase& database, const oracle::PlainReader& plain,
-                                float lat, float lon) {
-    const oracle::Answer answer = plain.Lookup(lat, lon);
+inline std::string ExpectedText(const ZDDatabase& database,
+                                const oracle::ReferenceReader& reference, float lat, float lon) {
+    const oracle::Answer answer = reference.Lookup(lat, lon);
     if (answer.hits.empty()) return GetEtcAreaTimezone(&database, lon, lat);
     std::string joined;
-    const bool isNamed = !plain.FieldNames().empty() && plain.FieldNames()[0].has_value();
+    const bool isNamed = !reference.FieldNames().empty() && reference.FieldNames()[0].has_value();
     for (const oracle::ZoneHit& hit : answer.hits)
         joined += isNamed ? hit.text.value_or("") : "";
     return joined;
 }
 
 // As DifferenceAt, and the database manager's text must follow from the answer.
-inline const char* DifferenceWithText(const ZDDatabase& database, const oracle::PlainReader& plain,
-                                      float lat, float lon) {
+inline const char* DifferenceWithText(const ZDDatabase& database,
+                                      const oracle::ReferenceReader& reference, float lat,
+                                      float lon) {
     using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
-    if (const char* found = DifferenceAt(database, plain, lat, lon)) return found;
+    if (const char* found = DifferenceAt(database, reference, lat, lon)) return found;
     float distance;
     const std::unique_ptr<char, void (*)(void*)> answer(
             LookupTzIdIn(&database, lat, lon, &distance), std::free);
-    if (answer != nullptr && ExpectedText(database, plain, lat, lon) == answer.get())
+    if (answer != nullptr && ExpectedText(database, reference, lat, lon) == answer.get())
         return nullptr;
     return "the manager's answer";
 }

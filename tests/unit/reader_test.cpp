@@ -133,12 +133,12 @@ TEST(Hostile, CountlessHitsEndTheScan) {
     ZDFreeResults(results);
 }
 
-// Against the plain reading of the rules; small databases of every shape are for the fuzz target.
+// Against the reference reader of the rules; small databases of every shape are for the fuzz target.
 TEST(Lookup, AgreesWithThePlainReadingOfTheWorld) {
     const Bytes file = ReadFile(OFFLINETZ_WORLD_DATABASE);
     const DatabasePtr database = OpenBytes(file);
     ASSERT_NE(nullptr, database);
-    const oracle::PlainReader plain(file);
+    const oracle::ReferenceReader reference(file);
     // Threads meet on the handle's first lookup: one makes the directory, none waits.
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
@@ -147,7 +147,7 @@ TEST(Lookup, AgreesWithThePlainReadingOfTheWorld) {
                 const float lat = static_cast<float>(i) / 2.0f;
                 const float lon = 4.0f * static_cast<float>(i) - 170.0f;
                 EXPECT_STREQ(nullptr,
-                             DifferenceOf(*database, plain.Lookup(lat, lon), lat, lon, true));
+                             DifferenceOf(*database, reference.Lookup(lat, lon), lat, lon, true));
             }
         });
     }
@@ -157,7 +157,7 @@ TEST(Lookup, AgreesWithThePlainReadingOfTheWorld) {
     for (int i = 0; i < 400; ++i) {
         const float lat = static_cast<float>(random() % 180001) / 1000.0f - 90.0f;
         const float lon = static_cast<float>(random() % 360001) / 1000.0f - 180.0f;
-        EXPECT_STREQ(nullptr, DifferenceAt(*database, plain, lat, lon)) << lat << " " << lon;
+        EXPECT_STREQ(nullptr, DifferenceAt(*database, reference, lat, lon)) << lat << " " << lon;
     }
 }
 

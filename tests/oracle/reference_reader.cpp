@@ -1,4 +1,4 @@
-#include "plain_reader.h"
+#include "reference_reader.h"
 
 #include <algorithm>
 #include <cmath>
@@ -214,7 +214,7 @@ int ClassifyRing(Reading* reading, const Spot& t, uint64_t* nearest, uint64_t* c
 
 }  // namespace
 
-PlainReader::PlainReader(std::vector<uint8_t> file) : mContent(std::move(file)) {
+ReferenceReader::ReferenceReader(std::vector<uint8_t> file) : mContent(std::move(file)) {
     if (mContent.size() < 27) throw std::runtime_error("too short");
     mContent.resize(mContent.size() - 20);
     if (mContent[0] != 'P' || mContent[1] != 'L' || mContent[2] != 'B')
@@ -240,7 +240,7 @@ PlainReader::PlainReader(std::vector<uint8_t> file) : mContent(std::move(file)) 
     }
 }
 
-Answer PlainReader::Lookup(float lat, float lon) const {
+Answer ReferenceReader::Lookup(float lat, float lon) const {
     Answer answer;
     const int precision = Precision();
     if (precision < 1 || precision > 31) return answer;

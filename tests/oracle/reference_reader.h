@@ -20,10 +20,10 @@ struct Answer {
     float safezone = 0.0f;
 };
 
-class PlainReader {
+class ReferenceReader {
   public:
     // `file` is a whole database file. Throws std::runtime_error where the reader refuses it.
-    explicit PlainReader(std::vector<uint8_t> file);
+    explicit ReferenceReader(std::vector<uint8_t> file);
 
     Answer Lookup(float lat, float lon) const;
 
