@@ -1,4 +1,4 @@
-// What the targets make of a fuzzer's bytes, and how a fault shows.
+// Decisions that a target draws from the fuzzer's bytes, and how it reports a fault.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 #include "raw_database.h"
 
-// Ends the process, as a fuzzer wants it, where something differs (null: nothing does).
+// Ends the process, which a fuzzer takes as a finding, unless `difference` is null.
 inline void RequireSame(const char* difference) {
     if (difference == nullptr) return;
     std::fprintf(stderr, "not as it must be: %s\n", difference);
@@ -18,7 +18,8 @@ inline void Require(bool condition, const char* what) {
     RequireSame(condition ? nullptr : what);
 }
 
-// Decisions drawn from the bytes from front to back; zeros, the plain choice, where they end.
+// Draws decisions from the bytes, from first to last. At their end each byte is 0, which stands for
+// the simplest choice.
 class Choices {
   public:
     Choices(const uint8_t* data, size_t size) : mNext(data), mEnd(data + size) {}
@@ -28,7 +29,7 @@ class Choices {
     uint32_t Below(uint32_t count) { return Byte() % count; }  // Up to 256.
     bool OneIn(uint32_t count) { return Below(count) == count - 1; }
 
-    // A number that a database may hold: mostly small, sometimes of all 32 bits.
+    // A number of a database: mostly a small one, sometimes of all 32 bits.
     int32_t Number() {
         const int32_t first = Byte();
         if (first < 128) return first % 2 == 0 ? first / 2 : -(first / 2) - 1;

@@ -1,9 +1,8 @@
-// The compiler's input: it is refused with an error that says where, and nothing is written; or the
-// database that comes out verifies, opens, passes the self-check against the input, and answers as
-// the reference reader does. The input describes polygons close to each other, or it is a file.
+// Any input of the compiler. Either the compiler refuses it with an error that names the place, and
+// writes nothing. Or the database verifies, opens, passes the self-check against the input, and
+// answers like the reference reader. The bytes describe polygons close to each other, or are a
+// file.
 #include <platform/log.h>
-
-#include <filesystem>
 
 #include "choices.h"
 #include "compare_readers.h"
@@ -28,7 +27,7 @@ std::string List(uint32_t count, const Item& item) {
     return '[' + text + ']';
 }
 
-// Polygons on a coarse lattice, so that their borders meet and cross, with some corners off it.
+// Polygons whose corners lie mostly on a coarse lattice, so that their borders meet and cross.
 std::string Describe(Choices* c, std::vector<Position>* corners) {
     static constexpr Position kOrigins[] = {{0, 0}, {10, 20}, {0, 179.99}, {45, -180}, {89.99, 0}};
     static constexpr double kSteps[] = {0.01, 0.0001, 0.1, 1, 0.00001, 3};  // Degrees.
@@ -57,7 +56,7 @@ std::string Describe(Choices* c, std::vector<Position>* corners) {
 
 }  // namespace
 
-// GEOS leaks what it made of an overlay that it gives up.
+// GEOS leaks the parts of an overlay that it abandons.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
     return "leak:libgeos";

@@ -1,5 +1,5 @@
-// Databases of every shape, whole and broken: the reader must agree with the reference reader in
-// everything. The input describes points, a database, and edits of its fields.
+// Any database, valid or broken: the reader must agree with the reference reader in every result.
+// The bytes describe points, a database, and edits of its fields.
 #include <platform/log.h>
 #include <reader/units.h>
 
@@ -25,16 +25,17 @@ struct Entry {
     uint32_t polygon;
 };
 
-// A database in the making, and where something begins or ends.
+// A database in the making, and the points where a ring or bounding box has a corner.
 struct Draft {
     RawDatabase raw;
     std::vector<Entry> entries;
     std::vector<GridPoint> corners = {{0, 0}};
 };
 
-// A ring of any size with its box, or another one; now and then it begins near an end of the range
-// of numbers, so that its coordinates wrap, or rests for a while, so that it is long and small. Now
-// and then many of them, which makes the table worth a directory, each box a step further.
+// Adds a ring of any size, with its bounding box or another one. Some rings begin near an end of
+// the range of numbers, so that their coordinates wrap; some repeat a point, so that they are long
+// and small. Some have many entries, each a step further, so that the table is worth a spatial
+// index.
 void AddEntries(Choices* c, uint32_t record, Draft* draft) {
     Bytes* const polygons = &draft->raw.polygons;
     Entry entry = {{}, record, static_cast<uint32_t>(polygons->size())};
@@ -82,15 +83,13 @@ void WriteTable(Draft* draft) {
                      [](const Entry& a, const Entry& b) { return a.box.min < b.box.min; });
     Entry last = {};
     for (const Entry& e : draft->entries) {
-        for (const int32_t number : {e.box.min.lat, e.box.min.lon, e.box.max.lat, e.box.max.lon,
-                                     static_cast<int32_t>(e.record - last.record)})
-            offlinetz::AppendSigned(number, &draft->raw.boxTable);
-        offlinetz::AppendUnsigned(e.polygon - last.polygon, &draft->raw.boxTable);
+        draft->raw.AddEntry(e.box, static_cast<int32_t>(e.record - last.record),
+                            e.polygon - last.polygon);
         last = e;
     }
 }
 
-// Changes bytes and numbers of a section, whose size follows.
+// Changes bytes and numbers of a section. Its size in the header follows.
 void Edit(Choices* c, Bytes* section) {
     for (uint32_t edits = c->OneIn(8) ? c->Below(4) + 1 : 0; edits > 0; --edits) {
         const size_t place = static_cast<uint32_t>(c->Number()) % (section->size() + 1);
@@ -103,7 +102,7 @@ void Edit(Choices* c, Bytes* section) {
         } else if (kind == 3 && !isEnd) {
             section->erase(at, c->OneIn(2) ? section->end() : at + 1);
         } else {
-            section->insert(at, number.begin(), number.end());  // One more, or a longer one.
+            section->insert(at, number.begin(), number.end());  // One more number, or a longer one.
         }
     }
 }
@@ -147,7 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (database == nullptr) return 0;
     Require(reference->Notice() == ZDGetNotice(database.get()), "the notice");
     Choices places(first.data(), first.size());
-    while (!places.IsAtEnd()) {  // Points on and near corners, in the middle, and anywhere.
+    while (!places.IsAtEnd()) {  // Points on and near corners, at the centre, and anywhere.
         const uint32_t row = 256u * places.Byte();
         GridPoint p = draft.corners[(row + places.Byte()) % draft.corners.size()];
         if (row >= 256u * 192u) p = {};

@@ -1,5 +1,6 @@
-// The digest, with every kernel that the processor has, against OpenSSL's, over any message in any
-// pieces. Each piece stands at the end of a block of its own, for sanitizers to see a read beyond.
+// The digest of any message, in pieces of any sizes, with each kernel that the processor has,
+// against OpenSSL's. Each piece ends a heap block of its own, so a sanitizer reports each read
+// beyond it.
 #include <digest/sha1_block.h>
 #include <openssl/evp.h>
 #include <sha1.h>
@@ -11,7 +12,7 @@
 
 namespace {
 
-// Visits a message in pieces of whole `unit`s, as the choices say.
+// Visits a message in pieces whose sizes are multiples of `unit` bytes and drawn from `cuts`.
 template <typename Visit>
 void InPieces(Choices cuts, const Bytes& message, size_t unit, const Visit& visit) {
     for (size_t at = 0; at < message.size();) {
@@ -25,7 +26,7 @@ void InPieces(Choices cuts, const Bytes& message, size_t unit, const Visit& visi
     }
 }
 
-// The message as the kernels take it: one bit, zeros, and its length in bits.
+// The message as the kernels take it: followed by a one bit, zeros, and its length in bits.
 Bytes Padded(Bytes message) {
     const uint64_t bits = 8 * uint64_t{message.size()};
     message.push_back(0x80);

@@ -1,5 +1,6 @@
-// Runs the fuzz target over every file of a directory, and over as many inputs of random bytes as
-// the second argument says, the same in every run. With any compiler.
+// Runs a fuzz target without libFuzzer, so any compiler will do.
+// Usage: TARGET_replay DIRECTORY COUNT   over each file of the directory, and over COUNT inputs of
+//                                        random bytes, which are the same in every run
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

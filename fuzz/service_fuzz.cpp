@@ -1,84 +1,55 @@
-// Clients' calls in any order against a model of the service, which predicts its status, version,
-// files, the reports of each client, and who holds on to whom.
-#include <Offlinetimezone.h>
-#include <WorkerThread.h>
-#include <platform/death_registry.h>
+// Clients' calls in any order against a model of the service. The model predicts the status, the
+// version, the files, the reports of each client, and who holds which client.
 #include <platform/log.h>
 
 #include <cerrno>
 #include <cmath>
-#include <filesystem>
-#include <optional>
 #include <stdexcept>
 #include <utility>
 
 #include "choices.h"
 #include "compare_readers.h"
-#include "recorder.h"
-#include "sample_databases.h"
-#include "service_files.h"
-#include "temporary_directory.h"
-
-namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
-extern WorkerThread& lookupThread;
-extern ::android::sp<IOfflinetimezoneCallback>& clientCallback;
-}  // namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation
-
-using android::sp;
-using android::hardware::hidl_string;
-using android::hardware::Return;
-using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
+#include "linked_service.h"
+#include "service_steps.h"
 
 namespace {
 
 constexpr size_t kClients = 4;
 constexpr size_t kNobody = kClients;
 
-// A client that behaves, throws, ends its thread, or cannot be reached.
+// A client that behaves, throws, ends its thread, or is out of reach, by its number.
 struct Client : Recorder {
     Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
                                   const hidl_string& tzId) override {
         Recorder::timeZoneIdReport(lat, lon, tzId);
         if (number == 1) throw std::runtime_error("a client's trouble");
         if (number == 2) pthread_exit(nullptr);
-        return number == 3 ? android::hardware::Status::fromStatusT(android::DEAD_OBJECT)
-                           : android::hardware::Status::ok();
+        return android::hardware::Status::fromStatusT(number == 3 ? android::DEAD_OBJECT
+                                                                  : android::OK);
     }
     size_t number = 0;
     bool isLinked = false;  // The service is told of its death.
     std::vector<ClientReport> expected;
 };
 
-// A database file, and what it must hold.
-struct File {
-    void Set(const std::optional<Bytes>& bytes) {
-        std::filesystem::remove(path);  // What is open stays as it was.
-        if (bytes) WriteFile(path, *bytes);
-        content = bytes;
-    }
-    bool IsRight() const {
-        return std::filesystem::exists(path) == content.has_value() &&
-               (!content || ReadFile(path) == *content);
-    }
-    bool IsGood() const {
-        return content && content->size() > 20 &&
-               WithTrailer(Bytes(content->begin(), content->end() - 20)) == *content;
-    }
-    const char* path;
-    std::optional<Bytes> content = {};
-};
+MaybeFile FileAt(const char* path) {
+    return std::filesystem::exists(path) ? MaybeFile(ReadFile(path)) : std::nullopt;
+}
+
+bool IsGood(const MaybeFile& file) {
+    return file && file->size() > 20 &&
+           WithTrailer(Bytes(file->begin(), file->end() - 20)) == *file;
+}
 
 class Run {
   public:
     Run() {
-        static const TemporaryDirectory directory;
-        static Offlinetimezone* const service = Offlinetimezone::getInstance();
+        static const ServiceDirectory directory;
         platform::DropLog();
-        mService = service;
-        Require(Offlinetimezone::getInstance() == service, "the one shared object");
-        std::filesystem::create_directory("offlinetz");
-        mActive.Set(std::nullopt);
-        mBackup.Set(std::nullopt);
+        Require(Offlinetimezone::getInstance() == mService, "the one shared object");
+        Require(!mService->startLookup(nullptr), "what startLookup gives for no client");
+        PutFile(kActive, mActive);
+        PutFile(kBackup, mBackup);
         for (size_t i = 0; i < kClients; ++i) {
             mClients[i] = new Client;
             mClients[i]->number = i;
@@ -86,15 +57,14 @@ class Run {
         lookupThread.CreateThread();
     }
 
-    // Leaves the service as it was when it was loaded.
+    // Leaves the service as it was after it was loaded.
     ~Run() {
         Check();
         for (const sp<Client>& client : mClients) {
             Require(client->Reports() == client->expected, "the reports");
             mService->stopLookup(client);
         }
-        lookupThread.~WorkerThread();
-        new (&lookupThread) WorkerThread("OfflinetimezoneThread");
+        RestartWorker();
         clientCallback.clear();
         for (const sp<Client>& client : mClients)
             Require(client->getStrongCount() == 1, "nobody holds a client in the end");
@@ -106,10 +76,10 @@ class Run {
                                         WithTrailer(Bytes(40)),
                                         Bytes(82),
                                         Bytes(20),
-                                        Bytes()};
+                                        {}};
         static const char* const texts[] = {"1", "2.5e0x", "-40", "", "abc", "1e39", "91", "nan"};
         const auto text = [&] {
-            std::string own;  // Anything, but mostly what numbers are made of.
+            std::string own;  // Any bytes, but mostly characters of numbers.
             for (const uint8_t byte : c->OneIn(4) ? c->Take(c->Below(12)) : Bytes())
                 own += byte < 200 ? "0123456789.-+eExinfaty, \t"[byte % 25]
                                   : static_cast<char>(byte);
@@ -135,15 +105,16 @@ class Run {
                 Bytes file = sample;
                 if (who % 2 == 1 && some < static_cast<ptrdiff_t>(file.size()))
                     file[static_cast<size_t>(some)] ^= 1;
-                return (who < 2 ? mActive : mBackup)
-                        .Set(c->OneIn(4) ? std::nullopt : std::optional(file));
+                MaybeFile* const changed = who < 2 ? &mActive : &mBackup;
+                *changed = c->OneIn(4) ? std::nullopt : MaybeFile(file);
+                return PutFile(who < 2 ? kActive : kBackup, *changed);
             }
-            case 5:  // A whole download, mostly, ...
+            case 5:  // Mostly a whole download.
                 Download({sample.begin(), sample.begin() + some}, 0, DOWNLOAD_START);
                 Download({sample.begin() + some, sample.end()}, 0, DOWNLOAD_CONTINUE);
                 Download({}, static_cast<uint32_t>(sample.size()) + c->OneIn(8), DOWNLOAD_END);
                 return Inject();
-            case 6:  // ... or part of one.
+            case 6:  // A part of one.
                 return Download({sample.begin() + some, sample.end()},
                                 c->OneIn(4) ? static_cast<uint32_t>(c->Number())
                                             : static_cast<uint32_t>(mDownload.size()),
@@ -169,7 +140,7 @@ class Run {
         Require(mService->getServerStatus() == mStatus, "the status");
         Require(mService->getDBVersion() == (mDatabase ? mDatabase->version : 65535),
                 "the version");
-        Require(mActive.IsRight() && mBackup.IsRight(), "the files");
+        Require(FileAt(kActive) == mActive && FileAt(kBackup) == mBackup, "the files");
         for (const sp<Client>& client : mClients) {
             const size_t i = client->number;
             const int holders = (mStored == i) + (mLatest == i) + (mReported == i);
@@ -178,7 +149,7 @@ class Run {
     }
 
     void Start(size_t who) {
-        Drain();  // What was asked before goes to whoever was registered before.
+        Drain();  // Earlier lookups are answered to the client that was registered then.
         mIsBusy = true;
         Require(mService->startLookup(mClients[who]), "what startLookup gives");
         mStored = mLatest = who;
@@ -187,7 +158,8 @@ class Run {
         if (mStatus != SERVER_STATUS_RUNNING) VerifyAndOpen();
     }
 
-    // The service then forgets whom it reports to, and the latest client with its link.
+    // The service then forgets the client that gets the reports, and the latest client and its
+    // link.
     void Die(size_t who) {
         Drain();
         platform::EndOwnerOf(mClients[who]);
@@ -198,11 +170,11 @@ class Run {
     }
 
     void VerifyAndOpen() {
-        if (!mActive.IsGood() && mBackup.content) mActive.content = mBackup.content;
-        mIsOpen = mActive.IsGood();
+        if (!IsGood(mActive) && mBackup) mActive = mBackup;
+        mIsOpen = IsGood(mActive);
         mStatus = mIsOpen ? SERVER_STATUS_RUNNING : SERVER_STATUS_FAILED;
-        if (mIsOpen) mDatabase = OpenBytes(*mActive.content);
-        if (mDatabase != nullptr) mReference.emplace(*mActive.content);
+        if (mIsOpen) mDatabase = OpenBytes(*mActive);
+        if (mDatabase != nullptr) mReference.emplace(*mActive);
     }
 
     void Discard() {
@@ -218,7 +190,7 @@ class Run {
             mDownload = std::move(mDownload) + data;
         if (status != DOWNLOAD_END) return;
         if (mDownload.size() != totalSize) return Discard();
-        mBackup.content = mDownload;
+        mBackup = mDownload;
         mIsComplete = true;
     }
 
@@ -229,8 +201,8 @@ class Run {
         mDatabase.reset();
         mIsOpen = false;
         mStatus = SERVER_STATUS_FAILED;
-        if (!mBackup.content) return;
-        mActive.content = mBackup.content;
+        if (!mBackup) return;
+        mActive = mBackup;
         VerifyAndOpen();
     }
 
@@ -255,15 +227,15 @@ class Run {
         return ExpectedText(*mDatabase, *mReference, degrees[0], degrees[1]);
     }
 
-    Offlinetimezone* mService;
+    Offlinetimezone* const mService = Offlinetimezone::getInstance();
     sp<Client> mClients[kClients];
-    bool mIsBusy = false;  // Something was posted since the worker was last seen idle.
-    File mActive = {kActive};
-    File mBackup = {kBackup};
+    bool mIsBusy = false;  // Something was posted since the last Drain.
+    MaybeFile mActive;
+    MaybeFile mBackup;
     int32_t mStatus = SERVER_STATUS_IDLE;
     bool mIsOpen = false;
-    DatabasePtr mDatabase;  // Null, too, for a file that verifies and cannot be read.
-    std::optional<oracle::ReferenceReader> mReference;  // Of the database.
+    DatabasePtr mDatabase;  // Also null if the file verifies but cannot be read.
+    std::optional<oracle::ReferenceReader> mReference;  // Of mDatabase.
     Bytes mDownload;
     bool mIsComplete = false;
     size_t mStored = kNobody;    // By the service object.

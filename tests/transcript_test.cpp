@@ -1,6 +1,6 @@
-// The host program as users run it, and by it the service on devices' storage, the world database
-// and the library's file. Each step of a transcript here is a shell command; its outcome
-// is what it writes, standard error behind "! ", and its exit code if that is not 0.
+// The transcripts whose steps are shell commands: the host program, the service on storage that
+// fails, the world database and the library file. The outcome of a step is its standard output, its
+// standard error after "! ", and its exit code unless that is 0.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -10,7 +10,6 @@
 #include <string>
 
 #include "raw_database.h"
-#include "sample_databases.h"
 #include "temporary_directory.h"
 #include "transcript.h"
 
@@ -24,7 +23,7 @@ void AppendLines(const char* path, const std::string& mark, Words* lines) {
         lines->push_back(mark + line);
 }
 
-// `prepare` fills the directory in which the commands of a section run.
+// `prepare` fills the working directory of a section's commands, which is new for each section.
 void CheckCommands(const std::string& transcript, void (*prepare)()) {
     const std::string program = OFFLINETZ_PROGRAM;
     const std::string path = program.substr(0, program.rfind('/')) + ":" + std::getenv("PATH");
@@ -44,7 +43,7 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
     std::optional<TemporaryDirectory> directory;
     CheckTranscript(
             OFFLINETZ_TESTS "/" + transcript,
-            [&](const std::string&) {
+            [&] {
                 directory.emplace();
                 fs::create_directory("work");
                 fs::current_path("work");
@@ -61,9 +60,9 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
             });
 }
 
-// A database that the reader takes and that has many faults: a record that lies outside, one that
-// cannot be read, a tile that overlaps another one and a band without any, a box of nothing, an
-// open ring, bytes for nothing, two zones that overlap, a table that is not sorted.
+// A database that the reader opens and that has many faults: a record out of range, one that cannot
+// be read, two tiles of a zone that overlap, a band without a tile, an empty bounding box, an open
+// ring, unused bytes, two zones that overlap, an unsorted table.
 Bytes FaultyDatabase() {
     constexpr int32_t kEdge = 1 << 20;
     RawDatabase raw;
@@ -83,9 +82,10 @@ Bytes FaultyDatabase() {
     return raw.File();
 }
 
-// One zone whose 4,797 entries share two rings: 4,097 a small one, one more than a lookup collects,
-// and 700 a long one, which have more bytes than a lookup reads. Either a point meets all of a
-// ring's entries, or the first lie in a box beside their ring and the others in two boxes.
+// One zone of 4,797 entries, which share two rings. 4,097 entries have a small ring: one entry more
+// than a lookup collects. 700 have a long one: together more bytes than a lookup reads. If
+// `isTooMuch`, a point lies in the bounding boxes of all entries of a ring. Otherwise the first
+// boxes lie beside their ring, and the others have two places.
 Bytes CrowdedDatabase(bool isTooMuch) {
     RawDatabase raw;
     raw.AddRecord("\"A\"");
@@ -94,15 +94,12 @@ Bytes CrowdedDatabase(bool isTooMuch) {
     for (int i = 1; i < 998; ++i)
         raw.polygons = raw.polygons + Signed(1) + Signed(0);
     raw.polygons = raw.polygons + Signed(0) + Signed(5000) + Signed(-997) + Signed(0);
-    const auto add = [&](const offlinetz::GridBox& box, uint32_t ringDelta) {
-        raw.boxTable = raw.boxTable + Signed(box.min.lat) + Signed(box.min.lon) +
-                       Signed(box.max.lat) + Signed(box.max.lon) + Signed(0) + Unsigned(ringDelta);
-    };
     for (int32_t i = 0; i < 4097; ++i)
-        isTooMuch ? add({{0, 0}, {9 + i, 20}}, 0) : add({{0, 100}, {9, 109}}, 0);
+        isTooMuch ? raw.AddEntry({{0, 0}, {9 + i, 20}}, 0, 0)
+                  : raw.AddEntry({{0, 100}, {9, 109}}, 0, 0);
     for (int32_t i = 0; i < 700; ++i) {
         const int32_t lat = isTooMuch || i < 350 ? 4200 : 4300;
-        add({{lat, 100}, {lat + 9, 109}}, i == 0 ? 7 : 0);
+        raw.AddEntry({{lat, 100}, {lat + 9, 109}}, 0, i == 0 ? 7 : 0);
     }
     return raw.File();
 }

@@ -1,4 +1,4 @@
-// The reader on every way that it can go, held against the reference reader.
+// Compares the reader, on each of its code paths, with the reference reader.
 #pragma once
 
 #include <LookupInterface.h>
@@ -12,7 +12,7 @@
 
 #include "reference_reader.h"
 
-// Tells what differs between one lookup and what the reference reader gives; null where nothing does.
+// What differs between one lookup and the reference reader's answer. Null if nothing does.
 inline const char* DifferenceOf(const ZDDatabase& database, const oracle::Answer& expected,
                                 float lat, float lon, bool withDistance) {
     float distance;
@@ -34,8 +34,8 @@ inline const char* DifferenceOf(const ZDDatabase& database, const oracle::Answer
     return isSame ? nullptr : "the distance";
 }
 
-// The same for a point with and without a distance, by the directory and by a scan, and with each
-// decoder that the processor has.
+// The same for lookups with and without a distance, with the spatial index and by a scan, and with
+// each decoder that the processor has.
 inline const char* DifferenceAt(const ZDDatabase& database,
                                 const oracle::ReferenceReader& reference, float lat, float lon) {
     const oracle::Answer expected = reference.Lookup(lat, lon);
@@ -56,7 +56,7 @@ inline const char* DifferenceAt(const ZDDatabase& database,
     return nullptr;
 }
 
-// The text of an answer: the names of the zones, or the nautical zone where there is none.
+// The text of an answer: the names of the zones, or the nautical zone if there is none.
 inline std::string ExpectedText(const ZDDatabase& database,
                                 const oracle::ReferenceReader& reference, float lat, float lon) {
     const oracle::Answer answer = reference.Lookup(lat, lon);
@@ -68,7 +68,7 @@ inline std::string ExpectedText(const ZDDatabase& database,
     return joined;
 }
 
-// As DifferenceAt, and the database manager's text must follow from the answer.
+// As DifferenceAt, and compares the database manager's text as well.
 inline const char* DifferenceWithText(const ZDDatabase& database,
                                       const oracle::ReferenceReader& reference, float lat,
                                       float lon) {

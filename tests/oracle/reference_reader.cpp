@@ -2,17 +2,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <stdexcept>
 
 namespace oracle {
 
 namespace {
 
-// Thrown where a number does not end within the content.
+// Thrown if a number does not end within the content.
 struct CutShort {};
 
-// Numbers from a position on; counts what it takes.
+// Reads numbers from a position on, and counts their bytes.
 struct Reading {
     const std::vector<uint8_t>& content;
     uint64_t position;
@@ -35,12 +34,13 @@ struct Reading {
     }
 };
 
-// More than this is not begun: of strings in an opening or a lookup, of rings in a lookup.
+// The limit of the bytes of strings in an opening or a lookup, and of rings in a lookup: when more
+// have been read, no further string or ring is begun.
 bool IsTooMuch(const std::vector<uint8_t>& content, uint64_t taken) {
     return taken > 4 * content.size() + 1048576;
 }
 
-// The string at `*position`; moves it on as the format says.
+// The string at `*position`, which is moved behind the string or behind the reference to it.
 std::optional<std::string> StringAt(const std::vector<uint8_t>& content, uint32_t metadata,
                                     uint32_t* position, uint64_t* taken) {
     if (IsTooMuch(content, *taken)) return std::nullopt;
@@ -53,7 +53,7 @@ std::optional<std::string> StringAt(const std::vector<uint8_t>& content, uint32_
             reading.position =
                     static_cast<uint32_t>(metadata + static_cast<uint32_t>(length - 256));
             length = reading.Number();
-            if (length > 256) length = content.size();  // None is so long.
+            if (length > 256) length = content.size();  // Too long for any string.
         }
         *taken += reading.taken;
         if (reading.position + length > content.size()) return std::nullopt;
@@ -73,18 +73,13 @@ int64_t Wrap(int64_t value) {
     return static_cast<int32_t>(static_cast<uint32_t>(value));
 }
 
-int64_t Whole(float value, double lowest, double highest) {
+// `value` without its fraction, as an integer of so many bits: the nearest one where it is out of
+// range, 0 where it is not a number.
+int64_t Whole(float value, int bits) {
+    const float limit = std::ldexp(1.0f, bits - 1);
     if (value != value) return 0;
-    const double wide = std::trunc(static_cast<double>(value));
-    if (wide <= lowest) return static_cast<int64_t>(lowest);
-    if (wide >= highest) return highest > 3e9 ? INT64_MAX : INT32_MAX;
-    return static_cast<int64_t>(wide);
-}
-int64_t Whole32(float value) {
-    return Whole(value, -2147483648.0, 2147483647.0);
-}
-int64_t Whole64(float value) {
-    return Whole(value, -9223372036854775808.0, 9223372036854775807.0);
+    if (value >= limit) return INT64_MAX >> (64 - bits);
+    return static_cast<int64_t>(std::max(value, -limit));
 }
 
 struct Spot {
@@ -124,20 +119,20 @@ uint64_t Squared(const Spot& previous, const Spot& current, const Spot& t) {
     }
     int64_t dLat = current.lat - t.lat;
     int64_t dLon = current.lon - t.lon;
-    if (Between(Whole32(lat), current.lat, previous.lat) &&
-        Between(Whole32(lon), current.lon, previous.lon)) {
-        dLat = Whole64(lat - latT);
-        dLon = Whole64(lon - lonR);
+    if (Between(Whole(lat, 32), current.lat, previous.lat) &&
+        Between(Whole(lon, 32), current.lon, previous.lon)) {
+        dLat = Whole(lat - latT, 64);
+        dLon = Whole(lon - lonR, 64);
     }
     const uint64_t uLat = static_cast<uint64_t>(dLat);
     const uint64_t uLon = static_cast<uint64_t>(dLon);
     return uLat * uLat + uLon * uLon * 4;
 }
 
-// Rings are read in stretches of so many points, behind the first point.
+// The reader decodes a ring's points in stretches of this many, after the first point.
 constexpr uint32_t kStretch = 128;
 
-// What a ring that is left at point `k` of `count` has cost: it was read to its stretch's end.
+// The bytes read of a ring that is left at point `k` of `count`: those up to the stretch's end.
 uint64_t CostOf(Reading reading, uint32_t k, uint32_t count) {
     const uint32_t last = k == 0 ? 0 : (k - 1) / kStretch * kStretch + kStretch;
     uint64_t cost = reading.taken;
@@ -148,12 +143,13 @@ uint64_t CostOf(Reading reading, uint32_t k, uint32_t count) {
             cost = reading.taken;
         }
     } catch (const CutShort&) {
-        // As far as numbers end within the content.
+        // Numbers count as far as they end within the content.
     }
     return cost;
 }
 
-// 1 in, 2 excluded, 3 vertex, 4 border, 0 outside. Adds what was read to `cost`.
+// The result for one ring: 1 in, 2 excluded, 3 vertex, 4 border, 0 outside. Adds the bytes read to
+// `cost`.
 int ClassifyRing(Reading* reading, const Spot& t, uint64_t* nearest, uint64_t* cost) {
     const uint32_t count = reading->Number();
     if (count > 1000000) throw CutShort();
@@ -190,7 +186,7 @@ int ClassifyRing(Reading* reading, const Spot& t, uint64_t* nearest, uint64_t* c
             const float a = static_cast<float>(p.lat - previous.lat) /
                             static_cast<float>(p.lon - previous.lon);
             const float b = static_cast<float>(p.lat) - a * static_cast<float>(p.lon);
-            const int64_t x = Whole32((static_cast<float>(t.lat) - b) / a);
+            const int64_t x = Whole((static_cast<float>(t.lat) - b) / a, 32);
             if (x == t.lon) {
                 *nearest = 0;
                 return leave(4, k);
@@ -245,17 +241,19 @@ Answer ReferenceReader::Lookup(float lat, float lon) const {
     const int precision = Precision();
     if (precision < 1 || precision > 31) return answer;
     const float scale = static_cast<float>(std::ldexp(1.0, precision - 1));
-    const Spot point = {Whole32(lat / 90.0f * scale), Whole32(lon / 180.0f * scale)};
+    const Spot point = {Whole(lat / 90.0f * scale, 32), Whole(lon / 180.0f * scale, 32)};
     const Spot shifted = {point.lat, Wrap(point.lon - 3)};
     uint64_t nearest = UINT64_MAX;
     uint64_t ringBytes = 0;
     uint64_t textBytes = 0;
 
-    struct RingHit {
-        int result;
+    struct Zone {
         uint32_t record;
+        int net;    // Rings that the point is in, less those that it is excluded by.
+        int other;  // The last result of another kind.
     };
-    std::vector<RingHit> rings;
+    std::vector<Zone> zones;
+    size_t ringHits = 0;
     try {
         Reading table{mContent, mBoxTable};
         uint32_t record = 0;
@@ -278,34 +276,22 @@ Answer ReferenceReader::Lookup(float lat, float lon) const {
             }
             Reading ring{mContent, ringAt};
             const int result = ClassifyRing(&ring, shifted, &nearest, &ringBytes);
-            if (result != 0 && rings.size() == 4096) break;
-            if (result != 0) rings.push_back({result, record});
+            if (result == 0) continue;
+            if (ringHits++ == 4096) break;
+            auto zone = std::find_if(zones.begin(), zones.end(),
+                                     [&](const Zone& z) { return z.record == record; });
+            if (zone == zones.end()) zone = zones.insert(zone, {record, 0, 0});
+            if (result > 2) zone->other = result;
+            if (result <= 2) zone->net += result == 1 ? 1 : -1;
         }
     } catch (const CutShort&) {
-        // What was found so far counts.
+        // The rings before the end of the content count.
     }
 
-    std::vector<uint32_t> order;
-    std::map<uint32_t, std::vector<int>> byRecord;
-    for (const RingHit& hit : rings) {
-        if (byRecord.count(hit.record) == 0) order.push_back(hit.record);
-        byRecord[hit.record].push_back(hit.result);
-    }
-    for (const uint32_t record : order) {
-        int net = 0;
-        int other = 0;
-        for (const int result : byRecord[record]) {
-            if (result == 1) {
-                ++net;
-            } else if (result == 2) {
-                --net;
-            } else {
-                other = result;
-            }
-        }
-        if (other == 0 && net == 0) continue;
-        uint32_t position = mMetadata + record;
-        answer.hits.push_back({other != 0 ? other : 1, record,
+    for (const Zone& zone : zones) {
+        if (zone.other == 0 && zone.net == 0) continue;
+        uint32_t position = mMetadata + zone.record;
+        answer.hits.push_back({zone.other != 0 ? zone.other : 1, zone.record,
                                StringAt(mContent, mMetadata, &position, &textBytes)});
     }
     answer.safezone = std::sqrt(static_cast<float>(nearest)) * 90.0f / scale;

@@ -1,5 +1,5 @@
-// A second reading of the database format, slow and plain, to hold the reader against. It shares
-// no code with the reader: numbers, floats and rules are written out once more.
+// The reference reader: a second implementation of the database format, simple and slow, to compare
+// the reader with. It shares no code and no constants with the reader.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ namespace oracle {
 struct ZoneHit {
     int result;
     uint32_t recordOffset;
-    std::optional<std::string> text;  // The zone's first string, if it can be decoded.
+    std::optional<std::string> text;  // The zone's first string. Null if it cannot be decoded.
 };
 
 struct Answer {
@@ -22,7 +22,7 @@ struct Answer {
 
 class ReferenceReader {
   public:
-    // `file` is a whole database file. Throws std::runtime_error where the reader refuses it.
+    // `file` is a whole database file. Throws std::runtime_error if the reader must refuse it.
     explicit ReferenceReader(std::vector<uint8_t> file);
 
     Answer Lookup(float lat, float lon) const;

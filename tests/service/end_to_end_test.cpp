@@ -1,30 +1,23 @@
-// The whole service, used by the client of docs/client.md, compiled as it stands there.
+// The whole service, used by the client whose source docs/client.md shows.
 #include <client_of_the_documents.h>
 #include <gtest/gtest.h>
-#include <platform/death_registry.h>
 
-#include <filesystem>
 #include <future>
 
 #include "loaded_service.h"
-#include "sample_databases.h"
-#include "service_files.h"
-#include "temporary_directory.h"
+#include "service_steps.h"
 
-using android::sp;
 using timezone_client::Client;
 using Zones = std::vector<std::string>;
-namespace fs = std::filesystem;
 
 namespace {
 
-TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
-    const TemporaryDirectory directory;
-    fs::create_directory("offlinetz");
-    fs::copy(OFFLINETZ_WORLD_DATABASE, kActive);
-    LoadedService service(OFFLINETZ_LOCAL_LIBRARY);
+TEST(EndToEnd, TheDocumentedClientIsServed) {
+    const ServiceDirectory directory;
+    std::filesystem::copy(OFFLINETZ_WORLD_DATABASE, kActive);
+    LoadedService service;
     std::promise<Zones> answer;
-    sp<LoadedService::Interface> latest;
+    sp<IOfflinetimezone> latest;
     bool isBackAgain = false;
     bool mayHaveWaited = false;
     const sp<Client> client = new Client(
@@ -59,20 +52,20 @@ TEST(EndToEnd, TheClientOfTheDocumentsIsServed) {
         return timezone_client::SafeKilometres(world.get(), lat, lon, zones);
     };
     EXPECT_GT(radius(48.85f, 2.35f, paris), 10.0);
-    EXPECT_LT(radius(48.85f, 2.35f, paris), 160.0);  // Belgium is not so far.
+    EXPECT_LT(radius(48.85f, 2.35f, paris), 160.0);  // The border to Belgium is that far.
     EXPECT_LT(radius(30.0f, -37.6f, {"Etc/GMT+3"}), 10.0);
     EXPECT_LT(radius(0.0f, 179.99f, {"Etc/GMT-12"}), 1.2);
     EXPECT_EQ(radius(48.85f, 2.35f, {}), 0.0);
-    const DatabasePtr uncut = OpenBytes(SampleDatabase("\"Zone/A\"", 1));
-    EXPECT_EQ(timezone_client::SafeKilometres(uncut.get(), 1.0f, 2.0f, {"Zone/A"}), 0.0);
+    const DatabasePtr uncut = OpenBytes(SampleDatabase("A", 1));
+    EXPECT_EQ(timezone_client::SafeKilometres(uncut.get(), 1.0f, 2.0f, {"A"}), 0.0);
 
-    // The client is back when its service has died.
-    const sp<LoadedService::Interface> dead = latest;
+    // The client registers again when its service has died.
+    const sp<IOfflinetimezone> dead = latest;
     platform::EndOwnerOf(dead);
     EXPECT_TRUE(isBackAgain && latest != dead && !mayHaveWaited);
     EXPECT_EQ(ask("48.85", "2.35"), paris);
 
-    const Bytes next = SampleDatabase("\"Zone/A\"", 7, 90000);
+    const Bytes next = SampleDatabase("A", 7, 90000);
     EXPECT_EQ(client->Version(), 1);
     ASSERT_TRUE(client->Update(next));
     EXPECT_EQ(ask("48.85", "2.36"), Zones{"Etc/GMT"});

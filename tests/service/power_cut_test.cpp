@@ -1,42 +1,28 @@
-// Power goes at any moment of restores, downloads and injections: after each operation on a file,
-// every state is made that a disk could be left in, and the service started on it.
+// Power is cut at any moment of restores, downloads and injections: after each operation on a file,
+// the test makes every state in which the disk may be left, and starts the service on it.
 #include <WorkerThread.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <filesystem>
 #include <map>
-#include <optional>
 #include <set>
 
 #include "log_capture.h"
-#include "raw_database.h"
-#include "recorder.h"
-#include "sample_databases.h"
-#include "service_files.h"
+#include "service_steps.h"
 #include "system_calls.h"
-#include "temporary_directory.h"
 
-using android::sp;
 using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
-namespace fs = std::filesystem;
 
 namespace {
 
-using MaybeFile = std::optional<Bytes>;
 using State = std::pair<MaybeFile, MaybeFile>;  // The active file and the backup.
 
-void Put(const std::string& path, const MaybeFile& file) {
-    fs::remove(path);
-    if (file) WriteFile(path, *file);
-}
-
-// What a disk may hold: of each file the version that was synchronised last and those since, of
-// each directory entry the one that was synchronised last and the one since.
+// What the disk may hold: of each file the version that was synchronised last and each later one,
+// of each directory entry the one that was synchronised last and the current one.
 class Disk {
   public:
-    // Takes the files as they are, synchronised but for the active one, which the disk has as
-    // `active`.
+    // Takes the files as they are now. They are synchronised, except that the disk still holds
+    // `active` in place of the active file.
     explicit Disk(const MaybeFile& active) {
         Look();
         for (auto& [inode, versions] : mVersions)
@@ -50,14 +36,13 @@ class Disk {
         }
     }
 
-    // Sees what an operation has changed.
+    // Records what an operation has changed.
     void Look() {
         mEntries.clear();
         for (const char* path : {kActive, kBackup}) {
-            struct stat status = {};
-            if (stat(path, &status) != 0) continue;
-            mEntries[path] = status.st_ino;
-            std::vector<Bytes>& versions = mVersions[status.st_ino];
+            if (!std::filesystem::exists(path)) continue;
+            mEntries[path] = InodeOf(path);
+            std::vector<Bytes>& versions = mVersions[mEntries[path]];
             if (versions.empty()) versions.emplace_back();
             Bytes now = ReadFile(path);
             if (versions.back() != now) versions.push_back(std::move(now));
@@ -65,12 +50,10 @@ class Disk {
     }
 
     void Synchronise(const std::string& path) {
-        if (fs::is_directory(path)) {
+        if (std::filesystem::is_directory(path)) {
             mSynchronised = mEntries;
         } else {
-            struct stat status = {};
-            stat(path.c_str(), &status);
-            std::vector<Bytes>& versions = mVersions[status.st_ino];
+            std::vector<Bytes>& versions = mVersions[InodeOf(path)];
             versions.erase(versions.begin(), versions.end() - 1);
         }
     }
@@ -87,6 +70,12 @@ class Disk {
   private:
     using Entries = std::map<std::string, ino_t>;
 
+    static ino_t InodeOf(const std::string& path) {
+        struct stat status = {};
+        stat(path.c_str(), &status);
+        return status.st_ino;
+    }
+
     std::set<MaybeFile> FilesAt(const std::string& path) const {
         std::set<MaybeFile> files;
         for (const Entries& entries : {mSynchronised, mEntries}) {
@@ -97,11 +86,11 @@ class Disk {
             }
             const std::vector<Bytes>& versions = mVersions.at(entry->second);
             files.insert(versions.begin(), versions.end());
-            // Torn: a part of the last version, in front or behind, over nothing, over zeros or
-            // over what was there.
+            if (versions.size() == 1) continue;
+            // Torn: the first or the last half of the last version, over nothing, over zeros or
+            // over the synchronised version.
             const Bytes& last = versions.back();
             const auto half = static_cast<std::ptrdiff_t>(last.size() / 2);
-            if (versions.size() == 1) continue;
             files.insert(Bytes(last.begin(), last.begin() + half));
             for (Bytes front : {Bytes(), versions.front()}) {
                 front.resize(std::max(front.size(), last.size()));
@@ -121,11 +110,11 @@ class Disk {
 
 struct Case {
     const char* name;
-    const char* active;  // The files at the start; "-" is none.
+    const char* active;  // The files at the start, by name.
     const char* backup;
-    const char* onDisk;     // What of the active one is synchronised.
-    const char* installed;  // The names of the files that are sent and injected.
-    calls::Kind failing;    // And the n-th of the kind fails.
+    const char* onDisk;     // What the disk holds as the active file.
+    const char* installed;  // The names of the files that are downloaded and injected.
+    calls::Kind failing;    // The n-th call of this kind fails.
     int n;
     std::set<std::string> losses;  // The steps in which the database may be lost.
 };
@@ -135,33 +124,25 @@ const Case kCases[] = {
         {"no backup", "a", "-", "a", "b", calls::kKinds, 0, {}},
         {"restore", "damaged", "a", "damaged", "b", calls::kKinds, 0, {}},
         {"restore of none", "-", "a", "-", "b", calls::kKinds, 0, {}},
-        // By a process that was killed before it came to that, or by who set the device up.
+        // A process was killed before it synchronised, or the device was set up like that.
         {"not synchronised", "a", "a", "damaged", "b", calls::kKinds, 0, {}},
         {"entry not synchronised", "a", "a", "-", "b", calls::kKinds, 0, {}},
         {"restore fails to", "damaged", "a", "damaged", "b", calls::kSynchronise, 1, {}},
-        // What could not be written whole to the backup is installed all the same.
+        // A backup that could not be written whole is installed all the same.
         {"full disk", "a", "a", "a", "b", calls::kWrite, 1, {"injection"}},
         {"backup fails to", "a", "a", "a", "b", calls::kSynchronise, 3, {"injection"}},
 };
 
 TEST(PowerCut, LeavesTheOldOrTheNewDatabase) {
-    const TemporaryDirectory directory;
-    fs::create_directory("offlinetz");
+    const ServiceDirectory directory;
     LogCapture log;
-    std::map<std::string, Bytes> files;
-    for (const char* name : {"a", "b", "c"})
-        files[name] = SampleDatabase(name, 1, name[0] == 'b' ? 7000 : 9000);
-    files["damaged"] = files["a"];
-    files["damaged"][100] ^= 1;
-    files["damaged"].resize(8000);
-    const auto file = [&](const std::string& name) {
-        return name == "-" ? MaybeFile() : MaybeFile(files[name]);
-    };
-    // What the service answers when it starts on a state.
+    ServiceSteps steps(9000);
+    steps.files["damaged"].resize(8000);
+    // The service's answer when it starts on a state.
     const auto answerOn = [&](const State& state) {
         const calls::ScopedBypass own;
-        Put(kActive, state.first);
-        Put(kBackup, state.second);
+        PutFile(kActive, state.first);
+        PutFile(kBackup, state.second);
         WorkerThread worker("OfflinetimezoneThread");
         const sp<Recorder> client = new Recorder;
         worker.registerCb(client);
@@ -174,10 +155,9 @@ TEST(PowerCut, LeavesTheOldOrTheNewDatabase) {
     };
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.name);
-        Put(kActive, file(c.active));
-        Put(kBackup, file(c.backup));
-        Disk disk(file(c.onDisk));
-        // Each state, with the answers that will do after it, and the step that left it.
+        steps.Run({"files", c.active, c.backup});
+        Disk disk(steps.FileNamed(c.onDisk));
+        // Each state, the answers that are right after it, and the step that left it.
         std::set<std::tuple<State, std::string, std::string>> left;
         std::string allowed = "a";
         std::string step;
@@ -202,7 +182,7 @@ TEST(PowerCut, LeavesTheOldOrTheNewDatabase) {
             };
             handle("start", &WorkerThread::PostInitMsg);
             for (const char name : std::string(c.installed)) {
-                const Bytes& sent = files[{name}];
+                const Bytes& sent = steps.files[{name}];
                 const auto size = static_cast<uint32_t>(sent.size());
                 allowed += name;
                 const auto post = &WorkerThread::PostDownloadMsg;
@@ -210,7 +190,7 @@ TEST(PowerCut, LeavesTheOldOrTheNewDatabase) {
                 handle("download", post, {"", "", {}, DOWNLOAD_END, size});
                 handle("injection", &WorkerThread::PostInjectMsg);
                 if (worker.getServerStatus() != SERVER_STATUS_RUNNING) continue;
-                allowed = name;  // Who has seen that has no use for the old one.
+                allowed = name;  // A client has seen the new database and expects it from now on.
                 keep();
             }
             EXPECT_EQ(c.n > 0, calls::HasFailed());

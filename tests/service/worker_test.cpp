@@ -1,4 +1,4 @@
-// The worker by itself, with its classes linked in.
+// The worker and the database manager by themselves, with their classes linked in.
 #include <LookupInterface.h>
 #include <Offlinetimezone.h>
 #include <WorkerThread.h>
@@ -18,17 +18,12 @@
 #include <system_error>
 
 #include "log_capture.h"
-#include "raw_database.h"
-#include "recorder.h"
-#include "sample_databases.h"
-#include "service_files.h"
-#include "temporary_directory.h"
+#include "service_steps.h"
 
 #ifndef __has_feature
 #define __has_feature(feature) 0
 #endif
 
-using android::sp;
 using testing::Contains;
 using testing::ElementsAre;
 using namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation;
@@ -40,7 +35,7 @@ std::atomic<int> gFaults{0};
 
 }  // namespace
 
-// The worker's calls of the assertion hook come here.
+// Replaces the assertion hook for the worker.
 extern "C" void __wrap_FaultHandler(const char* file, int line);
 extern "C" void __wrap_FaultHandler(const char* file, int line) {
     EXPECT_STREQ("hardware/interfaces/offlinetimezone/1.0/default/WorkerThread", file);
@@ -58,13 +53,11 @@ struct OpenWorker : WorkerThread {
 
 class WorkerTest : public testing::Test {
   protected:
-    void SetUp() override { fs::create_directory("offlinetz"); }
-
     static const MsgData* Lookup(const char* lat, const char* lon) {
         return new MsgData{lat, lon, {}, 0, 0};
     }
 
-    TemporaryDirectory mDirectory;
+    ServiceDirectory mDirectory;
     LogCapture mLog;
 };
 
@@ -73,7 +66,7 @@ TEST_F(WorkerTest, QueuesWithoutAThreadUntilItIsClosed) {
     OpenWorker worker("OfflinetimezoneThread");
     EXPECT_EQ(65535, worker.getDBVersion());
     EXPECT_EQ(0, worker.getServerStatus());
-    worker.ExitThread();  // Without a thread: nothing to do.
+    worker.ExitThread();  // Does nothing without a thread.
     const sp<Recorder> client = new Recorder;
     worker.registerCb(client);
     worker.PostMsg(Lookup("1", "2"));
@@ -93,7 +86,7 @@ TEST_F(WorkerTest, QueuesWithoutAThreadUntilItIsClosed) {
     EXPECT_EQ(0u, worker.GetMsgLength());
     EXPECT_EQ(3, worker.getServerStatus());  // There was no database to open.
 
-    worker.PostMsg(Lookup("3", "4"));  // Stays in the queue until a thread runs again.
+    worker.PostMsg(Lookup("3", "4"));  // Waits in the queue until there is a thread again.
     EXPECT_EQ(1u, worker.GetMsgLength());
     EXPECT_EQ(1u, client->Reports().size());
     EXPECT_TRUE(worker.CreateThread());
@@ -102,7 +95,7 @@ TEST_F(WorkerTest, QueuesWithoutAThreadUntilItIsClosed) {
     EXPECT_THAT(client->Reports(),
                 ElementsAre(ClientReport{"1", "2", answer}, ClientReport{"3", "4", answer}));
     EXPECT_EQ(1, client->getStrongCount());
-    // The library's own class of callbacks takes any report.
+    // The library's own callback class accepts any report.
     EXPECT_TRUE(sp<OfflinetimezoneCallback>(new OfflinetimezoneCallback)
                         ->timeZoneIdReport("", "", "")
                         .isOk());
@@ -115,7 +108,7 @@ TEST_F(WorkerTest, QueuesWithoutAThreadUntilItIsClosed) {
 }
 
 TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
-    // A locale whose decimal point is a comma, made here: few machines have one.
+    // A locale with a decimal comma. Few machines have one, so it is made here.
     ASSERT_EQ(0, std::system("localedef -i de_DE -f UTF-8 ./de_DE.UTF-8 >/dev/null 2>&1"));
     setenv("LOCPATH", fs::current_path().c_str(), 1);
     ASSERT_NE(nullptr, std::setlocale(LC_ALL, "de_DE.UTF-8"));
@@ -134,8 +127,8 @@ TEST_F(WorkerTest, ReadsAndLogsNumbersWithoutTheLocale) {
     std::setlocale(LC_ALL, "C");
 }
 
-// A client holds the worker in its report until it is told to go on.
-TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
+// A client keeps the worker in a report until the test lets it go on.
+TEST_F(WorkerTest, CountsWaitingMessagesAndDiscardsThoseAfterTheExit) {
     WriteFile(kActive, SampleDatabase("\"Zone/A\"", 5));
     std::promise<void> gate;
     const std::shared_future<void> open = gate.get_future();
@@ -148,8 +141,8 @@ TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
     worker.PostMsg(Lookup("1", "2"));
     ASSERT_TRUE(client->WaitFor(1));
     worker.PostMsg(Lookup("3", "4"));
-    EXPECT_EQ(1u, worker.GetMsgLength());  // The one in hand no longer counts.
-    // What is posted behind the exit message is discarded.
+    EXPECT_EQ(1u, worker.GetMsgLength());  // The one that is being handled does not count.
+    // Messages after the exit message are discarded.
     std::thread ender([&worker] { worker.ExitThread(); });
     while (worker.GetMsgLength() < 2)
         std::this_thread::yield();
@@ -163,11 +156,11 @@ TEST_F(WorkerTest, CountsWhileItWorksAndDiscardsWhenItEnds) {
                                                ClientReport{"3", "4", "\"Zone/A\""}));
 }
 
-TEST_F(WorkerTest, TheManagerRestoresAndItsDigestTellsOfMisuse) {
+TEST_F(WorkerTest, TheManagerReplacesAHugeFileAndReportsMisuseOfTheDigest) {
     LookupInterface manager;
-    close(STDIN_FILENO);  // As for a process without one: a file gets descriptor 0.
+    close(STDIN_FILENO);  // The next file that is opened gets descriptor 0.
     WriteFile(kActive, {});
-    fs::resize_file(kActive, uint64_t{1} << 31);  // 2 GiB, all of it a hole.
+    fs::resize_file(kActive, uint64_t{1} << 31);  // 2 GiB, without a block on the disk.
     WriteFile(kBackup, SampleDatabase("A", 1));
     ASSERT_TRUE(manager.PreOpenDB());
     EXPECT_EQ(ReadFile(kBackup), ReadFile(kActive));
@@ -182,16 +175,16 @@ TEST_F(WorkerTest, TheManagerRestoresAndItsDigestTellsOfMisuse) {
                             "SHA1Result Error 1, could not compute message digest.\n"));
 }
 
-// From its report a client may end the process: then the worker is destroyed on its own thread,
-// which it cannot wait for. Or its thread alone, and where nothing tells the worker of that, it
-// must not wait either.
+// A client may end the process from its report. The worker is then destroyed on its own thread,
+// which it cannot join. A client may also end the thread by a system call, of which the worker does
+// not learn: the end of the process must not wait for that thread either.
 TEST(WorkerDeathTest, AClientMayEndTheProcessOrTheThreadFromItsReport) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    // The companion thread, which has ended, is not joined any more.
+    // The timer thread has ended but is never joined.
     setenv("TSAN_OPTIONS", "report_thread_leaks=0", 1);
-    setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // What an ended thread held is never released.
+    setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // The ended thread releases nothing.
     for (const bool endsProcess : {true, false}) {
-        // The thread sanitizer waits for every thread to end its own way.
+        // The thread sanitizer waits for each thread to end in the usual way.
         if (!endsProcess && __has_feature(thread_sanitizer)) continue;
         EXPECT_EXIT(
                 {

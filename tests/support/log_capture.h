@@ -27,7 +27,7 @@ class LogCapture {
     }
     ~LogCapture() { platform::SetLogReceiver(nullptr); }
 
-    // What was logged since the last call.
+    // The lines logged since the last call.
     std::vector<LogLine> Take() {
         const std::lock_guard<std::mutex> lock(mMutex);
         return std::move(mLines);
@@ -40,13 +40,12 @@ class LogCapture {
         return messages;
     }
 
-    // Waits until `message` stands `count` times in what was not taken yet; false after a minute.
-    bool WaitFor(const std::string& message, long count) {
+    // Waits until `message` is among the lines that were not taken. False after a minute.
+    bool WaitFor(const std::string& message) {
         std::unique_lock<std::mutex> lock(mMutex);
         return mChanged.wait_for(lock, std::chrono::minutes(1), [&] {
-            return std::count_if(mLines.begin(), mLines.end(), [&](const LogLine& line) {
-                       return line.message == message;
-                   }) >= count;
+            return std::any_of(mLines.begin(), mLines.end(),
+                               [&](const LogLine& line) { return line.message == message; });
         });
     }
 

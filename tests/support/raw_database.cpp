@@ -1,8 +1,6 @@
 #include "raw_database.h"
 
 #include <sha1.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -47,22 +45,22 @@ void RawDatabase::AddRing(uint32_t record, const GridRing& ring) {
 
 void RawDatabase::AddRing(uint32_t record, const GridRing& ring, const GridBox& box) {
     const auto position = static_cast<uint32_t>(polygons.size());
-    boxTable = std::move(boxTable) + Signed(box.min.lat) + Signed(box.min.lon) +
-               Signed(box.max.lat) + Signed(box.max.lon) +
-               Signed(static_cast<int32_t>(record - mLastRecord)) +
-               Unsigned(position - mLastPolygon);
+    AddEntry(box, static_cast<int32_t>(record - mLastRecord), position - mLastPolygon);
     mLastRecord = record;
     mLastPolygon = position;
     polygons = std::move(polygons) + Unsigned(static_cast<uint32_t>(ring.size()));
     GridPoint previous;
     for (const GridPoint& p : ring) {
-        const auto delta = [](int32_t to, int32_t from) {
-            return static_cast<int32_t>(static_cast<uint32_t>(to) - static_cast<uint32_t>(from));
-        };
-        polygons = std::move(polygons) + Signed(delta(p.lat, previous.lat)) +
-                   Signed(delta(p.lon, previous.lon));
+        polygons =
+                std::move(polygons) + Signed(p.lat - previous.lat) + Signed(p.lon - previous.lon);
         previous = p;
     }
+}
+
+void RawDatabase::AddEntry(const GridBox& box, int32_t recordDelta, uint32_t ringDelta) {
+    for (const int32_t number : {box.min.lat, box.min.lon, box.max.lat, box.max.lon, recordDelta})
+        offlinetz::AppendSigned(number, &boxTable);
+    offlinetz::AppendUnsigned(ringDelta, &boxTable);
 }
 
 uint32_t RawDatabase::AddRecord(const std::string& text) {
@@ -89,6 +87,17 @@ Bytes WithTrailer(Bytes content) {
     SHA1Input(&context, content.data(), static_cast<uint32_t>(content.size()));
     SHA1Result(&context, digest.data());
     return std::move(content) + digest;
+}
+
+Bytes SampleDatabase(const char* zone, uint8_t version, size_t size) {
+    RawDatabase raw;
+    raw.version = version;
+    GridRing ring = {{0, 0}};
+    for (int32_t lat = 1; lat < static_cast<int32_t>(size / 2); ++lat)
+        ring.push_back({lat, 0});
+    ring.insert(ring.end(), {{100000, 0}, {100000, 100000}, {0, 100000}});
+    raw.AddRing(raw.AddRecord(zone), ring);
+    return raw.File();
 }
 
 void WriteFile(const std::string& path, const Bytes& bytes) {

@@ -1,4 +1,4 @@
-// Database files put together by hand, well formed or not.
+// Database files made section by section, valid or not.
 #pragma once
 
 #include <zonedetect.h>
@@ -18,7 +18,7 @@ Bytes Signed(int32_t value);
 Bytes String(const std::string& text);
 Bytes operator+(Bytes a, const Bytes& b);
 
-// Sections as raw bytes; the header's sizes follow them unless given.
+// A database whose header and sections a test may set to any bytes.
 struct RawDatabase {
     Bytes magic = {'P', 'L', 'B'};
     uint8_t tableType = 0;
@@ -30,15 +30,18 @@ struct RawDatabase {
     Bytes metadata;
     Bytes polygons;
 
-    // Adds a ring under the record at `record` with stored coordinates as given; its box is
-    // widened by the reader's shift unless `box` is given. Entries must come sorted.
+    // Adds a ring of the stored coordinates, and its entry, which names the record at offset
+    // `record`. Its bounding box is the ring's, widened by the reader's shift, if none is given.
+    // Entries must be added in the order of the box table, by minimum latitude.
     void AddRing(uint32_t record, const offlinetz::GridRing& ring);
     void AddRing(uint32_t record, const offlinetz::GridRing& ring, const offlinetz::GridBox& box);
-    // Adds a record and returns its offset.
+    // Adds an entry, with the record and the ring as differences to the entry before.
+    void AddEntry(const offlinetz::GridBox& box, int32_t recordDelta, uint32_t ringDelta);
+    // Adds a record and returns its offset in the section.
     uint32_t AddRecord(const std::string& text);
 
     Bytes Content() const;
-    Bytes File() const;  // Content and a digest trailer that holds.
+    Bytes File() const;  // The content and its digest trailer.
 
   private:
     uint32_t mLastRecord = 0;
@@ -47,14 +50,19 @@ struct RawDatabase {
 
 Bytes WithTrailer(Bytes content);
 
+// A database of one zone of that name, from the equator and Greenwich to about 9 degrees north and
+// 17 east. Points on the zone's edge pad it to at least `size` bytes.
+Bytes SampleDatabase(const char* zone, uint8_t version, size_t size = 0);
+
 void WriteFile(const std::string& path, const Bytes& bytes);
 Bytes ReadFile(const std::string& path);
 
 using offlinetz::DatabasePtr;
 
-// Opens a database, which keeps a copy of `file`; null where the reader refuses it. The copy is a
-// heap block of exactly the content: a sanitizer sees a read beyond it, the trailer included.
+// Opens a database that keeps a copy of `file`. Null if the reader refuses it. The copy is a heap
+// block of exactly the content, so a sanitizer reports each read beyond it, also of the trailer.
 DatabasePtr OpenBytes(const Bytes& file);
 
-// A float that the reader truncates to `units` (of 90 or 180 degrees to `scale`).
+// Degrees that the reader truncates to `units`. `degreesPerScale` is 90 for latitudes and 180 for
+// longitudes.
 float DegreesAtUnits(int32_t units, int precision, double degreesPerScale);

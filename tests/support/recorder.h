@@ -1,6 +1,7 @@
-// A client's callback that keeps what it is told, and does what a test wants then.
+// A client's callback that keeps its reports and then does what a test wants.
 #pragma once
 
+#include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezone.h>
 #include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezoneCallback.h>
 
 #include <chrono>
@@ -10,6 +11,12 @@
 #include <ostream>
 #include <string>
 #include <vector>
+
+using android::sp;
+using android::hardware::hidl_string;
+using android::hardware::Return;
+using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
+using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 
 struct ClientReport {
     std::string lat;
@@ -24,11 +31,10 @@ struct ClientReport {
     }
 };
 
-class Recorder : public vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback {
+class Recorder : public IOfflinetimezoneCallback {
   public:
-    android::hardware::Return<void> timeZoneIdReport(
-            const android::hardware::hidl_string& lat, const android::hardware::hidl_string& lon,
-            const android::hardware::hidl_string& tzId) override {
+    Return<void> timeZoneIdReport(const hidl_string& lat, const hidl_string& lon,
+                                  const hidl_string& tzId) override {
         {
             const std::lock_guard<std::mutex> lock(mMutex);
             mReports.push_back({lat, lon, tzId});
@@ -38,7 +44,7 @@ class Recorder : public vendor::quor::hardware::offlinetimezone::V1_0::IOfflinet
         return android::hardware::Void();
     }
 
-    // Waits until `count` reports have come since the start; false after a minute.
+    // Waits until `count` reports have come in all. False if they have not come within a minute.
     bool WaitFor(size_t count) {
         std::unique_lock<std::mutex> lock(mMutex);
         return mChanged.wait_for(lock, std::chrono::minutes(1),
@@ -50,7 +56,8 @@ class Recorder : public vendor::quor::hardware::offlinetimezone::V1_0::IOfflinet
         return mReports;
     }
 
-    std::function<void()> onReport = [] {};  // What it does then.
+    // Called on the service's thread after each report is kept. Set it before the first one.
+    std::function<void()> onReport = [] {};
 
   private:
     std::mutex mMutex;

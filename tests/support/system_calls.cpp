@@ -28,16 +28,16 @@ constexpr KindTraits kTraits[kKinds + 1] = {
         {"fclose", EIO},        {"pthread_create", EAGAIN}, {"nothing", 0}};
 
 std::atomic<int> gKind{kKinds};
-std::atomic<int> gLeft{0};  // The call at which it becomes 0 fails.
+std::atomic<int> gLeft{0};  // The call that makes it 0 fails.
 std::atomic<bool> gHasFailed{false};
 std::atomic<long> gLive{0};
 std::atomic<long> gLiveBytes{0};
-std::atomic<long> gMostBytes{0};  // Exact where one thread allocates.
+std::atomic<long> gMostBytes{0};  // Exact if one thread allocates.
 std::atomic<FILE*> gFailedReading{nullptr};
 Observer gObserver;
 thread_local int gTestsOwn = 0;
 
-// Whether this call goes through; errno says why not.
+// Whether this call may go on. If not, sets errno.
 bool Passes(Kind kind) {
     if (gTestsOwn > 0) return true;
     if (gKind != kind || --gLeft != 0) return true;
@@ -107,8 +107,8 @@ ScopedBypass::~ScopedBypass() {
 
 using namespace calls;
 
-// The linker sends the calls of every object in the program to the __wrap_ functions, and theirs to
-// the system, or to the sanitizer that stands before it.
+// The linker redirects calls from every object in the program to the __wrap_ functions, and the
+// __real_ functions are those of the system or of the sanitizer in front of it.
 #define WRAP(type, name, parameters)          \
     extern "C" type __real_##name parameters; \
     extern "C" type __wrap_##name parameters; \
@@ -122,7 +122,7 @@ WRAP(void*, calloc, (size_t count, size_t size)) {
 }
 WRAP(void*, realloc, (void* memory, size_t size)) {
     if (!Passes(kAllocation)) return nullptr;
-    // Where a block grows, the old one and the new one may be there at once.
+    // While a block grows, the old one and the new one may exist at once.
     if (memory != nullptr && size > malloc_usable_size(memory))
         gMostBytes = std::max<long>(gMostBytes, gLiveBytes + static_cast<long>(size));
     Discount(memory);
@@ -175,7 +175,7 @@ WRAP(int, ferror, (FILE * file)) {
 }
 WRAP(size_t, fwrite, (const void* from, size_t size, size_t count, FILE* file)) {
     const bool passes = Passes(kWrite);
-    // A disk that is full has taken a part.
+    // A full disk takes a part of the bytes.
     const size_t written = __real_fwrite(from, size, passes ? count : count / 2, file);
     if (!passes) errno = ENOSPC;
     return Observed(kWrite, fileno(file), true, written);
@@ -185,13 +185,12 @@ WRAP(int, fflush, (FILE * file)) {
     const int result = __real_fflush(file);
     return file == nullptr ? result : Observed(kFlush, fileno(file), result == 0, result);
 }
-extern "C" int __wrap_fsync(int fd);
-extern "C" int __wrap_fsync(int fd) {
+WRAP(int, fsync, (int fd)) {
     if (!Passes(kSynchronise)) return -1;
-    const int result = fcntl(fd, F_GETFD) >= 0 ? 0 : -1;  // Power is cut in pretence only.
+    const int result = fcntl(fd, F_GETFD) >= 0 ? 0 : -1;  // No test needs the disk to be written.
     return Observed(kSynchronise, fd, result == 0, result);
 }
-// What fails to be closed is closed all the same.
+// A close that fails has closed the file all the same.
 WRAP(int, close, (int fd)) {
     const bool passes = Passes(kClose);
     const int result = __real_close(fd);
@@ -205,8 +204,8 @@ WRAP(int, fclose, (FILE * file)) {
     return passes ? result : EOF;
 }
 
-// Called from within the standard library, which the linker's wrapping does not reach; sanitizers
-// let themselves be replaced and give the original another name.
+// The standard library calls this one, where the linker does not redirect calls. A sanitizer lets
+// its function be replaced and offers the original under another name.
 extern "C" __attribute__((weak)) int __interceptor_pthread_create(pthread_t*, const pthread_attr_t*,
                                                                   void* (*)(void*), void*);
 extern "C" __attribute__((visibility("default"))) int pthread_create(
@@ -222,7 +221,7 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(
     return original(thread, attributes, run, argument);
 }
 
-// Not inlined, so that the compiler does not see malloc's memory behind new.
+// Not inlined: the compiler would warn that memory of malloc is released by delete.
 __attribute__((noinline)) void* operator new(size_t size, const std::nothrow_t&) noexcept {
     return __wrap_malloc(size);
 }

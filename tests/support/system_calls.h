@@ -1,5 +1,5 @@
-// The calls by which the service asks the system for memory, files and threads. Programs whose
-// calls the linker wraps (tests/CMakeLists.txt) can let one fail and look on.
+// The calls by which the service asks the system for memory, files and threads. In programs whose
+// calls the linker wraps (see tests/CMakeLists.txt) a test can observe them and make one fail.
 #pragma once
 
 #include <functional>
@@ -26,22 +26,24 @@ enum Kind {
 };
 const char* Name(Kind kind);
 
-// The n-th call of the kind from now on fails (from 1; 0: none). All that came before is forgotten.
+// The n-th call of the kind from now on fails; with n = 0, none. Cancels the order before.
 void LetFail(Kind kind, int n);
-bool HasFailed();  // Since then.
+bool HasFailed();  // Since the last call of LetFail.
 
-// What is allocated and not freed, or mapped and not unmapped, by what is linked into the program.
+// The number of blocks allocated and mappings made by code that is linked into the program, less
+// those released.
 long LiveAllocations();
-// The bytes allocated and not freed, and the most of them since the last call of LetFail.
+// The bytes in allocated blocks, and their maximum since the last call of LetFail.
 long LiveBytes();
 long MostBytes();
 
-// Called after each call on a file that succeeded, on the thread that made it, with the path (that
-// of the descriptor) as the system names it. Empty: nobody looks on.
+// Called after each call on a file that succeeded, on the same thread, with the path that the
+// system gives for the descriptor. An empty observer removes the last one.
 using Observer = std::function<void(Kind kind, const std::string& path)>;
 void SetObserver(Observer observer);
 
-// While one lives, this thread's calls are the test's own: they neither fail nor are observed.
+// While one exists, the calls of its thread are the test's own: they do not fail and are not
+// observed.
 class ScopedBypass {
   public:
     ScopedBypass();

@@ -1,4 +1,4 @@
-// A directory of a test's own, made the working directory while it lives.
+// An empty directory that is the working directory while the object lives, and is then removed.
 #pragma once
 
 #include <cstdlib>
@@ -25,3 +25,8 @@ class TemporaryDirectory {
     std::string mPath;
     std::string mPrevious;
 };
+
+inline size_t CountEntries(const char* directory) {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(directory),
+                                             std::filesystem::directory_iterator()));
+}

@@ -1,15 +1,15 @@
-// Golden transcripts: a file of steps, each followed by what it must give.
+// Transcripts: a file of steps, each followed by the lines that it must give.
 //
 //     == a section, run from a fresh start
 //     > a step
 //     a line of its outcome
 //     [a name]
 //
-// where the last stands for lines that many outcomes share. They are written out once, up to an
-// empty line, behind "= a name".
+// A "[name]" stands for lines that several outcomes share. They are written once, after "= name",
+// up to an empty line. Lines that start with '#' are comments.
 //
-// The steps are run and the file written anew in memory; the test compares the two texts whole.
-// With UPDATE_TRANSCRIPTS set in its environment it replaces the file, for review.
+// The test runs the steps, writes the file again in memory and compares the two texts. If
+// UPDATE_TRANSCRIPTS is set in the environment, the new text replaces the file, for review.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -25,18 +25,7 @@
 
 using Words = std::vector<std::string>;
 
-// The words of a step; '_' stands for a blank within a word, "()" for an empty word.
-inline Words SplitStep(const std::string& step) {
-    Words words;
-    std::istringstream stream(step);
-    for (std::string word; stream >> word;) {
-        std::replace(word.begin(), word.end(), '_', ' ');
-        words.push_back(word == "()" ? "" : word);
-    }
-    return words;
-}
-
-// A log message between bars, because many end in blanks.
+// A log message between bars, because many end with a blank.
 inline std::string Bars(const std::string& message) {
     std::string line = "|";
     for (const char c : message)
@@ -44,7 +33,7 @@ inline std::string Bars(const std::string& message) {
     return line + "|";
 }
 
-// Puts "[name]" in the place of each run of lines that is `shared`.
+// Replaces each occurrence of the `shared` lines by "[name]".
 inline void PutName(const std::string& name, const Words& shared, Words* lines) {
     for (auto at = lines->begin();;) {
         at = std::search(at, lines->end(), shared.begin(), shared.end());
@@ -54,8 +43,9 @@ inline void PutName(const std::string& name, const Words& shared, Words* lines) 
     }
 }
 
-inline void CheckTranscript(const std::string& path,
-                            const std::function<void(const std::string& section)>& begin,
+// Checks the transcript at `path`: calls `begin` at the start of each section, and for each step
+// `run`, which returns the lines of its outcome.
+inline void CheckTranscript(const std::string& path, const std::function<void()>& begin,
                             const std::function<Words(const std::string& step)>& run) {
     std::ifstream file(path);
     ASSERT_TRUE(file.is_open()) << path;
@@ -79,7 +69,7 @@ inline void CheckTranscript(const std::string& path,
         const bool isSection = line.rfind("== ", 0) == 0;
         if (!isStep && !isSection && !line.empty() && line[0] != '#') continue;
         actual += line + "\n";
-        if (isSection) begin(line.substr(3));
+        if (isSection) begin();
         if (!isStep) continue;
         Words lines = run(line.substr(2));
         for (const auto& [name, part] : shared)
@@ -88,15 +78,6 @@ inline void CheckTranscript(const std::string& path,
             actual += outcome + "\n";
     }
     if (std::getenv("UPDATE_TRANSCRIPTS") != nullptr) std::ofstream(path) << actual;
-    if (expected != actual) {
-        const auto [here, there] =
-                std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end());
-        const auto excerpt = [](const std::string& text, std::ptrdiff_t position) {
-            const size_t step = text.rfind("\n> ", static_cast<size_t>(position));
-            return text.substr(step == std::string::npos ? 0 : step, 600);
-        };
-        ADD_FAILURE() << path << " differs; expected:" << excerpt(expected, here - expected.begin())
-                      << "\nand got:" << excerpt(actual, there - actual.begin());
-    }
+    EXPECT_EQ(expected, actual) << path;
     EXPECT_NE(std::string::npos, actual.find("\n> ")) << "no step in " << path;
 }

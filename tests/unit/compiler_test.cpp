@@ -1,11 +1,10 @@
-// What neither a whole run of the compiler (cli/compile.transcript, world/world.transcript, the
-// fuzz target) nor its self-check would show.
+// Faults of the compiler that neither its whole runs (cli/compile.transcript,
+// world/world.transcript, compiler_fuzz) nor its self-check would show.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <random>
 #include <regex>
@@ -31,7 +30,7 @@ using offlinetz::GridPoint;
 using offlinetz::GridRing;
 using offlinetz::ZoneRings;
 
-// The output file's: the place where a signal finds the temporary file.
+// The compiler's call of fsync: at this point a signal finds the temporary output file.
 bool raisesInSync = false;
 extern "C" int fsync(int) {
     return raisesInSync ? std::raise(SIGTERM) : 0;
@@ -41,8 +40,8 @@ namespace {
 
 TEST(Simplifying, KeepsIslandsAndEdges) {
     const Grid grid(21);
-    // An island whose northern tip is less than the tolerance from the rest, and one with no more
-    // than two points on its box.
+    // An island whose northern tip is nearer to the rest than the tolerance, and one that has only
+    // two vertices on its bounding box.
     const GridRing island = {{3000, 3010}, {3001, 3000}, {3002, 3010}, {3001, 3020}};
     const GridRing sliver = {{4000, 4000}, {4002, 4001}, {4003, 4003}, {4001, 4002}};
     std::vector<ZoneRings> zones = {{island, sliver}};
@@ -54,7 +53,7 @@ TEST(Simplifying, KeepsIslandsAndEdges) {
     EXPECT_EQ(3u, zones[0][1].size());
     EXPECT_TRUE(offlinetz::BoxOf(zones[0][1]).Contains(offlinetz::BoxOf(sliver)));
 
-    // A zone thinner than the tolerance between two others, at the world's edge.
+    // A zone narrower than the tolerance between two others, at the world's edge.
     const int32_t edge = grid.Scale() + 8;
     const GridRing lens = {{0, 300}, {1, 450}, {0, 600}, {-1, 450}};
     zones = {{lens},
@@ -66,7 +65,7 @@ TEST(Simplifying, KeepsIslandsAndEdges) {
               zones[1][0]);
 }
 
-// Against the cheapest way over all edges that there are.
+// Compares with the cheapest path over all possible edges.
 TEST(Simplifying, KeepsTheFewestVertices) {
     const Grid grid(21);
     std::mt19937_64 random(12);
@@ -88,7 +87,7 @@ TEST(Simplifying, KeepsTheFewestVertices) {
             EXPECT_GT(to - from, 1u);
             return blocked.count({from, to}) == 0;
         };
-        // Most of all edges count, then bytes, then the area moved.
+        // The number of edges counts first, then their bytes, then the area moved.
         constexpr int64_t kNone = int64_t{1} << 50;
         const auto costOfEdge = [&](size_t from, size_t to) {
             const GridRing between(&line[from], &line[to] + 1);
@@ -118,7 +117,7 @@ TEST(Simplifying, KeepsTheFewestVertices) {
         EXPECT_EQ(least[10], cost);
     }
 
-    // Edges reach as far as they may.
+    // One edge can replace 100,000 vertices.
     GridRing waves;
     for (int32_t i = 0; i < 100000; ++i)
         waves.push_back({i % 3, i});
@@ -126,8 +125,8 @@ TEST(Simplifying, KeepsTheFewestVertices) {
               offlinetz::FewestVertices(waves, grid, 20.0, [](size_t, size_t) { return true; }));
 }
 
-// A border four units off is found; that a sound compile is never blamed shows the fuzz target of
-// the compiler.
+// The self-check finds a border that is four units off. compiler_fuzz shows that it reports nothing
+// for a correct database.
 TEST(SelfCheck, AllowsForTheGridAndNoMore) {
     const TemporaryDirectory directory;
     offlinetz::StartGeometry();
@@ -158,7 +157,7 @@ TEST(OutputDeathTest, ASignalRemovesTheTemporaryFile) {
     EXPECT_EXIT((raisesInSync = true, offlinetz::WriteOutput("out", {'n'})),
                 ::testing::KilledBySignal(SIGTERM), "");
     EXPECT_EQ(Bytes{'o'}, ReadFile("out"));
-    EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator("."), {}));
+    EXPECT_EQ(1u, CountEntries("."));
 }
 
 TEST(Encoding, RefusesRingsThatNoReaderTakes) {

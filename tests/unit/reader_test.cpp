@@ -1,43 +1,39 @@
-// The reader where a second reading of the same bytes, beside which the fuzz target holds it, has
-// nothing to say: its interface, its limits, its threads, the zones at sea, and the world.
-#include <fcntl.h>
+// Properties of the reader that comparing it with the reference reader on small databases (as
+// database_fuzz does) does not show: its interface, limits, threads, speed, the nautical zones, and
+// its answers from the world database.
+#include <digest/sha1_block.h>
 #include <gtest/gtest.h>
 #include <reader/spatial_index.h>
-#include <unistd.h>
 #include <zonedetect.h>
 
-#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <random>
-#include <string>
+#include <set>
+#include <sstream>
 #include <thread>
 #include <tuple>
 #include <vector>
 
 #include "compare_readers.h"
-#include "processor_features.h"
 #include "raw_database.h"
 #include "temporary_directory.h"
 
 namespace {
 
-// What the program begins with: it chooses the decoder by its first use.
+// The decoder before its first use, in which it chooses the one that suits the processor.
 const zonedetect::DeltaDecoder kChooseDecoder = zonedetect::deltaDecoder;
 
-TEST(Opening, ReportsHeaderFieldsAndHoldsNothingAfterwards) {
-    const auto nextDescriptor = [] {
-        const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        close(fd);
-        return fd;
-    };
-    const int before = nextDescriptor();
+TEST(Interface, ReportsHeaderFieldsAndHoldsNothingAfterwards) {
+    const size_t descriptors = CountEntries("/proc/self/fd");
     RawDatabase raw;
     raw.tableType = 200;
     raw.version = 255;
     raw.precision = 99;
     raw.fieldCount = 3;
-    // The second name refers to a length of 257 and is null, the third to the first's text.
+    // The second name refers to a length of 257 and is null. The third refers to the first one's
+    // text.
     raw.headerStrings = String("Zone") + Unsigned(256 + 16) + Unsigned(256 + 7) + String("hello");
     const Bytes file = raw.File();
     const TemporaryDirectory directory;
@@ -64,20 +60,26 @@ TEST(Opening, ReportsHeaderFieldsAndHoldsNothingAfterwards) {
     EXPECT_EQ(nullptr, ZDOpenDatabase("/nowhere/at/all"));
     EXPECT_EQ(nullptr, ZDOpenDatabase("/"));
     ZDCloseDatabase(nullptr);
-    EXPECT_EQ(before, nextDescriptor());
+    EXPECT_EQ(descriptors, CountEntries("/proc/self/fd"));
+    std::string results;
+    for (int32_t result = ZDLookupIgnore; result <= ZDLookupOnBorder + 1; ++result)
+        results += std::string(ZDLookupResultToString(result)) + "; ";
+    EXPECT_EQ(
+            "Ignore; End; Parsing error; Not in zone; In zone; In excluded zone; "
+            "Target point is border vertex; Target point is on border; Unknown; ",
+            results);
 }
 
-// Thousands of entries of one long ring, of records in one long run of bytes that each say that
-// another follows, or names that refer to one: what is read ends early, in proportion to the file.
+// Thousands of entries share one long ring; thousands of records, or all field names, lie in one
+// run of bytes each of which says that another follows. The reader stops early, at a cost in
+// proportion to the file.
 TEST(Hostile, LongRingsAndTextsAreReadAFewTimesOnly) {
     constexpr uint32_t kZones = 4000;
     const Bytes run = Bytes(1 << 20, 0x80) + Bytes{1, 'A' ^ 0x80};
     const auto hits = [&](const Bytes& ring, const Bytes& records) {
         RawDatabase raw;
-        for (uint32_t i = 0; i < kZones; ++i) {
-            raw.boxTable = std::move(raw.boxTable) + Signed(-9) + Signed(-9) + Signed(9) +
-                           Signed(9) + Signed(i == 0 ? 0 : 1) + Unsigned(0);
-        }
+        for (uint32_t i = 0; i < kZones; ++i)
+            raw.AddEntry({{-9, -9}, {9, 9}}, i == 0 ? 0 : 1, 0);
         raw.metadata = records;
         raw.polygons = ring;
         const DatabasePtr database = OpenBytes(raw.File());
@@ -91,8 +93,8 @@ TEST(Hostile, LongRingsAndTextsAreReadAFewTimesOnly) {
     };
     const Bytes corners = Signed(-9) + Signed(-12) + Signed(18) + Signed(0) + Signed(0) +
                           Signed(18) + Signed(-18) + Signed(0);
-    // Four times a content of a megabyte, a megabyte more, and the one that goes beyond; what rings
-    // have taken, names still have.
+    // A lookup reads four times a content of a megabyte, a megabyte more, and the text or ring that
+    // passes that limit. Texts have their own limit beside that of rings.
     EXPECT_EQ(std::make_pair(size_t{kZones}, size_t{6}), hits(Unsigned(4) + corners, run));
     EXPECT_EQ(std::make_pair(size_t{6}, size_t{6}),
               hits(Unsigned(500000) + corners + Bytes(999992, 0), Bytes(kZones, 0)));
@@ -104,12 +106,12 @@ TEST(Hostile, LongRingsAndTextsAreReadAFewTimesOnly) {
     for (int i = 0; i < 255; ++i)
         names.headerStrings = std::move(names.headerStrings) + Unsigned(256 + 1000);
     names.headerStrings = std::move(names.headerStrings) + String("notice");
-    names.metadata = run;
+    names.metadata = Bytes(1 << 20, 0x80);  // The run does not end.
     EXPECT_EQ(nullptr, OpenBytes(names.File()));
 }
 
-// As many zones as entries, all hit, each asking for 255 values: the list ends where no honest one
-// comes, before it takes more memory than a device has.
+// 200,000 zones, all of which a point hits, with 255 values each: the list of results ends beyond
+// the length of any honest one, before it takes more memory than a device has.
 TEST(Hostile, CountlessHitsEndTheScan) {
     RawDatabase raw;
     constexpr uint32_t kZones = 200000;
@@ -117,29 +119,25 @@ TEST(Hostile, CountlessHitsEndTheScan) {
     raw.headerStrings = Bytes(256, 0);
     raw.metadata = Bytes(kZones, 0);
     raw.polygons = Unsigned(1) + Signed(0) + Signed(-3);  // A vertex at 0, 0.
-    for (uint32_t i = 0; i < kZones; ++i) {
-        raw.boxTable = std::move(raw.boxTable) + Signed(-9) + Signed(-9) + Signed(9) + Signed(9) +
-                       Signed(i == 0 ? static_cast<int32_t>(kZones - 1) : -1) + Unsigned(0);
-    }
+    for (uint32_t i = 0; i < kZones; ++i)
+        raw.AddEntry({{-9, -9}, {9, 9}}, i == 0 ? static_cast<int32_t>(kZones - 1) : -1, 0);
     const DatabasePtr database = OpenBytes(raw.File());
     ASSERT_NE(nullptr, database);
     ZDResult* results = ZDLookup(database.get(), 0, 0, nullptr);
     ASSERT_NE(nullptr, results);
     uint32_t count = 0;
-    for (; results[count].result != ZDLookupEnd; ++count) {
+    for (; results[count].result != ZDLookupEnd; ++count)
         ASSERT_EQ(kZones - 1 - count, results[count].recordOffset);
-    }
     EXPECT_EQ(4096u, count);
     ZDFreeResults(results);
 }
 
-// Against the reference reader of the rules; small databases of every shape are for the fuzz target.
-TEST(Lookup, AgreesWithThePlainReadingOfTheWorld) {
+TEST(World, AnswersAsTheReferenceReader) {
     const Bytes file = ReadFile(OFFLINETZ_WORLD_DATABASE);
     const DatabasePtr database = OpenBytes(file);
     ASSERT_NE(nullptr, database);
     const oracle::ReferenceReader reference(file);
-    // Threads meet on the handle's first lookup: one makes the directory, none waits.
+    // Several threads make the first lookup: one of them builds the index, none waits for it.
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
@@ -161,8 +159,8 @@ TEST(Lookup, AgreesWithThePlainReadingOfTheWorld) {
     }
 }
 
-// Answers are right without an index and with any decoder: only the time would tell.
-TEST(Index, NarrowsTheWorldDown) {
+// The next three tests check what makes lookups fast. Answers are the same without it.
+TEST(Index, LeavesOneRunAPointInTheWorld) {
     const DatabasePtr database = OpenBytes(ReadFile(OFFLINETZ_WORLD_DATABASE));
     const zonedetect::SpatialIndex* index = database->spatialIndex->Get(*database);
     ASSERT_NE(nullptr, index);
@@ -175,8 +173,8 @@ TEST(Index, NarrowsTheWorldDown) {
     EXPECT_LT(runs, 11000u);
 }
 
-// Reading ahead of lookups would read most of the file for a few pages of it; verifying and
-// building the index read on and on.
+// Verifying and building the index read the whole file in order, for which the system reads ahead.
+// For lookups, which need a few pages, the reader turns that off.
 TEST(Index, EndsReadAhead) {
     const DatabasePtr database(ZDOpenDatabase(OFFLINETZ_WORLD_DATABASE));
     const auto isRandom = [] {
@@ -193,25 +191,28 @@ TEST(Index, EndsReadAhead) {
     EXPECT_TRUE(isRandom());
 }
 
-TEST(Decoder, TheProcessorsInstructionsAreFoundAndChosen) {
-    const bool isListed = ProcessorHas("sse4_1");
+// The system's list of the processor's features shows whether the reader and the digest find
+// theirs.
+TEST(Processor, InstructionsAreFoundAndChosen) {
+    const Bytes file = ReadFile("/proc/cpuinfo");
+    std::istringstream words(std::string(file.begin(), file.end()));
+    const std::set<std::string> features{std::istream_iterator<std::string>(words), {}};
+    const bool hasDecoder = features.count("sse4_1") > 0;
     int32_t value[1 + zonedetect::kDeltaSlack];
     const uint8_t byte = 2;
     zonedetect::Cursor cursor = {&byte, &byte + 1};
     kChooseDecoder(&cursor, value, 1);
-    EXPECT_EQ(isListed, zonedetect::X86DeltaDecoder() != nullptr);
-    EXPECT_EQ(isListed ? zonedetect::X86DeltaDecoder() : &zonedetect::DecodeDeltasPortable,
+    EXPECT_EQ(hasDecoder, zonedetect::X86DeltaDecoder() != nullptr);
+    EXPECT_EQ(hasDecoder ? zonedetect::X86DeltaDecoder() : &zonedetect::DecodeDeltasPortable,
               zonedetect::deltaDecoder.load());
-}
-
-TEST(Lookup, NamesItsResults) {
-    std::string names;
-    for (int32_t result = ZDLookupIgnore; result <= ZDLookupOnBorder + 1; ++result)
-        names += std::string(ZDLookupResultToString(result)) + "; ";
-    EXPECT_EQ(
-            "Ignore; End; Parsing error; Not in zone; In zone; In excluded zone; "
-            "Target point is border vertex; Target point is on border; Unknown; ",
-            names);
+#ifdef __arm__  // There is no kernel for 32-bit ARM.
+    const bool hasKernel = false;
+#else
+    const bool hasKernel = features.count("sha_ni") + features.count("sha1") > 0;
+#endif
+    const Sha1BlockFunction kernel = Sha1BlockX86() != nullptr ? Sha1BlockX86() : Sha1BlockArm();
+    EXPECT_EQ(hasKernel, kernel != nullptr);
+    EXPECT_EQ(hasKernel ? kernel : &Sha1BlockPlain, ChooseSha1Block());
 }
 
 TEST(Nautical, BandsBeginAtOddMultiplesOfSevenAndAHalfDegrees) {
@@ -219,7 +220,7 @@ TEST(Nautical, BandsBeginAtOddMultiplesOfSevenAndAHalfDegrees) {
     const auto at = [&](float lon, float lat) {
         return std::string(GetEtcAreaTimezone(database.get(), lon, lat));
     };
-    // The first unit of each band from Etc/GMT-1 to Etc/GMT-12.
+    // The first unit of each band, from Etc/GMT-1 to Etc/GMT-12.
     const int32_t limits[] = {43690,  131072, 218453, 305834, 393216, 480597,
                               567978, 655360, 742741, 830122, 917504, 1004885};
     const auto name = [](char sign, int band) {
@@ -227,12 +228,11 @@ TEST(Nautical, BandsBeginAtOddMultiplesOfSevenAndAHalfDegrees) {
                          : "\"Etc/GMT" + std::string(1, sign) + std::to_string(band) + "\"";
     };
     for (int band = 1; band <= 12; ++band) {
-        const float inside = DegreesAtUnits(limits[band - 1], 21, 180.0);
-        const float before = DegreesAtUnits(limits[band - 1] - 1, 21, 180.0);
-        EXPECT_EQ(name('-', band), at(inside, 0)) << band;
-        EXPECT_EQ(name('-', band - 1), at(before, 0)) << band;
-        EXPECT_EQ(name('+', band), at(-inside, 0)) << band;
-        EXPECT_EQ(name('+', band - 1), at(-before, 0)) << band;
+        for (const int units : {0, 1}) {  // In the band, and in the one before.
+            const float lon = DegreesAtUnits(limits[band - 1] - units, 21, 180.0);
+            EXPECT_EQ(name('-', band - units), at(lon, 0)) << band;
+            EXPECT_EQ(name('+', band - units), at(-lon, 0)) << band;
+        }
     }
     constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
