@@ -23,14 +23,14 @@ void AppendLines(const char* path, const std::string& mark, Words* lines) {
         lines->push_back(mark + line);
 }
 
-// `prepare` fills the working directory of a section's commands, which is new for each section.
+// The steps may use the functions of a steps.sh beside the transcript. `prepare` fills their
+// working directory, which is new for each section.
 void CheckCommands(const std::string& transcript, void (*prepare)()) {
     const std::string program = OFFLINETZ_PROGRAM;
     const std::string path = program.substr(0, program.rfind('/')) + ":" + std::getenv("PATH");
     setenv("PATH", path.c_str(), 1);
     setenv("WORLD", OFFLINETZ_WORLD_DATABASE, 1);
-    setenv("WORLD_TEST", OFFLINETZ_TESTS "/world", 1);
-    setenv("STORAGE", OFFLINETZ_TESTS "/storage", 1);
+    setenv("TESTS", OFFLINETZ_TESTS, 1);
     setenv("INPUTS", OFFLINETZ_TESTS "/cli/inputs", 1);
     setenv("BUILD", OFFLINETZ_BUILD, 1);
     setenv("SCRIPTS", OFFLINETZ_TESTS "/../scripts", 1);
@@ -40,6 +40,9 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
     setenv("HOST_PROCESS", OFFLINETZ_HOST_PROCESS, 1);
     setenv("SERVICE", "offlinetz service --directory offlinetz --library " OFFLINETZ_LOCAL_LIBRARY,
            1);
+    const std::string functions =
+            fs::path(OFFLINETZ_TESTS "/" + transcript).replace_filename("steps.sh");
+    const std::string source = fs::exists(functions) ? ". " + functions + "; " : "";
     std::optional<TemporaryDirectory> directory;
     CheckTranscript(
             OFFLINETZ_TESTS "/" + transcript,
@@ -49,8 +52,9 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
                 fs::current_path("work");
                 prepare();
             },
-            [](const std::string& step) {
-                const int status = std::system(("(" + step + ") >../out 2>../err").c_str());
+            [&](const std::string& step) {
+                const int status =
+                        std::system(("(" + source + step + ") >../out 2>../err").c_str());
                 Words lines;
                 AppendLines("../out", "", &lines);
                 AppendLines("../err", "! ", &lines);

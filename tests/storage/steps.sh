@@ -1,11 +1,11 @@
-# What the steps of the transcripts here are made of: the two database files (a.bin, b.bin and
-# large.bin are good ones, of versions 1, 2 and 3), and a process that uses the service.
+# The steps of storage.transcript and disks.transcript. They change the two database files and run
+# processes that use the service. a.bin, b.bin and large.bin are good databases of versions 1, 2 and 3.
 active=offlinetz/lastcombinedTimezone.bin
 backup=offlinetz/lastcombinedTimezonebackup.bin
 
-# put ACTIVE BACKUP: copies of these files; or a directory, a pipe, one that is opened
-# and closed at its other end, a link to what stands behind
-# "->", another name of the other file (=), or nothing (-).
+# put ACTIVE BACKUP: replaces the two files by copies of these files. In place of a file there can be
+# a directory, a pipe, a pipe that a process opens for reading and closes (read-pipe), a link to the
+# path after "->", a hard link to the other file (=), or nothing (-).
 put() {
   for path in $active $backup; do
     rm -rf $path
@@ -17,7 +17,7 @@ put() {
       read-pipe)
         mkfifo $path
         sh -c ": <$path" &
-        until grep -q ') S ' /proc/$!/stat; do :; done ;;  # It waits for a writer now.
+        until grep -q ') S ' /proc/$!/stat; do :; done ;;  # Now it waits for a writer.
       '->/'*) ln -s "${1#??}" $path ;;
       '->'*) ln -s "$PWD/${1#??}" $path ;;
       *) cp "$1" $path ;;
@@ -26,20 +26,20 @@ put() {
   done
 }
 
-# ends COMMAND ...: the first line of what it says, or the signal that ended it (KILL: after a
-# minute).
+# ends COMMAND ...: prints the first line of its output, or the signal that ended it. After a minute
+# that is KILL.
 ends() {
   timeout -s KILL 60 "$@" >said 2>&1
   code=$?
   [ $code -le 128 ] && head -n 1 said || echo "SIG$(kill -l $((code - 128)))"
 }
 
-# update FILE: what comes of its installation.
+# update FILE: prints the outcome of its installation.
 update() {
   ends $SERVICE update --force "$1"
 }
 
-# next: what the next start finds, where the two are files again.
+# next: removes what is not a file, and prints what the next start finds.
 next() {
   for path in $active $backup; do
     [ -f $path ] && [ ! -L $path ] || rm -rf $path
@@ -52,7 +52,7 @@ next() {
   echo "$found"
 }
 
-# expect_database WHAT: says what came before, and what the next start finds if no good database.
+# expect_database WHAT: prints WHAT and what the next start finds, unless that is a good database.
 expect_database() {
   found=$(next)
   case $found in
@@ -61,14 +61,14 @@ expect_database() {
   esac
 }
 
-# try ACTIVE BACKUP FILE: all that, as one line.
+# try ACTIVE BACKUP FILE: puts the files, installs FILE, and prints the outcome in one line.
 try() {
   put "$1" "$2"
   echo "$1, $2: $(update "$3"); then $(next)"
 }
 
-# short LIMIT VALUE ...: installations within each limit, some of which must come to nothing in the
-# service. Tells what else they say and what the next start must not find.
+# short LIMIT VALUE ...: installs a database within each limit. Some installations must succeed and
+# some must fail in the service. Prints other outcomes, and those that leave no good database.
 short() {
   limit=$1 installed=0 failed=0
   shift
@@ -86,14 +86,14 @@ short() {
   [ $installed$failed = 11 ] && echo "some were installed, some were not"
 }
 
-# is_good PATH: whether it is one of the two databases that are installed at random.
+# is_good PATH: succeeds if the file is one of the two databases that kill_at_random installs.
 is_good() {
   cmp -s "$1" a.bin || cmp -s "$1" b.bin
 }
 
-# kill_at_random COUNT [SEED]: kills in the midst of starts, restores, downloads and installations,
-# each at a moment of what a whole one takes. Says what the next start finds beside a good database,
-# and, after hundreds, if no kill left a file half written.
+# kill_at_random COUNT [SEED]: kills processes during starts, restores, downloads and installations, at
+# random moments of the time that a whole one takes. Prints the kills after which the next start finds
+# no good database and, if there were hundreds, whether none left a file half written.
 kill_at_random() {
   put a.bin a.bin
   began=$(date +%s%N)
@@ -114,10 +114,40 @@ kill_at_random() {
   [ $torn -gt 0 ] || [ "$1" -lt 300 ] || echo "no file was torn"
 }
 
-# on_disk KILOBYTES|ro ACTIVE BACKUP COMMAND: what it says on a disk of a megabyte that is full but
-# for so much, or read-only, and what the next start finds when the disk is in order again. Mounts:
-# for a name space of its own.
+# first_database: lets the host process install the image's database: with too small a file limit,
+# again without it, beside a database, and without a directory.
+first_database() {
+  cp a.bin image.bin
+  put - -
+  (ulimit -f 100; ends $HOST_PROCESS; ls offlinetz)
+  ends $HOST_PROCESS; next
+  put b.bin -
+  ends $HOST_PROCESS; next
+  ls offlinetz
+  rm -r offlinetz
+  ends $HOST_PROCESS
+}
+
+# cut_while_mapped: empties the active file after a process has answered from it, and lets the process
+# look up another point.
+cut_while_mapped() {
+  put a.bin a.bin
+  (
+    echo 1 2
+    for i in $(seq 3000); do [ -s said ] && break; sleep 0.01; done
+    : >$active
+    echo 1 2
+  ) | ends $SERVICE lookup
+  next
+}
+
+# on_disk KILOBYTES|ro ACTIVE BACKUP COMMAND: prints the command's outcome on a disk of a megabyte that
+# has only so much space left or is read-only, and what the next start finds when the disk is writable
+# and empty again.
 on_disk() {
+  unshare --mount sh -c '. "$TESTS/storage/steps.sh"; on_mounted_disk "$@"' - "$@"
+}
+on_mounted_disk() {
   mount -t tmpfs -o size=1m none offlinetz || return
   put "$2" "$3"
   if [ "$1" = ro ]; then

@@ -1,5 +1,5 @@
-# Points within the radius of each of a lookup's rows (lat,lon,zone,radius_km), at its edge and inside,
-# as rows of where they belong to, the answer there, and themselves. A radius is printed to 10 m.
+# Points within the radius of each row of a lookup (lat,lon,zone,radius_km), at its edge and inside.
+# Prints rows of the place, its zone, and the point. Radii are rounded to 10 m.
 BEGIN {
   FS = ","
   print "from,expected,lat,lon"
