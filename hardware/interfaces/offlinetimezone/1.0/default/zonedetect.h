@@ -36,7 +36,7 @@ typedef enum ZDLookupResult {
     ZDLookupInZone = 1,          // Inside an exterior ring; inside the zone.
     ZDLookupInExcludedZone = 2,  // Inside a hole.
     ZDLookupBorderVertex = 3,    // On a vertex.
-    ZDLookupOnBorder = 4,        // On an edge.
+    ZDLookupOnBorder = 4,        // On an edge, or the winding number is not -1, 0 or 1.
 } ZDLookupResult;
 
 // An open database. ZDOpenDatabase makes it and ZDCloseDatabase frees it; no field changes between.

@@ -1,4 +1,14 @@
-// What edge.h says of one edge, of four at a time and to the same bit.
+// SIMD versions of the functions of edge.h for four edges, one in each lane.
+//
+// The results are bit for bit those of edge.h, on every processor:
+// - Quarter turns come from integer comparisons. An edge for which edge.h computes in floats (one
+//   between opposite quadrants), or that ends in the target, makes HasAmbiguousEdge true: the
+//   caller then discards the results and repeats these edges with edge.h.
+// - A distance is computed with the same operations in the same order as in edge.h, and each lane
+//   rounds each operation as scalar code does (exact_floats.h). This holds while floats hold all
+//   coordinates exactly. Otherwise AreExact is false and the caller repeats these edges with
+//   edge.h.
+// - The minimum of the distances does not depend on their order.
 #pragma once
 
 #include <algorithm>
@@ -9,19 +19,21 @@
 
 namespace zonedetect {
 
+// Four edges, in units.
 struct FourEdges {
     Ints fromLat;
     Ints fromLon;
-    Ints lat;  // Where they lead to.
+    Ints lat;  // The end points.
     Ints lon;
 };
 
-// Counts the quarter turns of edges around a target.
+// Adds up the quarter turns of edges around a target: four times the winding number of a ring.
 class TurnCounter {
   public:
     explicit TurnCounter(const Point& target) : mLat(AllOf(target.lat)), mLon(AllOf(target.lon)) {}
 
-    // Adds the edges of those lanes that are -1 in `counted`.
+    // Adds the quarter turns of the lanes whose mask `counted` is -1. All four lanes are checked
+    // for HasAmbiguousEdge.
     void Add(const FourEdges& edges, Ints counted) {
         const Ints change =
                 QuadrantsOf(edges.lat, edges.lon) - QuadrantsOf(edges.fromLat, edges.fromLon);
@@ -30,8 +42,9 @@ class TurnCounter {
         mOthers |= (turns == AllOf(-2)) | ((edges.lat == mLat) & (edges.lon == mLon));
     }
 
-    // Whether an edge was among them that turns cannot be counted for by quadrants alone: one that
-    // passes the target, or ends in it.
+    // Whether the quadrants alone do not decide an edge added: it leads to the opposite quadrant,
+    // so the side on which it passes the target is open, or it ends in the target. The count is
+    // then meaningless.
     bool HasAmbiguousEdge() const { return AnyOf(mOthers); }
     int32_t QuarterTurns() const {
         return mQuarterTurns[0] + mQuarterTurns[1] + mQuarterTurns[2] + mQuarterTurns[3];
@@ -50,16 +63,17 @@ class TurnCounter {
     Ints mOthers = AllOf(0);
 };
 
-// Floats hold coordinates from -kExactLimit to below kExactLimit, and their differences, exactly.
+// Floats hold coordinates in [-kExactLimit, kExactLimit) and their differences exactly.
 constexpr int32_t kExactLimit = 1 << 23;
 
-// Keeps the smallest squared distance of edges to a target, as long as floats hold all coordinates
-// exactly. Then nothing here is beyond what its type holds: with coordinates c and slopes of at
-// most 2^24, a foot comes from sums and quotients below 2^72, and lies within 3c, rounding
-// included; no quotient or product is as small as 2^-100 but 0.
+// Finds the smallest squared distance from edges to a target while floats hold all coordinates
+// exactly (AreExact). No operation then overflows or underflows: for coordinates of magnitude c and
+// slopes of at most 2^24, all sums and quotients on the way to a foot stay below 2^72, the foot has
+// a magnitude of at most 3c, rounding included, and every quotient or product is 0 or at least
+// 2^-100.
 class DistanceKeeper {
   public:
-    // The edges to come begin at `start`; a distance of `squared` or more is not looked for.
+    // The first edge begins at `start`. Distances of `squared` or more need not be found.
     DistanceKeeper(const Point& target, const Point& start, uint64_t squared)
         : mLat(AllOf(target.lat)),
           mLon(AllOf(target.lon)),
@@ -70,8 +84,8 @@ class DistanceKeeper {
         Check(AllOf(start.lat), AllOf(start.lon));
     }
 
-    // Looks from now on only for what is smaller than the smallest so far. Now and then pays: it
-    // waits for the last edges.
+    // Lowers the limit to the smallest distance so far, so that Add can skip more edges. It waits
+    // for the results of the last edges, so it pays only once in a while.
     void Narrow() {
         const auto smallest = static_cast<float>(std::min(mSmallest[0], mSmallest[1]));
         mLimit = Smaller(mLimit, LimitOf(smallest));
@@ -79,10 +93,11 @@ class DistanceKeeper {
 
     void Add(const FourEdges& edges) {
         Check(edges.lat, edges.lon);
-        // A lower bound of each edge's squared distance. The distance is taken to the edge's end,
-        // or to a foot that truncates into the edge's box, which in each direction is less than one
-        // unit nearer than the box; its difference to the target is rounded to a float and
-        // truncated, and both leave whole numbers alone.
+        // Skip edges whose lower bound exceeds the limit. The bound is the distance to the edge's
+        // bounding box, less one unit in each direction. It holds because the distance is taken to
+        // the edge's end or to a foot that truncates into the box: such a foot is less than one
+        // unit nearer than the box. Its difference to the target is then rounded to a float and
+        // truncated; both are monotonic and keep whole numbers, so it stays above the bound.
         const Floats awayLat = Away(edges.lat, edges.fromLat, mLat);
         const Floats awayLon = Away(edges.lon, edges.fromLon, mLon);
         if (!AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit)) return;
@@ -96,7 +111,7 @@ class DistanceKeeper {
         const Floats intercept = lat - slope * lon;
         const Floats s = mFloatLon + slope * mFloatLat;
         const Floats m = 1.0f + slope * slope;
-        // A horizontal edge needs no case of its own: its slope of 0 gives the same.
+        // edge.h has a case of its own for horizontal edges; here the slope 0 gives the same foot.
         const Floats footLat = Select(isVertical, mFloatLat, (intercept + slope * s) / m);
         const Floats footLon = Select(isVertical, lon, (s - slope * intercept) / m);
         const Ints isOutside = LieOutside(Truncate(footLat), edges.lat, edges.fromLat) |
@@ -108,30 +123,31 @@ class DistanceKeeper {
         mSmallest = Smaller(mSmallest, Smaller(first, last));
     }
 
-    // False where a coordinate was not: the smallest distance says nothing then.
+    // Whether floats hold all coordinates so far exactly. If not, Smallest is meaningless.
     bool AreExact() const {
         constexpr uint32_t kRest = ~(2u * kExactLimit - 1u);
         return !AnyOf(AsInts(mExactness & Units{kRest, kRest, kRest, kRest}));
     }
 
-    // The smallest one, or `squared` where none is smaller.
+    // The smallest squared distance, or `squared` if no distance is smaller. Requires AreExact.
     uint64_t Smallest(uint64_t squared) const {
         const double smallest = std::min(mSmallest[0], mSmallest[1]);
         return std::min(squared, static_cast<uint64_t>(smallest));
     }
 
   private:
-    // Exact coordinates plus the limit have no bit at twice the limit or above.
+    // A coordinate is in [-limit, limit) if coordinate + limit has no bit set from 2 * limit up.
     void Check(Ints lat, Ints lon) {
         constexpr uint32_t kAdded = kExactLimit;
         constexpr Units kLimits = {kAdded, kAdded, kAdded, kAdded};
         mExactness |= (AsUnits(lat) + kLimits) | (AsUnits(lon) + kLimits);
     }
 
-    // What a bound's three products and sum may come to where it is as much as this, and more.
+    // `squared` plus a margin for the rounding of the bound: three products and one sum.
     static Floats LimitOf(float squared) { return AllOf(squared * (1.0f + 0x1p-20f)); }
 
-    // The distance of edges' boxes from a coordinate, less one unit; 0 where they meet it.
+    // Distance along one axis from the target to the interval from a to b, less one unit; at least
+    // 0.
     static Floats Away(Ints a, Ints b, Ints target) {
         const Floats fromA = ToFloats(AsInts(AsUnits(a) - AsUnits(target)));
         const Floats fromB = ToFloats(AsInts(AsUnits(b) - AsUnits(target)));
@@ -139,11 +155,12 @@ class DistanceKeeper {
         return Larger(away - 1.0f, Floats{0.0f, 0.0f, 0.0f, 0.0f});
     }
 
+    // Mask of the lanes whose value is not between a and b.
     static Ints LieOutside(Ints value, Ints a, Ints b) {
         return ((value > a) & (value > b)) | ((value < a) & (value < b));
     }
 
-    // Doubles hold them exactly.
+    // Squared distances in units of latitude. Doubles hold them exactly.
     static TwoDoubles SquaresOf(TwoDoubles lat, TwoDoubles lon) {
         return lat * lat + 4.0 * (lon * lon);
     }

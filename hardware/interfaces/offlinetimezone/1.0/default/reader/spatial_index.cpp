@@ -10,27 +10,27 @@ namespace zonedetect {
 
 namespace {
 
-// A guess at the bytes of a run in the table, so that the first arrays seldom grow.
+// Estimated size of a run in the table in bytes. With it the first arrays rarely have to grow.
 constexpr size_t kUsualRunBytes = 28;
 
-// How many words the nodes may take: a tiled world needs two a run; some more lets small tables of
-// overlapping boxes have a good index too.
+// The limit of the node array in words. A tiled world needs two words per run; the rest lets small
+// tables of overlapping boxes have a good index too.
 constexpr size_t WordsFor(size_t runs) {
     return 2 * runs + runs / 2 + 65536;
 }
 
-// How many runs the halves on the way from a cell to a node may list together, where the cell has
-// so many. It stops the halving where halves keep nearly all runs; in the world hardly a node meets
-// it.
+// The limit of the run lists on the path from a cell with `runs` runs down to a node, in runs. It
+// stops the bisection if the children keep nearly all runs; in the world's table it stops almost no
+// node.
 constexpr size_t RoomForHalves(size_t runs) {
     return 6 * runs + 64;
 }
 
-constexpr uint32_t kAlone = 0x80000000u;   // The rest is a run.
-constexpr uint32_t kListed = 0x40000000u;  // The rest is a count.
+constexpr uint32_t kAlone = 0x80000000u;   // A leaf; the rest is a run.
+constexpr uint32_t kListed = 0x40000000u;  // A leaf; the rest is a count.
 constexpr uint32_t kRestMask = 0x3FFFFFFFu;
 
-// What a node takes that is not halved.
+// The size of a leaf in words.
 constexpr size_t LeafWords(size_t runs) {
     return runs == 1 ? 1 : 1 + runs;
 }
@@ -43,7 +43,8 @@ uint8_t SpatialIndex::Axis::CellOf(int32_t units) const {
     return static_cast<uint8_t>(std::min(above / cellUnits, kTopCells - 1));
 }
 
-// The same without a division, for units that lie in a cell or not far above.
+// Same as CellOf, for units that lie in `cell` or not far above it: searches upward instead of
+// dividing.
 uint8_t SpatialIndex::Axis::CellFrom(uint8_t cell, int32_t units) const {
     while (cell + 1u < kTopCells && units > PartOf(cell).max)
         ++cell;
@@ -55,7 +56,7 @@ SpatialIndex::Part SpatialIndex::Axis::PartOf(size_t cell) const {
     return {from, from + cellUnits - 1};
 }
 
-// Makes a index, one step after the other, and holds what is needed for that alone.
+// Builds an index. Holds the data that only the building needs.
 class SpatialIndex::Builder {
   public:
     explicit Builder(SpatialIndex* index) : mIndex(*index) {}
@@ -69,7 +70,7 @@ class SpatialIndex::Builder {
     }
 
   private:
-    // The cells that a run meets.
+    // The range of cells that a run's box meets.
     struct Cells {
         uint8_t south;
         uint8_t north;
@@ -77,13 +78,13 @@ class SpatialIndex::Builder {
         uint8_t east;
     };
 
-    // Some runs, in the table's order.
+    // A list of runs, in the order of the table.
     struct Range {
         uint32_t* begin;
         size_t count;
     };
 
-    // A part of the grid.
+    // The rectangle of a node.
     struct Region {
         Part lat;
         Part lon;
@@ -113,7 +114,7 @@ class SpatialIndex::Builder {
         return mLimit <= kRestMask ? Outcome::kBuilt : Outcome::kUseless;
     }
 
-    // Spreads the grid over all boxes.
+    // Makes the grid cover all boxes.
     void SetAxes() {
         Box all = {0, 0, 0, 0};
         if (mBoxes.Size() > 0) all = mBoxes[0];
@@ -132,7 +133,7 @@ class SpatialIndex::Builder {
     }
 
     Cells CellsOf(const Box& box) const {
-        if (box.minLat > box.maxLat || box.minLon > box.maxLon) return {1, 0, 1, 0};  // None.
+        if (box.minLat > box.maxLat || box.minLon > box.maxLon) return {1, 0, 1, 0};  // Empty box.
         const Axis& lat = mIndex.mLat;
         const Axis& lon = mIndex.mLon;
         const uint8_t south = lat.CellOf(box.minLat);
@@ -148,7 +149,7 @@ class SpatialIndex::Builder {
         }
     }
 
-    // Sorts the runs into mListed by the cells that they meet: counts first, then places.
+    // Fills mListed with the runs of each cell, cell by cell (a counting sort).
     Outcome ListRunsByCell() {
         GrowingArray<Cells> cells;
         if (!cells.Reserve(mBoxes.Size())) return Outcome::kNoMemory;
@@ -173,7 +174,7 @@ class SpatialIndex::Builder {
 
     Outcome AddCells() {
         GrowingArray<uint32_t>& words = mIndex.mWords;
-        size_t needed = 0;  // By the cells that are still to be added.
+        size_t needed = 0;  // For leaves of the cells that follow.
         size_t most = 0;
         for (size_t cell = 0; cell < kCells; ++cell) {
             const size_t count = mBegins[cell + 1] - mBegins[cell];
@@ -185,7 +186,7 @@ class SpatialIndex::Builder {
             return Outcome::kNoMemory;
         for (size_t cell = 0; cell < kCells; ++cell) {
             const Range runs = {mListed.begin() + mBegins[cell], mBegins[cell + 1] - mBegins[cell]};
-            // What is left is shared out by the number of runs.
+            // Each cell gets a share of the spare words in proportion to its runs.
             const size_t own = LeafWords(runs.count);
             const uint64_t spare = mLimit - words.Size() - needed;
             const size_t left = std::max<size_t>(mListed.Size() - mBegins[cell], 1);
@@ -200,9 +201,9 @@ class SpatialIndex::Builder {
         return Outcome::kBuilt;
     }
 
-    // Adds the node of a region, which meets `runs`, and all nodes below it. From `room` on there
-    // is room for the runs of its halves. `limit` is where the words must end; they have room for a
-    // leaf at least.
+    // Appends the node of `region`, whose runs are `runs`, and all nodes below it. The run lists of
+    // its children are stored from `room` up to mHalvesEnd. The node array must not grow past
+    // `limit`, which leaves space for a leaf at least.
     void AddNode(const Region& region, const Range& runs, uint32_t* room, size_t limit) {
         GrowingArray<uint32_t>& words = mIndex.mWords;
         if (runs.count == 1) {
@@ -249,13 +250,13 @@ class SpatialIndex::Builder {
     static constexpr size_t kCells = size_t{kTopCells} * kTopCells;
 
     SpatialIndex& mIndex;
-    GrowingArray<Box> mBoxes;           // Of the runs.
-    uint32_t mBegins[kCells + 1] = {};  // Where the runs of each cell begin in mListed ...
-    uint32_t mNext[kCells] = {};        // ... and where the next one goes.
+    GrowingArray<Box> mBoxes;           // The bounding box of each run.
+    uint32_t mBegins[kCells + 1] = {};  // Start of each cell's runs in mListed.
+    uint32_t mNext[kCells] = {};        // Where the cell's next run goes.
     GrowingArray<uint32_t> mListed;
-    GrowingArray<uint32_t> mHalves;  // Of the regions at hand, from the cell to the node.
-    uint32_t* mHalvesEnd = nullptr;  // Of the room for the cell at hand.
-    size_t mLimit = 0;               // Of the words.
+    GrowingArray<uint32_t> mHalves;  // Run lists on the path from the cell to the node.
+    uint32_t* mHalvesEnd = nullptr;  // End of the space for the current cell.
+    size_t mLimit = 0;               // Of the node array, in words.
 };
 
 SpatialIndex::Outcome SpatialIndex::Build(const ZDDatabase& db) {
@@ -304,8 +305,8 @@ const zonedetect::SpatialIndex* ZDSpatialIndex::Get(const ZDDatabase& db) {
             index != nullptr ? index->Build(db) : SpatialIndex::Outcome::kNoMemory;
     if (outcome == SpatialIndex::Outcome::kBuilt) {
         mIndex = index.release();
-        // Lookups touch a few places of the file from here on: reading ahead of them would read
-        // pages that nobody asks for.
+        // From now on lookups touch few places of the file: reading ahead would load pages that no
+        // lookup needs.
         if (db.fd >= 0) {
             madvise(const_cast<uint8_t*>(db.mapping), static_cast<size_t>(db.length), MADV_RANDOM);
         }
@@ -316,7 +317,7 @@ const zonedetect::SpatialIndex* ZDSpatialIndex::Get(const ZDDatabase& db) {
         mLookupsToWait = mNextWait;
         if (mNextWait < UINT32_MAX / 2) mNextWait *= 2;
     }
-    index.reset();  // Before another thread may make one.
+    index.reset();  // Frees the memory before another thread may build an index.
     mState.store(outcome == SpatialIndex::Outcome::kUseless ? kUseless : kNone,
                  std::memory_order_release);
     return nullptr;

@@ -7,13 +7,14 @@ namespace zonedetect {
 
 namespace {
 
-constexpr uint64_t kWordMask = kStringMask * uint64_t{0x0101010101010101u};  // Eight characters.
+constexpr uint64_t kWordMask =
+        kStringMask * uint64_t{0x0101010101010101u};  // For eight characters.
 
-// Reads a string's leading number.
+// Reads the leading number of a string and charges it to the budget.
 bool ReadLength(Cursor* cursor, ReadBudget* budget, uint32_t* length) {
     const uint8_t* const start = cursor->next;
     if (!ReadUnsigned(cursor, length)) {
-        budget->Spend(cursor->end - start);  // All of it was looked at.
+        budget->Spend(cursor->end - start);  // All of these bytes were read.
         return false;
     }
     budget->Spend(cursor->next - start);
@@ -51,7 +52,7 @@ bool FindString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget, St
         if (!ReadLength(&cursor, budget, &length) || length > StoredString::kMaxLength)
             return false;
     }
-    // A text that runs past the content is as unreadable as any other number out of range.
+    // A text that runs past the content cannot be decoded.
     if (length > static_cast<size_t>(cursor.end - cursor.next)) return false;
     if (!isReference) *position += length;
     budget->Spend(length);
