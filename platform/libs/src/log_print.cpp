@@ -12,22 +12,22 @@ namespace {
 
 // Numbers look the same whatever locale the process has set, as on the platform; the texts are read
 // by programs.
-class PlainNumbers {
+class ScopedCLocale {
   public:
-    PlainNumbers() {
-        static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
-        mPrevious = uselocale(plain);
+    ScopedCLocale() {
+        static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
+        mPrevious = uselocale(locale);
     }
-    ~PlainNumbers() { uselocale(mPrevious); }
-    PlainNumbers(const PlainNumbers&) = delete;
-    PlainNumbers& operator=(const PlainNumbers&) = delete;
+    ~ScopedCLocale() { uselocale(mPrevious); }
+    ScopedCLocale(const ScopedCLocale&) = delete;
+    ScopedCLocale& operator=(const ScopedCLocale&) = delete;
 
   private:
     locale_t mPrevious;
 };
 
 __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {
-    const PlainNumbers plain;
+    const ScopedCLocale locale;
     char usual[256];  // Longer ones are formatted once more.
     va_list again;
     va_copy(again, arguments);

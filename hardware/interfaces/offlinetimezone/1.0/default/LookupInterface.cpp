@@ -234,7 +234,7 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
 
     bool copied = true;
     bool atEnd = false;
-    bool isCut = false;
+    bool isTruncated = false;
     while (copied && !atEnd) {
         uint8_t buffer[4096];
         const size_t got = std::fread(buffer, 1, sizeof buffer, source);
@@ -250,8 +250,8 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
             }
         }
         // Not before there is something to write: a source that cannot be read costs nothing.
-        isCut = isCut || Truncate(destination);
-        copied = isCut && std::fwrite(buffer, 1, got, destination) == got;
+        isTruncated = isTruncated || Truncate(destination);
+        copied = isTruncated && std::fwrite(buffer, 1, got, destination) == got;
         // The last bytes may still sit in the stream's buffer or the page cache. The next step
         // cuts or opens files on the strength of this copy, so it counts only once the medium
         // has it; bytes that do not get there are bytes not written.

@@ -59,9 +59,9 @@ sp<IOfflinetimezoneCallback>& clientCallback =
 namespace {
 
 // What happens at process exit: the client's callback is dropped, then the worker ends.
-struct Closer {
-    ~Closer() {
-        if (lookupThread.IsOfAnotherProcess()) return;
+struct CloseAtExit {
+    ~CloseAtExit() {
+        if (lookupThread.WasStartedInAnotherProcess()) return;
         sp<IOfflinetimezoneCallback> last;  // Released after the lock.
         {
             const std::lock_guard<std::mutex> lock(registrationMutex);
@@ -71,7 +71,7 @@ struct Closer {
         last.clear();
         lookupThread.Close();
     }
-} closer;
+} closeAtExit;
 
 // Takes the client's link away and, if the client is registered all the same because it has
 // registered again in between, links it again: its new link went with the old one. Calls the

@@ -34,18 +34,18 @@ struct TextDeleter {
 };
 
 // Joins when it goes, whichever way.
-struct JoinedThread {
+struct JoiningThread {
     std::thread thread;
-    ~JoinedThread() {
+    ~JoiningThread() {
         if (thread.joinable()) thread.join();
     }
 };
 
 // A text as it crosses the interface, borrowed: a report must not fail for want of memory.
-hidl_string Borrowed(const char* text, size_t size) {
-    hidl_string borrowed;
-    borrowed.setToExternal(text, size);
-    return borrowed;
+hidl_string BorrowedString(const char* text, size_t size) {
+    hidl_string string;
+    string.setToExternal(text, size);
+    return string;
 }
 
 }  // namespace
@@ -72,8 +72,8 @@ void WorkerThread::Close() {
     // The database must not stay mapped when the process goes on without the library.
     if (mLookup != nullptr) mLookup->CloseDB();
     mLookup.reset();
-    if (mEndKey) pthread_key_delete(*mEndKey);
-    mEndKey.reset();
+    if (mThreadEndKey) pthread_key_delete(*mThreadEndKey);
+    mThreadEndKey.reset();
 }
 
 bool WorkerThread::CreateThread() {
@@ -89,11 +89,11 @@ bool WorkerThread::CreateThread() {
     if (mLookup == nullptr) lookup = std::make_unique<LookupInterface>();
     if (mThread == nullptr) {
         MessageQueue exitMessage = MakeMessage(MSG_EXIT_THREAD, nullptr);
-        if (!mEndKey) {
+        if (!mThreadEndKey) {
             pthread_key_t key;
             const int error = pthread_key_create(&key, OnThreadEnd);
             if (error != 0) fail({error, std::generic_category()});
-            mEndKey = key;
+            mThreadEndKey = key;
         }
         try {
             mThread = std::make_unique<std::thread>(&WorkerThread::Run, this);
@@ -107,7 +107,7 @@ bool WorkerThread::CreateThread() {
     return true;
 }
 
-bool WorkerThread::IsOfAnotherProcess() const {
+bool WorkerThread::WasStartedInAnotherProcess() const {
     const pid_t process = mProcess.load();
     return process != 0 && process != getpid();
 }
@@ -221,19 +221,19 @@ pthread_t WorkerThread::GetCurrentThreadId() {
 void WorkerThread::Run() {
     // Without memory for this, which C libraries need for a process's later keys only, nobody takes
     // over from this thread.
-    pthread_setspecific(*mEndKey, this);
+    pthread_setspecific(*mThreadEndKey, this);
     Process();
-    pthread_setspecific(*mEndKey, nullptr);
+    pthread_setspecific(*mThreadEndKey, nullptr);
 }
 
 // A client that ends its thread from inside a report ends the worker's: then another takes over.
 // Called by the system, because not every C library unwinds the stack of a thread that is ended.
 void WorkerThread::OnThreadEnd(void* worker) {
-    static_cast<WorkerThread*>(worker)->HandOver();
+    static_cast<WorkerThread*>(worker)->StartSuccessor();
 }
 
 // Puts another thread in the place of this one, which is ending.
-void WorkerThread::HandOver() {
+void WorkerThread::StartSuccessor() {
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mThread == nullptr && !mIsJoining) return;  // Let go: the process ends.
     try {
@@ -252,7 +252,7 @@ void WorkerThread::Process() {
     std::strncpy(name, mThreadName, sizeof name - 1);
     pthread_setname_np(pthread_self(), name);
     mTimerExit.store(false);
-    JoinedThread timer;
+    JoiningThread timer;
     try {
         timer.thread = std::thread(&WorkerThread::TimerThread, this);
     } catch (const std::exception&) {
@@ -346,9 +346,9 @@ void WorkerThread::HandleLookup(const MsgData& data) {
 void WorkerThread::Report(const sp<IOfflinetimezoneCallback>& callback, const MsgData& request,
                           const char* tzId) {
     if (callback == nullptr) return;
-    const hidl_string lat = Borrowed(request.lat.c_str(), request.lat.size());
-    const hidl_string lon = Borrowed(request.lon.c_str(), request.lon.size());
-    const hidl_string zone = Borrowed(tzId, std::strlen(tzId));
+    const hidl_string lat = BorrowedString(request.lat.c_str(), request.lat.size());
+    const hidl_string lon = BorrowedString(request.lon.c_str(), request.lon.size());
+    const hidl_string zone = BorrowedString(tzId, std::strlen(tzId));
     CallClient([&] { return callback->timeZoneIdReport(lat, lon, zone); });
 }
 

@@ -108,7 +108,7 @@ class WorkerThread {
 
     // Whether the thread was started in another process, of which this one was forked off: it has
     // the object, with locks as threads of the other one held them, and no thread to wait for.
-    bool IsOfAnotherProcess() const;
+    bool WasStartedInAnotherProcess() const;
 
     // Post one message and return at once. `data` must not be null and belongs to the worker, also
     // when std::bad_alloc is thrown and nothing was posted.
@@ -151,7 +151,7 @@ class WorkerThread {
   private:
     void Run();
     static void OnThreadEnd(void* worker);
-    void HandOver();
+    void StartSuccessor();
     void Process();
     void TimerThread();
 
@@ -188,7 +188,7 @@ class WorkerThread {
     bool mIsClosed = false;          // Guarded by mMutex.
     bool mIsJoining = false;  // Guarded by mMutex: ExitThread has taken mThread and waits for it.
     // Holds the worker on its thread, for OnThreadEnd. Made before the first thread starts.
-    std::optional<pthread_key_t> mEndKey;
+    std::optional<pthread_key_t> mThreadEndKey;
     // The message that ends the thread, made when it starts. Guarded by mMutex.
     MessageQueue mExitMessage;
 };

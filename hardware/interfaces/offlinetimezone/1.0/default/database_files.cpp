@@ -17,7 +17,7 @@ namespace {
 // Without O_NONBLOCK the opening of a pipe waits for its other end.
 constexpr int kFlags = O_NONBLOCK | O_CLOEXEC;
 
-FILE* CloseWith(int fd, int error) {
+FILE* CloseAndFail(int fd, int error) {
     close(fd);
     errno = error;
     return nullptr;
@@ -25,7 +25,7 @@ FILE* CloseWith(int fd, int error) {
 
 FILE* MakeStream(int fd, const char* mode) {
     FILE* file = fdopen(fd, mode);
-    return file != nullptr ? file : CloseWith(fd, errno);
+    return file != nullptr ? file : CloseAndFail(fd, errno);
 }
 
 }  // namespace
@@ -34,8 +34,8 @@ FILE* OpenForReading(const char* path) {
     const int fd = open(path, O_RDONLY | kFlags);
     if (fd < 0) return nullptr;
     struct stat status = {};
-    if (fstat(fd, &status) != 0) return CloseWith(fd, errno);
-    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return CloseWith(fd, ENODEV);
+    if (fstat(fd, &status) != 0) return CloseAndFail(fd, errno);
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return CloseAndFail(fd, ENODEV);
     return MakeStream(fd, "rb");
 }
 
@@ -45,11 +45,11 @@ FILE* OpenForWriting(const char* path, const char* kept) {
     if (fd < 0) return nullptr;
     struct stat status = {};
     struct stat keptStatus = {};
-    if (fstat(fd, &status) != 0) return CloseWith(fd, errno);
-    if (!S_ISREG(status.st_mode)) return CloseWith(fd, ENODEV);
+    if (fstat(fd, &status) != 0) return CloseAndFail(fd, errno);
+    if (!S_ISREG(status.st_mode)) return CloseAndFail(fd, ENODEV);
     if (stat(kept, &keptStatus) == 0 && status.st_dev == keptStatus.st_dev &&
         status.st_ino == keptStatus.st_ino) {
-        return CloseWith(fd, EINVAL);
+        return CloseAndFail(fd, EINVAL);
     }
     return MakeStream(fd, "wb");
 }

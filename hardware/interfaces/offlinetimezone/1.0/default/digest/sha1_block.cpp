@@ -115,7 +115,7 @@ inline void Compress(uint32_t (&v)[5], const uint32_t* keyed, const uint8_t* nex
 
 }  // namespace
 
-void Sha1BlockPlain(uint32_t* hash, const uint8_t* blocks, size_t count) {
+void Sha1BlockPortable(uint32_t* hash, const uint8_t* blocks, size_t count) {
     if (count == 0) return;
     // Two buffers, used alternately: compilers would keep a single one in registers and spill.
     alignas(64) uint32_t schedules[2][kSteps];
@@ -146,7 +146,7 @@ Sha1BlockFunction ChooseSha1Block() {
     if (function == nullptr) {
         function = Sha1BlockX86();
         if (function == nullptr) function = Sha1BlockArm();
-        if (function == nullptr) function = Sha1BlockPlain;
+        if (function == nullptr) function = Sha1BlockPortable;
         chosen.store(function, std::memory_order_relaxed);
     }
     return function;

@@ -11,7 +11,7 @@
 using Sha1BlockFunction = void (*)(uint32_t* hash, const uint8_t* blocks, size_t count);
 
 // The portable kernel, for every processor.
-void Sha1BlockPlain(uint32_t* hash, const uint8_t* blocks, size_t count);
+void Sha1BlockPortable(uint32_t* hash, const uint8_t* blocks, size_t count);
 
 // Return the kernel that uses the SHA-1 instructions of x86 or 64-bit ARM. Return null on other
 // processors and on processors without these instructions. Each call asks the processor again.

@@ -76,7 +76,7 @@ OFFLINETZ_SSE41 inline uint64_t MoreBitsOf(const uint8_t* bytes) {
 
 // Returns the index of the n-th set bit of `mask`, counted from 1, plus 1. The mask must have n
 // bits set.
-OFFLINETZ_SSE41 inline ptrdiff_t PlaceBehind(uint64_t mask, size_t n) {
+OFFLINETZ_SSE41 inline ptrdiff_t PositionAfterSetBit(uint64_t mask, size_t n) {
     ptrdiff_t place = 1;
     for (unsigned width = 32; width > 0; width /= 2) {
         const uint64_t low = mask & ((uint64_t{1} << width) - 1);
@@ -91,7 +91,7 @@ OFFLINETZ_SSE41 inline ptrdiff_t PlaceBehind(uint64_t mask, size_t n) {
 }
 
 // One of the two streams.
-struct Place {
+struct Stream {
     const uint8_t* next;
     uint64_t more;  // Continuation bits from `next` on; 0 behind the 64 bytes.
     int32_t* values;
@@ -137,14 +137,14 @@ OFFLINETZ_SSE41 size_t DecodeDeltasX86(Cursor* cursor, int32_t* values, size_t c
         const auto inFront = static_cast<size_t>(__builtin_popcountll(front));
         const auto all = static_cast<size_t>(__builtin_popcountll(ends));
         const size_t wanted = std::min(all, count - done);
-        Place a = {cursor->next, more, values + done};
+        Stream a = {cursor->next, more, values + done};
         if (wanted <= inFront) {
             for (size_t i = 0; i < wanted; i += 4)
                 a.DecodeFour();
         } else {
             // Where `a` runs past the front, it decodes the same values as `b`.
             const int split = front == 0 ? 0 : 64 - __builtin_clzll(front);
-            Place b = {cursor->next + split, more >> split, values + done + inFront};
+            Stream b = {cursor->next + split, more >> split, values + done + inFront};
             const size_t most = std::max(inFront, wanted - inFront);
             for (size_t i = 0; i < most; i += 4) {
                 a.DecodeFour();
@@ -152,7 +152,8 @@ OFFLINETZ_SSE41 size_t DecodeDeltasX86(Cursor* cursor, int32_t* values, size_t c
             }
         }
         done += wanted;
-        cursor->next += wanted == all ? 64 - __builtin_clzll(ends) : PlaceBehind(ends, wanted);
+        cursor->next +=
+                wanted == all ? 64 - __builtin_clzll(ends) : PositionAfterSetBit(ends, wanted);
     }
     return done + DecodeDeltasPortable(cursor, values + done, count - done);
 }

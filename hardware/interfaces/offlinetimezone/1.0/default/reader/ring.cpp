@@ -22,7 +22,7 @@ static_assert(kBlockSteps % kLanes == 0, "only a ring's last block has a rest");
 // Consecutive steps of a ring. A step is the delta from one vertex to the next: latitude,
 // longitude. Zeros follow the last step, because the SIMD loop reads past it: up to a multiple of
 // four steps, and four more for the edge that closes the ring.
-struct Block {
+struct StepBlock {
     int32_t deltas[2 * kBlockSteps + kDeltaSlack];
     size_t steps;
     bool isWhole;  // All steps wanted could be decoded.
@@ -42,13 +42,13 @@ struct Block {
 // distance from the target to an edge. Call BeginAt with the first vertex, then Take for each
 // block.
 //
-// Each block has a SIMD path (TakeByFours) and a scalar path (TakeOneByOne). Both give the same
+// Each block has a SIMD path (TakeWithSimd) and a scalar path (TakeScalar). Both give the same
 // bits: simd_edges.h says why. If the SIMD path meets an edge that it cannot decide, it leaves the
 // walk unchanged, and the scalar path takes the whole block.
-class Walk {
+class RingWalk {
   public:
     // `nearest`: the squared distance to lower, in units of latitude. Null: measure no distances.
-    Walk(const Point& target, const uint64_t* nearest)
+    RingWalk(const Point& target, const uint64_t* nearest)
         : mTarget(target),
           mMeasures(nearest != nullptr),
           mNearest(nearest != nullptr ? *nearest : 0) {}
@@ -61,10 +61,10 @@ class Walk {
 
     // Adds the edges of a block, and the closing edge if it follows. Each of them may end the walk.
     // Requires that nothing has ended the walk yet.
-    void Take(const Block& block) {
-        const bool isDone =
-                block.isWhole && (mMeasures ? TakeByFours<true>(block) : TakeByFours<false>(block));
-        if (!isDone) TakeOneByOne(block);
+    void Take(const StepBlock& block) {
+        const bool isDone = block.isWhole &&
+                            (mMeasures ? TakeWithSimd<true>(block) : TakeWithSimd<false>(block));
+        if (!isDone) TakeScalar(block);
     }
 
     // What ended the walk early: ZDLookupBorderVertex or ZDLookupOnBorder. ZDLookupNotInZone if
@@ -75,25 +75,26 @@ class Walk {
 
   private:
     // Computes the vertices of four edges from their deltas: a prefix sum over the lanes.
-    struct Points {
-        Units last;  // The last vertex, twice: latitude, longitude.
+    struct VertexSums {
+        Uint32x4 last;  // The last vertex, twice: latitude, longitude.
 
-        explicit Points(const Point& at) : last(AsUnits(Ints{at.lat, at.lon, at.lat, at.lon})) {}
+        explicit VertexSums(const Point& at)
+            : last(AsUnsigned(Int32x4{at.lat, at.lon, at.lat, at.lon})) {}
 
         // Returns the edges of the next four steps, which are the eight numbers at `deltas`.
         FourEdges Next(const int32_t* deltas) {
-            const Units none = {0, 0, 0, 0};
-            const Units a = LoadUnits(deltas);
-            const Units b = LoadUnits(deltas + kLanes);
-            const Units pointsA = last + a + __builtin_shufflevector(none, a, 0, 1, 4, 5);
-            const Units lastA = __builtin_shufflevector(pointsA, pointsA, 2, 3, 2, 3);
-            const Units pointsB = lastA + b + __builtin_shufflevector(none, b, 0, 1, 4, 5);
+            const Uint32x4 none = {0, 0, 0, 0};
+            const Uint32x4 a = LoadUnaligned(deltas);
+            const Uint32x4 b = LoadUnaligned(deltas + kLanes);
+            const Uint32x4 pointsA = last + a + __builtin_shufflevector(none, a, 0, 1, 4, 5);
+            const Uint32x4 lastA = __builtin_shufflevector(pointsA, pointsA, 2, 3, 2, 3);
+            const Uint32x4 pointsB = lastA + b + __builtin_shufflevector(none, b, 0, 1, 4, 5);
             last = __builtin_shufflevector(pointsB, pointsB, 2, 3, 2, 3);
-            const Units lat = __builtin_shufflevector(pointsA, pointsB, 0, 2, 4, 6);
-            const Units lon = __builtin_shufflevector(pointsA, pointsB, 1, 3, 5, 7);
-            return {AsInts(lat - __builtin_shufflevector(a, b, 0, 2, 4, 6)),
-                    AsInts(lon - __builtin_shufflevector(a, b, 1, 3, 5, 7)), AsInts(lat),
-                    AsInts(lon)};
+            const Uint32x4 lat = __builtin_shufflevector(pointsA, pointsB, 0, 2, 4, 6);
+            const Uint32x4 lon = __builtin_shufflevector(pointsA, pointsB, 1, 3, 5, 7);
+            return {AsSigned(lat - __builtin_shufflevector(a, b, 0, 2, 4, 6)),
+                    AsSigned(lon - __builtin_shufflevector(a, b, 1, 3, 5, 7)), AsSigned(lat),
+                    AsSigned(lon)};
         }
     };
 
@@ -101,14 +102,14 @@ class Walk {
     // target, leads to the opposite quadrant, or, with kMeasures, has coordinates that floats do
     // not hold exactly.
     template <bool kMeasures>
-    bool TakeByFours(const Block& block) {
-        Points points(mAt);
+    bool TakeWithSimd(const StepBlock& block) {
+        VertexSums points(mAt);
         TurnCounter turns(mTarget);
-        DistanceKeeper distances(mTarget, mAt, mNearest);
+        NearestDistance distances(mTarget, mAt, mNearest);
         size_t step = 0;
         for (; step + kLanes <= block.steps; step += kLanes) {
             const FourEdges edges = points.Next(block.deltas + 2 * step);
-            turns.Add(edges, AllOf(-1));
+            turns.Add(edges, Broadcast(-1));
             if constexpr (kMeasures) {
                 distances.Add(edges);
                 if (step % kStepsToNarrow == 0) distances.Narrow();
@@ -118,10 +119,10 @@ class Walk {
             FourEdges edges = points.Next(block.deltas + 2 * step);
             // The first lanes take the remaining steps. All others hold the closing edge; the first
             // of them is counted.
-            const Ints lane = {0, 1, 2, 3};
-            const Ints rest = AllOf(static_cast<int32_t>(block.steps - step));
-            edges.lat = Select(lane < rest, edges.lat, AllOf(mFirst.lat));
-            edges.lon = Select(lane < rest, edges.lon, AllOf(mFirst.lon));
+            const Int32x4 lane = {0, 1, 2, 3};
+            const Int32x4 rest = Broadcast(static_cast<int32_t>(block.steps - step));
+            edges.lat = Select(lane < rest, edges.lat, Broadcast(mFirst.lat));
+            edges.lon = Select(lane < rest, edges.lon, Broadcast(mFirst.lon));
             turns.Add(edges, lane <= rest);
             if constexpr (kMeasures) distances.Add(edges);
         }
@@ -136,7 +137,7 @@ class Walk {
     }
 
     // Scalar path.
-    void TakeOneByOne(const Block& block) {
+    void TakeScalar(const StepBlock& block) {
         for (size_t i = 0; i < 2 * block.steps && mStop == ZDLookupNotInZone; i += 2) {
             StepTo({WrappingAdd(mAt.lat, block.deltas[i]),
                     WrappingAdd(mAt.lon, block.deltas[i + 1])});
@@ -203,12 +204,12 @@ ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t
     if (count > 0 && (!ReadSigned(cursor, &first.lat) || !ReadSigned(cursor, &first.lon)))
         return ZDLookupParsingError;
 
-    Walk walk(target, minDistance);
+    RingWalk walk(target, minDistance);
     walk.BeginAt(first);
     uint32_t left = count > 0 ? count - 1 : 0;
     bool isClosed = count == 0;
     while (walk.Stop() == ZDLookupNotInZone && !isClosed) {
-        Block block;
+        StepBlock block;
         const size_t wanted = std::min<size_t>(left, kBlockSteps);
         left -= static_cast<uint32_t>(wanted);
         block.Read(cursor, wanted);

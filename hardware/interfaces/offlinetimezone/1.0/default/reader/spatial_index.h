@@ -32,11 +32,11 @@ class SpatialIndex {
   public:
     // A list of runs, in the order of the table. Borrowed from the index.
     struct Runs {
-        const uint32_t* list;  // Null if `alone` is the only run.
+        const uint32_t* list;  // Null if `single` is the only run.
         uint32_t count;
-        uint32_t alone;
+        uint32_t single;
 
-        uint32_t At(uint32_t i) const { return list != nullptr ? list[i] : alone; }
+        uint32_t At(uint32_t i) const { return list != nullptr ? list[i] : single; }
     };
 
     enum class Outcome {
@@ -59,10 +59,10 @@ class SpatialIndex {
     uint32_t EndOf(uint32_t run) const { return mPlaces[run + 1].position; }
 
   private:
-    static constexpr uint32_t kTopCells = 64;  // Per axis.
+    static constexpr uint32_t kCellsPerAxis = 64;
 
     // A closed interval of units, bisected as the compiler bisects a tile.
-    struct Part {
+    struct Interval {
         int64_t min;
         int64_t max;
 
@@ -77,7 +77,7 @@ class SpatialIndex {
 
         uint8_t CellOf(int32_t units) const;
         uint8_t CellFrom(uint8_t cell, int32_t units) const;
-        Part PartOf(size_t cell) const;
+        Interval IntervalOf(size_t cell) const;
     };
 
     class Builder;
@@ -85,10 +85,10 @@ class SpatialIndex {
     GrowingArray<TablePlace> mPlaces;  // Of each run, and behind the last run.
     Axis mLat;
     Axis mLon;
-    uint32_t mTop[kTopCells * kTopCells];  // The root node of each cell, row by row.
+    uint32_t mRoots[kCellsPerAxis * kCellsPerAxis];  // The root node of each cell, row by row.
     // The nodes. An inner node is the index of its second child; its first child follows it. A leaf
     // is one run, or a count followed by that many runs.
-    GrowingArray<uint32_t> mWords;
+    GrowingArray<uint32_t> mNodes;
 };
 
 }  // namespace zonedetect
