@@ -9,7 +9,8 @@
 
 namespace {
 
-// The locale of numbers with a decimal point, made by the first use; null where there is no memory.
+// Returns the "C" locale, in which numbers have a decimal point. The first use makes it. Returns
+// null without memory; a later use then tries again.
 locale_t CLocale() {
     static std::atomic<locale_t> made{nullptr};
     locale_t locale = made.load();
@@ -17,7 +18,7 @@ locale_t CLocale() {
     locale = newlocale(LC_ALL_MASK, "C", nullptr);
     locale_t first = nullptr;
     if (locale == nullptr || made.compare_exchange_strong(first, locale)) return locale;
-    freelocale(locale);  // Another thread was first.
+    freelocale(locale);  // Another thread stored one first.
     return first;
 }
 

@@ -1,5 +1,5 @@
-// A file of 2 GiB in a database's place must be replaced on 32-bit systems too, which without this
-// refuse to open it.
+// 32-bit systems refuse to open a file of 2 GiB or more without this. Such a file in the place of a
+// database must be replaced there too.
 #if !defined(__LP64__)
 #define _FILE_OFFSET_BITS 64
 #endif
@@ -14,7 +14,7 @@
 
 namespace {
 
-// Without O_NONBLOCK the opening of a pipe waits for its other end.
+// O_NONBLOCK: opening a pipe must not wait for its other end.
 constexpr int kFlags = O_NONBLOCK | O_CLOEXEC;
 
 FILE* CloseAndFail(int fd, int error) {
@@ -40,7 +40,8 @@ FILE* OpenForReading(const char* path) {
 }
 
 FILE* OpenForWriting(const char* path, const char* kept) {
-    // Not cut yet: memory for the stream may be short, and what the file holds be all there is.
+    // No O_TRUNC: making the stream may fail without memory, and the file may hold the only copy of
+    // a database.
     const int fd = open(path, O_WRONLY | O_CREAT | kFlags, 0666);
     if (fd < 0) return nullptr;
     struct stat status = {};

@@ -20,8 +20,8 @@ constexpr size_t kStepsToNarrow = 16;
 static_assert(kBlockSteps % kLanes == 0, "only a ring's last block has a rest");
 
 // Consecutive steps of a ring. A step is the delta from one vertex to the next: latitude,
-// longitude. Zeros follow the last step, because the SIMD loop reads past it: up to a multiple of
-// four steps, and four more for the edge that closes the ring.
+// longitude. Zeros follow the last step: the SIMD path reads steps in groups of four, and the group
+// of the closing edge reaches past the last step.
 struct StepBlock {
     int32_t deltas[2 * kBlockSteps + kDeltaSlack];
     size_t steps;
