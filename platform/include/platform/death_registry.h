@@ -17,8 +17,9 @@ namespace platform {
 // Declares that the owner of `object` has died. Removes each link to the object and calls its
 // recipient once, in the order of the links, on a new thread and under no lock. Returns when all
 // recipients have returned, so the caller must hold no lock that a recipient takes. Throws
-// std::system_error if the thread cannot start; the links then remain. Any thread may call, also a
-// recipient from inside its notice.
+// std::system_error or std::bad_alloc if the thread cannot start; the links then remain. A
+// recipient that throws ends the process. Any thread may call, also a recipient from inside its
+// notice.
 void EndOwnerOf(const android::sp<android::hidl::base::V1_0::IBase>& object);
 
 }  // namespace platform

@@ -15,7 +15,7 @@ class LookupInterface {
   public:
     LookupInterface();
 
-    // Opens the active database file. If that fails, no database is open, which later answers tell.
+    // Opens the active database file. If that fails, no database is open; later answers say so.
     // Requires that PreOpenDB returned true and that no database is open.
     void OpenDB();
 
@@ -51,9 +51,11 @@ class LookupInterface {
 
   private:
     bool VerifyActiveFile();
+    // Whether the digest trailer of the `size` bytes at `file` matches the content. `size` must be
+    // greater than SHA1HashSize.
     bool CheckTrailer(const uint8_t* file, uint32_t size);
 
-    int32_t mDebug;  // Nonzero: log the stored and the computed digest.
+    int32_t mDebug;  // If nonzero, CheckTrailer logs the stored and the computed digest.
 };
 
 // Same as LookupTzId, for a database of the caller's own. `database` may be null: the answer is

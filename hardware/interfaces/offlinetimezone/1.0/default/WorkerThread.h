@@ -73,7 +73,7 @@ struct ThreadMsgDeleter {
 enum MessageId : int32_t {
     MSG_EXIT_THREAD = 1,
     MSG_LOOKUP = 2,
-    MSG_TIMER = 3,
+    MSG_TIMER = 3,  // Never posted by the service.
     MSG_INIT = 4,
     MSG_INJECT_DB = 5,
     MSG_DOWNLOAD_DATA = 6,
@@ -94,6 +94,7 @@ enum DownloadStatus : uint32_t {
     DOWNLOAD_END = 3,
 };
 
+// The state of a download: none since the start, collecting chunks, or written to the backup file.
 enum DownloadState : int32_t {
     DOWNLOAD_STATE_NONE = 0,
     DOWNLOAD_STATE_RECEIVING = 1,

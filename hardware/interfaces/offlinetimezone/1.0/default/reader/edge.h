@@ -43,7 +43,9 @@ inline bool LiesBetween(int32_t value, int32_t a, int32_t b) {
 }
 
 // Squared distance, in units of latitude, from the target to the foot of its perpendicular on the
-// edge. If the foot is not within the edge's bounding box: squared distance to the end point `to`.
+// edge. If the foot, truncated to units, is not within the edge's bounding box: squared distance to
+// the end point `to`. The perpendicular is taken as if a unit of longitude were as long as a unit
+// of latitude; the distance counts it twice as long.
 inline uint64_t SquaredDistance(const Point& from, const Point& to, const Point& target) {
     const auto targetLat = static_cast<float>(target.lat);
     const auto targetLon = static_cast<float>(target.lon);

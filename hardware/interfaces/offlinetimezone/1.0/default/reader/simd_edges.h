@@ -98,7 +98,7 @@ class NearestDistance {
         // bounding box, less one unit in each direction. It holds because the distance is taken to
         // the edge's end or to a foot that truncates into the box: such a foot is less than one
         // unit nearer than the box. Its difference to the target is then rounded to a float and
-        // truncated; both are monotonic and keep whole numbers, so it stays above the bound.
+        // truncated; both are monotonic and keep whole numbers, so it does not fall below it.
         const Float32x4 awayLat = Away(edges.lat, edges.fromLat, mLat);
         const Float32x4 awayLon = Away(edges.lon, edges.fromLon, mLon);
         if (!AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit)) return;

@@ -10,7 +10,8 @@
 // the table. The answers are those of a scan of the whole table.
 //
 // Cost. The index keeps at most 22 bytes per run and 280 KB. Building it takes at most 72 bytes per
-// run and 1 MB more, and time proportional to the number of runs, with at most 52 bisections.
+// run and 1 MB more, and time proportional to the number of runs. Trees have at most 52 levels of
+// bisection.
 //
 // Without memory for the index, lookups scan the table. Building is then tried again, after 1, 2,
 // 4, 8, ... further lookups.
