@@ -41,8 +41,8 @@ inline void Schedule(const uint8_t* block, Words (&recent)[8], uint32_t* keyed) 
         const Words& ago4 = recent[(kGroup - 4) % 8];
         if constexpr (kGroup < 8) {
             // W[t] = rol1(W[t-3] ^ W[t-8] ^ W[t-14] ^ W[t-16]). The fourth word needs the first
-            // one, which is computed here too: W[t-3] is 0 for it at first, and the first word,
-            // rotated once more, is added afterwards.
+            // one, which is computed here too: its W[t-3] is 0 at first, and the first word,
+            // rotated once more, is XORed in afterwards.
             const Words& ago3 = recent[(kGroup - 3) % 8];
             const Words sum = ago4 ^ ago2 ^ __builtin_shufflevector(ago4, ago3, 2, 3, 4, 5) ^
                               __builtin_shufflevector(ago1, Words{}, 1, 2, 3, 4);

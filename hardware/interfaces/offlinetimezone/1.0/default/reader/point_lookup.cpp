@@ -85,7 +85,7 @@ class Scan {
         while (reader.Place().position < end) {
             if (!reader.Next()) return false;
             const Box& box = reader.CurrentBox();
-            if (box.minLat > mTarget.lat) return false;  // Sorted: so are all others.
+            if (box.minLat > mTarget.lat) return false;  // Sorted: no later box contains the point.
             if (box.Contains(mTarget) && !VisitRing(reader.Place())) return false;
         }
         return true;
