@@ -1,4 +1,5 @@
 // offlinetz map: a page on which a database is looked at and asked, without a network.
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
@@ -165,7 +166,8 @@ int RunMap(const MapOptions& options) {
     offlinetz::CheckOutputPath(options.output, {pagePath, options.file, options.newFile});
     std::string page = ReadPage(pagePath);
     const size_t place = page.find(kPlace);
-    if (place == std::string::npos) throw std::runtime_error(pagePath + ": has no place for a map");
+    if (place == std::string::npos)
+        throw std::runtime_error(pagePath + ": is not the template of the map page");
     Progress progress;
     const InspectedFile file = Inspect(options.file, &progress);
     std::string data = "{\"databases\":[" +
@@ -189,16 +191,24 @@ int RunMap(const MapOptions& options) {
 void AddMapCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<MapOptions>();
     CLI::App* command = app->add_subcommand(
-            "map", "Writes a page that shows a database's zones and answers on a map, offline");
-    command->add_option("FILE", options->file, "Database file")->required();
+            "map", "Writes a page that shows a database on a map and answers lookups offline");
+    command->add_option("FILE", options->file, "Database file")->required()->type_name("");
     command->add_option("NEW", options->newFile,
-                        "Database file that would replace it: the page shows what changes");
-    command->add_option("-o,--output", options->output, "The page to write; - for standard output")
+                        "Database file that would replace it: the page also shows what changes")
+            ->type_name("");
+    command->add_option("-o,--output", options->output, "Page to write; - is standard output")
             ->required()
-            ->check(NamesFile());
+            ->check(NamesFile())
+            ->type_name("FILE");
     command->add_option("--least", options->leastSquareKilometres,
-                        "Leave out changed parts of fewer square kilometres")
-            ->check(CLI::Range(0.0, 1e9))
-            ->capture_default_str();
+                        fmt::format("Leave out changed areas of fewer square kilometres (0 to "
+                                    "1000000000, default {})",
+                                    options->leastSquareKilometres))
+            ->check(CLI::Range(0.0, 1e9).description(""))
+            ->type_name("KM2");
+    command->footer(
+            "Examples:\n"
+            "  $ offlinetz map world.bin -o world.html\n"
+            "  $ offlinetz map old.bin new.bin -o changes.html");
     command->callback([options, exitCode] { *exitCode = RunMap(*options); });
 }

@@ -21,7 +21,8 @@
 
 namespace {
 
-constexpr int kExitNoDatabase = 3;  // Of an update: the service has nothing to answer from now.
+constexpr int kExitNoDatabase = 3;  // Of an update: the service has no database in use.
+constexpr size_t kLargestChunk = size_t{1} << 30;  // Bytes.
 
 struct ServiceOptions {
     std::string library = BesideProgram(OFFLINETZ_SERVICE_LIBRARY);
@@ -80,7 +81,7 @@ void RequireDirectory(const DatabaseDirectory& directory, const ServiceClient::S
                       const ServiceOptions& options) {
     if (state.IsUsable() && !directory.IsInUse()) {
         throw std::runtime_error(
-                fmt::format("{}: the library reads another directory, and is running there, {}",
+                fmt::format("{}: the library uses another directory and runs there on {}",
                             options.directory, VersionText(state.version)));
     }
 }
@@ -95,7 +96,7 @@ int RunStatus(const ServiceOptions& options) {
                                 : "failed: no usable database");
     std::printf("%s", directory.Describe().c_str());
     if (!state.IsUsable() && directory.ActiveIsGood())
-        std::printf("The library does not use the active file: it may read another directory.\n");
+        std::printf("The library does not use the active file: it may use another directory.\n");
     return state.IsUsable() ? kExitOk : kExitFailed;
 }
 
@@ -121,7 +122,7 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
         const LineAnswer found = answer(point);
         std::printf("%s\n",
                     options.json ? offlinetz::OneLine(found.object).c_str() : found.text.c_str());
-    } else if (!AnswerLines({options.json, "", "", {"zone"}}, answer)) {
+    } else if (!AnswerLines({options.json, "", "", {"zone"}, false}, answer)) {
         exitCode = kExitFailed;
     }
     return exitCode;
@@ -155,8 +156,8 @@ int RunUpdate(const ServiceOptions& options) {
         if (!fault.empty()) return Refuse(options.file + " is " + fault, before);
         if (before.IsUsable() && version == before.version) {
             return Refuse(options.file +
-                                  " has the version that is installed, so whether it "
-                                  "replaced it could not be seen (--force sends it)",
+                                  " has the installed version, so its installation could not be "
+                                  "confirmed (--force sends it anyway)",
                           before);
         }
         // Without it the service would lose the backup, or both files, in the midst of writing.
@@ -176,7 +177,8 @@ int RunUpdate(const ServiceOptions& options) {
                     Printable(options.file).c_str(), directory.Describe().c_str());
         if (directory.BackupIsGood()) {
             std::printf(
-                    "The next start restores the backup if the active file can be written then.\n");
+                    "The next start restores the backup, provided the active file can be "
+                    "written.\n");
         }
         return kExitNoDatabase;
     }
@@ -186,7 +188,7 @@ int RunUpdate(const ServiceOptions& options) {
         return kExitFailed;
     }
     if (before.version == version) {
-        std::printf("sent %s; whether it replaced the one before cannot be seen\n",
+        std::printf("sent %s; it was installed before, so the installation cannot be confirmed\n",
                     VersionText(version).c_str());
     } else {
         std::printf("installed %s (before: %s)\n", VersionText(version).c_str(),
@@ -195,44 +197,87 @@ int RunUpdate(const ServiceOptions& options) {
     return kExitOk;
 }
 
+void AddStatus(CLI::App* service, const std::shared_ptr<ServiceOptions>& options, int* exitCode) {
+    CLI::App* status = service->add_subcommand(
+            "status", "Shows the service's state, its database version and its two files");
+    status->footer(
+            "Exit code: 0 the service uses a database; 1 it has no usable database, or cannot\n"
+            "be loaded; 2 the command line is not valid.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz service status\n"
+            "  $ offlinetz service --verbose status");
+    status->callback([options, exitCode] { *exitCode = RunStatus(*options); });
+}
+
+void AddLookup(CLI::App* service, const std::shared_ptr<ServiceOptions>& options, int* exitCode) {
+    CLI::App* lookup = service->add_subcommand(
+            "lookup",
+            "Asks the service for the zone of a point, or of each line of standard input");
+    auto* lat = lookup->add_option("LAT", options->lat,
+                                   "Latitude in degrees, -90 to 90, north positive; or LAT,LON")
+                        ->type_name("");
+    lookup->add_option("LON", options->lon, "Longitude in degrees, -180 to 180, east positive")
+            ->type_name("");
+    lookup->add_flag("--json", options->json, "Print one JSON object a line (default: text)");
+    lookup->footer(
+            "Prints the exact text that a client gets. Lines and tables are read as\n"
+            "'offlinetz lookup' reads them.\n"
+            "\n"
+            "Exit code: 0 every point has an answer; 1 a line is not valid, or the service\n"
+            "answers with an error; 2 the command line is not valid.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz service lookup 48.8566 2.3522\n"
+            "  $ offlinetz service lookup --json <places.csv");
+    lookup->callback(
+            [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
+}
+
+void AddUpdate(CLI::App* service, const std::shared_ptr<ServiceOptions>& options, int* exitCode) {
+    CLI::App* update =
+            service->add_subcommand("update", "Sends a database to the service and installs it");
+    update->add_option("FILE", options->file, "Database file")->required()->type_name("");
+    update->add_option("--chunk-size", options->chunkSize,
+                       fmt::format("Bytes sent in one call (1 to {}, default {})", kLargestChunk,
+                                   options->chunkSize))
+            ->check(WholeNumber(1, kLargestChunk))
+            ->type_name("BYTES");
+    update->add_flag("--force", options->force,
+                     "Send the file even if it is damaged, has the installed version, or does not "
+                     "fit on the disk (default: refuse)");
+    update->footer(
+            "Exit code: 0 installed; 1 refused, and the service keeps its database; 2 the\n"
+            "command line is not valid; 3 the service has no database in use afterwards.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz service update new.bin\n"
+            "  $ offlinetz service --directory /data/offlinetz update --chunk-size 4096 new.bin");
+    update->callback([options, exitCode] { *exitCode = RunUpdate(*options); });
+}
+
 }  // namespace
 
 void AddServiceCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<ServiceOptions>();
     CLI::App* service = app->add_subcommand(
-            "service", "Loads the service's library and uses it as a client does");
+            "service", "Loads the service's library and uses it as a client on a device does");
     service->require_subcommand(1);
-    service->add_option(
-            "--library", options->library,
-            "The service's library, where it is not the one that comes with the program");
+    service->add_option("--library", options->library,
+                        "Library to load (default: the one that comes with the program)")
+            ->type_name("FILE");
     service->add_option("--directory", options->directory,
-                        "Where that library keeps its two files, which is built into it")
-            ->capture_default_str();
-    service->add_flag("--verbose", options->verbose, "The service's log on standard error");
-
-    CLI::App* status =
-            service->add_subcommand("status", "Says whether it runs, and on which version");
-    status->callback([options, exitCode] { *exitCode = RunStatus(*options); });
-
-    CLI::App* lookup = service->add_subcommand(
-            "lookup", "Names the time zone of a point, or of each line of standard input");
-    auto* lat = lookup->add_option("LAT", options->lat,
-                                   "Latitude in degrees, north positive; or LAT,LON in one word");
-    lookup->add_option("LON", options->lon, "Longitude in degrees, east positive");
-    lookup->add_flag("--json", options->json, "One JSON object a line");
-    lookup->callback(
-            [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
-
-    CLI::App* update = service->add_subcommand("update", "Sends a database and installs it");
-    update->add_option("FILE", options->file, "Database file")->required();
-    update->add_option("--chunk-size", options->chunkSize, "Bytes a call")
-            ->check(WholeNumber(1, size_t{1} << 30))
-            ->capture_default_str();
-    update->add_flag("--force", options->force,
-                     "Send the file even if it is damaged, of the version installed, or has no "
-                     "room");
-    update->footer(
-            "Exit code 0: installed; 1: refused, and the database is the one before; "
-            "3: the service has no database in use.");
-    update->callback([options, exitCode] { *exitCode = RunUpdate(*options); });
+                        fmt::format("Directory of the library's two database files, which is built "
+                                    "into the library (default: {})",
+                                    options->directory))
+            ->type_name("DIRECTORY");
+    service->add_flag("--verbose", options->verbose, "Print the service's log on standard error");
+    service->footer(
+            "Examples:\n"
+            "  $ offlinetz service status\n"
+            "  $ offlinetz service lookup 48.8566 2.3522\n"
+            "  $ offlinetz service update new.bin");
+    AddStatus(service, options, exitCode);
+    AddLookup(service, options, exitCode);
+    AddUpdate(service, options, exitCode);
 }

@@ -99,5 +99,5 @@ std::string DatabaseDirectory::LackOfRoom(uint64_t size) const {
     const int64_t forBoth = forBackup + file - BytesTaken(mActive);
     const int64_t needed = std::max(forBackup, forBoth);
     if (needed <= free) return "";
-    return fmt::format("{} has {} bytes free, where the update needs {}", mPath, free, needed);
+    return fmt::format("{} has {} bytes free, but the update needs {}", mPath, free, needed);
 }

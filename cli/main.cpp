@@ -56,8 +56,21 @@ std::string Advice(const CLI::App& app) {
 }
 
 int Run(int argc, char** argv) {
-    CLI::App app{"Answers which time zone contains a point, without any network.", "offlinetz"};
+    CLI::App app{
+            "Finds the time zone of a point without a network, and makes and checks its databases.",
+            "offlinetz"};
     app.require_subcommand(1);
+    app.footer(
+            "'offlinetz COMMAND --help' shows the options of a command.\n"
+            "\n"
+            "Exit code: 0 done; 1 failed, or the answer is no; 2 the command line is not\n"
+            "valid; 3 'verify' found warnings only, or 'service update' left the service\n"
+            "without a database.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz lookup 48.8566 2.3522\n"
+            "  $ offlinetz compile zones.geojson -o new.bin\n"
+            "  $ offlinetz verify new.bin");
     app.set_version_flag("--version", "offlinetz " OFFLINETZ_VERSION);
     int exitCode = kExitOk;
     AddLookupCommand(&app, &exitCode);

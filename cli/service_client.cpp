@@ -42,7 +42,7 @@ class ServiceClient::Callback : public IOfflinetimezoneCallback {
     std::string WaitFor(size_t number) {
         std::unique_lock<std::mutex> lock(mMutex);
         if (!mChanged.wait_for(lock, kPatience, [&] { return mReports >= number; })) {
-            throw std::runtime_error("the service does not answer");
+            throw std::runtime_error("the service did not answer within two minutes");
         }
         return mAnswer;
     }
@@ -66,9 +66,10 @@ ServiceClient::ServiceClient(const std::string& path) : mCallback(new Callback) 
     using Fetch =
             ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone* (*)(const char*);
     const auto fetch = reinterpret_cast<Fetch>(dlsym(library, "HIDL_FETCH_IOfflinetimezone"));
-    if (fetch == nullptr) throw std::runtime_error(path + ": has no service in it");
+    if (fetch == nullptr) throw std::runtime_error(path + ": does not export the service");
     mService = fetch("default");
-    if (mService == nullptr) throw std::runtime_error(path + ": the service cannot run");
+    if (mService == nullptr)
+        throw std::runtime_error(path + ": the service object could not be created");
     // A service object lives as long as the process; held here, leak checkers see that it does.
     static auto* const kept = new std::vector<
             ::android::sp<::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone>>;
@@ -78,7 +79,7 @@ ServiceClient::ServiceClient(const std::string& path) : mCallback(new Callback) 
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (GetState().status == 0) {
         if (std::chrono::steady_clock::now() > deadline) {
-            throw std::runtime_error("the service does not start");
+            throw std::runtime_error("the service did not start within two minutes");
         }
         std::this_thread::sleep_for(kPollInterval);
     }

@@ -76,7 +76,7 @@ GeometryPtr AreaOf(const ZoneRings& rings, int32_t scale) {
     GeometryPtr area(all != nullptr ? GEOSBuildArea(all.get()) : nullptr);
     if (area == nullptr) ThrowIfGeometryLacksMemory();
     if (area == nullptr || GEOSisValid(area.get()) != 1) {
-        throw std::runtime_error("its rings cross, so they bound no area");
+        throw std::runtime_error("its rings cross, so they enclose no valid area");
     }
     return area;
 }

@@ -69,7 +69,7 @@ class Checker {
             mFindings.Add(kNoticeText, {}, {}, fmt::format("the notice {}", fault));
         for (int i = 0; i < mDb.fieldCount; ++i) {
             if (mDb.fieldNames[i] == nullptr)
-                mFindings.Add(kField, 6, {}, fmt::format("the name of field {}", i));
+                mFindings.Add(kField, 6, {}, fmt::format("the name of field {} cannot be read", i));
         }
     }
 
@@ -108,7 +108,7 @@ class Checker {
         }
         mAreAllRead = !budget.IsSpent();
         if (!mAreAllRead) {
-            mFindings.Add(kShared, {}, {}, "rings lie over each other too often to be read");
+            mFindings.Add(kShared, {}, {}, "rings share bytes too often for all to be read");
         }
     }
 
@@ -125,18 +125,18 @@ class Checker {
             };
             if (i > 0 && e.box.min.lat < mEntries[i - 1].box.min.lat) {
                 mIsTableSound = false;
-                add(kOrder, e.position, "an entry begins further south than the one before");
+                add(kOrder, e.position, "a bounding box begins south of the one before it");
             }
             if (e.box.min.lat > e.box.max.lat || e.box.min.lon > e.box.max.lon) {
                 mIsTableSound = false;
-                add(kBox, e.position, "a box ends before it begins");
+                add(kBox, e.position, "a bounding box has a minimum above its maximum");
             }
             if (!HasRecord(e)) {
                 add(kRecordPlace, e.position, "a record lies outside the metadata");
             } else if (!HasRing(e)) {
-                add(kRingPlace, e.position, "a ring lies outside the polygons");
+                add(kRingPlace, e.position, "a ring lies outside the polygon data");
             } else if (const StoredRing& ring = RingOf(e); ring.isRead && !ring.isGood) {
-                add(kRing, e.ring, "a ring has too many points, or runs out of the file");
+                add(kRing, e.ring, "a ring has too many points, or runs past the end of the file");
             } else if (ring.isGood && ring.points < 3) {
                 add(kRingPoints, e.ring, "a ring has fewer than three points");
             }
@@ -185,7 +185,7 @@ class Checker {
             uint32_t end;
             const bool isGood = DecodeRecord(mDb, position, &budget, &stored, &end);
             if (budget.IsSpent()) {
-                mFindings.Add(kShared, {}, {}, "records lie over each other too often to be read");
+                mFindings.Add(kShared, {}, {}, "records share bytes too often for all to be read");
                 return false;
             }
             if (!isGood) {
@@ -208,7 +208,7 @@ class Checker {
                           fmt::format("the identifier '{}' {}", tzid, fault));
         }
         if (!names->insert(tzid).second)
-            mFindings.Add(kName, position, {}, tzid + " has a record already");
+            mFindings.Add(kName, position, {}, tzid + " has another record too");
     }
 
     // Reports each gap between the spans, which lie in the section from `begin` to before `end`.
@@ -236,15 +236,15 @@ class Checker {
         for (const InspectedZone& zone : Zones()) {
             zones.push_back(zone.rings);
             if (zone.looseEdges > 0) {
-                mFindings.Add(
-                        kLoose, zone.record, {},
-                        fmt::format("{} edges of {} close to no ring", zone.looseEdges, zone.tzid));
+                mFindings.Add(kLoose, zone.record, {},
+                              fmt::format("{} edges of {} do not belong to a closed ring",
+                                          zone.looseEdges, zone.tzid));
             }
         }
         mProgress("checking rings", 0, 0);
         if (mDb.precision <= Grid::kMaxPrecision && !IsClean(zones)) {
             mFindings.Add(kCross, {}, {},
-                          "edges of rings cross, or meet where they have no vertex");
+                          "edges of rings cross, or touch where they have no vertex");
         }
         ZonePairs overlaps;
         CheckBorders(&overlaps);

@@ -121,7 +121,7 @@ class TileSweep {
 
     void ReportOverlap(const Tile& tile) {
         mHasOverlap = true;
-        mFindings->Add(kTwoTiles, tile.position, tile.entry, "a tile overlaps another one");
+        mFindings->Add(kTwoTiles, tile.position, tile.entry, "a tile overlaps another tile");
     }
 
     int32_t mScale;

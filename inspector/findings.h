@@ -22,61 +22,59 @@ inline constexpr Kind kNoScale = {Severity::kError, "precision", "no lookup find
 inline constexpr Kind kOtherScale = {Severity::kWarning, "precision-at-sea",
                                      "at sea, lookups name the nautical zone of another longitude"};
 inline constexpr Kind kNoNotice = {Severity::kNote, "notice-empty",
-                                   "whoever has the file cannot tell where it is from"};
+                                   "the file does not say where its data is from"};
 inline constexpr Kind kNoticeText = {Severity::kWarning, "notice-text",
-                                     "what shows it shows something else, or obeys it"};
-inline constexpr Kind kField = {Severity::kNote, "field-unreadable", "a column has no name"};
+                                     "a program that prints it may show other text or obey it"};
+inline constexpr Kind kField = {Severity::kNote, "field-unreadable", "the field has no name"};
 
 // The box table.
 inline constexpr Kind kTable = {Severity::kError, "table-unreadable",
-                                "no lookup finds the entries from there on"};
+                                "no lookup finds this entry or those after it"};
 inline constexpr Kind kOrder = {Severity::kError, "table-unsorted",
-                                "lookups in it end at the entry before, which lies further north"};
-inline constexpr Kind kBox = {Severity::kWarning, "box-empty", "no point is in it"};
-inline constexpr Kind kRecordPlace = {Severity::kError, "record-outside",
-                                      "lookups pass the entry over"};
-inline constexpr Kind kRingPlace = {Severity::kError, "ring-outside",
-                                    "lookups pass the entry over"};
+                                "lookups stop before they reach it"};
+inline constexpr Kind kBox = {Severity::kWarning, "box-empty", "no point lies in it"};
+inline constexpr Kind kRecordPlace = {Severity::kError, "record-outside", "lookups skip the entry"};
+inline constexpr Kind kRingPlace = {Severity::kError, "ring-outside", "lookups skip the entry"};
 
 // Records.
 inline constexpr Kind kRecord = {Severity::kError, "record-unreadable", "the zone has no name"};
-inline constexpr Kind kQuotes = {Severity::kNote, "identifier-bare",
-                                 "an answer of several zones cannot be taken apart"};
+inline constexpr Kind kQuotes = {
+        Severity::kNote, "identifier-bare",
+        "clients cannot separate the zones of an answer that names several"};
 inline constexpr Kind kNameText = {Severity::kError, "identifier-text",
-                                   "clients drop the answer, or take another zone out of it or "
-                                   "none"};
+                                   "clients reject the answer, or read other zones from it"};
 inline constexpr Kind kName = {Severity::kWarning, "identifier-twice",
-                               "rings of the zone do not make up for each other"};
+                               "holes in one record do not cut the rings of another"};
 
 // Rings as they are stored.
 inline constexpr Kind kRing = {Severity::kError, "ring-unreadable",
-                               "lookups that meet it end there, without the entries behind"};
+                               "lookups that read it stop there and miss the entries after it"};
 inline constexpr Kind kRingPoints = {Severity::kWarning, "ring-short", "it encloses nothing"};
-inline constexpr Kind kUnused = {Severity::kWarning, "bytes-unused", "nothing reads them"};
+inline constexpr Kind kUnused = {Severity::kWarning, "bytes-unused", "no lookup reads them"};
 inline constexpr Kind kShared = {Severity::kWarning, "rings-shared",
-                                 "what was not read is not checked"};
+                                 "what was not read was not checked"};
 
 // Limits of a lookup.
-inline constexpr Kind kHits = {Severity::kError, "limit-rings", "lookups there end early"};
+inline constexpr Kind kHits = {Severity::kError, "limit-rings", "lookups there stop early"};
 inline constexpr Kind kMaybeHits = {Severity::kWarning, "limit-rings-unknown",
-                                    "lookups there may end early"};
-inline constexpr Kind kBytes = {Severity::kError, "limit-bytes", "lookups there end early"};
+                                    "lookups there may stop early"};
+inline constexpr Kind kBytes = {Severity::kError, "limit-bytes", "lookups there stop early"};
 
 // Tiles.
-inline constexpr Kind kTwoTiles = {Severity::kError, "tiles-overlap",
-                                   "points in both have each zone twice, which reads as a border "
-                                   "or none"};
+inline constexpr Kind kTwoTiles = {
+        Severity::kError, "tiles-overlap",
+        "points in both are in each zone twice, which counts as on its border or outside it"};
 inline constexpr Kind kNoTile = {Severity::kError, "tile-missing",
-                                 "points there have no zone, and a distance that says nothing"};
+                                 "lookups there find no zone and return a meaningless distance"};
 
 // Zones whole.
-inline constexpr Kind kLoose = {Severity::kError, "ring-open",
-                                "tiles do not have the same border; points near it get wrong "
-                                "answers"};
+inline constexpr Kind kLoose = {
+        Severity::kError, "ring-open",
+        "tiles disagree about the border, and points near it get wrong answers"};
 inline constexpr Kind kCross = {Severity::kError, "rings-cross",
-                                "points where they overlap are in a zone twice, or in another one"};
+                                "points there are in a zone twice, or in the wrong zone"};
 inline constexpr Kind kHidden = {Severity::kError, "border-not-found",
-                                 "lookups there do not find the zone whose border it is"};
+                                 "lookups there miss the zone whose border it is"};
 inline constexpr Kind kOverlap = {Severity::kNote, "zones-overlap",
                                   "answers there name both; a disputed area, or a fault of the "
                                   "source"};

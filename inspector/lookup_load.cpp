@@ -58,7 +58,7 @@ void LookupLoad::CheckLimits(const std::vector<StoredRing>& rings, Findings* fin
     const Depths bytes = DepthsOf(mBytesMet);
     if (bytes.greatest > MostBytes()) {
         findings->Add(kBytes, {}, {},
-                      fmt::format("a lookup at {} meets {} bytes of rings, and reads {}",
+                      fmt::format("a lookup at {} meets {} bytes of rings and reads at most {}",
                                   PlaceText(bytes.place, mScale), bytes.greatest, MostBytes()));
     }
     const Depths hits = DepthsOf(mRingsMet);
@@ -86,15 +86,16 @@ void LookupLoad::CheckHits(const GridPoint& deepest, const std::vector<StoredRin
     for (const size_t i : order) {
         if (steps > StepBudget(mDb)) {
             findings->Add(kMaybeHits, {}, {},
-                          fmt::format("up to {} rings hold the point {}", depths[i],
+                          fmt::format("up to {} rings contain the point {}", depths[i],
                                       PlaceText(points[i], mScale)));
             return;
         }
         const int64_t hits = HitsAt(points[i], &steps);
         if (hits > kMostHits) {
-            findings->Add(kHits, {}, {},
-                          fmt::format("{} rings hold the point {}, and a lookup collects {}", hits,
-                                      PlaceText(points[i], mScale), zonedetect::kMaxHits));
+            findings->Add(
+                    kHits, {}, {},
+                    fmt::format("{} rings contain the point {}, and a lookup collects at most {}",
+                                hits, PlaceText(points[i], mScale), zonedetect::kMaxHits));
             return;
         }
     }

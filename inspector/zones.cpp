@@ -91,7 +91,7 @@ InspectedDatabase InspectZones(const ZDDatabase& database, const ProgressCallbac
         budget.Spend(end > entry.ring ? end - entry.ring : 0);
         if (budget.IsSpent() || edgesLeft < 0) {
             throw std::runtime_error(
-                    "its rings lie over each other or are shared too often to be read");
+                    "entries share rings, or rings share bytes, too often for all to be read");
         }
         if (!isGood) continue;
         auto& [zone, edges] = zones[entry.record];
@@ -111,7 +111,8 @@ InspectedDatabase InspectZones(const ZDDatabase& database, const ProgressCallbac
         std::string stored;
         zone.record = record;
         zone.isNamed = DecodeRecord(database, record, &budget, &stored, &end);
-        if (budget.IsSpent()) throw std::runtime_error("its records take too long to read");
+        if (budget.IsSpent())
+            throw std::runtime_error("records share bytes too often for all to be read");
         zone.tzid = WithoutQuotes(stored);
         CloseRings(std::move(edges), &zone);
         inspected.zones.push_back(std::move(zone));
