@@ -1,4 +1,4 @@
-// offlinetz compile: boundary polygons to a database.
+// offlinetz compile: compiles boundary polygons to a database.
 #include <fmt/format.h>
 #include <sha1.h>
 #include <sys/resource.h>
@@ -32,7 +32,7 @@ double PeakMegabytes() {
 }
 
 void PrintSummary(const CompileOptions& options, const CompileSummary& s, double seconds) {
-    // Where the database went to standard output, its description cannot.
+    // Standard output may have received the database itself.
     FILE* const to = options.output == "-" ? stderr : stdout;
     const auto print = [to](const char* name, const std::string& text) {
         std::fprintf(to, "%-13s %s\n", name, text.c_str());
@@ -163,9 +163,10 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
             ->type_name("POINTS");
     command->add_flag("--bare", options->bareIdentifiers,
                       "Store identifiers without double quotes around them (default: with)");
-    command->add_option("--self-check", options->selfCheckPoints,
-                        "Compare the answers at so many points with the input before writing (0 to "
-                        "1000000000, default 0)")
+    command->add_option(
+                   "--self-check", options->selfCheckPoints,
+                   "Compare the answers at this many points with the input before writing (0 to "
+                   "1000000000, default 0)")
             ->check(WholeNumber(0, 1000000000))
             ->type_name("POINTS");
     command->add_flag("--cross-antimeridian", options->crossAntimeridian,

@@ -1,4 +1,4 @@
-// offlinetz diff: what changed from one database to the next.
+// offlinetz diff: the differences between two databases.
 #include <fmt/format.h>
 #include <sha1.h>
 #include <nlohmann/json.hpp>
@@ -41,7 +41,7 @@ struct DiffOptions {
     bool json = false;
 };
 
-// What a database is for clients, and costs.
+// The version byte of a database, and its size and speed.
 struct Costs {
     unsigned version;
     size_t bytes;
@@ -50,7 +50,7 @@ struct Costs {
     double lookupMicroseconds;
 };
 
-// Points anywhere on the sphere, the same ones each time.
+// The mean time of lookups at random points on the sphere, the same points in each call.
 double MeanLookupMicroseconds(const ZDDatabase& database) {
     constexpr double kDegreesPerRadian = 57.29577951308232;
     std::mt19937 random(1);  // NOLINT(cert-msc51-cpp): both databases get the same points.
@@ -185,10 +185,11 @@ void AddDiffCommand(CLI::App* app, int* exitCode) {
     command->add_option("NEW", options->newFile, "Database file that would replace it")
             ->required()
             ->type_name("");
-    command->add_option("--least", options->leastSquareKilometres,
-                        fmt::format("List areas of at least so many square kilometres, and sum up "
-                                    "smaller ones (0 to 1000000000, default {})",
-                                    options->leastSquareKilometres))
+    command->add_option(
+                   "--least", options->leastSquareKilometres,
+                   fmt::format("List areas of at least this many square kilometres, and sum up "
+                               "smaller ones (0 to 1000000000, default {})",
+                               options->leastSquareKilometres))
             ->check(CLI::Range(0.0, 1e9).description(""))
             ->type_name("KM2");
     command->add_option(

@@ -1,4 +1,4 @@
-// offlinetz inspect: what a database holds, as tables or as GeoJSON.
+// offlinetz inspect: the content of a database, as tables, JSON or GeoJSON.
 #include <fmt/format.h>
 #include <sha1.h>
 #include <nlohmann/json.hpp>
@@ -56,7 +56,8 @@ ZoneRow RowOf(const InspectedZone& zone, int32_t scale) {
     return row;
 }
 
-// The rows of the zones asked for, all where none is; throws where one is not there.
+// The rows of the zones that the options name, or of all zones if they name none. Throws
+// std::runtime_error if a zone does not exist.
 std::vector<ZoneRow> Rows(const InspectOptions& options, const InspectedDatabase& inspected,
                           int32_t scale) {
     for (const std::string& name : options.zones) {
@@ -158,7 +159,7 @@ void PrintTable(const ZDDatabase& database, const InspectedDatabase& inspected,
     }
 }
 
-// Writes the areas as a FeatureCollection, a feature a line.
+// Writes the zones' polygons as a FeatureCollection, one feature a line.
 void WriteGeoJson(const InspectOptions& options, const std::vector<ZoneRow>& rows, int32_t scale,
                   Progress* progress) {
     std::string text = "{\"type\":\"FeatureCollection\",\"features\":[\n";

@@ -1,4 +1,4 @@
-// offlinetz lookup: which zones contain a point, for one point or for lines of points.
+// offlinetz lookup: the zones that contain a point, for one point or for lines of points.
 #include <LookupInterface.h>
 #include <fmt/format.h>
 
@@ -24,7 +24,7 @@ namespace {
 
 using vendor::quor::hardware::offlinetimezone::V1_0::implementation::LookupTzIdIn;
 
-constexpr double kLeastRadius = 0.01;  // Kilometres; less is not worth a figure.
+constexpr double kLeastRadius = 0.01;  // In km. A smaller radius is not printed as a number.
 
 struct LookupOptions {
     std::string database = BesideProgram(OFFLINETZ_WORLD_DATABASE);
@@ -39,8 +39,7 @@ struct LookupOptions {
     bool noVerify = false;
 };
 
-// The exact text that a client of the service gets. The service's log of the lookup is written,
-// too.
+// The exact text that a client of the service gets. Also writes the service's log of the lookup.
 std::string ClientText(const ZDDatabase& database, const PointText& point) {
     float distance = 0.0f;
     const std::unique_ptr<char, decltype(&std::free)> text(
@@ -144,8 +143,9 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
             ->type_name("NAME");
     command->add_flag("--raw", options->raw,
                       "Print the exact text that a client of the service gets");
-    command->add_flag("--radius", options->radius,
-                      "Also print the safe radius: all points within so many km have this answer");
+    command->add_flag(
+            "--radius", options->radius,
+            "Also print the safe radius in km: all points within it have the same answer");
     command->add_flag("--verbose", options->verbose, "Print the service's log on standard error");
     command->footer(
             "Without LAT and LON, each line of standard input is a point: a latitude and a\n"

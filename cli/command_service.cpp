@@ -1,4 +1,4 @@
-// offlinetz service: the service's library, loaded and used as a client on a device does.
+// offlinetz service: loads the service's library and uses it as a client on a device does.
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -36,8 +36,8 @@ struct ServiceOptions {
     bool force = false;
 };
 
-// Sends standard output to nowhere while it lives: the service prints a line there whenever it
-// opens a database.
+// Redirects standard output to /dev/null during its lifetime, because the service prints a line
+// there each time it opens a database. Not thread-safe.
 class SilencedOutput {
   public:
     SilencedOutput() {
@@ -63,8 +63,8 @@ class SilencedOutput {
     int mSaved;
 };
 
-// The service, loaded and started. What it prints on standard output while it opens a database is
-// dropped, and its log too unless it is asked for.
+// Loads and starts the service. Drops what the service prints on standard output while it opens a
+// database, and also its log unless --verbose is given.
 std::unique_ptr<ServiceClient> StartService(const ServiceOptions& options) {
     UseLog(options.verbose);
     const SilencedOutput silenced;
@@ -76,7 +76,7 @@ std::string VersionText(int32_t version) {
                                                 : fmt::format("version {}", version);
 }
 
-// Throws where a service uses a database, but none in the directory that is looked at.
+// Throws std::runtime_error if the service uses a database that is not in `directory`.
 void RequireDirectory(const DatabaseDirectory& directory, const ServiceClient::State& state,
                       const ServiceOptions& options) {
     if (state.IsUsable() && !directory.IsInUse()) {
@@ -128,7 +128,7 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
     return exitCode;
 }
 
-// The version byte in a database file's header, or no version.
+// The version byte in a database file's header, or kNoVersion if the file is too short.
 int32_t VersionOf(const offlinetz::FileBytes& file) {
     return file.size() > 4 ? file[4] : ServiceClient::kNoVersion;
 }
@@ -148,8 +148,8 @@ int RunUpdate(const ServiceOptions& options) {
     const ServiceClient::State before = service->GetState();
     RequireDirectory(directory, before, options);
     if (!options.force) {
-        // A bad file that is injected takes the place of the active database and of its backup;
-        // one of the same version cannot be told from what is there.
+        // The service installs what it gets: a bad file would replace the active database and its
+        // backup. The installation of a file with the same version could not be confirmed.
         zonedetect::OpenFailure failure;
         offlinetz::OpenBytes(bytes, &failure);
         const std::string fault = offlinetz::FaultOf(*bytes, failure);
@@ -160,7 +160,7 @@ int RunUpdate(const ServiceOptions& options) {
                                   "confirmed (--force sends it anyway)",
                           before);
         }
-        // Without it the service would lose the backup, or both files, in the midst of writing.
+        // If the disk fills up while the service writes, it loses the backup or both files.
         const std::string lack = directory.LackOfRoom(bytes->size());
         if (!lack.empty()) return Refuse(lack, before);
     }

@@ -1,4 +1,4 @@
-// offlinetz verify: all that can be wrong with a database file.
+// offlinetz verify: the faults of a database file.
 #include <fmt/format.h>
 #include <reader/read_budget.h>
 #include <nlohmann/json.hpp>

@@ -28,15 +28,13 @@ struct LineAnswer {
 
 // Reads standard input to its end and prints one row for each line, in order.
 //
-// - A line is a point (points.h); its row is the point, a tab and the answer's text.
-// - If the first line is a header, the input is a table; its rows get the answer's columns
-// appended.
+// - A line is a point (points.h). Its row is the point, a tab and the answer's text.
+// - If the first line is a header, the input is a table. Its rows get the answer's columns.
 // - With `json`, a row is the answer's object, after the fields of a table's row by their names.
 // - A blank line gives a blank row.
-// - A line without a point gives the line with "error: " and the reason in place of the answer, or
-// an
-//   object with "input" and "error". The reason also goes to standard error, with the line's
-//   number.
+// - A line without a point gives the line and "error: " with the reason instead of the answer. With
+//   `json` it gives an object with "input" and "error". The reason and the line's number also go to
+//   standard error.
 //
 // Returns whether every line was valid. Throws std::runtime_error if the input cannot be read or
 // its header lacks a column; rows printed so far stay.

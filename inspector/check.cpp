@@ -332,7 +332,7 @@ class Checker {
     const ProgressCallback& mProgress;
     int32_t mScale = 0;  // Units in 90 degrees of latitude.
     std::vector<DecodedEntry> mEntries;
-    uint32_t mTableEnd = 0;     // The byte behind the last entry that could be read.
+    uint32_t mTableEnd = 0;     // The byte after the last entry that could be read.
     bool mIsTableSound = true;  // Entries are sorted, no bounding box is empty, no tiles overlap.
     std::vector<StoredRing> mRings;   // By position: those of entries with a record and a ring.
     bool mAreAllRead = false;         // Whether the budget sufficed for all of mRings.

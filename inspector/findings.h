@@ -67,7 +67,7 @@ inline constexpr Kind kTwoTiles = {
 inline constexpr Kind kNoTile = {Severity::kError, "tile-missing",
                                  "lookups there find no zone and return a meaningless distance"};
 
-// Zones whole.
+// Zones without the tiling.
 inline constexpr Kind kLoose = {
         Severity::kError, "ring-open",
         "tiles disagree about the border, and points near it get wrong answers"};

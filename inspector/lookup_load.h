@@ -16,20 +16,21 @@ namespace offlinetz {
 // A ring as it is stored. Several entries may share it.
 struct StoredRing {
     uint32_t position;  // The byte in the file where it begins.
-    uint32_t end = 0;   // The byte behind it.
+    uint32_t end = 0;   // The byte after it.
     size_t points = 0;
     GridBox bounds = {{1, 1}, {0, 0}};  // Contains no point if the ring has none.
     bool isRead = false;                // Whether its bytes were read ...
     bool isGood = false;                // ... and could be decoded.
 };
 
-// Checks count their work in steps. One step is about the reading of a byte of a ring. A check
-// takes about as many steps as this returns, and then passes over what is left: 2^30 and 1,024 a
-// byte of the database. The lookups on all borders of a tiled world take 700 a byte.
+// The number of steps that a check may take: 2^30, and 1,024 for each byte of the database. A step
+// is about the work of reading one byte of a ring. A check that needs more skips vertices. For
+// comparison: lookups at all vertices of a tiled world take 700 steps a byte.
 int64_t StepBudget(const ZDDatabase& database);
 
-// What lookups read, by place. A lookup reads the ring of each entry in whose bounding box its
-// point lies (once where several entries share it) and collects the rings that contain the point.
+// What lookups read, by place. A lookup reads the ring of each entry whose bounding box contains
+// its point, and collects those that contain the point. It reads a ring that several entries share
+// once for each of them.
 class LookupLoad {
   public:
     // Borrows the database. `scale` is the number of units in 90 degrees of latitude.
