@@ -77,7 +77,7 @@ int main(int argc, char** argv) {
     arguments.push_back(nullptr);
     benchmark::Initialize(&argc, argv);
 
-    Register("kernel/plain", Sha1BlockPlain);
+    Register("kernel/plain", Sha1BlockPortable);
     if (isStartedAgain) {
         benchmark::RegisterBenchmark("openssl/without_sha_instructions", OpenSsl)
                 ->Unit(benchmark::kMillisecond);

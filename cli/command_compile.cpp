@@ -1,4 +1,4 @@
-// offlinetz compile: boundary polygons to a database.
+// offlinetz compile: compiles boundary polygons to a database.
 #include <fmt/format.h>
 #include <sha1.h>
 #include <sys/resource.h>
@@ -22,8 +22,8 @@ namespace {
 using offlinetz::CompileOptions;
 using offlinetz::CompileSummary;
 
-constexpr uint64_t kParserLimit = 0xFFFFFFFF;      // The parser takes no longer text.
-constexpr uint64_t kLargestDatabase = 0x7FFFFFFF;  // The format holds no more bytes.
+constexpr uint64_t kParserLimit = 0xFFFFFFFF;      // Bytes of text that the JSON parser accepts.
+constexpr uint64_t kLargestDatabase = 0x7FFFFFFF;  // Bytes that the file format can address.
 
 double PeakMegabytes() {
     rusage usage = {};
@@ -32,7 +32,7 @@ double PeakMegabytes() {
 }
 
 void PrintSummary(const CompileOptions& options, const CompileSummary& s, double seconds) {
-    // Where the database went to standard output, its description cannot.
+    // Standard output may have received the database itself.
     FILE* const to = options.output == "-" ? stderr : stdout;
     const auto print = [to](const char* name, const std::string& text) {
         std::fprintf(to, "%-13s %s\n", name, text.c_str());
@@ -104,30 +104,44 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<CompileOptions>();
     CLI::App* command = app->add_subcommand(
             "compile", "Compiles boundary polygons (GeoJSON, plain or gzip) to a database");
-    command->add_option(
-                   "INPUT", options->inputs,
-                   "FeatureCollections, text sequences or lines of features, polygons with a tzid "
-                   "property; - for standard input")
-            ->required();
+    command->add_option("INPUT", options->inputs,
+                        "FeatureCollections, GeoJSON text sequences, or one feature a line; - is "
+                        "standard input")
+            ->required()
+            ->type_name("");
     command->add_option("-o,--output", options->output,
-                        "Database file to write; - for standard output")
-            ->required();
+                        "Database file to write; - is standard output")
+            ->required()
+            ->type_name("FILE");
     command->add_option("--tzid-property", options->tzidProperty,
-                        "Property that names the zone of a feature")
-            ->capture_default_str();
-    command->add_option("--data-version", options->version, "Version byte")
+                        fmt::format("Property that names the zone of a feature (default: {})",
+                                    options->tzidProperty))
+            ->type_name("NAME");
+    command->add_option(
+                   "--data-version", options->version,
+                   fmt::format("Version byte, by which clients tell databases apart (0 to 255, "
+                               "default {})",
+                               options->version))
             ->check(WholeNumber(0, 255))
-            ->capture_default_str();
+            ->type_name("NUMBER");
     command->add_option("--notice", options->notice,
-                        "Data release and attribution, up to 255 bytes");
-    command->add_option("--precision", options->precision,
-                        "Grid of 2^(N-1) units per 90 degrees of latitude and 180 of longitude; "
-                        "only 21 fits the answers at sea")
-            ->check(CLI::Range(offlinetz::Grid::kMinPrecision, offlinetz::Grid::kMaxPrecision))
-            ->capture_default_str();
+                        "Data release and attribution, up to 255 bytes (default: empty)")
+            ->type_name("TEXT");
+    command->add_option(
+                   "--precision", options->precision,
+                   fmt::format("Precision N of the grid, {} to {}: 2^(N-1) units in 90 degrees of "
+                               "latitude and in 180 of longitude; answers at sea are right with 21 "
+                               "only (default {})",
+                               offlinetz::Grid::kMinPrecision, offlinetz::Grid::kMaxPrecision,
+                               options->precision))
+            ->check(CLI::Range(offlinetz::Grid::kMinPrecision, offlinetz::Grid::kMaxPrecision)
+                            .description(""))
+            ->type_name("N");
     command->add_option("--tolerance", options->toleranceMetres,
-                        "Metres that borders may move to save points; 0 for none")
-            ->check(CLI::Range(0.0, 100000.0))
+                        fmt::format("Metres that simplification may move a border (0 to 100000, "
+                                    "default {}); 0 drops points on straight lines only",
+                                    options->toleranceMetres))
+            ->check(CLI::Range(0.0, 100000.0).description(""))
             ->check(CLI::Validator(
                     [](const std::string& text) {
                         return !std::isnan(std::strtod(text.c_str(), nullptr))
@@ -135,44 +149,56 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
                                        : "not a number of metres: " + text;
                     },
                     ""))
-            ->capture_default_str();
+            ->type_name("METRES");
+    // Smaller tiles would mostly hold the corners of their own clip rectangles.
+    constexpr uint64_t kFewestTilePoints = 32;
+    constexpr uint64_t kMostTilePoints = 1000000;
     command->add_option(
                    "--max-tile-points", options->maxTilePoints,
-                   "Tile the world into boxes of at most so many points, large boxes of fewer; "
-                   "0 keeps rings whole")
-            ->check(WholeNumber(0, 1000000))
-            ->check(CLI::Validator(
-                    [](const std::string& text) {
-                        // Tiles of fewer points would mostly hold the corners of their fences.
-                        const unsigned long points = std::strtoul(text.c_str(), nullptr, 10);
-                        return points == 0 || points >= 32 ? std::string()
-                                                           : "neither 0 nor at least 32: " + text;
-                    },
-                    ""))
-            ->capture_default_str();
+                   fmt::format(
+                           "Most points in a small tile, {} to {}, or 0 for whole rings without "
+                           "tiles; larger tiles may hold fewer (default {})",
+                           kFewestTilePoints, kMostTilePoints, options->maxTilePoints))
+            ->check(WholeNumber(kFewestTilePoints, kMostTilePoints, true))
+            ->type_name("POINTS");
     command->add_flag("--bare", options->bareIdentifiers,
-                      "Store identifiers without the double quotes at both ends");
-    command->add_option("--self-check", options->selfCheckPoints,
-                        "Look up so many points and compare with the input")
-            ->check(WholeNumber(0, 1000000000));
-    command->add_flag(
-            "--cross-antimeridian", options->crossAntimeridian,
-            "Have edges of more than 180 degrees of longitude cross the antimeridian, and "
-            "cut polygons there, instead of refusing them");
-    command->add_flag(
-            "--skip-bad", options->skipBad,
-            "Leave out polygons and features that cannot be read, and list them with their "
-            "areas, instead of refusing the whole input");
+                      "Store identifiers without double quotes around them (default: with)");
+    command->add_option(
+                   "--self-check", options->selfCheckPoints,
+                   "Compare the answers at this many points with the input before writing (0 to "
+                   "1000000000, default 0)")
+            ->check(WholeNumber(0, 1000000000))
+            ->type_name("POINTS");
+    command->add_flag("--cross-antimeridian", options->crossAntimeridian,
+                      "Let edges of more than 180 degrees of longitude cross the antimeridian, and "
+                      "cut polygons there (default: refuse them)");
+    command->add_flag("--skip-bad", options->skipBad,
+                      "Leave out invalid polygons and features, and list them with their areas "
+                      "(default: refuse the whole input)");
     command->add_option("--max-input", options->maxInputBytes,
-                        "Refuse a file of more bytes, unpacked; with a unit like 2GiB if you like")
-            ->transform(CLI::AsSizeValue(false))
-            ->check(CLI::Range(uint64_t{1}, kParserLimit))
-            ->capture_default_str();
+                        fmt::format("Refuse an input file of more bytes, unpacked; units such as "
+                                    "2GiB are accepted (1 to {}, default {}MiB)",
+                                    kParserLimit, options->maxInputBytes >> 20))
+            ->transform(CLI::AsSizeValue(false).description(""))
+            ->check(CLI::Range(uint64_t{1}, kParserLimit).description(""))
+            ->type_name("BYTES");
     command->add_option("--max-output", options->maxOutputBytes,
-                        "Refuse input that makes a larger database; with a unit like 128MiB if you "
-                        "like")
-            ->transform(CLI::AsSizeValue(false))
-            ->check(CLI::Range(uint64_t{1}, kLargestDatabase))
-            ->capture_default_str();
+                        fmt::format("Refuse input that makes a larger database; units such as "
+                                    "128MiB are accepted (1 to {}, default {}MiB)",
+                                    kLargestDatabase, options->maxOutputBytes >> 20))
+            ->transform(CLI::AsSizeValue(false).description(""))
+            ->check(CLI::Range(uint64_t{1}, kLargestDatabase).description(""))
+            ->type_name("BYTES");
+    command->footer(
+            "A feature is a Polygon or a MultiPolygon in degrees (WGS 84) with a property\n"
+            "that names its zone. Features of one zone are joined.\n"
+            "\n"
+            "Exit code: 0 the database is written; 1 the input is not valid or the self-check\n"
+            "failed, and nothing is written; 2 the command line is not valid.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz compile zones.geojson -o new.bin --data-version 2\n"
+            "  $ offlinetz compile zones.geojson.gz -o new.bin --self-check 20000\n"
+            "  $ offlinetz compile zones.geojson -o - --max-tile-points 0 >whole.bin");
     command->callback([options, exitCode] { *exitCode = RunCompile(*options); });
 }

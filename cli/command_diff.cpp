@@ -1,4 +1,4 @@
-// offlinetz diff: what changed from one database to the next.
+// offlinetz diff: the differences between two databases.
 #include <fmt/format.h>
 #include <sha1.h>
 #include <nlohmann/json.hpp>
@@ -41,7 +41,7 @@ struct DiffOptions {
     bool json = false;
 };
 
-// What a database is for clients, and costs.
+// The version byte of a database, and its size and speed.
 struct Costs {
     unsigned version;
     size_t bytes;
@@ -50,7 +50,7 @@ struct Costs {
     double lookupMicroseconds;
 };
 
-// Points anywhere on the sphere, the same ones each time.
+// The mean time of lookups at random points on the sphere, the same points in each call.
 double MeanLookupMicroseconds(const ZDDatabase& database) {
     constexpr double kDegreesPerRadian = 57.29577951308232;
     std::mt19937 random(1);  // NOLINT(cert-msc51-cpp): both databases get the same points.
@@ -160,8 +160,8 @@ int RunDiff(const DiffOptions& options) {
     if (was.database->version == is.database->version &&
         !HaveSameContent(*was.database, *is.database)) {
         progress.PrintMessage(fmt::format(
-                "{}: has version {} like {}, and clients tell databases apart by it alone",
-                options.newFile, is.database->version, options.oldFile));
+                "{}: has the same version byte as {} ({}), by which clients tell databases apart",
+                options.newFile, options.oldFile, is.database->version));
     }
     progress.Show("", 0, 0);
     if (!options.geojson.empty()) WriteMap(options.geojson, differences);
@@ -178,19 +178,34 @@ int RunDiff(const DiffOptions& options) {
 
 void AddDiffCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<DiffOptions>();
-    CLI::App* command = app->add_subcommand(
-            "diff",
-            "Shows which land changes hands from one database to the next, and what it costs");
-    command->add_option("OLD", options->oldFile, "Database file")->required();
-    command->add_option("NEW", options->newFile, "Database file that would replace it")->required();
-    command->add_option("--least", options->leastSquareKilometres,
-                        "List parts of at least so many square kilometres, and sum up the others")
-            ->check(CLI::Range(0.0, 1e9))
-            ->capture_default_str();
-    command->add_option("--geojson", options->geojson,
-                        "Write all parts to this file as a map; - for standard output, which then "
-                        "gets nothing else")
-            ->check(NamesFile());
-    command->add_flag("--json", options->json, "One JSON object, with all parts");
+    CLI::App* command = app->add_subcommand("diff",
+                                            "Shows the areas whose zone changes between two "
+                                            "databases, and the size and lookup cost of both");
+    command->add_option("OLD", options->oldFile, "Database file")->required()->type_name("");
+    command->add_option("NEW", options->newFile, "Database file that would replace it")
+            ->required()
+            ->type_name("");
+    command->add_option(
+                   "--least", options->leastSquareKilometres,
+                   fmt::format("List areas of at least this many square kilometres, and sum up "
+                               "smaller ones (0 to 1000000000, default {})",
+                               options->leastSquareKilometres))
+            ->check(CLI::Range(0.0, 1e9).description(""))
+            ->type_name("KM2");
+    command->add_option(
+                   "--geojson", options->geojson,
+                   "Write all areas to FILE as GeoJSON; - is standard output, and nothing else "
+                   "is printed then (default: not written)")
+            ->check(NamesFile())
+            ->type_name("FILE");
+    command->add_flag("--json", options->json,
+                      "Print one JSON object with all areas (default: text)");
+    command->footer(
+            "Areas are in square kilometres (km2), bounding boxes in degrees, and the mean\n"
+            "time of a lookup in microseconds (us).\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz diff old.bin new.bin\n"
+            "  $ offlinetz diff old.bin new.bin --least 1 --geojson changes.geojson");
     command->callback([options, exitCode] { *exitCode = RunDiff(*options); });
 }

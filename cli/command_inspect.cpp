@@ -1,4 +1,4 @@
-// offlinetz inspect: what a database holds, as tables or as GeoJSON.
+// offlinetz inspect: the content of a database, as tables, JSON or GeoJSON.
 #include <fmt/format.h>
 #include <sha1.h>
 #include <nlohmann/json.hpp>
@@ -38,7 +38,7 @@ struct InspectOptions {
 
 struct ZoneRow {
     const InspectedZone* zone;
-    size_t outlines = 0;
+    size_t exteriorRings = 0;
     size_t holes = 0;
     double km2 = 0.0;
     std::array<double, 4> box = {};  // West, south, east, north.
@@ -48,7 +48,7 @@ ZoneRow RowOf(const InspectedZone& zone, int32_t scale) {
     ZoneRow row;
     row.zone = &zone;
     for (const offlinetz::GridRing& ring : zone.rings)
-        ++(offlinetz::DoubleArea(ring) > 0 ? row.holes : row.outlines);
+        ++(offlinetz::DoubleArea(ring) > 0 ? row.holes : row.exteriorRings);
     row.km2 = offlinetz::Rounded(offlinetz::SquareKilometres(zone.rings, scale), 1e3);
     if (!zone.rings.empty()) row.box = offlinetz::BoundsOf(zone.rings, scale);
     for (double& side : row.box)
@@ -56,7 +56,8 @@ ZoneRow RowOf(const InspectedZone& zone, int32_t scale) {
     return row;
 }
 
-// The rows of the zones asked for, all where none is; throws where one is not there.
+// The rows of the zones that the options name, or of all zones if they name none. Throws
+// std::runtime_error if a zone does not exist.
 std::vector<ZoneRow> Rows(const InspectOptions& options, const InspectedDatabase& inspected,
                           int32_t scale) {
     for (const std::string& name : options.zones) {
@@ -111,7 +112,7 @@ nlohmann::ordered_json HeaderJson(const ZDDatabase& database, const InspectedDat
 
 nlohmann::ordered_json ZoneJson(const ZoneRow& row) {
     return {{"tzid", row.zone->tzid},
-            {"outlines", row.outlines},
+            {"outlines", row.exteriorRings},
             {"holes", row.holes},
             {"points", row.zone->points},
             {"entries", row.zone->entries},
@@ -145,20 +146,20 @@ void PrintTable(const ZDDatabase& database, const InspectedDatabase& inspected,
                 int{SHA1HashSize});
     std::printf("entries    %zu of %zu zones\n\n", inspected.entries.size(),
                 inspected.zones.size());
-    std::printf("%-32s %8s %6s %8s %8s %12s  %s\n", "zone", "outlines", "holes", "points", "bytes",
+    std::printf("%-32s %8s %6s %8s %8s %12s  %s\n", "zone", "exterior", "holes", "points", "bytes",
                 "km2", "west south east north");
     for (const ZoneRow& row : rows) {
         std::printf(
                 "%s\n",
                 fmt::format("{:<32} {:>8} {:>6} {:>8} {:>8} {:>12.1f}  {:.4f} {:.4f} {:.4f} {:.4f}",
-                            Printable(row.zone->tzid), row.outlines, row.holes, row.zone->points,
-                            row.zone->ringBytes, row.km2, row.box[0], row.box[1], row.box[2],
-                            row.box[3])
+                            Printable(row.zone->tzid), row.exteriorRings, row.holes,
+                            row.zone->points, row.zone->ringBytes, row.km2, row.box[0], row.box[1],
+                            row.box[2], row.box[3])
                         .c_str());
     }
 }
 
-// Writes the areas as a FeatureCollection, a feature a line.
+// Writes the zones' polygons as a FeatureCollection, one feature a line.
 void WriteGeoJson(const InspectOptions& options, const std::vector<ZoneRow>& rows, int32_t scale,
                   Progress* progress) {
     std::string text = "{\"type\":\"FeatureCollection\",\"features\":[\n";
@@ -197,16 +198,28 @@ int RunInspect(const InspectOptions& options) {
 void AddInspectCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<InspectOptions>();
     CLI::App* command = app->add_subcommand(
-            "inspect", "Shows what a database holds: its parts, its zones, their areas");
-    command->add_option("FILE", options->database, "Database file")->required();
-    command->add_option("--zone", options->zones, "Only this zone; may be given more than once");
-    command->add_option("--sort", options->sort, "Zones by what comes first")
-            ->check(CLI::IsMember({"name", "area", "points", "rings", "bytes"}))
-            ->capture_default_str();
+            "inspect", "Shows the parts of a database, and its zones with their areas");
+    command->add_option("FILE", options->database, "Database file")->required()->type_name("");
+    command->add_option("--zone", options->zones,
+                        "Show this zone only; may be given more than once (default: all zones)")
+            ->type_name("ZONE");
+    command->add_option("--sort", options->sort,
+                        "Order of the zones: name, or the largest area, points, rings or bytes "
+                        "first (default: name)")
+            ->check(CLI::IsMember({"name", "area", "points", "rings", "bytes"}).description(""))
+            ->type_name("KEY");
     command->add_option("--geojson", options->geojson,
-                        "Write the zones' areas, whole again, as GeoJSON to this file; - for "
-                        "standard output")
-            ->check(NamesFile());
-    command->add_flag("--json", options->json, "One JSON object instead of the tables");
+                        "Write the zones' polygons, without the tiling, to FILE; - is standard "
+                        "output (default: print tables)")
+            ->check(NamesFile())
+            ->type_name("FILE");
+    command->add_flag("--json", options->json, "Print one JSON object (default: tables)");
+    command->footer(
+            "Areas are in square kilometres (km2), bounding boxes in degrees, and bytes are\n"
+            "those of a zone's rings.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz inspect new.bin --sort area\n"
+            "  $ offlinetz inspect new.bin --zone Europe/Paris --geojson paris.geojson");
     command->callback([options, exitCode] { *exitCode = RunInspect(*options); });
 }

@@ -1,4 +1,4 @@
-// offlinetz lookup: which zones contain a point, for one point or for lines of points.
+// offlinetz lookup: the zones that contain a point, for one point or for lines of points.
 #include <LookupInterface.h>
 #include <fmt/format.h>
 
@@ -24,7 +24,7 @@ namespace {
 
 using vendor::quor::hardware::offlinetimezone::V1_0::implementation::LookupTzIdIn;
 
-constexpr double kLeastRadius = 0.01;  // Kilometres; less is not worth a figure.
+constexpr double kLeastRadius = 0.01;  // In km. A smaller radius is not printed as a number.
 
 struct LookupOptions {
     std::string database = BesideProgram(OFFLINETZ_WORLD_DATABASE);
@@ -39,8 +39,7 @@ struct LookupOptions {
     bool noVerify = false;
 };
 
-// The exact text that a client of the service gets. The service's log of the lookup is written,
-// too.
+// The exact text that a client of the service gets. Also writes the service's log of the lookup.
 std::string ClientText(const ZDDatabase& database, const PointText& point) {
     float distance = 0.0f;
     const std::unique_ptr<char, decltype(&std::free)> text(
@@ -95,8 +94,7 @@ int RunLookup(const LookupOptions& options, bool onePoint) {
     const offlinetz::DatabasePtr database =
             offlinetz::OpenDatabase(options.database, !options.noVerify);
     if (options.radius && !offlinetz::IsTiled(*database)) {
-        throw std::runtime_error(options.database +
-                                 ": is not tiled, so how far an answer holds is not known");
+        throw std::runtime_error(options.database + ": is not tiled, so it has no safe radius");
     }
     int exitCode = kExitOk;
     const auto answer = [&](const PointText& where) {
@@ -111,7 +109,8 @@ int RunLookup(const LookupOptions& options, bool onePoint) {
                     options.json ? offlinetz::OneLine(found.object).c_str() : found.text.c_str());
     } else if (!AnswerLines({options.json, options.latColumn, options.lonColumn,
                              options.radius ? std::vector<std::string>{"zone", "radius_km"}
-                                            : std::vector<std::string>{"zone"}},
+                                            : std::vector<std::string>{"zone"},
+                             true},
                             answer)) {
         exitCode = kExitFailed;
     }
@@ -123,30 +122,48 @@ int RunLookup(const LookupOptions& options, bool onePoint) {
 void AddLookupCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<LookupOptions>();
     CLI::App* command = app->add_subcommand(
-            "lookup", "Names the time zone of a point, or of each line of standard input");
+            "lookup", "Prints the time zone of a point, or of each line of standard input");
     auto* lat = command->add_option("LAT", options->lat,
-                                    "Latitude in degrees, north positive; or LAT,LON in one word");
-    command->add_option("LON", options->lon, "Longitude in degrees, east positive");
+                                    "Latitude in degrees, -90 to 90, north positive; or LAT,LON")
+                        ->type_name("");
+    command->add_option("LON", options->lon, "Longitude in degrees, -180 to 180, east positive")
+            ->type_name("");
     command->add_option("--db", options->database,
-                        "Database file, where it is not the world that comes with the program");
-    command->add_flag("--no-verify", options->noVerify,
-                      "Answer from a database whose digest does not match its content");
-    command->add_flag("--json", options->json, "One JSON object a line");
+                        "Database to read (default: the world that comes with the program)")
+            ->type_name("FILE");
+    command->add_flag(
+            "--no-verify", options->noVerify,
+            "Accept a database whose digest does not match its content (default: refuse)");
+    command->add_flag("--json", options->json, "Print one JSON object a line (default: text)");
     command->add_option("--lat", options->latColumn,
-                        "The table's column of latitudes, where it has no usual name");
-    command->add_option("--lon", options->lonColumn, "The same of longitudes");
-    command->add_flag("--raw", options->raw, "The exact text that a client of the service gets");
+                        "Latitude column of a table (default: lat, latitude or y)")
+            ->type_name("NAME");
+    command->add_option("--lon", options->lonColumn,
+                        "Longitude column of a table (default: lon, lng, long, longitude or x)")
+            ->type_name("NAME");
+    command->add_flag("--raw", options->raw,
+                      "Print the exact text that a client of the service gets");
     command->add_flag(
             "--radius", options->radius,
-            "Also how far the answer holds: no point within so many kilometres has another");
-    command->add_flag("--verbose", options->verbose, "The service's log on standard error");
+            "Also print the safe radius in km: all points within it have the same answer");
+    command->add_flag("--verbose", options->verbose, "Print the service's log on standard error");
     command->footer(
-            "Lines hold a latitude and a longitude with blanks or a comma between them, or degrees "
-            "with N, S, E or W. A table whose first line names its columns (lat and lon, latitude "
-            "and longitude, y and x, ...) keeps them and gets the zone as one more. Each line "
-            "gives "
-            "a row; one that makes no sense gives an error row and is reported, and the exit code "
-            "is 1.");
+            "Without LAT and LON, each line of standard input is a point: a latitude and a\n"
+            "longitude, separated by blanks, a comma or a semicolon, or degrees with N, S,\n"
+            "E or W. If the first line names a latitude and a longitude column, the input is\n"
+            "a table (CSV, fields separated by commas, semicolons or tabs); each row is\n"
+            "printed with its zone as an additional column.\n"
+            "\n"
+            "A line without a valid point gives a row with the error, and a message on\n"
+            "standard error.\n"
+            "\n"
+            "Exit code: 0 every point has an answer; 1 a line is not valid, or the database\n"
+            "cannot be used; 2 the command line is not valid.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz lookup 48.8566 2.3522\n"
+            "  $ offlinetz lookup --radius 33.9S 18.4E\n"
+            "  $ offlinetz lookup --json <places.csv");
     command->callback(
             [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
 }

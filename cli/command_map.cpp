@@ -1,4 +1,5 @@
-// offlinetz map: a page on which a database is looked at and asked, without a network.
+// offlinetz map: a page that shows a database on a map and answers lookups without a network.
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
@@ -24,15 +25,17 @@ namespace {
 
 using offlinetz::Grid;
 
-// What the page draws of the whole world, at two pixels at most. Nearer it draws what lookups read.
-constexpr double kThinnedMetres = 1000.0;
+// Tolerance of the borders that the page draws when the whole world is visible: at most two pixels.
+// At higher zoom the page draws the rings that lookups read.
+constexpr double kDrawnToleranceMetres = 1000.0;
 
-// How far past the world's edge rings reach, in units; the compiler's eight at most.
+// The farthest that a ring of this world may reach beyond the world's edge, in units. The
+// compiler's rings reach at most eight.
 constexpr int32_t kBeyondEdge = 64;
 
-// What stands in the page for the data, until a database is put in.
-constexpr char kPlace[] = "<script id=\"data\" type=\"application/json\">null</script>";
-constexpr size_t kPlaceOfNull = sizeof kPlace - sizeof "null</script>";
+// The element of the template page in which the data replaces "null".
+constexpr char kDataElement[] = "<script id=\"data\" type=\"application/json\">null</script>";
+constexpr size_t kOffsetOfNull = sizeof kDataElement - sizeof "null</script>";
 
 struct MapOptions {
     std::string file;
@@ -41,7 +44,7 @@ struct MapOptions {
     double leastSquareKilometres = 0.01;
 };
 
-// RFC 4648.
+// Base64 (RFC 4648).
 std::string Base64(const uint8_t* bytes, size_t length) {
     constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
@@ -61,36 +64,37 @@ std::string ReadPage(const std::string& path) {
     return {bytes.begin(), bytes.end()};
 }
 
-// The rings of all zones, thinned for drawing; as they are where the database is none of this
-// world, on whose far points thinning would spend hours.
-std::vector<offlinetz::ZoneRings> ThinnedRings(const InspectedFile& file) {
+// The rings of all zones, simplified for drawing. A database with points far beyond the world's
+// edge is not simplified, because that would take hours.
+std::vector<offlinetz::ZoneRings> SimplifiedRings(const InspectedFile& file) {
     const int precision = file.database->precision;
-    bool isThinned = precision >= Grid::kMinPrecision && precision <= Grid::kMaxPrecision;
+    bool canSimplify = precision >= Grid::kMinPrecision && precision <= Grid::kMaxPrecision;
     const int32_t reach = file.scale < INT32_MAX / 2 ? file.scale + kBeyondEdge : INT32_MAX;
     const offlinetz::GridBox world = {{-reach, -reach}, {reach, reach}};
     std::vector<offlinetz::ZoneRings> rings;
     for (const offlinetz::InspectedZone& zone : file.inspected.zones) {
         rings.push_back(zone.rings);
         for (const offlinetz::GridRing& ring : zone.rings)
-            isThinned = isThinned && world.Contains(offlinetz::BoxOf(ring));
+            canSimplify = canSimplify && world.Contains(offlinetz::BoxOf(ring));
     }
-    if (isThinned) offlinetz::Simplify(&rings, Grid(precision), kThinnedMetres);
+    if (canSimplify) offlinetz::Simplify(&rings, Grid(precision), kDrawnToleranceMetres);
     return rings;
 }
 
-// Latitudes and longitudes in turn, each as the step from the one before it.
-nlohmann::ordered_json StepsOf(const offlinetz::GridRing& ring) {
-    nlohmann::ordered_json steps = nlohmann::json::array();
+// The delta-encoded coordinates of a ring: latitude, longitude, latitude and so on, in units.
+nlohmann::ordered_json DeltasOf(const offlinetz::GridRing& ring) {
+    nlohmann::ordered_json deltas = nlohmann::json::array();
     offlinetz::GridPoint last;
     for (const offlinetz::GridPoint& p : ring) {
-        steps.push_back(int64_t{p.lat} - last.lat);
-        steps.push_back(int64_t{p.lon} - last.lon);
+        deltas.push_back(int64_t{p.lat} - last.lat);
+        deltas.push_back(int64_t{p.lon} - last.lon);
         last = p;
     }
-    return steps;
+    return deltas;
 }
 
-// With its zones, if it `isDrawn`; a page of two databases draws the new one.
+// The page's object for a database. It includes the zones only if it `isDrawn`: a page of two
+// databases draws the new one.
 nlohmann::ordered_json DatabaseJson(const std::string& name, const InspectedFile& file,
                                     bool isDrawn, Progress* progress) {
     const ZDDatabase& database = *file.database;
@@ -104,10 +108,10 @@ nlohmann::ordered_json DatabaseJson(const std::string& name, const InspectedFile
                                      {"content", Base64(database.mapping, bytes)},
                                      {"zones", nlohmann::json::array()}};
     if (!isDrawn) return object;
-    progress->Show("thinning borders", 0, 1);
-    const std::vector<offlinetz::ZoneRings> thinned = ThinnedRings(file);
-    for (size_t i = 0; i < thinned.size(); ++i) {
-        progress->Show("drawing", i, thinned.size());
+    progress->Show("simplifying borders", 0, 1);
+    const std::vector<offlinetz::ZoneRings> simplified = SimplifiedRings(file);
+    for (size_t i = 0; i < simplified.size(); ++i) {
+        progress->Show("drawing", i, simplified.size());
         const offlinetz::InspectedZone& zone = file.inspected.zones[i];
         if (zone.rings.empty()) continue;
         nlohmann::ordered_json drawn = {
@@ -118,14 +122,14 @@ nlohmann::ordered_json DatabaseJson(const std::string& name, const InspectedFile
                 {"rings", nlohmann::json::array()}};
         for (const double side : offlinetz::BoundsOf(zone.rings, file.scale))
             drawn["box"].push_back(offlinetz::Rounded(side, 1e4));
-        for (const offlinetz::GridRing& ring : thinned[i])
-            drawn["rings"].push_back(StepsOf(ring));
+        for (const offlinetz::GridRing& ring : simplified[i])
+            drawn["rings"].push_back(DeltasOf(ring));
         object["zones"].push_back(std::move(drawn));
     }
     return object;
 }
 
-// JSON that may stand in a page's script element: no text in it can end the element.
+// Escapes "<" in JSON, so that no text in it can end the script element that contains it.
 std::string WithoutTags(const std::string& json) {
     std::string text;
     text.reserve(json.size());
@@ -139,7 +143,7 @@ std::string WithoutTags(const std::string& json) {
     return text;
 }
 
-// The features of the changes, as they stand between the brackets of a JSON array.
+// The changes as features, separated by commas: the inside of a JSON array.
 std::string ChangeFeatures(const MapOptions& options, const InspectedFile& was,
                            const InspectedFile& is, Progress* progress) {
     const offlinetz::Differences differences = offlinetz::Compare(
@@ -153,7 +157,7 @@ std::string ChangeFeatures(const MapOptions& options, const InspectedFile& was,
     return text;
 }
 
-// What a file is called on the page: by its name, or by its path where both have the same name.
+// The name of a file on the page: its file name, or its path if `other` has the same file name.
 std::string NameOf(const std::string& path, const std::string& other) {
     const auto name = [](const std::string& p) { return std::filesystem::path(p).filename(); };
     return name(path) == name(other) ? path : name(path).string();
@@ -164,8 +168,9 @@ int RunMap(const MapOptions& options) {
     const bool isCompared = !options.newFile.empty();
     offlinetz::CheckOutputPath(options.output, {pagePath, options.file, options.newFile});
     std::string page = ReadPage(pagePath);
-    const size_t place = page.find(kPlace);
-    if (place == std::string::npos) throw std::runtime_error(pagePath + ": has no place for a map");
+    const size_t place = page.find(kDataElement);
+    if (place == std::string::npos)
+        throw std::runtime_error(pagePath + ": is not the template of the map page");
     Progress progress;
     const InspectedFile file = Inspect(options.file, &progress);
     std::string data = "{\"databases\":[" +
@@ -179,7 +184,7 @@ int RunMap(const MapOptions& options) {
                                                       newFile, true, &progress));
     }
     data = WithoutTags(data + "],\"changes\":[" + changes + "]}");
-    page.replace(place + kPlaceOfNull, sizeof "null" - 1, data);
+    page.replace(place + kOffsetOfNull, sizeof "null" - 1, data);
     offlinetz::WriteOutput(options.output, {page.begin(), page.end()});
     return kExitOk;
 }
@@ -189,16 +194,24 @@ int RunMap(const MapOptions& options) {
 void AddMapCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<MapOptions>();
     CLI::App* command = app->add_subcommand(
-            "map", "Writes a page that shows a database's zones and answers on a map, offline");
-    command->add_option("FILE", options->file, "Database file")->required();
+            "map", "Writes a page that shows a database on a map and answers lookups offline");
+    command->add_option("FILE", options->file, "Database file")->required()->type_name("");
     command->add_option("NEW", options->newFile,
-                        "Database file that would replace it: the page shows what changes");
-    command->add_option("-o,--output", options->output, "The page to write; - for standard output")
+                        "Database file that would replace it: the page also shows what changes")
+            ->type_name("");
+    command->add_option("-o,--output", options->output, "Page to write; - is standard output")
             ->required()
-            ->check(NamesFile());
+            ->check(NamesFile())
+            ->type_name("FILE");
     command->add_option("--least", options->leastSquareKilometres,
-                        "Leave out changed parts of fewer square kilometres")
-            ->check(CLI::Range(0.0, 1e9))
-            ->capture_default_str();
+                        fmt::format("Leave out changed areas of fewer square kilometres (0 to "
+                                    "1000000000, default {})",
+                                    options->leastSquareKilometres))
+            ->check(CLI::Range(0.0, 1e9).description(""))
+            ->type_name("KM2");
+    command->footer(
+            "Examples:\n"
+            "  $ offlinetz map world.bin -o world.html\n"
+            "  $ offlinetz map old.bin new.bin -o changes.html");
     command->callback([options, exitCode] { *exitCode = RunMap(*options); });
 }

@@ -1,4 +1,4 @@
-// offlinetz service: the service's library, loaded and used as a client on a device does.
+// offlinetz service: loads the service's library and uses it as a client on a device does.
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -21,7 +21,8 @@
 
 namespace {
 
-constexpr int kExitNoDatabase = 3;  // Of an update: the service has nothing to answer from now.
+constexpr int kExitNoDatabase = 3;  // Of an update: the service has no database in use.
+constexpr size_t kLargestChunk = size_t{1} << 30;  // Bytes.
 
 struct ServiceOptions {
     std::string library = BesideProgram(OFFLINETZ_SERVICE_LIBRARY);
@@ -35,8 +36,8 @@ struct ServiceOptions {
     bool force = false;
 };
 
-// Sends standard output to nowhere while it lives: the service prints a line there whenever it
-// opens a database.
+// Redirects standard output to /dev/null during its lifetime, because the service prints a line
+// there each time it opens a database. Not thread-safe.
 class SilencedOutput {
   public:
     SilencedOutput() {
@@ -62,8 +63,8 @@ class SilencedOutput {
     int mSaved;
 };
 
-// The service, loaded and started. What it prints on standard output while it opens a database is
-// dropped, and its log too unless it is asked for.
+// Loads and starts the service. Drops what the service prints on standard output while it opens a
+// database, and also its log unless --verbose is given.
 std::unique_ptr<ServiceClient> StartService(const ServiceOptions& options) {
     UseLog(options.verbose);
     const SilencedOutput silenced;
@@ -75,12 +76,12 @@ std::string VersionText(int32_t version) {
                                                 : fmt::format("version {}", version);
 }
 
-// Throws where a service uses a database, but none in the directory that is looked at.
+// Throws std::runtime_error if the service uses a database that is not in `directory`.
 void RequireDirectory(const DatabaseDirectory& directory, const ServiceClient::State& state,
                       const ServiceOptions& options) {
     if (state.IsUsable() && !directory.IsInUse()) {
         throw std::runtime_error(
-                fmt::format("{}: the library reads another directory, and is running there, {}",
+                fmt::format("{}: the library uses another directory and runs there on {}",
                             options.directory, VersionText(state.version)));
     }
 }
@@ -95,7 +96,7 @@ int RunStatus(const ServiceOptions& options) {
                                 : "failed: no usable database");
     std::printf("%s", directory.Describe().c_str());
     if (!state.IsUsable() && directory.ActiveIsGood())
-        std::printf("The library does not use the active file: it may read another directory.\n");
+        std::printf("The library does not use the active file: it may use another directory.\n");
     return state.IsUsable() ? kExitOk : kExitFailed;
 }
 
@@ -121,13 +122,13 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
         const LineAnswer found = answer(point);
         std::printf("%s\n",
                     options.json ? offlinetz::OneLine(found.object).c_str() : found.text.c_str());
-    } else if (!AnswerLines({options.json, "", "", {"zone"}}, answer)) {
+    } else if (!AnswerLines({options.json, "", "", {"zone"}, false}, answer)) {
         exitCode = kExitFailed;
     }
     return exitCode;
 }
 
-// The version byte in a database file's header, or no version.
+// The version byte in a database file's header, or kNoVersion if the file is too short.
 int32_t VersionOf(const offlinetz::FileBytes& file) {
     return file.size() > 4 ? file[4] : ServiceClient::kNoVersion;
 }
@@ -147,19 +148,19 @@ int RunUpdate(const ServiceOptions& options) {
     const ServiceClient::State before = service->GetState();
     RequireDirectory(directory, before, options);
     if (!options.force) {
-        // A bad file that is injected takes the place of the active database and of its backup;
-        // one of the same version cannot be told from what is there.
+        // The service installs what it gets: a bad file would replace the active database and its
+        // backup. The installation of a file with the same version could not be confirmed.
         zonedetect::OpenFailure failure;
         offlinetz::OpenBytes(bytes, &failure);
         const std::string fault = offlinetz::FaultOf(*bytes, failure);
         if (!fault.empty()) return Refuse(options.file + " is " + fault, before);
         if (before.IsUsable() && version == before.version) {
             return Refuse(options.file +
-                                  " has the version that is installed, so whether it "
-                                  "replaced it could not be seen (--force sends it)",
+                                  " has the installed version, so its installation could not be "
+                                  "confirmed (--force sends it anyway)",
                           before);
         }
-        // Without it the service would lose the backup, or both files, in the midst of writing.
+        // If the disk fills up while the service writes, it loses the backup or both files.
         const std::string lack = directory.LackOfRoom(bytes->size());
         if (!lack.empty()) return Refuse(lack, before);
     }
@@ -176,7 +177,8 @@ int RunUpdate(const ServiceOptions& options) {
                     Printable(options.file).c_str(), directory.Describe().c_str());
         if (directory.BackupIsGood()) {
             std::printf(
-                    "The next start restores the backup if the active file can be written then.\n");
+                    "The next start restores the backup, provided the active file can be "
+                    "written.\n");
         }
         return kExitNoDatabase;
     }
@@ -186,7 +188,7 @@ int RunUpdate(const ServiceOptions& options) {
         return kExitFailed;
     }
     if (before.version == version) {
-        std::printf("sent %s; whether it replaced the one before cannot be seen\n",
+        std::printf("sent %s; it was installed before, so the installation cannot be confirmed\n",
                     VersionText(version).c_str());
     } else {
         std::printf("installed %s (before: %s)\n", VersionText(version).c_str(),
@@ -195,44 +197,87 @@ int RunUpdate(const ServiceOptions& options) {
     return kExitOk;
 }
 
+void AddStatus(CLI::App* service, const std::shared_ptr<ServiceOptions>& options, int* exitCode) {
+    CLI::App* status = service->add_subcommand(
+            "status", "Shows the service's state, its database version and its two files");
+    status->footer(
+            "Exit code: 0 the service uses a database; 1 it has no usable database, or cannot\n"
+            "be loaded; 2 the command line is not valid.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz service status\n"
+            "  $ offlinetz service --verbose status");
+    status->callback([options, exitCode] { *exitCode = RunStatus(*options); });
+}
+
+void AddLookup(CLI::App* service, const std::shared_ptr<ServiceOptions>& options, int* exitCode) {
+    CLI::App* lookup = service->add_subcommand(
+            "lookup",
+            "Asks the service for the zone of a point, or of each line of standard input");
+    auto* lat = lookup->add_option("LAT", options->lat,
+                                   "Latitude in degrees, -90 to 90, north positive; or LAT,LON")
+                        ->type_name("");
+    lookup->add_option("LON", options->lon, "Longitude in degrees, -180 to 180, east positive")
+            ->type_name("");
+    lookup->add_flag("--json", options->json, "Print one JSON object a line (default: text)");
+    lookup->footer(
+            "Prints the exact text that a client gets. Lines and tables are read as\n"
+            "'offlinetz lookup' reads them.\n"
+            "\n"
+            "Exit code: 0 every point has an answer; 1 a line is not valid, or the service\n"
+            "answers with an error; 2 the command line is not valid.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz service lookup 48.8566 2.3522\n"
+            "  $ offlinetz service lookup --json <places.csv");
+    lookup->callback(
+            [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
+}
+
+void AddUpdate(CLI::App* service, const std::shared_ptr<ServiceOptions>& options, int* exitCode) {
+    CLI::App* update =
+            service->add_subcommand("update", "Sends a database to the service and installs it");
+    update->add_option("FILE", options->file, "Database file")->required()->type_name("");
+    update->add_option("--chunk-size", options->chunkSize,
+                       fmt::format("Bytes sent in one call (1 to {}, default {})", kLargestChunk,
+                                   options->chunkSize))
+            ->check(WholeNumber(1, kLargestChunk))
+            ->type_name("BYTES");
+    update->add_flag("--force", options->force,
+                     "Send the file even if it is damaged, has the installed version, or does not "
+                     "fit on the disk (default: refuse)");
+    update->footer(
+            "Exit code: 0 installed; 1 refused, and the service keeps its database; 2 the\n"
+            "command line is not valid; 3 the service has no database in use afterwards.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz service update new.bin\n"
+            "  $ offlinetz service --directory /data/offlinetz update --chunk-size 4096 new.bin");
+    update->callback([options, exitCode] { *exitCode = RunUpdate(*options); });
+}
+
 }  // namespace
 
 void AddServiceCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<ServiceOptions>();
     CLI::App* service = app->add_subcommand(
-            "service", "Loads the service's library and uses it as a client does");
+            "service", "Loads the service's library and uses it as a client on a device does");
     service->require_subcommand(1);
-    service->add_option(
-            "--library", options->library,
-            "The service's library, where it is not the one that comes with the program");
+    service->add_option("--library", options->library,
+                        "Library to load (default: the one that comes with the program)")
+            ->type_name("FILE");
     service->add_option("--directory", options->directory,
-                        "Where that library keeps its two files, which is built into it")
-            ->capture_default_str();
-    service->add_flag("--verbose", options->verbose, "The service's log on standard error");
-
-    CLI::App* status =
-            service->add_subcommand("status", "Says whether it runs, and on which version");
-    status->callback([options, exitCode] { *exitCode = RunStatus(*options); });
-
-    CLI::App* lookup = service->add_subcommand(
-            "lookup", "Names the time zone of a point, or of each line of standard input");
-    auto* lat = lookup->add_option("LAT", options->lat,
-                                   "Latitude in degrees, north positive; or LAT,LON in one word");
-    lookup->add_option("LON", options->lon, "Longitude in degrees, east positive");
-    lookup->add_flag("--json", options->json, "One JSON object a line");
-    lookup->callback(
-            [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
-
-    CLI::App* update = service->add_subcommand("update", "Sends a database and installs it");
-    update->add_option("FILE", options->file, "Database file")->required();
-    update->add_option("--chunk-size", options->chunkSize, "Bytes a call")
-            ->check(WholeNumber(1, size_t{1} << 30))
-            ->capture_default_str();
-    update->add_flag("--force", options->force,
-                     "Send the file even if it is damaged, of the version installed, or has no "
-                     "room");
-    update->footer(
-            "Exit code 0: installed; 1: refused, and the database is the one before; "
-            "3: the service has no database in use.");
-    update->callback([options, exitCode] { *exitCode = RunUpdate(*options); });
+                        fmt::format("Directory of the library's two database files, which is built "
+                                    "into the library (default: {})",
+                                    options->directory))
+            ->type_name("DIRECTORY");
+    service->add_flag("--verbose", options->verbose, "Print the service's log on standard error");
+    service->footer(
+            "Examples:\n"
+            "  $ offlinetz service status\n"
+            "  $ offlinetz service lookup 48.8566 2.3522\n"
+            "  $ offlinetz service update new.bin");
+    AddStatus(service, options, exitCode);
+    AddLookup(service, options, exitCode);
+    AddUpdate(service, options, exitCode);
 }

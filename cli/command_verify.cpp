@@ -1,4 +1,4 @@
-// offlinetz verify: all that can be wrong with a database file.
+// offlinetz verify: the faults of a database file.
 #include <fmt/format.h>
 #include <reader/read_budget.h>
 #include <nlohmann/json.hpp>
@@ -53,9 +53,11 @@ void PrintText(const std::string& path, const ZDDatabase& database,
     std::printf("table type %u\n", static_cast<unsigned>(ZDGetTableType(&database)));
     std::printf("precision  %u\n", static_cast<unsigned>(database.precision));
     std::printf("bytes      %zu\n", offlinetz::FileSize(database));
-    // A lookup that comes to one of them ends early.
+    // A lookup that reaches one of them stops early.
     std::printf(
-            "limits     %zu rings at a point, %lld bytes of rings and as many of texts a lookup\n",
+            "limits     a lookup collects up to %zu rings, and reads up to %lld bytes of rings and "
+            "as "
+            "many bytes of records\n",
             zonedetect::kMaxHits,
             static_cast<long long>(zonedetect::ReadBudget::Bytes(database.length)));
     std::printf("notice     %s\n", Printable(ZDGetNotice(&database)).c_str());
@@ -119,13 +121,20 @@ int RunVerify(const std::string& path, bool json) {
 void AddVerifyCommand(CLI::App* app, int* exitCode) {
     const auto path = std::make_shared<std::string>();
     const auto json = std::make_shared<bool>(false);
-    CLI::App* command = app->add_subcommand(
-            "verify", "Finds what is wrong with a database file, before a device has it");
-    command->add_option("FILE", *path, "Database file")->required();
-    command->add_flag("--json", *json, "One JSON object");
+    CLI::App* command =
+            app->add_subcommand("verify", "Checks a database file before a device gets it");
+    command->add_option("FILE", *path, "Database file")->required()->type_name("");
+    command->add_flag("--json", *json, "Print one JSON object (default: text)");
     command->footer(
-            "Looks at every byte and every tile, and looks up the vertices of all borders, or an "
-            "even sample where there are very many. The exit code is 1 where lookups would go "
-            "wrong, 3 where there are only warnings, else 0.");
+            "Checks every byte, entry, ring and tile, and looks up the vertices of all\n"
+            "borders, or an even sample if all would take minutes. A finding says what is\n"
+            "wrong, where it is, and what it does to lookups.\n"
+            "\n"
+            "Exit code: 0 the file is good; 1 some lookups would be wrong, or the file cannot\n"
+            "be used; 2 the command line is not valid; 3 there are warnings only.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz verify new.bin\n"
+            "  $ offlinetz verify --json new.bin");
     command->callback([path, json, exitCode] { *exitCode = RunVerify(*path, *json); });
 }

@@ -1,18 +1,19 @@
-// The commands of the host program. Each Add function declares a command and its options on the
-// command line and says what to run; nothing touches a file before the command runs.
+// The commands of the host program. Each Add function declares a command, its options and the
+// function that runs it. No file is touched before the command runs.
 #pragma once
 
 #include <CLI/CLI.hpp>
 
-// What the program returns to the shell.
+// The exit codes of the program.
 enum ExitCode {
     kExitOk = 0,
-    kExitFailed = 1,  // The work could not be done, or its answer is no.
-    kExitUsage = 2,   // The command line or a coordinate on it makes no sense.
-    kExitWarned = 3,  // Done, and something was found that may be meant so.
+    kExitFailed = 1,  // The command failed, or its answer is no.
+    kExitUsage = 2,   // The command line, or a coordinate on it, is not valid.
+    kExitWarned = 3,  // The command found warnings only.
 };
 
-// Each command stores its exit code in `*exitCode` when it runs.
+// A command stores its exit code in `*exitCode` when it runs, and throws std::exception with a
+// message for the user if it fails. `exitCode` must outlive `app`.
 void AddLookupCommand(CLI::App* app, int* exitCode);
 void AddVerifyCommand(CLI::App* app, int* exitCode);
 void AddInspectCommand(CLI::App* app, int* exitCode);

@@ -1,6 +1,6 @@
-# Completes offlinetz's commands and options in bash, out of its own help; files otherwise.
+# Bash completion for offlinetz: commands and options from its own help texts, and file names.
 
-# The commands that a help text on standard input names.
+# Prints the subcommands that the help text on standard input lists.
 _offlinetz_commands() { sed -n '/^Subcommands:/,$s/^  \([a-z]*\) .*/\1/p'; }
 
 _offlinetz() {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 namespace {
 
@@ -15,14 +16,15 @@ std::string Lowered(std::string text) {
     return text;
 }
 
-// The first column with one of the names; all of them where there is none.
+// The first column named `wanted`, or with one of the usual names if `wanted` is empty.
 template <typename Names>
-size_t Find(const std::vector<std::string>& columns, const Names& names,
-            const std::string& wanted) {
+std::optional<size_t> Find(const std::vector<std::string>& columns, const Names& usual,
+                           const std::string& wanted) {
     const auto found = std::find_if(columns.begin(), columns.end(), [&](const std::string& column) {
         if (!wanted.empty()) return column == wanted;
-        return std::find(std::begin(names), std::end(names), Lowered(column)) != std::end(names);
+        return std::find(std::begin(usual), std::end(usual), Lowered(column)) != std::end(usual);
     });
+    if (found == columns.end()) return std::nullopt;
     return static_cast<size_t>(found - columns.begin());
 }
 
@@ -69,17 +71,21 @@ std::string CsvField(const std::string& text, char separator) {
     return quoted + '"';
 }
 
-bool FindColumns(std::string_view header, const std::string& lat, const std::string& lon,
-                 CsvColumns* columns) {
+CsvColumns FindColumns(std::string_view header, const std::string& lat, const std::string& lon) {
     if (header.substr(0, kByteOrderMark.size()) == kByteOrderMark)
         header.remove_prefix(kByteOrderMark.size());
+    const auto rank = [](const CsvColumns& columns) {
+        const int found = (columns.lat.has_value() ? 1 : 0) + (columns.lon.has_value() ? 1 : 0);
+        return std::make_pair(found, columns.names.size());
+    };
+    CsvColumns best;
     for (const char separator : {',', ';', '\t'}) {
-        std::vector<std::string> names = SplitRow(header, separator);
-        const size_t latColumn = Find(names, kUsualLat, lat);
-        const size_t lonColumn = Find(names, kUsualLon, lon);
-        if (latColumn == names.size() || lonColumn == names.size()) continue;
-        *columns = {separator, std::move(names), latColumn, lonColumn};
-        return true;
+        CsvColumns columns;
+        columns.separator = separator;
+        columns.names = SplitRow(header, separator);
+        columns.lat = Find(columns.names, kUsualLat, lat);
+        columns.lon = Find(columns.names, kUsualLon, lon);
+        if (best.names.empty() || rank(columns) > rank(best)) best = std::move(columns);
     }
-    return false;
+    return best;
 }

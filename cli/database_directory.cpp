@@ -19,10 +19,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What a database file is; false where it is not good.
+// Describes the state of a database file in `*verdict`. Returns whether the file is good.
 bool Judge(const std::string& path, std::string* verdict) {
     std::error_code ignored;
-    if (fs::is_fifo(path, ignored)) {  // Whose reader would wait for ever.
+    if (fs::is_fifo(path, ignored)) {  // Opening it would wait for a writer.
         *verdict = path + ": is a pipe";
         return false;
     }
@@ -43,7 +43,7 @@ bool Judge(const std::string& path, std::string* verdict) {
     }
 }
 
-// The bytes that a file takes on its medium, which writing over it gives back.
+// The bytes that a file occupies on its disk. Overwriting the file releases them.
 int64_t BytesTaken(const std::string& path) {
     constexpr int64_t kBlockOfStat = 512;
     struct stat status = {};
@@ -99,5 +99,5 @@ std::string DatabaseDirectory::LackOfRoom(uint64_t size) const {
     const int64_t forBoth = forBackup + file - BytesTaken(mActive);
     const int64_t needed = std::max(forBackup, forBoth);
     if (needed <= free) return "";
-    return fmt::format("{} has {} bytes free, where the update needs {}", mPath, free, needed);
+    return fmt::format("{} has {} bytes free, but the update needs {}", mPath, free, needed);
 }

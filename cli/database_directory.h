@@ -1,30 +1,33 @@
-// The service's two database files, looked at from outside: the service itself tells no more than
-// a status and a version.
+// The service's two database files, read directly: the service itself reports only a status and a
+// version.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-// The directory that the shipped library was built for.
+// The directory that is built into the shipped library.
 std::string DefaultDatabaseDirectory();
 
+// Reads the files at each call. May be called on any thread.
 class DatabaseDirectory {
   public:
-    // Touches nothing yet; the directory need not be there.
+    // Touches no file. The directory need not exist.
     explicit DatabaseDirectory(std::string path);
 
-    // Two lines: what the active file and the backup are, or why they cannot be read.
+    // Two lines: the state of the active file and of the backup, or why each cannot be read.
     std::string Describe() const;
 
+    // Whether the reader accepts the file and its digest matches its content.
     bool ActiveIsGood() const;
     bool BackupIsGood() const;
 
-    // Whether this process has the active file open, as a service in it has that uses the file.
+    // Whether this process has the active file open, as a service in this process does that uses
+    // it.
     bool IsInUse() const;
 
-    // Why an update by a file of `size` bytes finds no room: it writes the backup over first and
-    // then the active file, so each takes the place of one that may be smaller. Empty where there
-    // is room.
+    // Why the disk has no room for an update by a file of `size` bytes, or empty if it has. An
+    // update overwrites first the backup and then the active file, so it needs more room only as
+    // far as the new file is larger than the old ones.
     std::string LackOfRoom(uint64_t size) const;
 
   private:

@@ -1,5 +1,7 @@
 #include "inspected.h"
 
+#include <fmt/format.h>
+
 #include <stdexcept>
 
 #include "compiler/geometry.h"
@@ -8,7 +10,8 @@ InspectedFile Inspect(const std::string& path, Progress* progress) {
     InspectedFile file;
     file.database = offlinetz::OpenDatabase(path);
     if (file.database->precision < 1 || file.database->precision > 31) {
-        throw std::runtime_error(path + ": has no precision, so nothing in it has a place");
+        throw std::runtime_error(fmt::format("{}: has the precision {}, which is not from 1 to 31",
+                                             path, file.database->precision));
     }
     file.scale = int32_t{1} << (file.database->precision - 1);
     offlinetz::StartGeometry();

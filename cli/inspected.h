@@ -1,4 +1,4 @@
-// A database file as the commands that look into one open it.
+// Opens a database file and reassembles its zones, for the commands that show its content.
 #pragma once
 
 #include <cstdint>
@@ -14,6 +14,6 @@ struct InspectedFile {
     offlinetz::InspectedDatabase inspected;
 };
 
-// Opens a database and puts its zones together. Throws std::runtime_error with the path and the
-// reason.
+// Opens the database file at `path`, checks its digest, and reassembles its zones. Starts the
+// geometry library. Throws std::runtime_error with the path and the reason.
 InspectedFile Inspect(const std::string& path, Progress* progress);

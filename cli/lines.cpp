@@ -7,6 +7,7 @@
 #include <new>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "csv.h"
 #include "database/answer.h"
@@ -17,22 +18,24 @@ namespace {
 
 constexpr size_t kProgressInterval = 1024;
 
-// Makes rows of lines of points, or of the rows of a table.
+// Makes the output row for an input line: a point, or a row of a table.
 class RowMaker {
   public:
     RowMaker(const LineFormat& format,
              const std::function<LineAnswer(const PointText& point)>& answer)
         : mFormat(format), mAnswer(answer) {}
 
-    // Whether the first line is a table's header, which gets no answer then.
+    // Returns whether the first line is a table's header, which gets no answer. Throws
+    // std::runtime_error for a header that lacks a column.
     bool TakeHeader(const std::string& line) {
-        const bool isWanted = !mFormat.latColumn.empty() || !mFormat.lonColumn.empty();
-        CsvColumns columns;
-        if (!FindColumns(WithoutReturn(line), mFormat.latColumn, mFormat.lonColumn, &columns)) {
-            if (!isWanted) return false;
-            throw std::runtime_error("the first line names no columns of latitude and longitude");
+        CsvColumns columns = FindColumns(WithoutReturn(line), mFormat.latColumn, mFormat.lonColumn);
+        if (!columns.lat.has_value() || !columns.lon.has_value()) {
+            const bool isWanted = !mFormat.latColumn.empty() || !mFormat.lonColumn.empty();
+            const bool hasOne = columns.lat.has_value() || columns.lon.has_value();
+            if (!isWanted && (!hasOne || columns.names.size() < 2)) return false;
+            throw std::runtime_error(FaultOfHeader(columns));
         }
-        mTable = columns;
+        mTable = std::move(columns);
         return true;
     }
 
@@ -40,7 +43,7 @@ class RowMaker {
         return mFormat.json ? "" : Extended(line, mFormat.answerColumns);
     }
 
-    // Throws std::invalid_argument where the line makes no sense.
+    // Throws std::invalid_argument with the reason if the line holds no point.
     std::string Row(const std::string& line) const {
         const PointText point = mTable.has_value() ? PointOf(line) : ParsePoint(line);
         const LineAnswer found = mAnswer(point);
@@ -56,19 +59,42 @@ class RowMaker {
     }
 
   private:
+    // What is wrong with a header that lacks a column.
+    std::string FaultOfHeader(const CsvColumns& columns) const {
+        for (const auto& [wanted, found] : {std::pair(mFormat.latColumn, columns.lat),
+                                            std::pair(mFormat.lonColumn, columns.lon)}) {
+            if (!wanted.empty() && !found.has_value()) {
+                const std::string names = fmt::format("{}", fmt::join(columns.names, ", "));
+                return names.empty() ? "the first line is blank; it must name the columns"
+                                     : fmt::format("no column '{}'; there are: {}", wanted, names);
+            }
+        }
+        const bool hasLat = columns.lat.has_value();
+        std::string fault = fmt::format("the first line has '{}' but no {} column",
+                                        columns.names[hasLat ? *columns.lat : *columns.lon],
+                                        hasLat ? "longitude" : "latitude");
+        if (mFormat.hasColumnOptions)
+            fault += hasLat ? "; name it with --lon" : "; name it with --lat";
+        return fault;
+    }
+
     static std::string WithoutReturn(const std::string& line) {
         return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
     }
 
     PointText PointOf(const std::string& row) const {
         const std::vector<std::string> fields = SplitRow(WithoutReturn(row), mTable->separator);
-        if (mTable->lat >= fields.size() || mTable->lon >= fields.size()) {
-            throw std::invalid_argument("the row ends before its latitude or longitude");
+        for (const size_t column : {*mTable->lat, *mTable->lon}) {
+            if (column >= fields.size()) {
+                throw std::invalid_argument(
+                        fmt::format("the row has {} fields, but '{}' is column {}", fields.size(),
+                                    mTable->names[column], column + 1));
+            }
         }
-        return ParsePoint(fields[mTable->lat], fields[mTable->lon]);
+        return ParsePoint(fields[*mTable->lat], fields[*mTable->lon]);
     }
 
-    // A row with columns more, before its carriage return if it has one.
+    // A row with columns appended, before its carriage return if it has one.
     std::string Extended(const std::string& row, const std::vector<std::string>& columns) const {
         std::string extended = WithoutReturn(row);
         const bool hasReturn = extended.size() < row.size();
@@ -93,8 +119,8 @@ class RowMaker {
     std::optional<CsvColumns> mTable;
 };
 
-// Reads a line, or a table's row of several, and counts its lines; false at the end. Throws
-// std::runtime_error where there is no memory for it.
+// Reads a line, or a table's row, which may have several lines, and adds their number to `*lines`.
+// Returns false at the end. Throws std::runtime_error if there is not enough memory for it.
 bool ReadOne(bool isTable, std::string* line, size_t* lines) {
     try {
         if (isTable) return ReadRow(std::cin, line, lines);
@@ -112,11 +138,11 @@ bool AnswerLines(const LineFormat& format,
                  const std::function<LineAnswer(const PointText& point)>& answer) {
     Progress progress;
     RowMaker maker(format, answer);
-    bool allMadeSense = true;
+    bool isAllGood = true;
     bool isTable = false;
     std::string line;
     size_t lines = 0;
-    std::cin.exceptions(std::ios_base::badbit);  // So that the lack of memory is thrown.
+    std::cin.exceptions(std::ios_base::badbit);  // Otherwise the stream swallows std::bad_alloc.
     for (size_t number = 1; ReadOne(isTable, &line, &lines); ++number) {
         std::string row;
         try {
@@ -130,7 +156,7 @@ bool AnswerLines(const LineFormat& format,
         } catch (const std::invalid_argument& error) {
             progress.PrintMessage(fmt::format("line {}: {}", lines, error.what()));
             row = maker.ErrorRow(line, error.what());
-            allMadeSense = false;
+            isAllGood = false;
         }
         if (std::printf("%s\n", row.c_str()) < 0) break;
         if (number % kProgressInterval == 0) progress.Show("looking up", number, 0);
@@ -138,5 +164,5 @@ bool AnswerLines(const LineFormat& format,
     if (std::cin.bad() || std::ferror(stdin) != 0) {
         throw std::runtime_error("standard input is closed or cannot be read");
     }
-    return allMadeSense;
+    return isAllGood;
 }

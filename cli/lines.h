@@ -1,4 +1,4 @@
-// Lines of points on standard input, answered with a row each.
+// Answers points from standard input, one output row for each input line.
 #pragma once
 
 #include <functional>
@@ -8,32 +8,35 @@
 
 #include "points.h"
 
-// How lines are read and rows written.
+// How lines are read and rows are written.
 struct LineFormat {
     bool json = false;
-    // The names of a table's columns of latitude and longitude. Where one is given, the first line
-    // must be a header with it; else it may be one with usual names.
+    // The names of a table's latitude and longitude columns. If one is given, the first line must
+    // be a header with that column. If none is, the first line may be a header with usual names.
     std::string latColumn;
     std::string lonColumn;
-    // The names of the columns that a table gets.
-    std::vector<std::string> answerColumns;
+    std::vector<std::string> answerColumns;  // The names of the columns that are appended.
+    bool hasColumnOptions = false;           // Whether messages may refer to --lat and --lon.
 };
 
-// What there is to say of a point: as a text, as columns of a table, and as an object.
+// The answer for one point, in each form of output.
 struct LineAnswer {
     std::string text;
-    std::vector<std::string> columns;
-    nlohmann::ordered_json object;
+    std::vector<std::string> columns;  // As many as LineFormat::answerColumns.
+    nlohmann::ordered_json object;     // Set if LineFormat::json is.
 };
 
-// Reads standard input to its end and prints a row for each line, so that the two keep step. Lines
-// are points, and a row the point, a tab and the answer's text; or the
-// input is a table with a header, whose rows get the answer's columns behind their own. With json a
-// row is the answer's object, behind the columns of a table by their names.
+// Reads standard input to its end and prints one row for each line, in order.
 //
-// A blank line gives a blank row. A line that makes no sense gives the line and "error: " with the
-// reason in the place of the answer, or an object with "input" and "error"; the reason also goes to
-// standard error with the line's number. Returns whether all lines made sense; throws
-// std::runtime_error when the input cannot be read, or lacks the header that it must have.
+// - A line is a point (points.h). Its row is the point, a tab and the answer's text.
+// - If the first line is a header, the input is a table. Its rows get the answer's columns.
+// - With `json`, a row is the answer's object, after the fields of a table's row by their names.
+// - A blank line gives a blank row.
+// - A line without a point gives the line and "error: " with the reason instead of the answer. With
+//   `json` it gives an object with "input" and "error". The reason and the line's number also go to
+//   standard error.
+//
+// Returns whether every line was valid. Throws std::runtime_error if the input cannot be read or
+// its header lacks a column; rows printed so far stay.
 bool AnswerLines(const LineFormat& format,
                  const std::function<LineAnswer(const PointText& point)>& answer);

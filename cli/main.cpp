@@ -1,5 +1,5 @@
-// offlinetz: looks points up in a zone database, checks one, compiles one, and is a client of the
-// service.
+// offlinetz: the host program. Its commands look up points in a zone database, compile, check and
+// compare databases, and act as a client of the service.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -17,8 +17,8 @@
 
 namespace {
 
-// A standard stream that the caller closed is opened on nothing, in the wrong direction: using it
-// fails as it must, and no file that is opened later takes its place.
+// Opens each standard stream that the caller closed on /dev/null, in the wrong direction: its use
+// fails, as it should, and no file opened later gets its descriptor.
 void GuardStandardStreams() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(fd, F_GETFD) >= 0) continue;
@@ -26,27 +26,27 @@ void GuardStandardStreams() {
     }
 }
 
-// Whether an argument is a coordinate such as "-.5", or two of them in one word.
-bool StartsWithPoint(const std::string& argument) {
+// Whether an argument starts with "-." and is a coordinate such as "-.5", or two in one word.
+bool IsNegativeFraction(const std::string& argument) {
     return argument.size() > 2 && argument.compare(0, 2, "-.") == 0 &&
            std::isdigit(static_cast<unsigned char>(argument[2])) != 0 &&
            argument.find_first_not_of("0123456789.+-eE,; ") == std::string::npos;
 }
 
-// The arguments as the parser wants them, the last one first. It knows negative numbers by the
-// digit behind the minus, so one that begins with its point gets a zero there.
+// The arguments as the parser needs them, the last one first. The parser recognises a negative
+// number by a digit after the minus, so "-.5" becomes "-0.5".
 std::vector<std::string> Arguments(int argc, char** argv) {
     std::vector<std::string> arguments(argv + 1, argv + argc);
     const auto lookup = std::find(arguments.begin(), arguments.end(), "lookup");
     for (auto argument = lookup; argument != arguments.end(); ++argument) {
-        if (StartsWithPoint(*argument)) argument->insert(1, "0");
+        if (IsNegativeFraction(*argument)) argument->insert(1, "0");
     }
     std::reverse(arguments.begin(), arguments.end());
     return arguments;
 }
 
-// What to do about a command line that makes no sense: the help where a command is missing, of the
-// program or of its `service`.
+// The text that follows an error of the command line: the help if a subcommand is missing, of the
+// program or of `service`, else a hint.
 std::string Advice(const CLI::App& app) {
     const CLI::App* command = &app;
     while (!command->get_subcommands().empty())
@@ -56,8 +56,21 @@ std::string Advice(const CLI::App& app) {
 }
 
 int Run(int argc, char** argv) {
-    CLI::App app{"Answers which time zone contains a point, without any network.", "offlinetz"};
+    CLI::App app{
+            "Finds the time zone of a point without a network, and makes and checks its databases.",
+            "offlinetz"};
     app.require_subcommand(1);
+    app.footer(
+            "'offlinetz COMMAND --help' shows the options of a command.\n"
+            "\n"
+            "Exit code: 0 done; 1 failed, or the answer is no; 2 the command line is not\n"
+            "valid; 3 'verify' found warnings only, or 'service update' left the service\n"
+            "without a database.\n"
+            "\n"
+            "Examples:\n"
+            "  $ offlinetz lookup 48.8566 2.3522\n"
+            "  $ offlinetz compile zones.geojson -o new.bin\n"
+            "  $ offlinetz verify new.bin");
     app.set_version_flag("--version", "offlinetz " OFFLINETZ_VERSION);
     int exitCode = kExitOk;
     AddLookupCommand(&app, &exitCode);
@@ -90,7 +103,7 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
     GuardStandardStreams();
     const int exitCode = Run(argc, argv);
-    // What did not get out is not done.
+    // Output that could not be written is a failure.
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return exitCode;
     PrintMessage("standard output cannot be written");
     return exitCode == kExitOk ? kExitFailed : exitCode;

@@ -8,7 +8,7 @@
 
 std::string Printable(std::string_view text) {
     std::string printable;
-    for (;;) {  // Part by part, because the library escapes double quotes too.
+    for (;;) {  // The library would also escape double quotes, so they are passed by.
         const size_t quote = text.find('"');
         const std::string escaped = fmt::format("{:?}", text.substr(0, quote));
         printable.append(escaped, 1, escaped.size() - 2);
@@ -29,7 +29,8 @@ void UseLog(bool isWanted) {
     }
     platform::SetLogReceiver([](int priority, const char* tag, const std::string& message) {
         std::string_view text = message;
-        if (!text.empty() && text.back() == '\n') text.remove_suffix(1);  // As many end.
+        if (!text.empty() && text.back() == '\n')
+            text.remove_suffix(1);  // Many messages end with one.
         std::fprintf(stderr, "%c %s: %s\n", platform::PriorityLetter(priority), tag,
                      Printable(text).c_str());
     });

@@ -1,18 +1,17 @@
-// Messages on standard error, and foreign text on its way to a terminal. Every message of the
-// program goes through here, because it may quote foreign text: a file name, a file's content, an
-// option.
+// Messages on standard error. Every message of the program goes through here, because it may quote
+// untrusted text: a file name, the content of a file, an option.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-// The text on one line. Escaped are control characters, invisible characters, bytes that are not
-// UTF-8, and backslashes, so that a text cannot fake an escape.
+// The text on one line, safe for a terminal: control characters, invisible characters, bytes that
+// are not UTF-8, and backslashes are escaped. Double quotes are not.
 std::string Printable(std::string_view text);
 
-// Writes one line: "offlinetz: " and the text as Printable gives it.
+// Writes one line to standard error: "offlinetz: " and Printable(text).
 void PrintMessage(std::string_view text);
 
-// Sends the log of the service's units to standard error, one line a message, escaped likewise;
-// drops it where `isWanted` is false.
+// Prints the log of the service's units on standard error, one line a message, escaped like
+// Printable; or drops it if `isWanted` is false. Any thread may call.
 void UseLog(bool isWanted);

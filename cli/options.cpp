@@ -6,20 +6,22 @@
 #include <filesystem>
 #include <system_error>
 
-CLI::Validator WholeNumber(uint64_t least, uint64_t greatest) {
-    const std::string range = fmt::format("{} to {}", least, greatest);
+CLI::Validator WholeNumber(uint64_t least, uint64_t greatest, bool orZero) {
     return CLI::Validator(
-            [least, greatest, range](std::string& text) {
+            [=](std::string& text) {
                 uint64_t number = 0;
                 const char* const end = text.data() + text.size();
                 const auto [stop, error] = std::from_chars(text.data(), end, number);
-                if (error != std::errc() || stop != end || number < least || number > greatest) {
-                    return fmt::format("{} is not a whole number from {}", text, range);
+                const bool isInRange =
+                        (number >= least && number <= greatest) || (orZero && number == 0);
+                if (error != std::errc() || stop != end || !isInRange) {
+                    return fmt::format("{} is not a whole number from {} to {}{}", text, least,
+                                       greatest, orZero ? ", or 0" : "");
                 }
                 text = std::to_string(number);  // Without leading zeros.
                 return std::string();
             },
-            range);
+            "");
 }
 
 CLI::Validator NamesFile() {

@@ -1,17 +1,19 @@
-// Checks and defaults of option values that the command-line library does not have.
+// Validators and defaults of option values that the command-line library does not have. Validators
+// have no description: the help text of an option states its range.
 #pragma once
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <string>
 
-// Takes a whole decimal number from `least` to `greatest`. The library's own conversion lets a
-// negative number wrap round, and reads 010 as 8.
-CLI::Validator WholeNumber(uint64_t least, uint64_t greatest);
+// Accepts a decimal whole number from `least` to `greatest`, and also 0 if `orZero` is set. The
+// library's own conversion wraps negative numbers around and reads 010 as 8.
+CLI::Validator WholeNumber(uint64_t least, uint64_t greatest, bool orZero = false);
 
-// Refuses an empty path, such as that of a shell variable that is not set.
+// Refuses an empty path, such as the value of a shell variable that is not set.
 CLI::Validator NamesFile();
 
-// The path of a file of the program's own, from its path relative to the program's directory: it
-// holds wherever the program was built, installed or moved to.
+// The absolute path of one of the program's own files. `relative` is its path from the directory of
+// the program, so the file is found wherever the program was built, installed or moved to. Relative
+// to the working directory if /proc is not available.
 std::string BesideProgram(const std::string& relative);

@@ -16,8 +16,8 @@ constexpr double kMaxLongitude = 180.0;
 constexpr std::string_view kDegreeSign = "\xC2\xB0";
 constexpr std::string_view kSeparators = " \t\r,;";
 
-// The letter that says on which side of the equator or of Greenwich degrees are, before or behind
-// them, taken off; 0 where there is none.
+// Removes the letter N, S, E or W after or before the degrees, and returns it as a capital. Returns
+// 0 if there is none.
 char TakeHemisphere(std::string_view* text) {
     constexpr std::string_view kLetters = "NSEWnsew";
     for (const bool isBehind : {true, false}) {
@@ -26,12 +26,12 @@ char TakeHemisphere(std::string_view* text) {
         if (kLetters.find(c) == std::string_view::npos) continue;
         text->remove_suffix(isBehind ? 1 : 0);
         text->remove_prefix(isBehind ? 0 : 1);
-        return static_cast<char>(c & ~0x20);  // As a capital.
+        return static_cast<char>(c & ~0x20);  // ASCII upper case.
     }
     return '\0';
 }
 
-// Reads degrees, and makes a text with a letter one with a sign.
+// Parses degrees from -limit to limit. A text with a letter is replaced by one with a sign.
 double ParseDegrees(std::string* text, const char* name, double limit) {
     double degrees = 0.0;
     std::string_view number = *text;
@@ -41,7 +41,7 @@ double ParseDegrees(std::string* text, const char* name, double limit) {
         number.remove_suffix(kDegreeSign.size());
     }
     const std::string_view unsignedNumber = number;
-    // The conversion takes a minus only.
+    // std::from_chars accepts a minus but no plus.
     if (number.substr(0, 1) == "+" && number.substr(0, 2) != "+-") number.remove_prefix(1);
     const auto [end, error] =
             std::from_chars(number.data(), number.data() + number.size(), degrees);
@@ -65,8 +65,8 @@ bool IsLetter(std::string_view text) {
     return TakeHemisphere(&text) != '\0' && before.size() == 1;
 }
 
-// Puts letters that stand by themselves to the degrees that they belong to: all before, or all
-// behind them.
+// Splits the text at separators. Joins letters that stand alone with their degrees, if both stand
+// before or both after them.
 std::vector<std::string> Words(std::string_view text) {
     std::vector<std::string> words;
     for (size_t at = text.find_first_not_of(kSeparators); at != std::string_view::npos;) {

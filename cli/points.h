@@ -1,10 +1,10 @@
-// Points as users write them.
+// Parses points as users write them.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-// A point in degrees, with the texts that it was read from, decimal numbers.
+// A point in degrees, and its coordinates as decimal numbers in text, as the service takes them.
 struct PointText {
     std::string latText;
     std::string lonText;
@@ -12,14 +12,14 @@ struct PointText {
     double lon = 0.0;
 };
 
-// Whether a line holds white space only.
+// Whether a line contains nothing but blanks, tabs and carriage returns.
 bool IsBlank(std::string_view line);
 
-// Reads a text that holds a latitude (-90 to 90) and a longitude (-180 to 180), decimal numbers
-// with blanks, tabs, a comma or a semicolon between them, or degrees with N, S, E or W before or
-// behind them (48.85N 2.35E; 2.35° E, 48.85° N), in either order then. Throws std::invalid_argument
-// with the reason, fit for a terminal.
+// Parses a latitude (-90 to 90) and a longitude (-180 to 180) in one text. They are either decimal
+// numbers, latitude first, separated by blanks, tabs, a comma or a semicolon; or degrees with N, S,
+// E or W before or after each, in any order (48.85N 2.35E; 2.35° E, 48.85° N). Throws
+// std::invalid_argument with a message for the user; the message quotes the text as it is.
 PointText ParsePoint(std::string_view text);
 
-// The same of two texts, a latitude and a longitude.
+// Parses a latitude and a longitude, each in a text of its own.
 PointText ParsePoint(std::string_view lat, std::string_view lon);

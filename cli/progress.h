@@ -1,5 +1,5 @@
-// Progress of long work, shown on a terminal only. Written here because Debian has no C++ library
-// for it.
+// Shows the progress of long work on a terminal. Written here because Debian packages no C++
+// library for it.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,8 @@
 
 #include "compiler/progress.h"
 
-// Keeps one line on standard error up to date while it is a terminal; silent elsewhere.
+// Keeps one line on standard error up to date if that is a terminal, else shows nothing. Not
+// thread-safe.
 class Progress {
   public:
     Progress();
@@ -16,18 +17,18 @@ class Progress {
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    // Shows how far `step` is: `done` of `all` parts, or `done` alone where `all` is 0.
+    // Shows the progress of `step`: `done` of `all` parts, or only `done` if `all` is 0.
     void Show(const char* step, size_t done, size_t all);
 
-    // Calls Show. This object must outlive it.
+    // A callback that calls Show. This object must outlive it.
     offlinetz::ProgressCallback Callback();
 
-    // Prints a message (message.h) on a line of its own, terminal or not.
+    // Prints a message (message.h) on a line of its own, on a terminal or not.
     void PrintMessage(const std::string& text);
 
   private:
     void Clear();
 
     bool mIsTerminal;
-    std::string mShown;
+    std::string mShown;  // The line that is on the terminal.
 };

@@ -16,17 +16,17 @@ using ::android::hardware::hidl_string;
 using ::android::hardware::Return;
 using ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 
-constexpr std::chrono::minutes kPatience{2};
+constexpr std::chrono::minutes kTimeout{2};
 constexpr std::chrono::milliseconds kPollInterval{2};
 
-constexpr int32_t kFailed = 3;  // The server status after an installation that failed.
+constexpr int32_t kFailed = 3;  // The service's status after a failed installation.
 constexpr uint32_t kDownloadStart = 1;
 constexpr uint32_t kDownloadContinue = 2;
 constexpr uint32_t kDownloadEnd = 3;
 
 }  // namespace
 
-// Keeps the number of reports and the latest answer.
+// Counts reports and keeps the latest answer. The service calls it on its own threads.
 class ServiceClient::Callback : public IOfflinetimezoneCallback {
   public:
     Return<void> timeZoneIdReport(const hidl_string&, const hidl_string&,
@@ -38,11 +38,11 @@ class ServiceClient::Callback : public IOfflinetimezoneCallback {
         return ::android::hardware::Void();
     }
 
-    // The answer of the `number`-th report, counted from 1.
+    // Waits for the report `number`, counted from 1, and returns the latest answer.
     std::string WaitFor(size_t number) {
         std::unique_lock<std::mutex> lock(mMutex);
-        if (!mChanged.wait_for(lock, kPatience, [&] { return mReports >= number; })) {
-            throw std::runtime_error("the service does not answer");
+        if (!mChanged.wait_for(lock, kTimeout, [&] { return mReports >= number; })) {
+            throw std::runtime_error("the service did not answer within two minutes");
         }
         return mAnswer;
     }
@@ -66,19 +66,20 @@ ServiceClient::ServiceClient(const std::string& path) : mCallback(new Callback) 
     using Fetch =
             ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone* (*)(const char*);
     const auto fetch = reinterpret_cast<Fetch>(dlsym(library, "HIDL_FETCH_IOfflinetimezone"));
-    if (fetch == nullptr) throw std::runtime_error(path + ": has no service in it");
+    if (fetch == nullptr) throw std::runtime_error(path + ": does not export the service");
     mService = fetch("default");
-    if (mService == nullptr) throw std::runtime_error(path + ": the service cannot run");
-    // A service object lives as long as the process; held here, leak checkers see that it does.
+    if (mService == nullptr)
+        throw std::runtime_error(path + ": the service object could not be created");
+    // A service object lives as long as the process. Leak checkers find it through this reference.
     static auto* const kept = new std::vector<
             ::android::sp<::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone>>;
     kept->push_back(mService);
 
     mService->startLookup(mCallback);
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (GetState().status == 0) {
         if (std::chrono::steady_clock::now() > deadline) {
-            throw std::runtime_error("the service does not start");
+            throw std::runtime_error("the service did not start within two minutes");
         }
         std::this_thread::sleep_for(kPollInterval);
     }
@@ -111,13 +112,13 @@ ServiceClient::State ServiceClient::Update(const offlinetz::FileBytes& file, siz
     }
     mService->downloadDB({}, 0, total, kDownloadEnd);
     mService->injectDB();
-    // The outcome shows by polling only, and the status is "running" before the installation as
-    // after it. Requests are handled in order, so once a lookup posted behind the installation
-    // is answered, the status is the one after it.
+    // The result is visible in the status only, which is "running" before and after an
+    // installation. The service handles requests in order: once it has answered a lookup that was
+    // posted after the installation, the status is the one after the installation.
     Lookup("0", "0");
     if (GetState().status == kFailed) {
-        // A start makes the service try what it has once more: if the new file never reached the
-        // active one, the old database is still there.
+        // A start makes the service open its database again. If the new file never replaced the
+        // active one, that is the old database.
         mService->startLookup(mCallback);
         Lookup("0", "0");
     }

@@ -9,7 +9,8 @@ namespace {
 
 constexpr char kErrorPrefix[] = "error:";
 
-// The texts between pairs of double quotes; the whole text where there is no pair.
+// The texts between pairs of double quotes. The whole text if a quote has no partner, or if there
+// is none.
 std::vector<std::string> SplitAtQuotes(const std::string& text) {
     std::vector<std::string> parts;
     size_t open = text.find('"');

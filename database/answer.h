@@ -1,5 +1,5 @@
-// What a database answers at a point, for tools: from the reader, or from the text that the service
-// sends.
+// The answer at a point, for tools: from the reader, or parsed from the text that the service
+// sends. All functions may be called on any thread.
 #pragma once
 
 #include <zonedetect.h>
@@ -11,35 +11,37 @@
 namespace offlinetz {
 
 struct ZoneAt {
-    std::string identifier;  // Without the double quotes that it may be stored with.
-    ZDLookupResult classification = ZDLookupInZone;  // In the zone, on a vertex, or on a border.
+    std::string identifier;  // Without the double quotes of the stored record.
+    ZDLookupResult classification = ZDLookupInZone;  // In the zone, on a vertex or on an edge.
 };
 
 struct Answer {
-    std::vector<ZoneAt> zones;  // In the database's order; one at sea.
-    bool isNautical = false;    // The zone is the nautical one: no polygon contains the point.
-    std::string error;          // Such as "error input"; empty where there are zones.
-    float distance = 0.0f;      // Degrees to the nearest edge examined, where it was asked for.
+    std::vector<ZoneAt> zones;  // In the reader's order. Exactly one at sea.
+    bool isNautical = false;    // No polygon contains the point, so the zone is the nautical one.
+    std::string error;          // Such as "error input". Empty if there are zones.
+    float distance = 0.0f;      // Degrees to the nearest edge examined. 0 if not asked for.
 };
 
-// Looks a point up (degrees). A zone whose record cannot be read is left out. Throws
+// Looks up a point in degrees. Zones whose records cannot be read are left out. Throws
 // std::bad_alloc.
 Answer LookUp(const ZDDatabase& database, float lat, float lon, bool withDistance = false);
 
-// Takes apart the text that the service answers with: identifiers between double quotes, or one
-// without any; an error begins with "error:". The text does not tell classification and distance.
+// Parses the text of the service's answer: identifiers in double quotes, or one identifier without
+// quotes, or "error:" and the error. Classification and distance keep their defaults, because the
+// text does not contain them.
 Answer ParseAnswer(const std::string& text);
 
-// The identifiers of the zones, in their order.
+// The identifiers of the answer's zones, in the same order.
 std::vector<std::string> IdentifiersOf(const Answer& answer);
 
-// The identifier within a stored text: without a double quote at both ends, if it has them.
+// Removes the double quotes at both ends of a stored text, if it has both.
 std::string WithoutQuotes(const std::string& stored);
 
-// An object with "lat", "lon", and "zones" or "error".
+// An object with "lat" and "lon" (degrees), and "zones" (identifiers) or "error".
 nlohmann::ordered_json AnswerJson(double lat, double lon, const Answer& answer);
 
-// An object on one line. Bytes that are not UTF-8, which a foreign database may hold, are replaced.
+// Serialises an object on one line. Bytes that are not UTF-8, which a foreign database may contain,
+// become U+FFFD.
 std::string OneLine(const nlohmann::ordered_json& object);
 
 }  // namespace offlinetz

@@ -31,7 +31,7 @@ bool DecodeRing(const ZDDatabase& database, uint32_t position, GridRing* ring, u
     zonedetect::Cursor cursor = zonedetect::CursorAt(database, position);
     uint32_t count;
     ring->clear();
-    *end = static_cast<uint32_t>(database.length);  // To which a number runs that does not end.
+    *end = static_cast<uint32_t>(database.length);  // A varint without an end runs up to here.
     if (!zonedetect::ReadUnsigned(&cursor, &count)) return false;
     if (count > zonedetect::kMaxRingPoints) {
         *end = zonedetect::PositionOf(database, cursor);

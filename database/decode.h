@@ -1,5 +1,6 @@
-// Takes a database apart: the entries of its box table, its records and its rings, read as the
-// reader reads them, and where each stands. The inverse of encode.h.
+// Decodes a database: the entries of its box table, its records and its rings, with the reader's
+// own functions, and the position of each. The inverse of encode.h. Safe on hostile databases:
+// reads nothing outside the file.
 #pragma once
 
 #include <reader/read_budget.h>
@@ -13,26 +14,29 @@
 
 namespace offlinetz {
 
-// Positions are those of bytes in the file.
+// An entry of the box table. Positions are byte offsets in the file. Those of the record and of the
+// ring are not checked: in a hostile database they may be any number.
 struct DecodedEntry {
     uint32_t position;  // Of the entry itself.
     GridBox box;
-    uint32_t record;  // Of its zone's record. Hostile ones lie anywhere.
-    uint32_t ring;    // Of its ring; likewise.
+    uint32_t record;  // Of its zone's record.
+    uint32_t ring;    // Of its ring.
 };
 
-// The entries of the box table in their order, up to one that cannot be read. `*end` receives the
-// position behind the last one: the table's end if all could be read.
+// The entries of the box table in their order, up to the first that cannot be read. `*end` receives
+// the position after the last entry returned: the end of the table if all could be read.
 std::vector<DecodedEntry> DecodeTable(const ZDDatabase& database, uint32_t* end);
 
-// Reads the ring at a position: its points in true coordinates, without the shift that the reader
-// has them stored with. `*end` receives the position behind it. False where it cannot be read; what
-// was read of it ends at `*end` then.
+// Reads the ring at `position` into `*ring`, in true coordinates: without kRingShift, by which
+// stored rings are shifted. `*end` receives the position after the ring. Returns false if the ring
+// cannot be read; `*ring` then holds the points before the failure, and no byte from `*end` on was
+// read.
 bool DecodeRing(const ZDDatabase& database, uint32_t position, GridRing* ring, uint32_t* end);
 
-// Reads the record at a position: the text as it is stored, and the position behind it. False where
-// it cannot be read, or where the budget, on which its bytes go, is spent: a hostile number may be
-// as long as the file.
+// Reads the record at `position`: `*text` receives its text as stored, `*end` the position after
+// it. Its bytes are charged to `*budget`, because the varints of a hostile record may be as long as
+// the file. Returns false, with `*text` unchanged, if the record cannot be read or the budget is
+// spent.
 bool DecodeRecord(const ZDDatabase& database, uint32_t position, zonedetect::ReadBudget* budget,
                   std::string* text, uint32_t* end);
 

@@ -51,7 +51,7 @@ size_t SignedBytes(int32_t value) {
     return UnsignedBytes(Magnitude(value) << 1);
 }
 
-// The zones' records and the offset of each.
+// Encodes the zones' records. `*offsets` receives the offset of each.
 std::vector<uint8_t> EncodeMetadata(const std::vector<std::string>& zones,
                                     std::vector<uint32_t>* offsets) {
     std::vector<uint8_t> bytes;
@@ -109,8 +109,9 @@ std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes
     std::vector<uint32_t> recordOffsets;
     const std::vector<uint8_t> metadata = EncodeMetadata(content.zones, &recordOffsets);
 
-    // The reader stops at the first box north of the point, so boxes go by their southern edge;
-    // rings lie in the same order, which keeps their deltas unsigned and their reading forward.
+    // The reader stops at the first bounding box that begins north of the point, so entries are
+    // sorted by the southern edge. Rings have the same order: so their offsets never decrease, and
+    // their deltas are unsigned.
     std::vector<size_t> order(content.entries.size());
     std::iota(order.begin(), order.end(), size_t{0});
     const auto key = [&](size_t i) {
@@ -137,7 +138,7 @@ std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes
         polygonOffset = polygons.size();
         if (entry.ring.size() > kMaxRingPoints) {
             throw std::length_error(fmt::format(
-                    "a ring of {} has {} points; a reader stops at more than {}",
+                    "a ring of {} has {} points, but a reader accepts at most {}",
                     entry.zone != TableEntry::kNoZone ? content.zones[entry.zone] : "no zone",
                     entry.ring.size(), kMaxRingPoints));
         }

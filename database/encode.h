@@ -1,4 +1,4 @@
-// Encodes a database, byte by byte as docs/format.md describes it.
+// Encodes a database in the format that docs/format.md describes.
 #pragma once
 
 #include <reader/format.h>
@@ -16,14 +16,13 @@ struct DatabaseContent {
     uint8_t tableType = 0;
     uint8_t version = 0;
     int precision = 0;
-    std::vector<std::string> fieldNames;  // Up to 255.
+    std::vector<std::string> fieldNames;  // At most 255.
     std::string notice;
-    std::vector<std::string> zones;  // The first string of each zone's record.
-
-    std::vector<TableEntry> entries;  // Their zones are indexes into zones.
+    std::vector<std::string> zones;   // The text of each zone's record.
+    std::vector<TableEntry> entries;  // In any order. TableEntry::zone is an index into `zones`.
 };
 
-// Bytes of each part of an encoded database.
+// Bytes of each section of an encoded database, without the digest trailer.
 struct SectionSizes {
     size_t header = 0;
     size_t boxTable = 0;
@@ -31,22 +30,29 @@ struct SectionSizes {
     size_t polygons = 0;
 };
 
-// The longest text that a database stores, in bytes.
+// The most bytes of a text that a database stores.
 constexpr size_t kMaxStringLength = zonedetect::kReferenceBase - 1;
 
+// Appends an unsigned varint: seven bits a byte, the lowest first.
 void AppendUnsigned(uint32_t value, std::vector<uint8_t>* bytes);
+// Appends a sign-magnitude varint (not ZigZag): the magnitude, shifted left by one, and the sign in
+// the lowest bit.
 void AppendSigned(int32_t value, std::vector<uint8_t>* bytes);
-// `text` of at most kMaxStringLength bytes, inline; throws std::length_error for a longer one.
+// Appends a string. Throws std::length_error, and appends nothing, if it has more than
+// kMaxStringLength bytes.
 void AppendString(const std::string& text, std::vector<uint8_t>* bytes);
 
-// The fewest bytes that an entry takes in the box table and its ring among the polygons: what
-// depends on the entries before it counts as one byte a number.
+// A lower bound for the bytes of an entry and its ring in the file. Numbers that depend on the
+// entries before it, its two offsets, count as one byte each.
 size_t LeastStoredBytes(const TableEntry& entry);
 
-// The whole file with its digest trailer. The box table is sorted by minimum latitude, a zone
-// string that occurs again is stored once and referenced, rings go zonedetect::kRingShift units
-// west. A ring of no zone gets the record of the entry before it. Throws std::length_error for a
-// text, a ring or a file that the format cannot hold.
+// Encodes the whole file with its digest trailer; `*sizes` receives the size of each section.
+//
+// Sorts the box table by minimum latitude, as the reader requires. Stores a zone text that occurs
+// again once, and references it. Shifts rings west by zonedetect::kRingShift. An entry of kNoZone
+// gets the record of the entry before it. The bytes depend on the content only.
+//
+// Throws std::length_error for a text, a ring or a file that the format cannot hold.
 std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes* sizes);
 
 }  // namespace offlinetz

@@ -7,7 +7,7 @@ namespace offlinetz {
 
 namespace {
 
-// Squared distance from (x, y) to the segment (ax, ay)-(bx, by).
+// The squared distance from (x, y) to the segment (ax, ay)-(bx, by).
 double SquaredDistance(double x, double y, double ax, double ay, double bx, double by) {
     const double dx = bx - ax;
     const double dy = by - ay;
@@ -49,7 +49,7 @@ bool ShareSide(const GridPoint& p, const GridPoint& q, const GridBox& box) {
 
 bool TouchesBox(const GridPoint& p, const GridPoint& q, const GridBox& box) {
     if (ShareSide(p, q, box)) return false;
-    // The line misses the box when all corners lie on one side of it.
+    // The line misses the box if all corners lie on one side of the line.
     bool left = false;
     bool right = false;
     for (const GridPoint& corner : CornersOf(box)) {
@@ -70,7 +70,7 @@ int64_t DoubleArea(const GridRing& ring) {
 double CosineOfDegrees(double degrees) {
     const double x = degrees * (3.14159265358979323846 / 180.0);
     const double x2 = x * x;
-    // Taylor series to x^16; the first term left out is below 1e-12 at 90 degrees.
+    // The Taylor series up to x^16. The first omitted term is below 1e-12 at 90 degrees.
     double sum = 1.0;
     double term = 1.0;
     for (int k = 1; k <= 8; ++k) {
@@ -98,7 +98,7 @@ double Grid::SquaredMetresToSegment(const GridPoint& p, const GridPoint& a,
 
 double Grid::SquaredMetresToSegment(const GridPoint& p, const GridPoint& a, const GridPoint& b,
                                     double lonMetres) const {
-    // Coordinates relative to p are exact; on the line the distance must be 0, not nearly so.
+    // Coordinates relative to p are exact. On the segment the distance must be exactly 0.
     const double mx = lonMetres;
     const double my = LatitudeMetres();
     if (Cross(a, b, p) == 0 && p.lat >= std::min(a.lat, b.lat) && p.lat <= std::max(a.lat, b.lat) &&

@@ -1,7 +1,8 @@
-// The database's integer grid and measures on it.
+// The database's integer grid, and distances on it.
 //
-// A straight edge is straight in latitude and longitude, as the reader takes it. Nothing here
-// depends on a mathematical library: the same input gives the same bits on every machine.
+// An edge is straight in latitude and longitude, as the reader takes it. Nothing here calls a
+// mathematical library other than for square roots, which IEEE 754 defines exactly: the same input
+// gives the same bits on every machine. All functions may be called on any thread.
 #pragma once
 
 #include <array>
@@ -11,7 +12,7 @@
 
 namespace offlinetz {
 
-// A point in database units: 90 / scale degrees of latitude, 180 / scale degrees of longitude.
+// A point in grid units: 90 / scale degrees of latitude, 180 / scale degrees of longitude.
 struct GridPoint {
     int32_t lat = 0;
     int32_t lon = 0;
@@ -25,8 +26,8 @@ struct GridPoint {
     }
 };
 
-// A closed ring without its repeated last point. Seen with north up, rings that bound an area
-// run clockwise and rings that cut a hole run counterclockwise.
+// A closed ring without the repeated last point. With north up, exterior rings run clockwise and
+// holes run counterclockwise.
 using GridRing = std::vector<GridPoint>;
 
 // The index of the point after point `i` in a ring of `size` points.
@@ -34,7 +35,7 @@ inline size_t NextIndex(size_t i, size_t size) {
     return i + 1 < size ? i + 1 : 0;
 }
 
-// An inclusive rectangle of grid points.
+// A bounding box: the grid points from `min` to `max`, both included.
 struct GridBox {
     GridPoint min;
     GridPoint max;
@@ -48,68 +49,74 @@ struct GridBox {
     }
 };
 
-// The smallest box around a ring's points; the ring must not be empty.
+// The bounding box of a ring, which must not be empty.
 GridBox BoxOf(const GridRing& ring);
 
-// The cross product of a->b and a->c over the plane (lon, lat): positive when c lies left of the
-// line from a to b. Exact for the coordinates of every precision that Grid accepts.
+// The cross product of a->b and a->c in the plane (lon, lat): positive if c lies left of the line
+// from a to b. Exact for all coordinates of the precisions that Grid accepts.
 int64_t Cross(const GridPoint& a, const GridPoint& b, const GridPoint& c);
 
-// Whether the edge from `p` to `q` and the box have a point in common.
+// Whether the edge from `p` to `q` and the box share a point of the plane.
 bool TouchesBox(const GridPoint& p, const GridPoint& q, const GridBox& box);
 
-// Whether two points lie beyond the same side of a box.
+// Whether both points lie beyond one and the same side of the box.
 bool ShareSide(const GridPoint& p, const GridPoint& q, const GridBox& box);
 
 // The corners of a box, counterclockwise: north-east, north-west, south-west, south-east.
 std::array<GridPoint, 4> CornersOf(const GridBox& box);
 
-// Twice the signed area: negative for a clockwise ring.
+// Twice the signed area in square units: negative for a clockwise ring.
 int64_t DoubleArea(const GridRing& ring);
 
-// The square cell of 2^kCellShift units that a point lies in, as a key that sorts by row, then
-// column: for finding what lies near.
+// Square cells of 2^kCellShift units a side, for finding what lies near a point. The key of a cell
+// sorts by row (latitude >> kCellShift), then by column (longitude >> kCellShift).
 constexpr int kCellShift = 6;
 inline uint64_t CellKey(int32_t row, int32_t column) {
     return (uint64_t{static_cast<uint32_t>(row) ^ 0x80000000u} << 32) |
            (static_cast<uint32_t>(column) ^ 0x80000000u);
 }
 
+// The grid of one precision.
 class Grid {
   public:
     static constexpr int kMinPrecision = 8;
     static constexpr int kMaxPrecision = 23;  // The reader's floats resolve no finer grid.
 
-    // `precision` from kMinPrecision to kMaxPrecision.
+    // `precision` is from kMinPrecision to kMaxPrecision.
     explicit Grid(int precision) : mPrecision(precision), mScale(int32_t{1} << (precision - 1)) {}
 
     int Precision() const { return mPrecision; }
+    // Units in 90 degrees of latitude, and in 180 degrees of longitude.
     int32_t Scale() const { return mScale; }
 
-    // Truncates toward zero, as the reader truncates a query: an edge and the points beside it
-    // then move the same way, and their difference keeps no bias.
+    // Truncates toward zero, as the reader truncates a query. An edge and the points beside it then
+    // move the same way, so truncation adds no bias between them.
     GridPoint FromDegrees(double lat, double lon) const {
         return {static_cast<int32_t>(lat / 90.0 * mScale),
                 static_cast<int32_t>(lon / 180.0 * mScale)};
     }
 
-    // Metres a unit spans at latitude `lat` (in units).
+    // Metres in a unit of latitude.
     double LatitudeMetres() const { return kMetresPerDegree * 90.0 / mScale; }
+    // Metres in a unit of longitude at the latitude `lat`, in units.
     double LongitudeMetres(int32_t lat) const;
 
-    // How far from a border the reader may answer wrongly by the grid alone: two units in both
-    // directions. A query is truncated by up to a unit, and so is a vertex; where both move alike
-    // that is one unit in all, but not across the equator and the zero meridian. The reader
-    // truncates the longitude at which an edge passes a point too, and calls the whole unit border.
+    // The greatest distance in metres from a border at which the reader may answer wrongly because
+    // of the grid, at the latitude `lat` in units: two units in both directions. A query is
+    // truncated by up to one unit, and so is a vertex. Where both move the same way that makes one
+    // unit together, but across the equator and the zero meridian it makes two. The reader also
+    // truncates the longitude at which an edge passes a point, and treats that whole unit as
+    // border.
     double RoundingMetres(int32_t lat) const;
 
-    // Squared distance in metres from `p` to the segment a-b; exactly 0 when p lies on it.
+    // The squared distance in metres from `p` to the segment a-b; exactly 0 if p lies on it.
     double SquaredMetresToSegment(const GridPoint& p, const GridPoint& a, const GridPoint& b) const;
-    // The same for those who keep LongitudeMetres(p.lat), which takes most of the time.
+    // The same for a caller that keeps `lonMetres` = LongitudeMetres(p.lat), which takes most of
+    // the time.
     double SquaredMetresToSegment(const GridPoint& p, const GridPoint& a, const GridPoint& b,
                                   double lonMetres) const;
 
-    // The mean Earth radius of 6,371,008.8 m.
+    // From the mean Earth radius of 6,371,008.8 m.
     static constexpr double kMetresPerDegree = 111195.0802335329;
 
   private:
@@ -117,10 +124,10 @@ class Grid {
     int32_t mScale;
 };
 
-// The cosine of an angle of -90 to 90 degrees to 1e-9, by arithmetic alone.
+// The cosine of an angle from -90 to 90 degrees, with an error below 1e-9, by arithmetic only.
 double CosineOfDegrees(double degrees);
 
-// Squared distance in metres from a point to the segment a-b, all in degrees, on a plane that
+// The squared distance in metres from a point to the segment a-b, all in degrees, on a plane that
 // is true to scale at the point.
 double SquaredMetresToSegment(double lat, double lon, double aLat, double aLon, double bLat,
                               double bLon);

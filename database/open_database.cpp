@@ -49,13 +49,13 @@ FileBytes ReadFileBytes(const std::string& path) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat status = {};
     if (file.fd < 0 || fstat(file.fd, &status) != 0) Fail(path, std::strerror(errno));
-    // A device may never end.
+    // Reading a device might never end.
     if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
         Fail(path, "is a device, neither a file nor a pipe");
     }
     FileBytes bytes;
     if (S_ISREG(status.st_mode) && status.st_size <= INT32_MAX) {
-        bytes.reserve(static_cast<size_t>(status.st_size) + kReadBytes);  // No second copy.
+        bytes.reserve(static_cast<size_t>(status.st_size) + kReadBytes);  // Avoids a second copy.
     }
     size_t size = 0;
     while (status.st_size <= INT32_MAX && size <= INT32_MAX) {

@@ -1,5 +1,5 @@
-// Databases as tools open them: read into memory, checked against the digest, with a reason where
-// one is refused.
+// Opens databases for tools: reads the file into memory, checks the digest, and gives the reason if
+// the file is refused. All functions may be called on any thread.
 #pragma once
 
 #include <reader/open_bytes.h>
@@ -15,33 +15,37 @@ namespace offlinetz {
 
 using FileBytes = std::vector<uint8_t>;
 
-// Releases a handle, and afterwards the bytes that it borrows.
+// Releases a handle, and then the bytes that it borrows.
 struct DatabaseCloser {
-    std::shared_ptr<const FileBytes> bytes;  // Null: the handle owns its mapping.
+    std::shared_ptr<const FileBytes> bytes;  // Null if the handle owns its mapping.
 
     void operator()(ZDDatabase* database) const { ZDCloseDatabase(database); }
 };
 using DatabasePtr = std::unique_ptr<ZDDatabase, DatabaseCloser>;
 
-// Reads a regular file, or a pipe to its end. A copy in memory is safe from whoever replaces the
-// file meanwhile; a mapping of the file would end this process when the file became shorter. Throws
-// std::runtime_error with the path and the reason: 2 GiB or more is one, a device another.
+// Reads a regular file, or a pipe up to its end. The copy in memory stays valid if another process
+// replaces the file; a mapping would raise SIGBUS in this process if the file became shorter.
+// Throws std::runtime_error with the path and the reason, also for a file of 2 GiB or more and for
+// a device.
 FileBytes ReadFileBytes(const std::string& path);
 
-// Opens a database, which keeps `bytes`. Null where the reader refuses it; `failure` (which may be
-// null) then has the reason.
+// Opens a database, and keeps `bytes` alive as long as it is open. The digest is not checked.
+// Returns null if the reader refuses the database, with the reason in `*failure`; `failure` may be
+// null.
 DatabasePtr OpenBytes(std::shared_ptr<const FileBytes> bytes,
                       zonedetect::OpenFailure* failure = nullptr);
 
-// What is wrong with a database file, as a phrase that follows "is"; empty for a good one.
-// `failure` is what OpenBytes made of it. Reads the digest.
+// What is wrong with a database file, as a phrase that may follow "is". Empty if the file is good.
+// `failure` is the result of OpenBytes for these bytes. Checks the digest if the reader accepted
+// them.
 std::string FaultOf(const FileBytes& bytes, const zonedetect::OpenFailure& failure);
 
-// The size in bytes of the file of an open database: its content and the digest trailer.
+// The size of an open database's file in bytes: content and digest trailer.
 size_t FileSize(const ZDDatabase& database);
 
-// Reads and opens a database file. Throws std::runtime_error with the path and the reason where it
-// cannot be read or has a fault; without `verify`, only where the reader refuses it.
+// Reads and opens a database file. Throws std::runtime_error with the path and the reason if the
+// file cannot be read, the reader refuses it, or, with `verify`, its digest does not match its
+// content.
 DatabasePtr OpenDatabase(const std::string& path, bool verify = true);
 
 }  // namespace offlinetz

@@ -39,7 +39,7 @@ std::string DirectoryOf(const std::string& path) {
     return slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
 }
 
-// The rename itself must reach the medium too.
+// Makes a rename in the directory durable.
 void SynchroniseDirectoryOf(const std::string& path) {
     const std::string directory = DirectoryOf(path);
     const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -49,19 +49,20 @@ void SynchroniseDirectoryOf(const std::string& path) {
     if (result != 0) Fail(directory);
 }
 
-// What a signal that ends the process must remove: the temporary file, null while there is none.
+// The temporary file that a signal must remove before it ends the process. Null if there is none.
 std::atomic<const char*> gTemporaryPath{nullptr};
-static_assert(std::atomic<const char*>::is_always_lock_free, "a signal handler may read no other");
+static_assert(std::atomic<const char*>::is_always_lock_free,
+              "a signal handler may read lock-free atomics only");
 
 constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGTERM};
 
 extern "C" void RemoveAndEnd(int signal) {
     const char* path = gTemporaryPath.load();
     if (path != nullptr) unlink(path);
-    raise(signal);  // SA_RESETHAND has brought the default back: it ends the process afterwards.
+    raise(signal);  // SA_RESETHAND has restored the default action, which ends the process.
 }
 
-// Lets the ending signals remove the temporary file first; those that are ignored stay so.
+// Installs RemoveAndEnd for the ending signals that have their default action.
 void CatchEndingSignals() {
     for (const int signal : kEndingSignals) {
         struct sigaction action = {};
@@ -81,13 +82,13 @@ void ReleaseEndingSignals() {
     }
 }
 
-// Ends what CatchEndingSignals began.
+// Undoes CatchEndingSignals, once the temporary file is gone.
 void Forget() {
     ReleaseEndingSignals();
     gTemporaryPath = nullptr;
 }
 
-// Keeps the ending signals out while there is a file that they do not know yet.
+// Blocks the ending signals while a temporary file exists that gTemporaryPath does not name yet.
 class SignalHold {
   public:
     SignalHold() {
@@ -105,8 +106,8 @@ class SignalHold {
     sigset_t mBefore = {};
 };
 
-// Gives the new file what the old one has, where there is one: its owner if that is permitted, and
-// its mode. A file of its own gets the mode that the process gives to new ones.
+// Gives the file `fd` the mode of the file at `path`, and its owner if that is permitted. If there
+// is no file at `path`, the mode is that of a file newly created by this process.
 void TakePermissions(int fd, const std::string& path) {
     struct stat old = {};
     if (stat(path.c_str(), &old) != 0) {
@@ -116,11 +117,11 @@ void TakePermissions(int fd, const std::string& path) {
         return;
     }
     const bool isOwned = fchown(fd, old.st_uid, old.st_gid) == 0;
-    // What runs as its owner must not run as another one.
+    // Without the same owner, set-user-ID and set-group-ID bits would grant another user's rights.
     if (fchmod(fd, old.st_mode & (isOwned ? 07777u : 0777u)) != 0) Fail(path);
 }
 
-// Fills and closes the temporary file of `path`.
+// Writes, synchronises and closes the temporary file `fd` that is to replace `path`.
 void WriteTemporary(int fd, const std::vector<uint8_t>& bytes, const std::string& path) {
     try {
         WriteAll(fd, bytes, path);
@@ -133,14 +134,14 @@ void WriteTemporary(int fd, const std::vector<uint8_t>& bytes, const std::string
     close(fd);
 }
 
-// The file that `path` stands for: the target of a link, and never anything but a regular file,
-// because the rename would put one in the place of a device or a pipe.
+// The file that `path` refers to, with symbolic links resolved. Throws if that is not a regular
+// file, because the rename would replace a device or a pipe by one.
 std::string TargetOf(const std::string& path) {
     if (path.empty()) throw std::invalid_argument("the output's name is empty");
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
         struct stat link = {};
-        if (errno != ENOENT || lstat(path.c_str(), &link) == 0) Fail(path);  // A link to nothing.
+        if (errno != ENOENT || lstat(path.c_str(), &link) == 0) Fail(path);  // A dangling link.
         return path;
     }
     if (!S_ISREG(status.st_mode)) {

@@ -1,5 +1,5 @@
-// Writes a file so that its path holds the old or the new bytes, never a part of them; or writes to
-// standard output.
+// Writes a file so that its path holds either all old or all new bytes at any time, also after a
+// crash or a power failure. Or writes to standard output.
 #pragma once
 
 #include <cstdint>
@@ -8,20 +8,25 @@
 
 namespace offlinetz {
 
-// Checks, before long work on the files `inputs`, that its result can be written to `path`. Throws
-// std::invalid_argument where `path` is empty or names something that is not a regular file,
-// std::system_error where its directory cannot be written to, and std::runtime_error where it is
-// one of the inputs, by whatever link. An input "-" is standard input. The output "-", standard
-// output, always passes.
+// Checks that the result of long work can be written to `path` and does not overwrite one of the
+// files `inputs`. Call it before the work. An input "-" is standard input. The path "-" is standard
+// output and always passes.
+//
+// Throws std::invalid_argument if `path` is empty or names something other than a regular file,
+// std::system_error if its directory cannot be written to, and std::runtime_error if it is the same
+// file as an input, also through links.
 void CheckOutputPath(const std::string& path, const std::vector<std::string>& inputs);
 
-// Replaces the file `path`, or makes it: writes a temporary file beside it, synchronises that, and
-// renames it, with the old file's permissions. On failure the old file stays as it was. A symbolic
-// link is followed; what is not a regular file is refused. The path "-" is standard output.
+// Creates or replaces the file `path`: writes a temporary file in the same directory, synchronises
+// it, and renames it. Symbolic links are followed. The new file has the old one's permissions and,
+// if permitted, its owner. The path "-" is standard output.
 //
-// One call at a time in a process: a hangup, interrupt or termination signal removes the temporary
-// file before it ends the process. Throws std::system_error, and std::invalid_argument for a path
-// that cannot name a regular file.
+// SIGHUP, SIGINT and SIGTERM remove the temporary file before they end the process, unless the
+// process handles or ignores them itself. Not thread-safe: one call at a time in a process.
+//
+// Throws std::invalid_argument if `path` is empty or names something other than a regular file, and
+// std::system_error for all other failures. The old file then stays as it was, unless only the
+// synchronisation of the directory failed: then the new file is in place.
 void WriteOutput(const std::string& path, const std::vector<uint8_t>& bytes);
 
 }  // namespace offlinetz

@@ -1,5 +1,5 @@
-// Random points, the same for the same seed on every machine but for the last bit of a latitude,
-// which the mathematical library computes.
+// Random points. The same seed gives the same points on every machine, except for the last bit of
+// latitudes, which come from the mathematical library.
 #pragma once
 
 #include <cmath>
@@ -13,14 +13,15 @@ struct Degrees {
     double lon;
 };
 
+// Not thread-safe.
 class RandomPoints {
   public:
     explicit RandomPoints(uint64_t seed) : mNumbers(seed) {}
 
-    // Evenly from 0 up to, and without, 1.
+    // Uniform in [0, 1).
     double Uniform() { return static_cast<double>(mNumbers() >> 11) * 0x1p-53; }
 
-    // Evenly on the sphere.
+    // Uniform on the sphere.
     Degrees OnSphere() {
         constexpr double kDegreesPerRadian = 57.29577951308232;
         const double lat = std::asin(2.0 * Uniform() - 1.0) * kDegreesPerRadian;

@@ -12,23 +12,23 @@ namespace {
 constexpr double kKilometresPerDegree = 111.195;
 constexpr double kDegreesPerRadian = 57.29577951308232;
 constexpr int kBandPrecision = 21;
-constexpr double kBandDegrees = 15.0;  // Of a nautical zone, whose middle is a multiple of it.
+constexpr double kBandDegrees = 15.0;  // Width of a nautical zone, centred on a multiple of it.
 
 double Sine(double degrees) {
     return std::sin(degrees / kDegreesPerRadian);
 }
 
-// Degrees to the meridian where the nearest other nautical zone begins.
+// Degrees of longitude to the nearest meridian at which another nautical zone begins.
 double DegreesToBandEdge(double lon) {
     return kBandDegrees / 2 - std::fabs(std::remainder(lon, kBandDegrees));
 }
 
-// The radius in degrees of arc of the largest circle around a point at `lat` that lies within
-// `plane` degrees of it on the plane of latitude and longitude.
+// The radius, in degrees of arc, of the largest circle around a point at the latitude `lat` whose
+// points all lie within `plane` degrees of it in the plane of latitude and longitude.
 //
-// A point of the circle with the radius r, away by x degrees of latitude and y of longitude, has
-// sin^2(r/2) >= cos^2(|lat| + r) * (sin^2(x/2) + sin^2(y/2)) by the haversine formula, and for a
-// given x^2 + y^2 that sum is least where x or y is 0.
+// A point on the circle of radius r differs by x degrees of latitude and y of longitude. By the
+// haversine formula, sin^2(r/2) >= cos^2(|lat| + r) * (sin^2(x/2) + sin^2(y/2)). For a given x^2 +
+// y^2 that sum is smallest if x or y is 0.
 double ArcRadius(double lat, double plane) {
     double low = 0.0;
     double high = std::min(plane, 90.0 - std::fabs(lat));
@@ -48,12 +48,12 @@ bool IsTiled(const ZDDatabase& database) {
 
 double SafeRadiusKilometres(const ZDDatabase& database, double lat, double lon,
                             const Answer& answer) {
-    // The bands of the nautical zones are those of the usual precision.
+    // The reader's nautical zones are right in databases of kBandPrecision only.
     if (!answer.error.empty() || (answer.isNautical && database.precision != kBandPrecision))
         return 0.0;
     const double unit = 90.0 / std::ldexp(1.0, database.precision - 1);
     double plane = 0.75 * static_cast<double>(answer.distance) - 3.0 * unit;
-    // Longitudes start again beyond the antimeridian.
+    // The plane ends at the antimeridian, where longitudes wrap around.
     plane = std::min(plane, 180.0 - std::fabs(lon));
     if (answer.isNautical) plane = std::min(plane, DegreesToBandEdge(lon) - 2.0 * unit);
     return plane > 0.0 ? ArcRadius(lat, plane) * kKilometresPerDegree : 0.0;

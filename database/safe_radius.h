@@ -1,4 +1,4 @@
-// The safe radius: how far around a point its answer holds.
+// The safe radius: the distance from a point within which the answer stays the same.
 #pragma once
 
 #include <zonedetect.h>
@@ -7,13 +7,13 @@
 
 namespace offlinetz {
 
-// Whether a database is tiled. Then the distance of a lookup covers all borders around the point;
-// otherwise it covers only the rings whose bounding boxes contain the point.
+// Whether a database is tiled. If it is, the distance that a lookup returns covers all borders
+// around the point. If not, it covers only the rings whose bounding boxes contain the point.
 bool IsTiled(const ZDDatabase& database);
 
-// The radius in kilometres within which every point has the same zones as the point `lat`, `lon`
-// (degrees), from its answer, which must have the distance and be of a tiled database. 0 where
-// nothing can be promised.
+// The radius in kilometres within which every point has the same zones as the point `lat`, `lon` in
+// degrees. `answer` is the answer at that point; it must have a distance and be from a tiled
+// database. Returns 0 if nothing can be guaranteed.
 double SafeRadiusKilometres(const ZDDatabase& database, double lat, double lon,
                             const Answer& answer);
 

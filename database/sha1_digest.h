@@ -1,4 +1,4 @@
-// The digest of some bytes in one call.
+// SHA-1 in one call.
 #pragma once
 
 #include <sha1.h>
@@ -12,7 +12,7 @@ namespace offlinetz {
 
 using Digest = std::array<uint8_t, SHA1HashSize>;
 
-// The SHA-1 digest of `size` bytes; fewer than 4 GiB.
+// The SHA-1 digest of `size` bytes, which must be fewer than 4 GiB. May be called on any thread.
 inline Digest DigestOf(const uint8_t* bytes, size_t size) {
     Digest digest;
     SHA1Context context;

@@ -1,19 +1,21 @@
-// Which texts a database may hold: rules for zone identifiers and notices.
+// Rules for the texts of a database: zone identifiers and notices.
 #pragma once
 
 #include <string_view>
 
 namespace offlinetz {
 
-// Why a database may not hold a text, as a phrase such as "is empty" that follows the name of the
-// text; null where it may. The length is not judged, see kMaxStringLength. Bytes are printed to
-// terminals and logs, so both kinds of text must be UTF-8 without control characters.
+// The functions return why a text is not allowed, as a phrase such as "is empty" that follows the
+// name of the text, or null if the text is allowed. The phrase is a string literal. The length is
+// not checked; see kMaxStringLength. Both kinds of text are printed to terminals and logs, so they
+// must be UTF-8 without control characters.
 
-// An identifier, without the double quotes that it is stored with. A client takes the joined answer
-// apart at double quotes and takes what begins with "error:" for an error.
+// Checks an identifier, without the double quotes of the stored record. It must not contain a
+// double quote, at which clients split an answer, or begin with "error:", by which they recognise
+// an error.
 const char* FaultOfIdentifier(std::string_view identifier);
 
-// A notice, which may be empty.
+// Checks a notice. It may be empty.
 const char* FaultOfNotice(std::string_view notice);
 
 }  // namespace offlinetz

@@ -1,4 +1,4 @@
-// The rings of zones, and the entries of a box table, in true coordinates.
+// The rings of zones, and the entries of a box table, in true coordinates (without kRingShift).
 #pragma once
 
 #include <cstdint>
@@ -10,12 +10,12 @@ namespace offlinetz {
 
 using ZoneRings = std::vector<GridRing>;  // All rings of one zone.
 
-// One entry of the box table: the bounding box of the query points that it answers for, and the
-// ring. The encoder shifts the ring for the reader (kRingShift).
+// An entry of the box table: the bounding box of the query points that it answers, and its ring.
+// The encoder applies kRingShift to the ring.
 struct TableEntry {
     static constexpr uint32_t kNoZone = UINT32_MAX;
 
-    uint32_t zone;  // Index, or kNoZone for a ring that encloses nothing.
+    uint32_t zone;  // The zone's index, or kNoZone for a ring that encloses nothing.
     GridBox box;
     GridRing ring;
 };

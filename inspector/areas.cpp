@@ -13,7 +13,7 @@ GridPoint Clamped(const GridPoint& p, int32_t scale) {
     return {std::clamp(p.lat, -scale, scale), std::clamp(p.lon, -scale, scale)};
 }
 
-// Null for fewer than three points.
+// The closed line of a ring within the world. Null if fewer than three points are left.
 GEOSGeometry* LineOf(const GridRing& ring, int32_t scale) {
     GridRing points;
     for (const GridPoint& p : ring) {
@@ -76,7 +76,7 @@ GeometryPtr AreaOf(const ZoneRings& rings, int32_t scale) {
     GeometryPtr area(all != nullptr ? GEOSBuildArea(all.get()) : nullptr);
     if (area == nullptr) ThrowIfGeometryLacksMemory();
     if (area == nullptr || GEOSisValid(area.get()) != 1) {
-        throw std::runtime_error("its rings cross, so they bound no area");
+        throw std::runtime_error("its rings cross, so they enclose no valid area");
     }
     return area;
 }

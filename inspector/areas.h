@@ -1,4 +1,4 @@
-// Rings on the grid as areas on the earth.
+// Rings on the grid as degrees, areas and polygons.
 #pragma once
 
 #include <array>
@@ -9,20 +9,23 @@
 
 namespace offlinetz {
 
-// The degrees of a coordinate: `span` is 90 for latitudes and 180 for longitudes, `scale` the units
-// that they have. The middle of what the grid truncates to the coordinate, so that it is truncated
-// there again; where rings reach past the world's edge, the edge.
+// The degrees of a coordinate. `span` is 90 for latitudes and 180 for longitudes; `scale` is the
+// number of units in it. Returns the middle of the interval that the grid truncates to `units`, so
+// truncation gives `units` again. Rings may reach beyond the world's edge: the result is clamped to
+// -span and span.
 double DegreesOf(int32_t units, int32_t scale, double span);
 
-// West, south, east and north of all rings, in degrees. `rings` must not be empty.
+// The bounding box of all rings: west, south, east and north in degrees. `rings` must not be empty.
 std::array<double, 4> BoundsOf(const ZoneRings& rings, int32_t scale);
 
-// The area in square kilometres on a sphere of the earth's size, along edges that are straight in
-// latitude and longitude. Outlines count, holes are taken off.
+// The area in square kilometres on a sphere of the earth's size, with edges that are straight in
+// latitude and longitude. Exterior rings (clockwise) count, holes (counterclockwise) are
+// subtracted.
 double SquareKilometres(const ZoneRings& rings, int32_t scale);
 
-// The valid area, in degrees, that is inside an odd number of the rings. Throws std::runtime_error
-// where the geometry library fails.
+// The valid polygons, in degrees, of the points inside an odd number of the rings. Needs
+// StartGeometry (geometry.h). Throws std::runtime_error if the geometry library fails, as it does
+// for rings that cross, and std::bad_alloc.
 GeometryPtr AreaOf(const ZoneRings& rings, int32_t scale);
 
 }  // namespace offlinetz

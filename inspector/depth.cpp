@@ -8,7 +8,8 @@ namespace offlinetz {
 
 namespace {
 
-// A sum for each of a row of places, to which intervals of places add: a segment tree.
+// A segment tree that holds a sum for each place of a row. A weight is added to an interval of
+// places at once.
 class Sums {
   public:
     explicit Sums(size_t places) {
@@ -17,7 +18,7 @@ class Sums {
         mNodes.resize(2 * mPlaces);
     }
 
-    // Adds to the places from `begin` to before `end`.
+    // Adds the weight to the places from `begin` to before `end`.
     void Add(size_t begin, size_t end, int64_t weight) { Add(1, 0, mPlaces, begin, end, weight); }
 
     int64_t Greatest() const { return mNodes[1].greatest; }
@@ -38,11 +39,11 @@ class Sums {
 
   private:
     struct Node {
-        int64_t own = 0;       // Added to all its places at once.
-        int64_t greatest = 0;  // Of its places, without what was added further up.
+        int64_t own = 0;       // Added to all places of the node.
+        int64_t greatest = 0;  // The greatest sum of its places, without weights of its ancestors.
     };
 
-    // The node has `size` places from `first` on.
+    // The node covers `size` places from `first` on.
     void Add(size_t node, size_t first, size_t size, size_t begin, size_t end, int64_t weight) {
         if (begin >= first + size || end <= first) return;
         Node& sum = mNodes[node];
@@ -57,7 +58,7 @@ class Sums {
     }
 
     size_t mPlaces = 1;
-    std::vector<Node> mNodes;  // The root is 1; the children of a node are 2 * node and one more.
+    std::vector<Node> mNodes;  // The root is 1; a node has the children 2 * node and 2 * node + 1.
 };
 
 enum class Step { kEnd, kBegin, kAsk };  // In this order at one latitude.
@@ -71,7 +72,7 @@ struct Event {
 }  // namespace
 
 Depths DepthsOf(const std::vector<WeightedBox>& boxes, const std::vector<GridPoint>& points) {
-    std::vector<int64_t> lons;  // Where sums change from one longitude to the next.
+    std::vector<int64_t> lons;  // The longitudes at which sums may change.
     std::vector<Event> events;
     for (size_t i = 0; i < boxes.size(); ++i) {
         const GridBox& box = boxes[i].box;
@@ -88,7 +89,7 @@ Depths DepthsOf(const std::vector<WeightedBox>& boxes, const std::vector<GridPoi
     std::sort(events.begin(), events.end(), [](const Event& a, const Event& b) {
         return std::tie(a.lat, a.step, a.index) < std::tie(b.lat, b.step, b.index);
     });
-    // The place of the longitudes from the last change at or west of `lon` on, counted from 1.
+    // The place of `lon`: the number of elements of `lons` at or west of it.
     const auto placeOf = [&](int64_t lon) {
         return static_cast<size_t>(std::upper_bound(lons.begin(), lons.end(), lon) - lons.begin());
     };

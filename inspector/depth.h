@@ -1,4 +1,4 @@
-// How many boxes lie over each other, and where.
+// The greatest total weight of bounding boxes over a point.
 #pragma once
 
 #include <cstdint>
@@ -10,18 +10,18 @@ namespace offlinetz {
 
 struct WeightedBox {
     GridBox box;
-    int64_t weight;  // Not negative.
+    int64_t weight;  // At least 0.
 };
 
-// The sum of the weights of the boxes that hold a point.
+// The depth of a point is the sum of the weights of the boxes that contain it.
 struct Depths {
-    int64_t greatest = 0;         // Of all points ...
-    GridPoint place;              // ... and a point that has it; 0, 0 where no box is.
-    std::vector<int64_t> depths;  // Of the points asked for, in their order.
+    int64_t greatest = 0;         // The greatest depth of any point ...
+    GridPoint place;              // ... and a point that has it; 0, 0 if there is no box.
+    std::vector<int64_t> depths;  // The depths of the points asked for, in their order.
 };
 
-// Sweeps north over boxes and points, in n log n of their number. A box whose sides are the wrong
-// way round holds nothing.
+// Computes depths with a sweep line and a segment tree, in O(n log n) for n boxes and points. A box
+// with a minimum above its maximum contains no point.
 Depths DepthsOf(const std::vector<WeightedBox>& boxes, const std::vector<GridPoint>& points = {});
 
 }  // namespace offlinetz

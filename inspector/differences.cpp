@@ -13,8 +13,8 @@ namespace offlinetz {
 
 namespace {
 
-// A zone that has so much of another one's land, and the other way round, is that zone renamed.
-constexpr double kSameLand = 0.9;
+// A removed and an added zone are one renamed zone if they share this part of the area of each.
+constexpr double kSameArea = 0.9;
 
 GeometryPtr Checked(GEOSGeometry* geometry) {
     if (geometry == nullptr) {
@@ -24,7 +24,7 @@ GeometryPtr Checked(GEOSGeometry* geometry) {
     return GeometryPtr(geometry);
 }
 
-// Rings in an order of their own, each from its least point on.
+// A canonical form: each ring starts at its least point, and the rings are sorted.
 ZoneRings Normalized(ZoneRings rings) {
     for (GridRing& ring : rings)
         std::rotate(ring.begin(), std::min_element(ring.begin(), ring.end()), ring.end());
@@ -32,7 +32,7 @@ ZoneRings Normalized(ZoneRings rings) {
     return rings;
 }
 
-// All rings of a name, which several records may have.
+// All rings of each identifier, which several records may have.
 std::map<std::string, ZoneRings> RingsByName(const InspectedDatabase& database) {
     std::map<std::string, ZoneRings> rings;
     for (const InspectedZone& zone : database.zones) {
@@ -42,7 +42,7 @@ std::map<std::string, ZoneRings> RingsByName(const InspectedDatabase& database) 
     return rings;
 }
 
-// A polygon of what a zone lost or gained.
+// A polygon of the area that a zone lost or gained.
 struct Piece {
     std::string zone;
     GeometryPtr area;
@@ -65,7 +65,8 @@ BoxTree<Piece> TreeOf(const Pieces& pieces) {
 
 using AreasByPair = std::map<std::pair<std::string, std::string>, std::vector<GeometryPtr>>;
 
-// What of `pieces` none of `others` has.
+// Adds the parts of `pieces` that no piece of `others` covers: changes to no zone if `isLost`, else
+// from no zone.
 void AddRest(const Pieces& pieces, const Pieces& others, bool isLost, AreasByPair* areas) {
     const BoxTree<Piece> tree = TreeOf(others);
     for (const Piece& piece : pieces) {
@@ -97,7 +98,7 @@ Change MakeChange(const std::pair<std::string, std::string>& zones,
     return change;
 }
 
-// What zones lost and what zones gained, by pairs, and what is left of either.
+// The changes by pair of zones: where lost and gained pieces intersect, and what remains of each.
 std::vector<Change> MakeChanges(const Pieces& lost, const Pieces& gained) {
     AreasByPair areas;
     const BoxTree<Piece> tree = TreeOf(gained);
@@ -111,7 +112,7 @@ std::vector<Change> MakeChanges(const Pieces& lost, const Pieces& gained) {
     AddRest(gained, lost, false, &areas);
     std::vector<Change> changes;
     for (auto& [zones, polygons] : areas) {
-        // None where areas only touch.
+        // There are no polygons if the areas only touch.
         if (!polygons.empty()) changes.push_back(MakeChange(zones, std::move(polygons)));
     }
     std::stable_sort(changes.begin(), changes.end(),
@@ -167,7 +168,7 @@ Differences Compare(const InspectedDatabase& oldOne, int32_t oldScale,
         const auto before = oldArea.find(change.from);
         const auto after = newArea.find(change.to);
         if (before != oldArea.end() && after != newArea.end() &&
-            change.km2 >= kSameLand * std::max(before->second, after->second)) {
+            change.km2 >= kSameArea * std::max(before->second, after->second)) {
             differences.renamed.emplace_back(change.from, change.to);
         }
     }

@@ -1,4 +1,4 @@
-// What changed from one database to the next, exactly: areas, not samples.
+// The differences between two databases: exact areas, not samples.
 #pragma once
 
 #include <array>
@@ -12,27 +12,29 @@
 
 namespace offlinetz {
 
-// Land that had one zone and has another; an empty name is none.
+// The area whose zone changes from `from` to `to`. An empty name means no zone.
 struct Change {
     std::string from;
     std::string to;
-    double km2;
-    std::array<double, 4> box;     // West, south, east, north.
-    std::array<double, 2> sample;  // Latitude and longitude of a point in it.
+    double km2;                    // Square kilometres.
+    std::array<double, 4> box;     // Bounding box in degrees: west, south, east, north.
+    std::array<double, 2> sample;  // A point in the area: latitude and longitude in degrees.
     GeometryPtr area;              // Polygons in degrees.
 };
 
 struct Differences {
-    std::vector<std::string> added;    // Zones of the new database alone, ...
-    std::vector<std::string> removed;  // ... of the old one alone, ...
-    // ... and old and new names of those that have nearly the same land.
+    std::vector<std::string> added;    // Zones in the new database only.
+    std::vector<std::string> removed;  // Zones in the old database only.
+    // Old and new names of zones that have nearly the same area. They are not in `added` and
+    // `removed`.
     std::vector<std::pair<std::string, std::string>> renamed;
     std::vector<Change> changes;  // The largest first.
 };
 
-// Compares databases with the scales `oldScale` and `newScale` (units in 90 degrees of latitude).
-// Needs StartGeometry (geometry.h). Throws
-// std::runtime_error where rings bound no area.
+// Compares two databases. `oldScale` and `newScale` are the numbers of units in 90 degrees of
+// latitude. Zones are matched by identifier. Calls `progress` on the calling thread. Needs
+// StartGeometry (geometry.h). Throws std::runtime_error if rings cross and so enclose no valid
+// area, and std::bad_alloc.
 Differences Compare(const InspectedDatabase& oldOne, int32_t oldScale,
                     const InspectedDatabase& newOne, int32_t newScale,
                     const ProgressCallback& progress);

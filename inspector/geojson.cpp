@@ -35,7 +35,7 @@ std::string FeatureOf(const nlohmann::ordered_json& properties, const GEOSGeomet
         if (!isHole) text += isFirst ? "[" : "],[";
         if (isHole) text += ',';
         isFirst = false;
-        // Outlines run counterclockwise there, holes clockwise.
+        // In GeoJSON exterior rings run counterclockwise and holes clockwise.
         AppendRing(xy, isHole != isClockwise, &text);
     });
     text += isFirst ? "]}}" : "]]}}";

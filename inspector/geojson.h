@@ -1,4 +1,4 @@
-// Areas as GeoJSON (RFC 7946), which any geographic program opens and the compiler takes in.
+// Areas as GeoJSON (RFC 7946), which geographic programs open and the compiler reads.
 #pragma once
 
 #include <geos_c.h>
@@ -10,15 +10,15 @@
 
 namespace offlinetz {
 
-// A Feature on one line, with these properties and the polygons of a geometry in degrees, seven
-// decimals each.
+// A Feature on one line, with the given properties and the polygons of `area`, which is in degrees.
+// Coordinates have seven decimals.
 std::string FeatureOf(const nlohmann::ordered_json& properties, const GEOSGeometry* area);
 
-// A part of the land that changes hands: "from" and "to" (null for no zone), "km2", "box" (west,
-// south, east, north) and "sample" (latitude, longitude).
+// An object with "from" and "to" (null for no zone), "km2", "box" (west, south, east, north in
+// degrees) and "sample" (latitude, longitude).
 nlohmann::ordered_json ChangeJson(const Change& change);
 
-// `value` rounded to a multiple of 1 / `parts`, for writing.
+// `value` rounded to the nearest multiple of 1 / `parts`, for output.
 double Rounded(double value, double parts);
 
 }  // namespace offlinetz

@@ -24,8 +24,8 @@ struct Edge {
     }
 };
 
-// Adds the rings on a closed or open path: each time it comes back to a point, one is cut off. What
-// is left, of an open path, closes to nothing and is counted.
+// Cuts a path into rings and adds them to the zone: each time the path returns to a point, the part
+// since then is a ring. The edges that remain of an open path are counted as loose.
 void CutIntoRings(const std::vector<GridPoint>& path, InspectedZone* zone) {
     std::vector<GridPoint> open;
     std::map<GridPoint, size_t> places;
@@ -44,10 +44,10 @@ void CutIntoRings(const std::vector<GridPoint>& path, InspectedZone* zone) {
     zone->looseEdges += open.size() - 1;
 }
 
-// Follows edges from their first points until none leads on.
+// Joins edges into paths, and the paths into rings: follows edges until no unused one leads on.
 void CloseRings(std::vector<Edge> edges, InspectedZone* zone) {
     std::sort(edges.begin(), edges.end());
-    // How many of the edges from a point have been taken, in their order, at the first one's place.
+    // For the first edge from each point: how many edges from that point have been used.
     std::vector<size_t> taken(edges.size(), 0);
     const auto firstFrom = [&](const GridPoint& p) {
         return static_cast<size_t>(
@@ -91,7 +91,7 @@ InspectedDatabase InspectZones(const ZDDatabase& database, const ProgressCallbac
         budget.Spend(end > entry.ring ? end - entry.ring : 0);
         if (budget.IsSpent() || edgesLeft < 0) {
             throw std::runtime_error(
-                    "its rings lie over each other or are shared too often to be read");
+                    "entries share rings, or rings share bytes, too often for all to be read");
         }
         if (!isGood) continue;
         auto& [zone, edges] = zones[entry.record];
@@ -111,7 +111,8 @@ InspectedDatabase InspectZones(const ZDDatabase& database, const ProgressCallbac
         std::string stored;
         zone.record = record;
         zone.isNamed = DecodeRecord(database, record, &budget, &stored, &end);
-        if (budget.IsSpent()) throw std::runtime_error("its records take too long to read");
+        if (budget.IsSpent())
+            throw std::runtime_error("records share bytes too often for all to be read");
         zone.tzid = WithoutQuotes(stored);
         CloseRings(std::move(edges), &zone);
         inspected.zones.push_back(std::move(zone));

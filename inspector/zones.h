@@ -1,4 +1,5 @@
-// The zones of a database, whole again: without the tiling, its fences and frames.
+// Reassembles the zones of a database: their rings without the tiling, its clip rectangles and
+// closing paths.
 #pragma once
 
 #include <zonedetect.h>
@@ -14,39 +15,41 @@
 
 namespace offlinetz {
 
-// One pass over a database's entries reads what so many lookups at their limit read: entries may
-// share rings and records, and honest ones do so a few times.
+// A pass over all entries may read as many bytes as this many lookups at their limit. Entries may
+// share rings and records; in an honest database each is shared a few times.
 constexpr int64_t kLookupsOfInspection = 16;
 
 struct InspectedZone {
-    std::string tzid;      // Without the double quotes that it may be stored with.
-    uint32_t record = 0;   // Where its record stands in the file.
+    std::string tzid;      // Without the double quotes of the stored record.
+    uint32_t record = 0;   // The position of its record in the file.
     bool isNamed = false;  // Whether the record could be read.
 
-    // As they are stored.
+    // As stored, with the tiling.
     size_t entries = 0;
-    size_t entryPoints = 0;
-    uint64_t ringBytes = 0;
+    size_t entryPoints = 0;  // Points of the entries' rings.
+    uint64_t ringBytes = 0;  // Bytes of the entries' rings.
 
-    // Whole, in true coordinates. Outlines run clockwise, holes counterclockwise.
+    // Without the tiling, in true coordinates. Exterior rings run clockwise, holes
+    // counterclockwise.
     ZoneRings rings;
-    size_t points = 0;      // Of these rings.
-    size_t looseEdges = 0;  // Edges that close to no ring, left out. An honest database has none.
+    size_t points = 0;      // Points of `rings`.
+    size_t looseEdges = 0;  // Edges that form no closed ring, left out. 0 in an honest database.
 };
 
 struct InspectedDatabase {
     std::vector<DecodedEntry> entries;
-    uint32_t tableEnd = 0;  // Behind the last entry that could be read.
-    // By identifier. Entries whose records or rings cannot be read are not in them.
+    uint32_t tableEnd = 0;  // The position after the last entry that could be read.
+    // Sorted by identifier. Entries without a readable ring are left out.
     std::vector<InspectedZone> zones;
 };
 
-// Puts the zones together. An edge belongs to the entry whose box holds its first point: every grid
-// point lies in one tile, which has all edges there whole; fences and detours run outside. So the
-// rings are those that were tiled, edge for edge.
+// Reassembles the zones. An edge is taken from the entry whose bounding box contains its first
+// point: every grid point lies in exactly one tile, whose entries hold the edges there whole; clip
+// rectangles and closing paths run outside. So the rings are those before tiling, edge for edge.
+// In a database without tiles, the bounding box of an entry contains its whole ring.
 //
-// Throws std::runtime_error where rings and records
-// would have more bytes read than kLookupsOfInspection allow for.
+// Calls `progress` on the calling thread. Throws std::runtime_error if this would read more bytes
+// than kLookupsOfInspection lookups may.
 InspectedDatabase InspectZones(const ZDDatabase& database, const ProgressCallback& progress);
 
 }  // namespace offlinetz

@@ -1,15 +1,16 @@
-// Opens a page of `offlinetz map` in a headless browser, without a network.
+// Opens a page of `offlinetz map` in a headless browser without a network.
 import puppeteer from 'puppeteer-core';
 
 export async function openBrowser() {
   return puppeteer.launch({
     executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
-    // The tests of a project run as root too, where the browser's own sandbox does not start.
+    // The browser's sandbox does not start for root, and tests may run as root.
     args: ['--no-sandbox', '--disable-dev-shm-usage'],
   });
 }
 
-// The page at a path, once it answers; `options` go to the viewport.
+// Opens the page at a path and waits until its map is ready. `page.wanted` collects the URLs that it
+// requests, `page.faults` its uncaught errors. Other options are passed to the viewport.
 export async function openPage(browser, path, { width = 1200, height = 800, dark = false, ...options } = {}) {
   const page = await browser.newPage();
   page.wanted = [];

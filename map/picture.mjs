@@ -1,5 +1,5 @@
-// Draws a page of `offlinetz map` for the documents, and measures what a frame costs while the
-// whole world is panned on a phone-sized screen.
+// Takes a screenshot of a page of `offlinetz map` for the documents, and measures the time of a frame
+// while the map pans on a phone-sized screen.
 // Usage: node picture.mjs PAGE PICTURE
 import { openBrowser, openPage } from './browser.mjs';
 
@@ -21,7 +21,7 @@ for (const deviceScaleFactor of [1, 2, 3]) {
         map.transform = map.transform.translate(i % 60 < 30 ? 0.3 : -0.3, 0);
         const start = performance.now();
         map.draw();
-        // Read back: what the canvas has put off is done then.
+        // Reading a pixel makes the canvas finish deferred drawing.
         map.context.getImageData(0, 0, 1, 1);
         times.push(performance.now() - start);
         await new Promise((done) => requestAnimationFrame(done));

@@ -1,4 +1,5 @@
-// What the page calls of the library's reader, compiled to WebAssembly.
+// The functions that the page calls, compiled to WebAssembly together with the library's reader.
+// The page has one thread.
 #include <LookupInterface.h>
 #include <reader/open_bytes.h>
 #include <reader/units.h>
@@ -22,7 +23,7 @@ struct OpenDatabase {
     ZDDatabase* database;
     std::vector<offlinetz::DecodedEntry> entries;
 };
-std::vector<OpenDatabase> gDatabases;  // The page has one thread.
+std::vector<OpenDatabase> gDatabases;  // The index is the number that Open returns.
 
 offlinetz::GridPoint UnitsOf(const ZDDatabase& database, double lat, double lon) {
     const float scale = zonedetect::Scale(database);
@@ -34,7 +35,8 @@ offlinetz::GridPoint UnitsOf(const ZDDatabase& database, double lat, double lon)
 
 extern "C" {
 
-// Opens the database of `size` bytes at `bytes`, which stay for the page's life; its number, or -1.
+// Opens the database of `size` bytes at `bytes`, digest trailer included. Borrows the bytes for the
+// life of the page. Returns the number of the database, or -1 if the reader refuses it.
 int Open(const uint8_t* bytes, size_t size) {
     ZDDatabase* database = zonedetect::OpenBytes(bytes, size, nullptr);
     if (database == nullptr || !zonedetect::HasScale(*database)) return -1;
@@ -43,10 +45,10 @@ int Open(const uint8_t* bytes, size_t size) {
     return static_cast<int>(gDatabases.size()) - 1;
 }
 
-// The texts that the functions below return are JSON, and the caller's to free.
+// The functions below return JSON texts, which the caller must free. `number` is a result of Open.
 
-// The answer at a point: the text that a client gets, the zones in it, and in tiled databases the
-// safe radius in kilometres.
+// The answer at a point in degrees: an object with "lat", "lon", "zones" or "error", "raw" (the
+// text that a client gets), and, if the database is tiled, "radius_km" (the safe radius).
 char* Look(int number, double lat, double lon) {
     const ZDDatabase& database = *gDatabases[static_cast<size_t>(number)].database;
     const auto queryLat = static_cast<float>(lat);
@@ -62,13 +64,13 @@ char* Look(int number, double lat, double lon) {
     return strdup(offlinetz::OneLine(object).c_str());
 }
 
-// The places of the entries in the table whose boxes meet a box in degrees, without those that a
-// lookup passes over.
+// The indexes of the entries whose bounding boxes intersect a box in degrees, without the entries
+// that a lookup skips.
 char* EntriesIn(int number, double south, double west, double north, double east) {
     const OpenDatabase& open = gDatabases[static_cast<size_t>(number)];
     const offlinetz::GridPoint min = UnitsOf(*open.database, south, west);
     const offlinetz::GridPoint max = UnitsOf(*open.database, north, east);
-    nlohmann::json places = nlohmann::json::array();
+    nlohmann::json indexes = nlohmann::json::array();
     for (size_t i = 0; i < open.entries.size(); ++i) {
         const offlinetz::GridBox& box = open.entries[i].box;
         if (open.entries[i].record >= open.database->polygonDataOffset ||
@@ -77,17 +79,18 @@ char* EntriesIn(int number, double south, double west, double north, double east
         }
         if (box.min.lat <= max.lat && box.max.lat >= min.lat && box.min.lon <= max.lon &&
             box.max.lon >= min.lon) {
-            places.push_back(i);
+            indexes.push_back(i);
         }
     }
-    return strdup(places.dump().c_str());
+    return strdup(indexes.dump().c_str());
 }
 
-// An entry's zone and where its record is, its box (south, west, north and east) and the points of
-// its ring, latitudes and longitudes in turn, in units; without points where it cannot be read.
-char* Entry(int number, int place) {
+// The entry with an index from EntriesIn: an object with "zone" (empty if the record cannot be
+// read), "record" (its position in the file), "box" (south, west, north, east) and "points"
+// (latitude, longitude and so on; empty if the ring cannot be read). Coordinates are in units.
+char* Entry(int number, int index) {
     const OpenDatabase& open = gDatabases[static_cast<size_t>(number)];
-    const offlinetz::DecodedEntry& entry = open.entries[static_cast<size_t>(place)];
+    const offlinetz::DecodedEntry& entry = open.entries[static_cast<size_t>(index)];
     std::string zone;
     offlinetz::GridRing ring;
     uint32_t end;

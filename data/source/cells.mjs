@@ -15,8 +15,8 @@ const FILES = {
   1970: 'timezones-1970.geojson',
   now: 'timezones-now.geojson',
 };
-// The package cuts its cells a little inside the world's edge; what reaches the cut goes on
-// to the antimeridian or the pole.
+// The package cuts its cells slightly inside the world's edge. Coordinates at the cut are moved to the
+// antimeridian or the pole.
 const EDGE_LON = 179.9999;
 const EDGE_LAT = 89.9999;
 const WORLD = { west: -EDGE_LON, south: -EDGE_LAT, east: EDGE_LON, north: EDGE_LAT };
@@ -39,7 +39,7 @@ const closeGeometry = ({ type, coordinates }) => ({
   coordinates: type === 'Polygon' ? closeRings(coordinates) : coordinates.map(closeRings),
 });
 
-// The box of a cell, rounded as the package rounds the coordinates of the cells beside it.
+// The bounding box of a cell, rounded as the package rounds the coordinates of neighbouring cells.
 function boxGeometry({ west, south, east, north }) {
   const round = (value) => Math.round(value * 1e6) / 1e6;
   const [w, s, e, n] = [west, south, east, north].map(round);

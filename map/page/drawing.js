@@ -1,4 +1,5 @@
-// The map on its canvas: straight in latitude and longitude, as the database's edges are.
+// Draws the map on a canvas, in an equirectangular projection: edges of the database, which are straight
+// in latitude and longitude, are straight on the map.
 import { geoCircle } from 'd3-geo';
 import { select } from 'd3-selection';
 import { zoom, zoomIdentity } from 'd3-zoom';
@@ -6,17 +7,19 @@ import { zoom, zoomIdentity } from 'd3-zoom';
 const KM_PER_DEGREE = 111.195;
 const LEAST_ZOOM = 0.8;
 const MOST_ZOOM = 40000;
-// Zones are thinned for drawing. From so many pixels a degree on, what lookups read is drawn
-// instead, as long as no more entries are in sight.
+// At low zoom the map draws the simplified rings of zones. From NEAR_PIXELS pixels a degree on it draws
+// the rings that lookups read, if at most MOST_ENTRIES entries are in view.
 const NEAR_PIXELS = 250;
-// From further away points are left out that lie closer together, in degrees: less than a pixel.
+const MOST_ENTRIES = 4000;
+// Levels of detail: a level omits points closer than this many degrees to the last one drawn. The map
+// uses the first level whose step is at most MOST_STEP_PIXELS device pixels.
 const STEPS = [0.2, 0.04, 0];
 const MOST_STEP_PIXELS = 0.8;
-const MOST_ENTRIES = 4000;
-// A hostile database has entries without end: no more points are drawn, or kept, than this.
+// A hostile database may have any number of points. About this many at most are drawn in a frame, and
+// about twice as many are kept.
 const MOST_POINTS = 3e6;
-// What an entry has right around its box, in units of latitude and longitude: neighbours may overlap
-// by it, so that no seam shows.
+// A ring is right in its bounding box and in this many units of latitude and longitude around it. The
+// shapes of neighbouring tiles overlap by that, so no seam is visible.
 const OVERLAP = [10, 5];
 
 const hueOf = (name) => {
@@ -25,10 +28,10 @@ const hueOf = (name) => {
   return (hash * 137) % 360;
 };
 
-// Paths have x to the east and y to the south, in degrees.
+// Paths are in degrees, with x to the east and y to the south.
 
-// The rings of a zone, each point as the step from the one before it, without points that are less
-// than `step` from the last one drawn.
+// The path of a zone. `rings` have delta-encoded coordinates in units: latitude, longitude and so on.
+// Omits points closer than `step` degrees to the last one drawn.
 function pathOfZone(rings, precision, step) {
   const scale = 2 ** (precision - 1);
   const clamp = (value, most) => Math.max(-most, Math.min(most, value));
@@ -40,7 +43,7 @@ function pathOfZone(rings, precision, step) {
       lon += ring[i + 1];
       const x = clamp(lon * 180 / scale, 180), y = -clamp(lat * 90 / scale, 90);
       if (i > 0 && Math.abs(x - lastX) < step && Math.abs(y - lastY) < step) continue;
-      // A ring gets its place in the path once it is more than a point.
+      // A ring enters the path with its second point, so a ring of one point is not drawn.
       if (++points === 2) path.moveTo(lastX, lastY);
       if (points > 1) path.lineTo(x, y);
       [lastX, lastY] = [x, y];
@@ -50,7 +53,7 @@ function pathOfZone(rings, precision, step) {
   return path;
 }
 
-// The ring of an entry, and the box that it is looked at in, in degrees.
+// The paths of an entry's ring and of its bounding box.
 function drawnEntry({ zone, record, box: [south, west, north, east], points }, precision) {
   const scale = 2 ** (precision - 1);
   const path = new Path2D();
@@ -59,7 +62,7 @@ function drawnEntry({ zone, record, box: [south, west, north, east], points }, p
     if (i === 0) path.moveTo(x, y); else path.lineTo(x, y);
   }
   path.closePath();
-  // Degrees are truncated toward zero: a box holds its last units whole, away from there.
+  // The reader truncates degrees toward zero, so a box contains the whole of its outermost units.
   const low = (units) => (units <= 0 ? units - 1 : units);
   const high = (units) => (units >= 0 ? units + 1 : units);
   const boxPath = (more) => {
@@ -74,8 +77,8 @@ function drawnEntry({ zone, record, box: [south, west, north, east], points }, p
   };
 }
 
-// Entries of one zone as one shape, for holes are entries of their own. Tiles have their boxes in
-// common and are looked at in them; rings that are not tiled are whole.
+// Joins entries into shapes, because a hole is an entry of its own. In a tiled database a shape has the
+// entries of one zone in one tile, and is clipped to the tile. Otherwise it has all entries of a zone.
 function shapesOf(entries, isTiled) {
   const shapes = new Map();
   for (const { name, key, record, path, clip } of entries) {
@@ -87,8 +90,8 @@ function shapesOf(entries, isTiled) {
   return [...shapes.values()];
 }
 
-// The box in degrees (west, south, east, north) of a zone's largest ring: the whole one of a zone
-// across the antimeridian would be the world.
+// The bounding box in degrees (west, south, east, north) of a zone's largest ring. The bounding box of
+// all rings would span the world if the zone crosses the antimeridian.
 export function boxOfLargest(rings, precision) {
   const scale = 2 ** (precision - 1);
   let largest = null, most = -1;
@@ -105,7 +108,7 @@ export function boxOfLargest(rings, precision) {
   return largest.map((units, i) => units * (i % 2 === 0 ? 180 : 90) / scale);
 }
 
-// The polygons of a GeoJSON feature.
+// The path of a GeoJSON feature's polygons.
 function pathOfFeature(feature) {
   const path = new Path2D();
   for (const ring of feature.geometry.coordinates.flat()) {
@@ -116,7 +119,7 @@ function pathOfFeature(feature) {
 }
 
 export class Drawing {
-  // `reader` reads `database`, which is drawn; `changes` are features.
+  // Draws `database`, which `reader` reads, and the GeoJSON features `changes` above it.
   constructor(canvas, database, reader, changes) {
     this.canvas = canvas;
     this.context = canvas.getContext('2d', { alpha: false });
@@ -128,14 +131,14 @@ export class Drawing {
       paths: STEPS.map((step) => pathOfZone(zone.rings, this.precision, step)),
     }));
     this.reader = reader;
-    this.entries = new Map();  // By their places in the table, as they have been seen, ...
-    this.kept = 0;             // ... and their points.
-    this.near = { key: '', shapes: [] };  // What was drawn near by last.
+    this.entries = new Map();  // Entries read so far, by index in the box table.
+    this.kept = 0;             // The number of their points.
+    this.near = { key: '', shapes: [] };  // The shapes last drawn at high zoom.
     this.changes = changes.map(pathOfFeature);
     this.transform = zoomIdentity;
-    this.marked = null;      // The name of a zone.
-    this.point = null;       // {lat, lon, radiusKm, entries: what was read}
-    // The middle stays in the world, whatever part of the page the world takes.
+    this.marked = null;      // The name of the highlighted zone.
+    this.point = null;       // {lat, lon, radiusKm, entries: those that the lookup read}
+    // Keeps the centre of the canvas inside the world at every zoom.
     const inWorld = (t) => {
       const middle = [canvas.clientWidth / 2, canvas.clientHeight / 2];
       const move = middle.map((m, i) => {
@@ -152,12 +155,12 @@ export class Drawing {
           this.onmove?.();
         });
     select(canvas).call(this.zoom).on('dblclick.zoom', null);
-    // A window of another size shows the same place.
+    // A resized window shows the same place.
     new ResizeObserver(() => (this.seen ? this.show(...this.seen) : this.redraw())).observe(canvas);
     this.dark.addEventListener('change', () => this.redraw());
   }
 
-  // Pixels a degree at zoom 1: the whole world fits.
+  // Pixels a degree at zoom 1, at which the whole world fits.
   get base() {
     return Math.min(this.canvas.clientWidth / 360, this.canvas.clientHeight / 180);
   }
@@ -250,32 +253,32 @@ export class Drawing {
     c.stroke(path);
   }
 
-  // The shapes of the entries in sight; null from too far.
+  // The shapes of the entries in view, or null if the zoom is too low or they are too many.
   nearEntries(south, west, north, east) {
     if (this.scale < NEAR_PIXELS) return null;
-    const places = this.reader.entriesIn(Math.max(south, -90), Math.max(west, -180),
+    const indexes = this.reader.entriesIn(Math.max(south, -90), Math.max(west, -180),
         Math.min(north, 90), Math.min(east, 180));
-    if (places.length > MOST_ENTRIES) return null;
-    const key = places.join();
+    if (indexes.length > MOST_ENTRIES) return null;
+    const key = indexes.join();
     if (key !== this.near.key)
-      this.near = { key, shapes: shapesOf(this.entriesAt(places), this.isTiled) };
+      this.near = { key, shapes: shapesOf(this.entriesAt(indexes), this.isTiled) };
     return this.near.shapes;
   }
-  // The entries at places in the table, as many as there is room for.
-  entriesAt(places) {
+  // The entries with these indexes, up to MOST_POINTS points.
+  entriesAt(indexes) {
     const found = [];
     let points = 0;
-    for (const place of places) {
+    for (const index of indexes) {
       if (points > MOST_POINTS) break;
       if (this.kept > 2 * MOST_POINTS) {
         this.entries.clear();
         this.kept = 0;
       }
-      if (!this.entries.has(place)) {
-        this.entries.set(place, drawnEntry(this.reader.entry(place), this.precision));
-        this.kept += this.entries.get(place).points;
+      if (!this.entries.has(index)) {
+        this.entries.set(index, drawnEntry(this.reader.entry(index), this.precision));
+        this.kept += this.entries.get(index).points;
       }
-      found.push(this.entries.get(place));
+      found.push(this.entries.get(index));
       points += found.at(-1).points;
     }
     return found;
@@ -294,7 +297,7 @@ export class Drawing {
     if (radiusKm > 0) {
       const circle = geoCircle().center([lon, lat]).radius(radiusKm / KM_PER_DEGREE).precision(2)();
       c.beginPath();
-      // Where it crosses the antimeridian it goes on beyond the map's edge.
+      // A circle that crosses the antimeridian continues beyond the map's edge.
       for (const [x, y] of circle.coordinates[0])
         c.lineTo(x - 360 * Math.round((x - lon) / 360), -y);
       c.closePath();

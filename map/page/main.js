@@ -1,4 +1,4 @@
-// The page: what is asked, and what is shown of the answer.
+// The page: its controls, and the text of answers.
 import { Drawing, boxOfLargest } from './drawing.js';
 import { openReaders } from './reader.js';
 
@@ -7,7 +7,7 @@ const element = (name, text) => Object.assign(document.createElement(name), { te
 
 const isPlace = (lat, lon) => Math.abs(lat) <= 90 && Math.abs(lon) <= 180;
 
-// "48.85, 2.35", "48.85N 2.35E" or "E 2.35 N 48.85"; null where it is no point.
+// Parses "48.85, 2.35", "48.85N 2.35E" or "E 2.35 N 48.85". Returns null if the text is not a point.
 const NUMBER = '([-+]?(?:\\d+\\.?\\d*|\\.\\d+))\\s*°?';
 const LETTER = '([NSEW])';
 const oneOf = (...parts) => new RegExp(`^\\s*${parts.join('\\s*')}\\s*$`);
@@ -67,7 +67,7 @@ async function start(data) {
       const of = answers.length > 1 ? ` in ${data.databases[i].name}` : '';
       say(`Zones${of}`, (answer.zones ?? [answer.error]).join(' and '));
       say(`A client gets${of}`, answer.raw);
-      if (answer.radius_km !== undefined) say(`Holds within${of}`, `${answer.radius_km.toFixed(2)} km`);
+      if (answer.radius_km !== undefined) say(`Safe radius${of}`, `${answer.radius_km.toFixed(2)} km`);
     });
     const points = entries.reduce((sum, entry) => sum + entry.points, 0);
     say('The lookup read', `${entries.length} ${entries.length === 1 ? 'ring' : 'rings'} with ${points} points`);
@@ -75,7 +75,7 @@ async function start(data) {
     map.redraw();
     remember();
   };
-  // Takes the question from the map, and says something else instead.
+  // Removes the point from the map, and shows something else in place of the answer.
   const sayInstead = (...what) => {
     map.point = map.marked = null;
     at('answer').replaceChildren(...what);
@@ -126,9 +126,9 @@ async function start(data) {
   };
   at('find').addEventListener('submit', (event) => {
     event.preventDefault();
-    if (!find()) sayInstead(element('p', 'There is no such zone.'));
+    if (!find()) sayInstead(element('p', 'The database has no zone of this name.'));
   });
-  // One that is picked from the list comes as a whole, not key by key.
+  // A zone that is picked from the list arrives as a whole, not key by key.
   at('zone').addEventListener('input', (event) => {
     if (event.inputType === undefined || event.inputType === 'insertReplacementText') find();
   });
@@ -136,7 +136,7 @@ async function start(data) {
     event.preventDefault();
     const point = parsePoint(at('point').value);
     if (!point) {
-      sayInstead(element('p', 'That is no latitude and longitude.'));
+      sayInstead(element('p', 'Enter a latitude and a longitude, such as 48.8566, 2.3522.'));
       return;
     }
     map.show(point.lat, point.lon, Math.max(map.transform.k, 12));
@@ -171,7 +171,7 @@ async function start(data) {
     const button = element('button',
         `${change.km2.toFixed(3)} km² from ${change.from ?? 'no zone'} to ${change.to ?? 'no zone'}`);
     button.addEventListener('click', () => {
-      // A box across the antimeridian is that of the world.
+      // The bounding box of an area that crosses the antimeridian may span the world.
       if (change.box[2] - change.box[0] < 180) map.showBox(change.box); else map.show(...change.sample, 8);
       answerAt(...change.sample);
     });
@@ -181,7 +181,7 @@ async function start(data) {
   }
   at('changes').hidden = data.databases.length < 2;
 
-  if (changes.length === 0) at('list').replaceWith(element('p', 'Nothing, or parts too small to be listed.'));
+  if (changes.length === 0) at('list').replaceWith(element('p', 'No area changes its zone, or the areas are too small to be listed.'));
 
   const goToAddress = () => {
     const numbers = location.hash.slice(1).split(',').map((text) => (text === '' ? NaN : Number(text)));
@@ -192,13 +192,13 @@ async function start(data) {
   };
   addEventListener('hashchange', goToAddress);
   goToAddress();
-  // For whoever measures what a frame costs.
+  // For tests, and for measuring the time of a frame.
   window.offlinetzMap = map;
 }
 
 const data = JSON.parse(at('data').textContent);
 if (data === null) {
-  at('title').textContent = 'A template: `offlinetz map` puts a database in.';
+  at('title').textContent = 'This template contains no database. `offlinetz map` adds one.';
 } else {
   start(data).catch((error) => { at('answer').textContent = error.message; });
 }

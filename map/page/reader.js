@@ -1,9 +1,10 @@
-// The library's own reader, and the databases of the page open in it.
+// Loads the library's own reader and opens the databases of the page in it.
 import createReader from './reader.mjs';
 
 const bytesOf = (base64) => Uint8Array.from(atob(base64), (c) => c.charCodeAt(0));
 
-// One object for each database, in their order; see reader_glue.cpp for what its functions give.
+// Returns one object for each database, in order. reader_glue.cpp documents the results of its
+// functions.
 export async function openReaders(databases) {
   const module = await createReader();
   const call = (name, ...numbers) => {
@@ -14,14 +15,14 @@ export async function openReaders(databases) {
   };
   return databases.map((database) => {
     const bytes = bytesOf(database.content);
-    const place = module._malloc(bytes.length);
-    module.HEAPU8.set(bytes, place);
-    const number = module._Open(place, bytes.length);
-    if (number < 0) throw new Error(`the reader refuses ${database.name}`);
+    const address = module._malloc(bytes.length);
+    module.HEAPU8.set(bytes, address);
+    const number = module._Open(address, bytes.length);
+    if (number < 0) throw new Error(`${database.name} cannot be opened`);
     return {
       look: (lat, lon) => call('Look', number, lat, lon),
       entriesIn: (south, west, north, east) => call('EntriesIn', number, south, west, north, east),
-      entry: (place) => call('Entry', number, place),
+      entry: (index) => call('Entry', number, index),
     };
   });
 }

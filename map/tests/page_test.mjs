@@ -1,5 +1,5 @@
-// The page of `offlinetz map` as its users meet it: by clicks, taps and keys on known places.
-// Usage: node --test page_test.mjs, with OFFLINETZ the program and WORLD a world database
+// Tests the page of `offlinetz map` as users operate it: by clicks, taps and keys at known places.
+// Usage: node --test page_test.mjs, with the program in OFFLINETZ and a world database in WORLD
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
@@ -25,7 +25,7 @@ function compile(name, ...features) {
   return inDirectory(`${name}.bin`);
 }
 
-// The answer's terms and what they say.
+// The terms and the descriptions of the answer.
 const answer = (page) => page.$$eval('#answer dt', (terms) =>
   Object.fromEntries(terms.map((term) => [term.textContent, term.nextSibling.textContent])));
 const type = async (page, selector, text) => {
@@ -38,7 +38,7 @@ const placeOnScreen = (page, lat, lon) => page.evaluate(([lat, lon]) => {
   const [x, y] = window.offlinetzMap.toScreen(lat, lon);
   return [box.left + x, box.top + y];
 }, [lat, lon]);
-// What is drawn at a place once the next frame is there.
+// The colour at a place after the next frame.
 const colourAt = (page, lat, lon) => page.evaluate(async ([lat, lon]) => {
   await new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)));
   const { context, canvas } = window.offlinetzMap;
@@ -56,7 +56,7 @@ after(async () => {
   rmSync(directory, { recursive: true });
 });
 
-test('places clicked on the whole world and near by have the answers of the library', async () => {
+test('places clicked at low and high zoom have the answers of the library', async () => {
   const page = await openPage(browser, inDirectory('world.html'));
   const places = [
     [48.8566, 2.3522, 'Europe/Paris', '"Europe/Paris"'],
@@ -72,19 +72,19 @@ test('places clicked on the whole world and near by have the answers of the libr
       const said = await answer(page);
       assert.equal(said.Zones, zones);
       assert.equal(said['A client gets'], raw);
-      assert.ok(parseFloat(said['Holds within']) >= 0, said['Holds within']);
+      assert.ok(parseFloat(said['Safe radius']) >= 0, said['Safe radius']);
       assert.match(said['The lookup read'], /^(1 ring|\d+ rings) with \d+ points$/);
       const [x, y] = await placeOnScreen(page, lat, lon);
       await page.mouse.move(x + 1, y + 1);
       await page.waitForFunction((text) => document.getElementById('hover').textContent === text, {}, zones);
     }
   }
-  // It wants nothing but itself.
+  // It requests nothing but itself.
   assert.deepEqual(page.wanted.filter((url) => !url.startsWith('data:')), [`file://${inDirectory('world.html')}`]);
   assert.deepEqual(page.faults, []);
 });
 
-test('near by, what lookups read is drawn as the zones are from far', async () => {
+test('the rings that lookups read are drawn at high zoom as the zones are at low zoom', async () => {
   const page = await openPage(browser, inDirectory('world.html'));
   const coloursAt = async (k) => {
     await page.evaluate((k) => window.offlinetzMap.show(47.5, 2.5, k), k);
@@ -96,23 +96,23 @@ test('near by, what lookups read is drawn as the zones are from far', async () =
   const marked = await coloursAt(20);
   assert.notDeepEqual(marked, unmarked);
   assert.deepEqual(await coloursAt(3000), marked);
-  // An enclave, though its name comes before that of the zone around it.
+  // An enclave is visible although its name sorts before that of the zone around it.
   await page.evaluate(() => window.offlinetzMap.show(47.696, 8.69, 1500));
   assert.notDeepEqual(await colourAt(page, 47.696, 8.69), await colourAt(page, 47.68, 8.62));
-  // A coast: nothing is drawn over the sea.
+  // At a coast nothing is drawn over the sea.
   await page.evaluate(() => window.offlinetzMap.show(43.1, -9.5, 150));
   assert.deepEqual(await colourAt(page, 43.1, -10.4), [0xdf, 0xe9, 0xef]);
   assert.notDeepEqual(await colourAt(page, 43, -8.7), [0xdf, 0xe9, 0xef]);
 });
 
-test('keys alone find a zone, move, zoom, ask and clear', async () => {
+test('keys alone find a zone, move, zoom, look up and clear', async () => {
   const page = await openPage(browser, inDirectory('world.html'));
   await page.keyboard.press('/');
   await page.keyboard.type('europe/lisbon\n');
   assert.deepEqual(Object.keys(await answer(page)), ['Europe/Lisbon']);
   const colour = await colourAt(page, 39.5, -8);
   await page.keyboard.type('x\n');
-  assert.equal(await page.$eval('#answer', (e) => e.textContent), 'There is no such zone.');
+  assert.equal(await page.$eval('#answer', (e) => e.textContent), 'The database has no zone of this name.');
   await page.keyboard.type('y');
   await page.keyboard.press('Escape');
   assert.notDeepEqual(await colourAt(page, 39.5, -8), colour);
@@ -145,7 +145,7 @@ test('coordinates are typed as people write them', async () => {
     await type(page, '#point', text);
     assert.equal((await answer(page)).Zones, zones, text);
   }
-  // The address keeps place and point.
+  // The address keeps the view and the point.
   await type(page, '#point', '52.52, 13.405');
   const url = page.url();
   const again = await openPage(browser, inDirectory('world.html') + new URL(url).hash);
@@ -154,7 +154,7 @@ test('coordinates are typed as people write them', async () => {
   await again.waitForFunction(() => window.offlinetzMap.view()[2] === 1);
 });
 
-test('a drag asks nothing, and a window of another size shows the same place', async () => {
+test('a drag looks nothing up, and a resized window shows the same place', async () => {
   const page = await openPage(browser, inDirectory('world.html'));
   await page.evaluate(() => window.offlinetzMap.show(48.85, 2.35, 400));
   await page.mouse.move(400, 400);
@@ -171,7 +171,7 @@ test('a drag asks nothing, and a window of another size shows the same place', a
   }, {}, lat, lon);
 });
 
-test('a phone in the dark shows all of it and answers a tap', async () => {
+test('a phone in dark mode shows all controls and answers a tap', async () => {
   const page = await openPage(browser, inDirectory('world.html'), {
     width: 390, height: 844, dark: true, isMobile: true, hasTouch: true, deviceScaleFactor: 3,
   });
@@ -188,7 +188,7 @@ test('a phone in the dark shows all of it and answers a tap', async () => {
   assert.equal((await answer(page)).Zones, 'Asia/Tokyo');
 });
 
-test('two databases show what changed, and what each answers there', async () => {
+test('two databases show the changed areas, and the answer of each there', async () => {
   const name = '</script><img src=x onerror=window.taken=1>';
   const was = compile('was', square('Test/West', 0, 10), square(name, 10, 20));
   const is = compile('is', square('Test/West', 0, 12), square(name, 12, 20), square('Test/Far', 80, 82));

@@ -17,17 +17,18 @@ using android::hidl::base::V1_0::IBase;
 
 struct Link {
     hidl_death_recipient* recipient;
-    // Keeps the recipient. Held by its base, because releasing it must not look into its class:
-    // the library of a recipient that lives on may be unloaded by then.
+    // Keeps the recipient alive. A reference to its base class, because the release must not use
+    // the class of the recipient: its library may be unloaded by then if the recipient lives on.
     sp<RefBase> reference;
     uint64_t cookie;
 };
 
-// Links by their object, which is compared only: its destructor removes them. Those of one object
-// stand in the order in which they were made.
+// The links of each object, in the order in which they were made. The key is compared only, never
+// followed: the destructor of the object removes its links.
 using Links = std::multimap<const IBase*, Link>;
 
 struct Registry {
+    // No other lock is taken and no recipient is called or released under it.
     std::mutex mutex;
     Links links;  // Guarded by mutex.
 
@@ -37,8 +38,8 @@ struct Registry {
         links.insert(added.extract(added.begin()));
     }
 
-    // Takes the links of `object` out, all or those of one recipient. Needs no memory: objects end
-    // where there is none.
+    // Removes and returns the links of `object`: those of `recipient`, or all if it is null. Needs
+    // no memory, because destructors call it.
     Links Take(const IBase* object, const hidl_death_recipient* recipient) {
         Links taken;
         const std::lock_guard<std::mutex> lock(mutex);
@@ -52,7 +53,7 @@ struct Registry {
     }
 };
 
-// Never destroyed: objects may end while the process does.
+// Never destroyed: objects may be destroyed while the process ends.
 Registry& DeathRegistry() {
     static auto* registry = new Registry;
     return *registry;
@@ -63,7 +64,7 @@ Registry& DeathRegistry() {
 namespace platform {
 
 void EndOwnerOf(const sp<IBase>& object) {
-    // Taken by the thread itself: if it cannot start, the links are still there.
+    // The new thread removes the links, so they remain if it cannot start.
     std::thread notifier([&object] {
         const Links links = DeathRegistry().Take(object.get(), nullptr);
         const wp<IBase> who(object);

@@ -11,7 +11,7 @@ namespace platform {
 namespace {
 
 struct LogState {
-    std::mutex mutex;
+    std::mutex mutex;      // Held while the receiver runs.
     LogReceiver receiver;  // Guarded by mutex.
     std::atomic<bool> isDropped{false};
 };
@@ -22,7 +22,7 @@ LogState& State() {
     return *state;
 }
 
-// Without the line break that some messages end in, and with those inside shown as "\\n".
+// Returns the message without a line break at its end and with those inside written as "\\n".
 std::string OnOneLine(const std::string& message) {
     std::string line;
     for (size_t i = 0; i < message.size(); ++i) {

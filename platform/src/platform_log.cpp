@@ -1,4 +1,5 @@
-// Takes what the platform's own log library is given, in the place of log_print.cpp.
+// Replaces log_print.cpp in builds over the platform's own log library: receives the messages from
+// it.
 #include <android/log.h>
 
 #include "log_delivery.h"
@@ -9,7 +10,7 @@ void Deliver(const __android_logger_data* data, const char* message) {
     try {
         platform::DeliverLog(data->priority, data->tag, message);
     } catch (...) {
-        // A line that there is no memory for is lost.
+        // Without memory the line is lost.
     }
 }
 

@@ -1,4 +1,7 @@
-// Strings, vectors and death recipients as they cross the interfaces.
+// Stand-in for the types that cross the platform's interfaces: strings, vectors, death recipients.
+//
+// One thread at a time may use an object of these types; const calls may run at the same time.
+// Making or copying a string or a vector throws std::bad_alloc without memory and changes nothing.
 #pragma once
 
 #include <utils/RefBase.h>
@@ -18,19 +21,21 @@ struct IBase;
 
 namespace android::hardware {
 
-// A byte string of any content, zero-terminated at c_str().
+// A string of any bytes. c_str() is zero-terminated. It owns its bytes, unless setToExternal lent
+// it some.
 class hidl_string {
   public:
     hidl_string() = default;
-    // Null is the empty string.
+    // Null makes the empty string.
     hidl_string(const char* text)  // NOLINT(google-explicit-constructor)
         : mOwned(text != nullptr ? text : "") {}
     hidl_string(const char* bytes, size_t size) : mOwned(bytes, size) {}
     hidl_string(std::string text)  // NOLINT(google-explicit-constructor)
         : mOwned(std::move(text)) {}
 
-    // Refers to `size` bytes with a zero behind them, which must outlive this string. A copy of it
-    // owns its bytes.
+    // Makes the string borrow `size` bytes at `bytes`, which a zero byte must follow. The bytes
+    // must outlive this string and any string moved from it. A copy of the string owns its bytes.
+    // Cannot fail.
     void setToExternal(const char* bytes, size_t size) {
         mExternal = bytes;
         mExternalSize = size;
@@ -53,7 +58,7 @@ class hidl_string {
         return {c_str(), size()};
     }
 
-    // As on the platform, up to the first zero.
+    // As on the platform, compares up to the first zero byte.
     friend bool operator==(const hidl_string& a, const hidl_string& b) {
         return std::strcmp(a.c_str(), b.c_str()) == 0;
     }
@@ -61,10 +66,11 @@ class hidl_string {
 
   private:
     std::string mOwned;
-    const char* mExternal = nullptr;  // Not null: the string's bytes instead of mOwned.
+    const char* mExternal = nullptr;  // If not null: the bytes of the string, instead of mOwned.
     size_t mExternalSize = 0;
 };
 
+// A sequence of values that it owns.
 template <typename T>
 class hidl_vec {
   public:
@@ -86,14 +92,14 @@ class hidl_vec {
 template <typename T, size_t kSize>
 using hidl_array = std::array<T, kSize>;
 
-// Handles to files are not carried by this layer; the type stands in a signature only.
+// Appears in a signature only: this stand-in does not pass file handles.
 class hidl_handle {};
 
-// Told when the owner of an object that it is linked to has ended.
+// Is told when the process that owns a linked object has died. IBase::linkToDeath makes the link.
 class hidl_death_recipient : public virtual RefBase {
   public:
-    // `who` is the object whose owner ended, `cookie` the number given with the link. Called
-    // on a thread of the runtime.
+    // `who` is the object whose owner died, `cookie` the number given to linkToDeath. Called on a
+    // thread of the runtime, under no lock of the runtime.
     virtual void serviceDied(uint64_t cookie, const wp<hidl::base::V1_0::IBase>& who) = 0;
 };
 

@@ -1,12 +1,13 @@
-// How a process offers the object of a library to other processes.
+// Stand-in for the registration of a library's service object with the service manager.
 #pragma once
 
 #include <utils/Errors.h>
 
 namespace android::hardware {
 
-// Offers the object that the library of `Interface` has under the name "default", and serves calls
-// for as long as the process lives. A host has no service manager: returns NAME_NOT_FOUND.
+// On the platform: offers the object of the library of `Interface` under the name "default", and
+// serves calls until the process ends. Here there is no service manager: returns NAME_NOT_FOUND at
+// once.
 template <typename Interface>
 status_t defaultPassthroughServiceImplementation() {
     static_assert(Interface::descriptor != nullptr, "an interface of a package");

@@ -1,4 +1,6 @@
-// What an interface method returns: whether the call got through, and its value.
+// Stand-in for the result of an interface method: whether the call succeeded, and its value.
+//
+// One thread at a time may use a result.
 #pragma once
 
 #include <utils/Errors.h>
@@ -9,7 +11,7 @@
 namespace android {
 namespace hardware {
 
-// How a call ended.
+// The outcome of a call.
 class Status {
   public:
     static Status ok() { return Status(OK); }
@@ -23,9 +25,9 @@ class Status {
 
 namespace details {
 
-// Whether a call got through. Calls of this layer do, within one process; an implementation may say
-// otherwise by the Status that it returns. As on the platform, a failure that nobody asked for ends
-// the process.
+// Whether a call succeeded. Within one process calls succeed, unless the implementation returns
+// another Status. As on the platform, the destructor of a failed result that nobody checked with
+// isOk() aborts the process. Moving a result moves the duty to check it.
 class return_status {
   public:
     return_status() = default;
@@ -50,12 +52,13 @@ class return_status {
 
 }  // namespace details
 
+// The result of a method that returns a T.
 template <typename T>
 class Return : public details::return_status {
   public:
     Return(const Status& status) : return_status(status) {}  // NOLINT(google-explicit-constructor)
     Return(T value) : mValue(std::move(value)) {}            // NOLINT(google-explicit-constructor)
-    // The value; there is none where the call failed, and asking for it ends the process.
+    // Returns the value. Aborts the process if the call failed.
     operator T() const {  // NOLINT(google-explicit-constructor)
         if (!isOk()) std::abort();
         return mValue;

@@ -10,25 +10,25 @@
 namespace platform {
 namespace {
 
-// Numbers look the same whatever locale the process has set, as on the platform; the texts are read
-// by programs.
-class PlainNumbers {
+// Sets the "C" locale for the calling thread while it exists. As on the platform, numbers in the
+// log do not depend on the locale of the process: programs read them.
+class ScopedCLocale {
   public:
-    PlainNumbers() {
-        static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
-        mPrevious = uselocale(plain);
+    ScopedCLocale() {
+        static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
+        mPrevious = uselocale(locale);
     }
-    ~PlainNumbers() { uselocale(mPrevious); }
-    PlainNumbers(const PlainNumbers&) = delete;
-    PlainNumbers& operator=(const PlainNumbers&) = delete;
+    ~ScopedCLocale() { uselocale(mPrevious); }
+    ScopedCLocale(const ScopedCLocale&) = delete;
+    ScopedCLocale& operator=(const ScopedCLocale&) = delete;
 
   private:
     locale_t mPrevious;
 };
 
 __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments) {
-    const PlainNumbers plain;
-    char usual[256];  // Longer ones are formatted once more.
+    const ScopedCLocale locale;
+    char usual[256];  // A longer text is formatted a second time.
     va_list again;
     va_copy(again, arguments);
     const int length = std::vsnprintf(usual, sizeof usual, format, arguments);
@@ -46,7 +46,7 @@ __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_
 }  // namespace
 }  // namespace platform
 
-// A line that there is no memory for is lost: the service does not expect its log to fail.
+// Without memory the line is lost: the service does not expect its log to fail.
 extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...) {
     if (platform::IsLogDropped()) return 1;
     va_list arguments;

@@ -1,5 +1,5 @@
-// The platform log, as the host offers it: the declarations that the service's sources use,
-// under the platform's own header name.
+// Stand-in for the platform's log: the declarations that the service uses, under the platform's own
+// header name. platform/log.h sets where the messages go.
 #pragma once
 
 #ifdef __cplusplus
@@ -12,8 +12,10 @@ enum {
     ANDROID_LOG_ERROR = 6,
 };
 
-// Writes one message with its priority and tag to the log; any thread may call. Returns 1, or a
-// negative number when the message was lost; never throws.
+// Formats one message and delivers it, with its priority and tag, to the log. Numbers are formatted
+// as in the "C" locale. Returns 1, also if the log is dropped. Returns a negative number if the
+// message was lost: without memory, or because the receiver threw. Does not throw. Any thread may
+// call. It takes the log's lock, so callers' locks come before it.
 int __android_log_print(int priority, const char* tag, const char* format, ...)
         __attribute__((format(printf, 3, 4)));
 

@@ -1,7 +1,8 @@
-// Intrusive reference counting, as the platform's utility library offers it.
+// Stand-in for the intrusive reference counting of the platform's utility library.
 //
-// Counts are atomic: references to one object may be made and dropped on any threads. A single
-// reference (one sp or wp variable) belongs to one thread at a time.
+// The counts are atomic: any threads may make and release references to one object at the same
+// time. A single reference (one sp or wp variable) needs one thread at a time. Nothing here fails,
+// except the constructor of RefBase, which throws std::bad_alloc without memory.
 #pragma once
 
 #include <atomic>
@@ -10,16 +11,18 @@
 
 namespace android {
 
-// Base of shared objects; deleted when the last strong reference goes. Derive virtually where a
-// class may inherit it twice.
+// Base class of shared objects. The release of the last strong reference deletes the object, on the
+// thread that releases it. An object without a strong reference yet is not deleted. Derive
+// virtually if a class may inherit it twice.
 class RefBase {
   public:
-    // The counts of an object. Outlives it while weak references remain.
+    // The counts of an object. They exist until the object and all weak references are gone.
     class weakref_type {
       public:
         void incWeak();
         void decWeak();
-        // Takes a strong reference if the object still has one; false once it is gone.
+        // Takes a strong reference if the object has one. Returns false if it has none: before the
+        // first one is taken, and once the object is gone.
         bool attemptIncStrong();
 
       private:
@@ -28,7 +31,7 @@ class RefBase {
         std::atomic<int32_t> mWeak{1};  // The object itself holds one.
     };
 
-    // `id` names the holder; it is not looked at.
+    // `id` identifies the holder; it is ignored.
     void incStrong(const void* id) const;
     void decStrong(const void* id) const;
     int32_t getStrongCount() const;
@@ -45,12 +48,12 @@ class RefBase {
     weakref_type* const mRefs;
 };
 
-// A strong reference to a T, or empty.
+// A strong reference to a T, or empty. Keeps the object alive.
 template <typename T>
 class sp {
   public:
     sp() = default;
-    sp(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): as the platform has it.
+    sp(std::nullptr_t) {}              // NOLINT(google-explicit-constructor): as on the platform.
     sp(T* object) : mObject(object) {  // NOLINT(google-explicit-constructor)
         if (mObject != nullptr) mObject->incStrong(this);
     }
@@ -60,8 +63,9 @@ class sp {
     sp(const sp<U>& other) : sp(other.get()) {}  // NOLINT(google-explicit-constructor)
     ~sp() { clear(); }
 
-    // As on the platform, the old object is released before the new one is stored: what its end
-    // calls finds the old reference here. Assigning a reference to itself changes nothing.
+    // As on the platform, the old object is released before the new one is stored. If that destroys
+    // the old object, code called by its destructor still sees the old reference here. Assigning a
+    // reference to itself changes nothing.
     // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
     sp& operator=(const sp& other) {
         T* const object = other.mObject;
@@ -97,7 +101,7 @@ class sp {
     T* mObject = nullptr;
 };
 
-// A weak reference to a T, or empty: it does not keep the object alive.
+// A weak reference to a T, or empty. Does not keep the object alive.
 template <typename T>
 class wp {
   public:
@@ -120,7 +124,8 @@ class wp {
         return *this;
     }
 
-    // A strong reference, empty before the object has its first one and once it is gone.
+    // Returns a strong reference. It is empty before the object has its first strong reference and
+    // once the object is gone.
     sp<T> promote() const {
         sp<T> strong;
         if (mRefs != nullptr && mRefs->attemptIncStrong()) strong.mObject = mObject;

@@ -24,9 +24,10 @@ constexpr char kTag[] = "OfflinetimezoneInterface";
 
 #define LOG_LINE(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
 
-// The open database, or null. Only the worker thread changes it and looks points up in it; the
-// lock orders those changes against version queries from other threads and is held for the
-// assignment only, never while a file is opened, verified or closed.
+// The open database, or null. Only the worker's thread changes it and looks up points in it, so the
+// worker reads it without a lock. sDatabaseMutex guards it against version queries from other
+// threads. The lock is held for an assignment or a query only, never while a file is opened,
+// verified or closed. WorkerThread.h lists all locks of the service.
 ZDDatabase* sDatabase = nullptr;
 std::mutex sDatabaseMutex;
 
@@ -37,7 +38,8 @@ ZDDatabase* ExchangeDatabase(ZDDatabase* database) {
     return previous;
 }
 
-// Answers end in two zero bytes.
+// Returns zeroed memory for an answer of `length` bytes and two terminating zero bytes; null
+// without memory.
 char* AllocateAnswer(size_t length) {
     return static_cast<char*>(std::calloc(length + 2, 1));
 }
@@ -49,7 +51,7 @@ char* CopyAnswer(const char* text) {
     return answer;
 }
 
-// The zone string of a list entry, or null where the entry has no first name or value.
+// Returns the zone's identifier, or null if the entry has no first field name or value.
 const char* ZoneString(const ZDResult& entry) {
     if (entry.fieldValues == nullptr || entry.fieldNames == nullptr) return nullptr;
     return entry.fieldNames[0] != nullptr ? entry.fieldValues[0] : nullptr;
@@ -84,7 +86,7 @@ void LogDigest(const uint8_t* d) {
             d[14], d[15], d[16], d[17], d[18], d[19]);
 }
 
-// The digest of `length` bytes, with the log line of a failing step.
+// Computes the SHA-1 of `length` bytes. Returns false after it logged the step that failed.
 bool Digest(const uint8_t* data, uint32_t length, uint8_t* digest) {
     SHA1Context context = {};
     SHA1Reset(&context);
@@ -136,7 +138,7 @@ char* LookupTzIdIn(const ZDDatabase* database, float lat, float lon, float* safe
     char* answer;
     if (results->result != ZDLookupEnd) {
         answer = JoinZoneStrings(results);
-        // Without memory for the answer there is nothing to log; the caller gets null.
+        // Null without memory for the answer: the caller handles it.
         if (answer != nullptr) {
             LOG_LINE("lookup results : %s ", answer);
             LOG_LINE("Safezone: %f\n", static_cast<double>(*safezone));
@@ -168,10 +170,10 @@ bool LookupInterface::InjectDB() {
     return false;
 }
 
-// One verification pass; holds nothing when it returns.
+// Verifies the active file once. Keeps no file open or mapped.
 bool LookupInterface::VerifyActiveFile() {
-    // A pipe in the file's place has no length and counts as damaged; opening must not wait for its
-    // other end.
+    // O_NONBLOCK: if the file is a pipe, opening it must not wait for its other end. A pipe has no
+    // length, so it counts as damaged below.
     const int fd = open(kActiveDatabasePath, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         LOG_LINE("open file %s failed %s", kActiveDatabasePath, std::strerror(errno));
@@ -182,7 +184,8 @@ bool LookupInterface::VerifyActiveFile() {
     lseek(fd, 0, SEEK_SET);
 
     bool good = false;
-    // A file of 2 GiB or more could not be opened later either: damaged, like one too short.
+    // A file that is too short counts as damaged. So does one of 2 GiB or more: the reader would
+    // refuse it.
     if (size > SHA1HashSize && size <= INT32_MAX) {
         const auto length = static_cast<uint32_t>(size);
         void* mapping = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fd, 0);
@@ -234,7 +237,7 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
 
     bool copied = true;
     bool atEnd = false;
-    bool isCut = false;
+    bool isTruncated = false;
     while (copied && !atEnd) {
         uint8_t buffer[4096];
         const size_t got = std::fread(buffer, 1, sizeof buffer, source);
@@ -249,12 +252,13 @@ bool LookupInterface::CopyFile(const char* from, const char* to) {
                 atEnd = true;
             }
         }
-        // Not before there is something to write: a source that cannot be read costs nothing.
-        isCut = isCut || Truncate(destination);
-        copied = isCut && std::fwrite(buffer, 1, got, destination) == got;
-        // The last bytes may still sit in the stream's buffer or the page cache. The next step
-        // cuts or opens files on the strength of this copy, so it counts only once the medium
-        // has it; bytes that do not get there are bytes not written.
+        // Truncate only when there is data to write: a source that cannot be read must not cost the
+        // destination its content.
+        isTruncated = isTruncated || Truncate(destination);
+        copied = isTruncated && std::fwrite(buffer, 1, got, destination) == got;
+        // Until now the last bytes may be in the stream's buffer or in the page cache only. The
+        // next step truncates or opens files because this copy exists, so the copy succeeds only
+        // when the storage medium has all of it.
         if (copied && atEnd) {
             copied = std::fflush(destination) == 0 && fsync(fileno(destination)) == 0;
         }

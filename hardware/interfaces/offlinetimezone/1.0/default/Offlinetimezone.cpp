@@ -33,8 +33,8 @@ constexpr uint64_t kDeathCookie = 99;
 
 #define LOG_LINE(priority, ...) __android_log_print(priority, kTag, __VA_ARGS__)
 
-// Room for an object that is made when the library is loaded and never destroyed: client threads
-// and exit handlers may call the service for as long as the process lives.
+// Storage for an object that is made when the library is loaded and never destroyed: client threads
+// and exit handlers may call the service until the process ends.
 template <typename T>
 struct NoDestructor {
     alignas(T) unsigned char bytes[sizeof(T)];
@@ -42,12 +42,12 @@ struct NoDestructor {
 NoDestructor<WorkerThread> workerStorage;
 NoDestructor<sp<IOfflinetimezoneCallback>> callbackStorage;
 
-// Guards who is registered: mCallback of every service object, clientCallback, and what follows.
-// Taken by startLookup, stopLookup and serviceDied for each change as a whole; no client's code
-// runs under it.
+// Guards mCallback of every service object, clientCallback, isClosed and deathCount. Held for a
+// whole change of the registration, so WorkerThread::mMutex is taken under it. No client's code
+// runs under it. WorkerThread.h lists all locks of the service.
 std::mutex registrationMutex;
-bool isClosed = false;    // The library ends: nobody registers any more.
-uint64_t deathCount = 0;  // Death notices so far.
+bool isClosed = false;    // The process is ending: no client may register.
+uint64_t deathCount = 0;  // Number of death notices so far.
 
 }  // namespace
 
@@ -58,10 +58,10 @@ sp<IOfflinetimezoneCallback>& clientCallback =
 
 namespace {
 
-// What happens at process exit: the client's callback is dropped, then the worker ends.
-struct Closer {
-    ~Closer() {
-        if (lookupThread.IsOfAnotherProcess()) return;
+// Closes the service when the process exits: releases the client's callback, then ends the worker.
+struct CloseAtExit {
+    ~CloseAtExit() {
+        if (lookupThread.WasStartedInAnotherProcess()) return;
         sp<IOfflinetimezoneCallback> last;  // Released after the lock.
         {
             const std::lock_guard<std::mutex> lock(registrationMutex);
@@ -71,15 +71,16 @@ struct Closer {
         last.clear();
         lookupThread.Close();
     }
-} closer;
+} closeAtExit;
 
-// Takes the client's link away and, if the client is registered all the same because it has
-// registered again in between, links it again: its new link went with the old one. Calls the
-// client, with no lock held.
+// Unlinks a client from the death recipient. If the client has registered again in the meantime,
+// the call also removed its new link, so this links it again. Calls the client; requires that no
+// lock is held.
 void Unlink(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient);
 
-// Links the client that was registered after `deaths` notices. A notice that was handled in between
-// has forgotten the client before it was linked: then it is unlinked.
+// Links a client, which was registered after `deaths` notices, to the death recipient. A death
+// notice handled in the meantime removed the client before it was linked; in that case this unlinks
+// it again. Calls the client; requires that no lock is held.
 void Link(const sp<IOfflinetimezoneCallback>& client, const sp<hidl_death_recipient>& recipient,
           uint64_t deaths) {
     CallClient([&] { return client->linkToDeath(recipient, kDeathCookie); });
@@ -116,8 +117,9 @@ Offlinetimezone* Offlinetimezone::getInstance() {
 Offlinetimezone::Offlinetimezone() {
     LOG_LINE(ANDROID_LOG_ERROR, "Offlinetimezone init !");
     lookupThread.CreateThread();
-    // Until the recipient holds its reference this object has no other: one more keeps it from
-    // being deleted in here if the recipient cannot be made. It is then dropped with the object.
+    // The recipient holds the first strong reference to this object. If making the recipient fails,
+    // releasing that reference would delete this object inside its constructor. A reference of its
+    // own prevents this; the object is then discarded together with it.
     incStrong(this);
     mDeathRecipient = new DeathRecipient(this);
     decStrong(this);
@@ -131,12 +133,12 @@ Offlinetimezone::~Offlinetimezone() {
 Return<bool> Offlinetimezone::startLookup(const sp<IOfflinetimezoneCallback>& callback) {
     if (callback == nullptr) return false;
     LOG_LINE(ANDROID_LOG_INFO, "setup call back in service!");
-    // Made ahead of the registration because it is the one step that can fail: a client must not be
-    // registered by a call that it sees fail.
+    // This step may throw, so it precedes the registration: a call that fails must not register the
+    // client.
     WorkerThread::MessageQueue init = WorkerThread::MakeInitMsg();
     uint64_t deaths;
     {
-        // What was registered before is released after the lock: it may be the last reference.
+        // The previous callbacks are released after the lock: these may be the last references.
         sp<IOfflinetimezoneCallback> previous = callback;
         sp<IOfflinetimezoneCallback> previousClient = callback;
         const std::lock_guard<std::mutex> lock(registrationMutex);
@@ -157,8 +159,8 @@ Return<bool> Offlinetimezone::stopLookup(const sp<IOfflinetimezoneCallback>& cal
         const std::lock_guard<std::mutex> lock(registrationMutex);
         latest = mCallback;
     }
-    // A client in another process has a new proxy in each call: interfacesEqual compares the
-    // objects behind them. It may call the client, so no lock is held.
+    // A client in another process is a new proxy object in each call; interfacesEqual compares the
+    // objects that the proxies stand for. It may call the client, so no lock is held here.
     if (!interfacesEqual(latest, callback)) return false;
     sp<IOfflinetimezoneCallback> dropped;  // Released after the lock.
     const std::lock_guard<std::mutex> lock(registrationMutex);
@@ -215,10 +217,10 @@ Offlinetimezone::DeathRecipient::DeathRecipient(const sp<Offlinetimezone>& paren
 Offlinetimezone::DeathRecipient::~DeathRecipient() = default;
 
 void Offlinetimezone::DeathRecipient::serviceDied(uint64_t cookie, const wp<IBase>& who) {
-    // The service knows no client by a number: the line ends before one.
+    // %p shows the address of the reference: the service has no number that identifies a client.
     LOG_LINE(ANDROID_LOG_DEBUG, "%s service died. cookie: %llu, who: %p", __func__,
              static_cast<unsigned long long>(cookie), static_cast<const void*>(&who));
-    // Both are released after the lock: they may be the last references.
+    // Both are released after the lock: these may be the last references.
     sp<IOfflinetimezoneCallback> client;
     sp<IOfflinetimezoneCallback> registered;
     {
@@ -245,7 +247,7 @@ HIDL_FETCH_IOfflinetimezone(const char* /*name*/) {
     try {
         return new Offlinetimezone;
     } catch (const std::exception&) {
-        // Without a worker there is no service; the platform that asks for one goes on.
+        // No service without a worker. The caller's process must survive this.
         return nullptr;
     }
 }

@@ -1,4 +1,4 @@
-// The service object that clients talk to, and a callback for clients to derive from.
+// The service front: the object that clients call, and a callback class for them to derive from.
 #pragma once
 
 #include <hidl/HidlSupport.h>
@@ -12,14 +12,21 @@
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation {
 
-// Turns each request into a message for the one worker and returns at once. Any thread may call.
-// An object and its death recipient hold each other: once made, it lives as long as the process.
+// Turns each request into a message for the worker and returns at once. All objects of this class
+// share one worker. Any thread may call any method, also a client from inside a report. The .hal
+// file describes the methods. A method throws std::bad_alloc without memory; nothing is then
+// posted, and startLookup has registered nothing.
+//
+// An object and its death recipient hold strong references to each other: once made, both live as
+// long as the process.
 class Offlinetimezone : public IOfflinetimezone {
   public:
-    // The one object that a host process may share, made by the first call.
+    // Returns the one object that a host process may share; the first call makes it. The object
+    // belongs to the process. Throws as the constructor does; a later call then tries again.
     OFFLINETZ_EXPORT static Offlinetimezone* getInstance();
 
-    // Starts the worker. Throws std::system_error when its thread cannot start.
+    // Starts the worker. Throws std::system_error if its thread cannot start or the process is
+    // ending, and std::bad_alloc without memory.
     Offlinetimezone();
     ~Offlinetimezone() override;
 
@@ -36,7 +43,8 @@ class Offlinetimezone : public IOfflinetimezone {
                                                  uint32_t status) override;
     ::android::hardware::Return<bool> injectDB() override;
 
-    // Forgets the registered client when the owner of a linked callback has died.
+    // Removes the registered client when the process that owns a linked callback has died. The
+    // runtime calls it on a thread of its own.
     class DeathRecipient : public ::android::hardware::hidl_death_recipient {
       public:
         explicit DeathRecipient(const ::android::sp<Offlinetimezone>& parent);
@@ -50,12 +58,12 @@ class Offlinetimezone : public IOfflinetimezone {
 
   private:
     ::android::sp<IOfflinetimezoneCallback> mCallback;  // Guarded by registrationMutex.
-    ::android::sp<DeathRecipient> mDeathRecipient;
+    ::android::sp<DeathRecipient> mDeathRecipient;      // Set by the constructor.
 
-    static Offlinetimezone* sInstance;
+    static Offlinetimezone* sInstance;  // Set once, under the once_flag of getInstance.
 };
 
-// A callback that ignores its reports, for clients in the same process to derive from.
+// A callback that ignores its reports. Clients in the same process may derive from it.
 class OFFLINETZ_EXPORT OfflinetimezoneCallback : public IOfflinetimezoneCallback {
   public:
     ::android::hardware::Return<void> timeZoneIdReport(
@@ -66,8 +74,9 @@ class OFFLINETZ_EXPORT OfflinetimezoneCallback : public IOfflinetimezoneCallback
 
 }  // namespace vendor::quor::hardware::offlinetimezone::V1_0::implementation
 
-// The library's entry: a new service object, which the caller holds through a strong reference,
-// or null when the service cannot run. `name` is not looked at.
+// The entry point of the library. Returns a new service object; the caller takes a strong reference
+// to it. Returns null if the worker cannot start or without memory. Ignores `name`. Any thread may
+// call.
 extern "C" __attribute__((
         visibility("default"))) ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone*
 HIDL_FETCH_IOfflinetimezone(const char* name);

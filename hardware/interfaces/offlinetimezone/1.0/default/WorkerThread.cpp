@@ -33,19 +33,19 @@ struct TextDeleter {
     void operator()(char* text) const { std::free(text); }
 };
 
-// Joins when it goes, whichever way.
-struct JoinedThread {
+// Joins its thread when it is destroyed, also when a forced unwind destroys it.
+struct JoiningThread {
     std::thread thread;
-    ~JoinedThread() {
+    ~JoiningThread() {
         if (thread.joinable()) thread.join();
     }
 };
 
-// A text as it crosses the interface, borrowed: a report must not fail for want of memory.
-hidl_string Borrowed(const char* text, size_t size) {
-    hidl_string borrowed;
-    borrowed.setToExternal(text, size);
-    return borrowed;
+// Returns a string of the interface that borrows the text: a report must not need memory.
+hidl_string BorrowedString(const char* text, size_t size) {
+    hidl_string string;
+    string.setToExternal(text, size);
+    return string;
 }
 
 }  // namespace
@@ -63,23 +63,24 @@ void WorkerThread::Close() {
     }
     ExitThread();
     std::vector<uint8_t>().swap(mDownloadBuf);
-    sp<IOfflinetimezoneCallback> callback;  // Released after the lock, like the messages.
+    // Both are released after the lock.
+    sp<IOfflinetimezoneCallback> callback;
     MessageQueue discarded;
     const std::lock_guard<std::mutex> lock(mMutex);
     std::swap(callback, mCb);
     discarded.swap(mQueue);
     mMsgLength = 0;
-    // The database must not stay mapped when the process goes on without the library.
+    // If the process goes on without the library, the database must not stay mapped.
     if (mLookup != nullptr) mLookup->CloseDB();
     mLookup.reset();
-    if (mEndKey) pthread_key_delete(*mEndKey);
-    mEndKey.reset();
+    if (mThreadEndKey) pthread_key_delete(*mThreadEndKey);
+    mThreadEndKey.reset();
 }
 
 bool WorkerThread::CreateThread() {
-    // Under the lock, so that concurrent first calls start one thread, and the new thread finds
-    // the database manager when it takes its first message. mDbOpen is left alone: a second
-    // service object must not close the database to the first one's clients.
+    // The lock makes concurrent first calls start one thread only, and makes the new thread find
+    // the database manager when it takes its first message. mDbOpen stays as it is: a second
+    // service object must not close the database of the first one's clients.
     const std::lock_guard<std::mutex> lock(mMutex);
     const auto fail = [](std::error_code error) {
         throw std::system_error(error, "thread constructor failed");
@@ -89,11 +90,11 @@ bool WorkerThread::CreateThread() {
     if (mLookup == nullptr) lookup = std::make_unique<LookupInterface>();
     if (mThread == nullptr) {
         MessageQueue exitMessage = MakeMessage(MSG_EXIT_THREAD, nullptr);
-        if (!mEndKey) {
+        if (!mThreadEndKey) {
             pthread_key_t key;
             const int error = pthread_key_create(&key, OnThreadEnd);
             if (error != 0) fail({error, std::generic_category()});
-            mEndKey = key;
+            mThreadEndKey = key;
         }
         try {
             mThread = std::make_unique<std::thread>(&WorkerThread::Run, this);
@@ -107,7 +108,7 @@ bool WorkerThread::CreateThread() {
     return true;
 }
 
-bool WorkerThread::IsOfAnotherProcess() const {
+bool WorkerThread::WasStartedInAnotherProcess() const {
     const pid_t process = mProcess.load();
     return process != 0 && process != getpid();
 }
@@ -125,7 +126,7 @@ void WorkerThread::ExitThread() {
     mMsgLength.fetch_add(1);
     mCv.notify_one();
     mIsJoining = true;
-    while (mThread != nullptr) {  // A thread that a client ended has put another in its place.
+    while (mThread != nullptr) {  // A client may end a thread, which then starts a successor.
         std::unique_ptr<std::thread> thread;
         thread.swap(mThread);
         lock.unlock();
@@ -133,7 +134,7 @@ void WorkerThread::ExitThread() {
         lock.lock();
     }
     mIsJoining = false;
-    // A thread that ended without a successor has left messages, the one for its exit among them.
+    // A thread that ended without a successor left messages behind, its exit message among them.
     discarded.swap(mQueue);
     mMsgLength.store(0);
 }
@@ -160,7 +161,7 @@ void WorkerThread::PostDownloadMsg(const MsgData* data) {
 WorkerThread::MessageQueue WorkerThread::MakeMessage(int32_t id, const MsgData* data) {
     std::unique_ptr<const MsgData> payload(data);
     MessagePtr message(new ThreadMsg{id, data});
-    static_cast<void>(payload.release());  // The message's now.
+    static_cast<void>(payload.release());  // The message owns it now.
     MessageQueue queue;
     queue.push_back(std::move(message));
     return queue;
@@ -219,44 +220,45 @@ pthread_t WorkerThread::GetCurrentThreadId() {
 }
 
 void WorkerThread::Run() {
-    // Without memory for this, which C libraries need for a process's later keys only, nobody takes
-    // over from this thread.
-    pthread_setspecific(*mEndKey, this);
+    // This may fail without memory, which C libraries need only for keys that a process makes late.
+    // Then no thread takes over from this one.
+    pthread_setspecific(*mThreadEndKey, this);
     Process();
-    pthread_setspecific(*mEndKey, nullptr);
+    pthread_setspecific(*mThreadEndKey, nullptr);
 }
 
-// A client that ends its thread from inside a report ends the worker's: then another takes over.
-// Called by the system, because not every C library unwinds the stack of a thread that is ended.
+// A client that ends the current thread from inside a report ends the worker's thread: a successor
+// then takes over. The system calls this as the destructor of the thread-specific key, because some
+// C libraries do not unwind the stack of a thread that is ended.
 void WorkerThread::OnThreadEnd(void* worker) {
-    static_cast<WorkerThread*>(worker)->HandOver();
+    static_cast<WorkerThread*>(worker)->StartSuccessor();
 }
 
-// Puts another thread in the place of this one, which is ending.
-void WorkerThread::HandOver() {
+// Replaces the current thread, which is ending, by a new one.
+void WorkerThread::StartSuccessor() {
     const std::lock_guard<std::mutex> lock(mMutex);
-    if (mThread == nullptr && !mIsJoining) return;  // Let go: the process ends.
+    if (mThread == nullptr && !mIsJoining) return;  // Detached: the process ends.
     try {
         auto successor = std::make_unique<std::thread>(&WorkerThread::Run, this);
         if (mThread != nullptr) mThread->detach();
         mThread = std::move(successor);
     } catch (const std::exception&) {
-        // Without one the messages wait until CreateThread can start it.
+        // No successor: the messages wait until CreateThread starts a thread.
         if (mThread != nullptr) mThread->detach();
         mThread.reset();
     }
 }
 
 void WorkerThread::Process() {
-    char name[16] = {};  // What a thread's name holds, with its end.
+    char name[16] = {};  // The longest thread name, with its terminating zero.
     std::strncpy(name, mThreadName, sizeof name - 1);
     pthread_setname_np(pthread_self(), name);
     mTimerExit.store(false);
-    JoinedThread timer;
+    JoiningThread timer;
     try {
         timer.thread = std::thread(&WorkerThread::TimerThread, this);
     } catch (const std::exception&) {
-        // It has no work: the worker does without it.
+        // The timer thread does nothing, so the worker runs without it.
     }
     for (;;) {
         MessagePtr message;
@@ -271,8 +273,8 @@ void WorkerThread::Process() {
         try {
             Dispatch(*message);
         } catch (const std::exception&) {
-            // Out of memory: the message is lost and nothing of it is half done: a chunk that could
-            // not be joined makes the end of the download fail.
+            // Out of memory. The message is lost and has had no partial effect. If it was a chunk
+            // of a download, the size check at the end of the download fails.
         }
     }
     mTimerExit.store(true);
@@ -284,6 +286,7 @@ void WorkerThread::Process() {
     LOG_LINE("Exit thread on ");
 }
 
+// The service's interface requires a timer thread; it has no work.
 void WorkerThread::TimerThread() {}
 
 void WorkerThread::Dispatch(const ThreadMsg& message) {
@@ -328,7 +331,7 @@ void WorkerThread::HandleLookup(const MsgData& data) {
     float lat;
     float lon;
     std::unique_ptr<char, TextDeleter> found;
-    // A text without a usable number gets what a point outside the world gets.
+    // A text without a usable number gets the answer of a point outside the world.
     const char* answer = kErrorInput;
     if (ParseCoordinate(data.lat.c_str(), &lat) && ParseCoordinate(data.lon.c_str(), &lon)) {
         LOG_LINE("MsgData : Lat : %f Lon : %f ", static_cast<double>(lat),
@@ -342,13 +345,14 @@ void WorkerThread::HandleLookup(const MsgData& data) {
     Report(callback, data, answer);
 }
 
-// Calls the client, if there is one, with a reference of the worker's own and no lock held.
+// Reports an answer to the client, if `callback` is not empty. The caller holds no lock and has its
+// own reference to the callback.
 void WorkerThread::Report(const sp<IOfflinetimezoneCallback>& callback, const MsgData& request,
                           const char* tzId) {
     if (callback == nullptr) return;
-    const hidl_string lat = Borrowed(request.lat.c_str(), request.lat.size());
-    const hidl_string lon = Borrowed(request.lon.c_str(), request.lon.size());
-    const hidl_string zone = Borrowed(tzId, std::strlen(tzId));
+    const hidl_string lat = BorrowedString(request.lat.c_str(), request.lat.size());
+    const hidl_string lon = BorrowedString(request.lon.c_str(), request.lon.size());
+    const hidl_string zone = BorrowedString(tzId, std::strlen(tzId));
     CallClient([&] { return callback->timeZoneIdReport(lat, lon, zone); });
 }
 
@@ -396,32 +400,33 @@ void WorkerThread::HandleInject() {
     mDbOpen = 1;
 }
 
-// Empties the collected download and gives its storage back.
+// Discards the downloaded chunks and frees their memory.
 void WorkerThread::ResetDownload() {
     std::vector<uint8_t>().swap(mDownloadBuf);
     mDownloadState = DOWNLOAD_STATE_RECEIVING;
 }
 
-// Writes the collected download over the backup file; what fails shows in the log, and later in
-// the verification.
+// Writes the downloaded database over the backup file. A failure appears in the log only; the
+// verification after the next injection detects its result.
 void WorkerThread::WriteBackup() {
-    // The backup is cut to nothing first. Until it is whole again the active file is all there is,
-    // and may have been restored, or put there, without having reached the medium.
+    // The backup is truncated first. Until it is complete again, the active file is the only copy.
+    // It may have been restored or installed without having reached the storage medium: write it
+    // out now.
     Synchronise(kActiveDatabasePath);
     Synchronise(kDatabaseDirectory);
     FILE* file = OpenForWriting(kBackupDatabasePath, kActiveDatabasePath);
     LOG_LINE("open  file  %s", std::strerror(file != nullptr ? 0 : errno));
     if (file == nullptr) return;
-    // Unbuffered, so that a full disk fails the write, where the log looks, and not the flush.
+    // Unbuffered: a full disk must fail in fwrite, whose errno is logged, and not in a flush.
     std::setvbuf(file, nullptr, _IONBF, 0);
     errno = 0;
     if (Truncate(file) && !mDownloadBuf.empty()) {
         std::fwrite(mDownloadBuf.data(), 1, mDownloadBuf.size(), file);
     }
     LOG_LINE("after  write it to backup %s", std::strerror(errno));
-    // The injection that follows cuts the active file to nothing first: by then the backup, and its
-    // entry in the directory where it is new, must be on the medium, or a power cut between the two
-    // would find neither file whole.
+    // The injection that follows truncates the active file first. Before that the backup, and its
+    // directory entry if it is new, must be on the storage medium. Otherwise a power cut could
+    // leave neither file complete.
     fsync(fileno(file));
     std::fclose(file);
     Synchronise(kDatabaseDirectory);

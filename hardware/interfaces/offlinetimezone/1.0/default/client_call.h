@@ -3,17 +3,18 @@
 
 #include <exception>
 
-// Calls a client by `call`, which returns what the interface's method does. The result and any
-// exception are ignored: the runtime demands that the result be looked at, and an exception of a
-// client in this process must not end the caller. The caller holds no lock.
+// Calls a client through `call`, which returns the result of an interface method. Ignores the
+// result and any exception: the runtime aborts the process if a failed result is not checked, and
+// an exception of a client in this process must not end the calling thread. A forced unwind (thread
+// cancellation, pthread_exit) passes through. The caller must hold no lock.
 template <typename Call>
 void CallClient(const Call& call) {
     try {
         static_cast<void>(call().isOk());
     } catch (...) {
-        // A client that ends its thread in the call has the stack unwound by force. That passes
-        // here as something that is no exception, and must go on, or the process ends.
-        // cppcheck-suppress rethrowNoCurrentException ; it can be thrown on.
+        // Rethrow a forced unwind: the C library ends the process if it stops here. It is not a C++
+        // exception, so there is no current exception.
+        // cppcheck-suppress rethrowNoCurrentException ; a forced unwind can be rethrown.
         if (std::current_exception() == nullptr) throw;
     }
 }

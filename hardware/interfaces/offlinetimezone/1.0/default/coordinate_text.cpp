@@ -9,26 +9,27 @@
 
 namespace {
 
-// The locale of numbers with a decimal point, made by the first use; null where there is no memory.
-locale_t PlainLocale() {
+// Returns the "C" locale, in which numbers have a decimal point. The first use makes it. Returns
+// null without memory; a later use then tries again.
+locale_t CLocale() {
     static std::atomic<locale_t> made{nullptr};
-    locale_t plain = made.load();
-    if (plain != nullptr) return plain;
-    plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    locale_t locale = made.load();
+    if (locale != nullptr) return locale;
+    locale = newlocale(LC_ALL_MASK, "C", nullptr);
     locale_t first = nullptr;
-    if (plain == nullptr || made.compare_exchange_strong(first, plain)) return plain;
-    freelocale(plain);  // Another thread was first.
+    if (locale == nullptr || made.compare_exchange_strong(first, locale)) return locale;
+    freelocale(locale);  // Another thread stored one first.
     return first;
 }
 
 }  // namespace
 
 bool ParseCoordinate(const char* text, float* degrees) {
-    const locale_t plain = PlainLocale();
-    if (plain == nullptr) return false;
+    const locale_t locale = CLocale();
+    if (locale == nullptr) return false;
     errno = 0;
     char* end = nullptr;
-    const float value = strtof_l(text, &end, plain);
+    const float value = strtof_l(text, &end, locale);
     if (end == text || (errno == ERANGE && std::fabs(value) == HUGE_VALF)) return false;
     *degrees = value;
     return true;

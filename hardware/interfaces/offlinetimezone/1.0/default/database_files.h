@@ -1,23 +1,26 @@
-// Opening, truncating and synchronising the files of the database directory, in which others may
-// have put pipes, devices or directories under the names of the two databases.
+// Opens, truncates and synchronises the files of the database directory. Other programs may have
+// put pipes, devices or directories in the place of the two database files: no function here waits
+// for another process. Any thread may call.
 #pragma once
 
 #include <cstdio>
 
-// A binary stream that reads `path`, or null, with errno set. Never waits for another process: what
-// is neither a file nor a directory (which fails when it is read) is refused with ENODEV.
+// Opens `path` as a binary stream for reading. Returns null with errno set on failure; errno is
+// ENODEV for anything but a regular file or a directory (reading a directory fails). The caller
+// closes the stream.
 FILE* OpenForReading(const char* path);
 
-// A binary stream that writes the file `path` from its start, or null, with errno set. Makes the
-// file where there is none; what it holds stays until it is truncated. Refuses with ENODEV what is
-// not a file: writing to a pipe whose reader has gone would end the process. Refuses with EINVAL
-// another name of the file `kept`, which would be lost with it.
+// Opens the file `path` as a binary stream for writing from its start. Creates the file if it does
+// not exist; does not truncate it. Returns null with errno set on failure. The caller closes the
+// stream. Fails with ENODEV for anything but a regular file: writing to a pipe that has lost its
+// reader would end the process. Fails with EINVAL if `path` is another name of the file `kept`,
+// whose content would then be overwritten.
 FILE* OpenForWriting(const char* path, const char* kept);
 
-// Cuts the file behind a stream that was opened for writing to nothing. False when that fails, with
-// errno set.
+// Truncates the file of a stream that was opened for writing to 0 bytes. Returns false with errno
+// set on failure.
 bool Truncate(FILE* file);
 
-// Waits until the content of the file, or the entries of the directory, are on the storage medium.
-// What cannot be opened or synchronised is passed over.
+// Waits until the content of a file, or the entries of a directory, have reached the storage
+// medium. Ignores errors.
 void Synchronise(const char* path);

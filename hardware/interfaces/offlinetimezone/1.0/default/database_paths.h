@@ -1,5 +1,5 @@
-// Where the device keeps the zone database. The directory is a build constant: a host or test
-// build may place it elsewhere when it is configured, nothing can move it at run time.
+// Paths of the two database files. The directory is a constant of the build: host and test builds
+// may configure another one. Nothing changes it at run time.
 #pragma once
 
 #ifndef OFFLINETZ_DATABASE_DIR
@@ -7,8 +7,9 @@
 #endif
 
 inline constexpr char kDatabaseDirectory[] = OFFLINETZ_DATABASE_DIR;
-// The file that is verified, opened and read.
+// The active file: verified, opened and read.
 inline constexpr char kActiveDatabasePath[] = OFFLINETZ_DATABASE_DIR "/lastcombinedTimezone.bin";
-// The latest download: the source of every restore and injection.
+// The backup file, which holds the latest download. Restores and injections copy it over the active
+// file.
 inline constexpr char kBackupDatabasePath[] =
         OFFLINETZ_DATABASE_DIR "/lastcombinedTimezonebackup.bin";

@@ -1,4 +1,4 @@
-// Marks what the library shows; exports.map lists the same names.
+// Marks the functions and classes that the library exports. exports.map lists the same names.
 #pragma once
 
 #define OFFLINETZ_EXPORT __attribute__((visibility("default")))

@@ -42,9 +42,9 @@ int SHA1Input(SHA1Context* context, const uint8_t* message, uint32_t length) {
     if (context->Corrupted != 0) return context->Corrupted;
 
     while (length > 0 && context->Corrupted == 0) {
-        // Whole blocks go straight from the input, up to where the low word of the bit count could
-        // wrap: the block in which it does takes the bytewise way, which counts on in the high word
-        // and stops at the right byte before 2^64 bits.
+        // Whole blocks are absorbed directly from the input while the low word of the bit count
+        // cannot wrap. The block in which it wraps goes byte by byte below, which carries into the
+        // high word and stops at the right byte at 2^64 bits.
         const uint32_t blocks =
                 std::min(length / kBlockSize, (UINT32_MAX - context->Length_Low) / kBlockBits);
         if (context->Message_Block_Index == 0 && blocks > 0) {
@@ -52,7 +52,7 @@ int SHA1Input(SHA1Context* context, const uint8_t* message, uint32_t length) {
             context->Length_Low += kBlockBits * blocks;
             message += kBlockSize * blocks;
             length -= kBlockSize * blocks;
-            // The context holds the bytes taken last, whichever way they went.
+            // The context holds the last block absorbed, on both paths.
             std::memcpy(context->Message_Block, message - kBlockSize, kBlockSize);
             continue;
         }

@@ -30,11 +30,11 @@ ZDDatabase* NewHandle() {
 
 Refusal CheckSize(uint64_t size) {
     if (size <= kTrailerSize) return Refusal::kTooShort;
-    // Lengths are signed 32-bit numbers.
+    // ZDDatabase::length is a signed 32-bit number.
     return size > INT32_MAX ? Refusal::kTooLong : Refusal::kNone;
 }
 
-// `size` must have passed CheckSize.
+// Requires that CheckSize accepted `size`.
 void SetBytes(ZDDatabase* db, const uint8_t* bytes, uint64_t size) {
     db->length = static_cast<int32_t>(size) - kTrailerSize;
     db->mapping = bytes;
@@ -42,7 +42,7 @@ void SetBytes(ZDDatabase* db, const uint8_t* bytes, uint64_t size) {
 }
 
 bool MapFile(const char* path, ZDDatabase* db) {
-    // Without O_NONBLOCK, opening a pipe waits for its other end.
+    // O_NONBLOCK: opening a pipe must not wait for its other end.
     db->fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (db->fd < 0) return false;
     const off_t size = lseek(db->fd, 0, SEEK_END);
@@ -54,11 +54,11 @@ bool MapFile(const char* path, ZDDatabase* db) {
     return true;
 }
 
-// Decodes the field names and the notice, and moves `*position` past them. A field name that cannot
-// be decoded is null; a notice that cannot be is a refusal.
+// Decodes the field names and the notice, and advances `*position` past them. A field name that
+// cannot be decoded becomes null. A notice that cannot be decoded makes the reader refuse the file.
 Refusal ReadHeaderStrings(ZDDatabase* db, uint32_t* position) {
     const uint8_t fieldCount = db->mapping[kFixedHeaderSize - 1];
-    // One slot more than needed: an empty array must not look like a failed allocation.
+    // One slot more than needed: calloc may return null for an empty array.
     db->fieldNames = static_cast<char**>(std::calloc(fieldCount + size_t{1}, sizeof(char*)));
     if (db->fieldNames == nullptr) return Refusal::kNoMemory;
     db->fieldCount = fieldCount;
@@ -71,7 +71,7 @@ Refusal ReadHeaderStrings(ZDDatabase* db, uint32_t* position) {
     return db->notice != nullptr ? Refusal::kNone : Refusal::kNoMemory;
 }
 
-// Decodes the header of a handle that has its bytes.
+// Decodes the header. Requires SetBytes. On failure the caller closes the handle.
 OpenFailure ReadHeader(ZDDatabase* db) {
     const auto length = static_cast<uint32_t>(db->length);
     if (length < sizeof kMagic || std::memcmp(db->mapping, kMagic, sizeof kMagic) != 0)
@@ -96,14 +96,14 @@ OpenFailure ReadHeader(ZDDatabase* db) {
     db->metadataOffset = db->boxTableOffset + boxTableSize;
     db->polygonDataOffset = db->metadataOffset + metadataSize;
     if (db->polygonDataOffset + polygonDataSize != length) {
-        // Behind a field name that cannot be decoded the sizes are read from the wrong place.
+        // After an unreadable field name the sizes were read from the wrong offset: state no size.
         for (int i = 0; i < db->fieldCount; ++i) {
             if (db->fieldNames[i] == nullptr) return {Refusal::kHeader, 0};
         }
         return {Refusal::kSize, uint64_t{db->boxTableOffset} + boxTableSize + metadataSize +
                                         polygonDataSize + kTrailerSize};
     }
-    // Empty until the first lookup. Without memory for it, lookups scan the table.
+    // Empty until the first lookup. Null without memory: lookups then scan the box table.
     db->spatialIndex = new (std::nothrow) ZDSpatialIndex;
     return {};
 }
@@ -149,7 +149,7 @@ void ZDCloseDatabase(ZDDatabase* db) {
     }
     std::free(db->notice);
     delete db->spatialIndex;
-    // Only a handle with a descriptor owns its mapping; one of OpenBytes borrows the bytes.
+    // Only a handle with a descriptor owns its mapping; a handle of OpenBytes borrows the bytes.
     if (db->fd >= 0 && db->mapping != nullptr) {
         munmap(const_cast<uint8_t*>(db->mapping), static_cast<size_t>(db->length) + kTrailerSize);
     }

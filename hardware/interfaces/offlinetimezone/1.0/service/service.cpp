@@ -1,5 +1,5 @@
-// The host process of the service on a device: puts the first database in its place, then offers
-// the library's service object to clients in other processes.
+// The process that hosts the service on a device. It installs the first database, then offers the
+// library's service object to clients in other processes.
 #include <android/log.h>
 #include <fcntl.h>
 #include <hidl/LegacySupport.h>
@@ -12,7 +12,7 @@
 
 #include "../default/database_paths.h"
 
-// The database of the device's image.
+// The database in the device's image.
 #ifndef OFFLINETZ_FIRST_DATABASE
 #define OFFLINETZ_FIRST_DATABASE "/vendor/etc/offlinetz/world.bin"
 #endif
@@ -22,6 +22,7 @@ namespace {
 constexpr char kFirstDatabase[] = OFFLINETZ_FIRST_DATABASE;
 constexpr char kUnfinishedPath[] = OFFLINETZ_DATABASE_DIR "/first.tmp";
 
+// Copies from one descriptor to another until the end. Returns false with errno set on failure.
 bool CopyAll(int from, int to) {
     char buffer[65536];
     for (;;) {
@@ -35,7 +36,8 @@ bool CopyAll(int from, int to) {
     }
 }
 
-// False, with errno set, unless every byte has reached the storage medium.
+// Returns true if every byte has reached the storage medium. Otherwise returns false with errno
+// set; `to` may then be partly written.
 bool CopyFile(const char* from, const char* to) {
     const int source = open(from, O_RDONLY | O_CLOEXEC);
     if (source < 0) return false;
@@ -49,8 +51,9 @@ bool CopyFile(const char* from, const char* to) {
     return isCopied;
 }
 
-// Where neither database file is there, makes the image's database the backup, from which the
-// service restores the active file. A power cut leaves no backup or a whole one.
+// If neither database file exists, installs the image's database as the backup, from which the
+// service restores the active file. It is written to another file, synchronised and renamed: a
+// power cut leaves no backup or a complete one. Logs a failure.
 void PutFirstDatabase() {
     if (access(kActiveDatabasePath, F_OK) == 0 || access(kBackupDatabasePath, F_OK) == 0) return;
     if (!CopyFile(kFirstDatabase, kUnfinishedPath) ||
@@ -71,7 +74,7 @@ void PutFirstDatabase() {
 int main() {
     using ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
     PutFirstDatabase();
-    // Returns only when the service could not be offered; init then starts the process anew.
+    // Returns only if the service cannot be offered. The system's init then restarts the process.
     const android::status_t status =
             android::hardware::defaultPassthroughServiceImplementation<IOfflinetimezone>();
     return status == android::OK ? 0 : 1;

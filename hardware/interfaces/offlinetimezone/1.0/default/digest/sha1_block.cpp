@@ -11,18 +11,19 @@ constexpr int kSteps = 80;
 constexpr int kGroups = kSteps / 4;
 constexpr uint32_t kConstants[] = {0x5A827999u, 0x6ED9EBA1u, 0x8F1BBCDCu, 0xCA62C1D6u};
 
-// Four words of the schedule that follow one another, the first in lane 0. Compilers put them
-// into a vector register where the processor has such, and into four plain words elsewhere.
+// Four consecutive words of the message schedule, the first in lane 0. Compilers keep them in a
+// vector register if the processor has one, and in four scalar words otherwise.
 using Words = uint32_t __attribute__((vector_size(16)));
-using Halves = uint16_t __attribute__((vector_size(16)));  // The same bytes in halves of words.
+using Halves = uint16_t __attribute__((vector_size(16)));  // The same bytes as half-words.
 using Groups = std::make_integer_sequence<int, kGroups>;
 
 inline uint32_t RotateLeft(uint32_t word, unsigned bits) {
     return (word << bits) | (word >> (32 - bits));
 }
 
-// Makes the words 4 * kGroup and up of the schedule of `block`, and writes them with the constants
-// of their steps already added to `keyed`. `recent` holds the words of the last eight groups.
+// Computes the words 4 * kGroup to 4 * kGroup + 3 of the message schedule of `block`. Adds the
+// constants of their steps and stores the sums at `keyed`. `recent` holds the words of the last
+// eight groups.
 template <int kGroup>
 inline void Schedule(const uint8_t* block, Words (&recent)[8], uint32_t* keyed) {
     Words& words = recent[kGroup % 8];
@@ -39,17 +40,17 @@ inline void Schedule(const uint8_t* block, Words (&recent)[8], uint32_t* keyed) 
         const Words& ago2 = recent[(kGroup - 2) % 8];
         const Words& ago4 = recent[(kGroup - 4) % 8];
         if constexpr (kGroup < 8) {
-            // W[t] = rol1(W[t-3] ^ W[t-8] ^ W[t-14] ^ W[t-16]). The last of the four words needs
-            // the first, which is still to be made: it starts with 0 in that place, and what the
-            // first adds to it, rotated once more, comes after.
+            // W[t] = rol1(W[t-3] ^ W[t-8] ^ W[t-14] ^ W[t-16]). The fourth word needs the first
+            // one, which is computed here too: its W[t-3] is 0 at first, and the first word,
+            // rotated once more, is XORed in afterwards.
             const Words& ago3 = recent[(kGroup - 3) % 8];
             const Words sum = ago4 ^ ago2 ^ __builtin_shufflevector(ago4, ago3, 2, 3, 4, 5) ^
                               __builtin_shufflevector(ago1, Words{}, 1, 2, 3, 4);
             const Words first = __builtin_shufflevector(Words{}, sum, 0, 0, 0, 4);
             words = ((sum << 1) | (sum >> 31)) ^ ((first << 2) | (first >> 30));
         } else {
-            // The same rule put into itself: W[t] = rol2(W[t-6] ^ W[t-16] ^ W[t-28] ^ W[t-32]),
-            // which needs none of the four words that are being made.
+            // The rule applied to itself: W[t] = rol2(W[t-6] ^ W[t-16] ^ W[t-28] ^ W[t-32])
+            // (Locktyukhin, 2010). It needs none of the four words that are computed here.
             const Words sum = words ^ recent[(kGroup - 7) % 8] ^ ago4 ^
                               __builtin_shufflevector(ago2, ago1, 2, 3, 4, 5);
             words = (sum << 2) | (sum >> 30);
@@ -59,15 +60,15 @@ inline void Schedule(const uint8_t* block, Words (&recent)[8], uint32_t* keyed) 
     std::memcpy(keyed + 4 * kGroup, &sums, sizeof sums);
 }
 
-// Adds `term` where it is written: without the empty statement compilers regroup a step's sum, and
-// its end waits for the step before it longer than it must.
+// Adds `term` in the order of the source. Without the empty asm statement compilers regroup the sum
+// of a step, which makes the chain of dependent steps longer.
 inline void AddInTurn(uint32_t& sum, uint32_t term) {
     sum += term;
     __asm__("" : "+r"(sum));
 }
 
-// One step. The five working variables stay where they are; each step finds them one place
-// further on instead of moving them.
+// One of the 80 steps. The five working variables are not moved: each step finds them one index
+// further in `v`.
 template <int kStep>
 inline void Step(uint32_t (&v)[5], const uint32_t* keyed) {
     const uint32_t a = v[(kSteps - kStep) % 5];
@@ -79,7 +80,7 @@ inline void Step(uint32_t (&v)[5], const uint32_t* keyed) {
     if constexpr (kStep < 20) {
         AddInTurn(e, d ^ (b & (c ^ d)));  // b chooses between c and d.
     } else if constexpr (kStep >= 40 && kStep < 60) {
-        AddInTurn(e, c & d);  // With the next, the majority of b, c and d.
+        AddInTurn(e, c & d);  // This and the next term: the majority of b, c and d.
         AddInTurn(e, b & (c ^ d));
     } else {
         AddInTurn(e, b ^ c ^ d);
@@ -103,8 +104,8 @@ inline void MakeSchedule(const uint8_t* block, uint32_t* keyed,
     (Schedule<kGroup>(block, recent, keyed), ...);
 }
 
-// The 80 steps of one block, and between them the schedule of the next one: each step waits for
-// the one before it, and the processor makes the schedule meanwhile.
+// The 80 steps of one block, interleaved with the schedule of the next block. Each step depends on
+// the one before it; the processor computes the independent schedule in the gaps.
 template <int... kGroup>
 inline void Compress(uint32_t (&v)[5], const uint32_t* keyed, const uint8_t* nextBlock,
                      uint32_t* nextKeyed, std::integer_sequence<int, kGroup...>) {
@@ -114,20 +115,20 @@ inline void Compress(uint32_t (&v)[5], const uint32_t* keyed, const uint8_t* nex
 
 }  // namespace
 
-void Sha1BlockPlain(uint32_t* hash, const uint8_t* blocks, size_t count) {
+void Sha1BlockPortable(uint32_t* hash, const uint8_t* blocks, size_t count) {
     if (count == 0) return;
-    // Two that take turns: a single one compilers would hand on in registers, and run out of them.
+    // Two buffers, used alternately: compilers would keep a single one in registers and spill.
     alignas(64) uint32_t schedules[2][kSteps];
     uint32_t* keyed = schedules[0];
     uint32_t* nextKeyed = schedules[1];
     MakeSchedule(blocks, keyed, Groups());
     uint32_t v[5] = {hash[0], hash[1], hash[2], hash[3], hash[4]};
     for (; count > 0; --count) {
-        // There is none behind the last block; its own schedule is made again and not used.
+        // No block follows the last one: its own schedule is computed again and not used.
         if (count > 1) blocks += kBlockSize;
         Compress(v, keyed, blocks, nextKeyed, Groups());
         std::swap(keyed, nextKeyed);
-        // In a loop compilers would keep the five in memory, or move them there and back.
+        // Not a loop: compilers would then keep `v` in memory, or move it there and back.
         hash[0] = v[0] += hash[0];
         hash[1] = v[1] += hash[1];
         hash[2] = v[2] += hash[2];
@@ -137,15 +138,15 @@ void Sha1BlockPlain(uint32_t* hash, const uint8_t* blocks, size_t count) {
 }
 
 Sha1BlockFunction ChooseSha1Block() {
-    // Constant-initialised, so it is there before any constructor runs and has no destructor.
-    // Threads that find it null at the same time all work out the same answer, and code is all it
-    // points to, so nothing has to be ordered.
+    // Constant-initialized without a destructor: usable before main and during exit. Relaxed order
+    // is enough: threads that find null at the same time store the same pointer, and it points to
+    // code only.
     static std::atomic<Sha1BlockFunction> chosen{nullptr};
     Sha1BlockFunction function = chosen.load(std::memory_order_relaxed);
     if (function == nullptr) {
         function = Sha1BlockX86();
         if (function == nullptr) function = Sha1BlockArm();
-        if (function == nullptr) function = Sha1BlockPlain;
+        if (function == nullptr) function = Sha1BlockPortable;
         chosen.store(function, std::memory_order_relaxed);
     }
     return function;

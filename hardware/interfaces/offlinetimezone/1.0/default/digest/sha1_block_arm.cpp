@@ -2,14 +2,14 @@
 
 #if defined(__aarch64__) && defined(__linux__) && !defined(__AARCH64EB__)
 
-#include <asm/hwcap.h>  // Not every C library's sys/auxv.h includes it.
+#include <asm/hwcap.h>  // Some C libraries' sys/auxv.h does not include it.
 #include <sys/auxv.h>
 
 #include <utility>
 
-// Instructions beyond the processor that the library is built for, in these functions alone. Clang
-// before version 16 declares them only where the whole file may use them, and before version 13
-// under another name.
+// Enables the SHA-1 instructions for single functions, whatever processor the library is built for.
+// Before version 16 Clang declares the intrinsics only if the whole file may use them; the macros
+// below make it believe so. Before version 13 the feature has another name.
 #if defined(__clang__) && __clang_major__ < 13
 #define SHA_INSTRUCTIONS __attribute__((target("crypto")))
 #ifndef __ARM_FEATURE_CRYPTO
@@ -29,7 +29,7 @@ namespace {
 
 constexpr uint32_t kConstants[] = {0x5A827999u, 0x6ED9EBA1u, 0x8F1BBCDCu, 0xCA62C1D6u};
 
-// Steps 4 * kGroup to 4 * kGroup + 3; `words` are the last four groups of the schedule.
+// Steps 4 * kGroup to 4 * kGroup + 3. `words` holds the last four groups of the message schedule.
 template <int kGroup>
 SHA_INSTRUCTIONS inline void FourSteps(uint32x4_t& abcd, uint32_t& e, uint32x4_t (&words)[4],
                                        const uint8_t* block) {

@@ -7,14 +7,14 @@
 
 #include <utility>
 
-// Instructions beyond the processor that the library is built for, in these functions alone.
+// Enables the SHA-1 instructions for single functions, whatever processor the library is built for.
 #define SHA_INSTRUCTIONS __attribute__((target("sha,sse4.1")))
 
 namespace {
 
-// Steps 4 * kGroup to 4 * kGroup + 3. Lanes run from the last word down to the first: `abcd` has a
-// on top, and `e` is the top lane of its register. `before` is what abcd was four steps ago, out of
-// which an instruction takes the new e; `words` are the last four groups of the schedule.
+// Steps 4 * kGroup to 4 * kGroup + 3. The lanes are in reverse order: a is the top lane of `abcd`,
+// and e is the top lane of its register. `before` is the value of `abcd` four steps ago, from which
+// an instruction computes the new e. `words` holds the last four groups of the message schedule.
 template <int kGroup>
 SHA_INSTRUCTIONS inline void FourSteps(__m128i& abcd, __m128i& before, __m128i (&words)[4],
                                        const uint8_t* block) {
@@ -28,7 +28,7 @@ SHA_INSTRUCTIONS inline void FourSteps(__m128i& abcd, __m128i& before, __m128i (
                                           words[(kGroup + 2) % 4]);
         group = _mm_sha1msg2_epu32(sum, words[(kGroup + 3) % 4]);
     }
-    // Before the first step e is at hand as it is.
+    // In the first group `before` is e itself.
     const __m128i e =
             kGroup == 0 ? _mm_add_epi32(before, group) : _mm_sha1nexte_epu32(before, group);
     before = abcd;

@@ -1,4 +1,4 @@
-// The entries of the bounding-box table, one after the other.
+// Sequential reader of the box table.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace zonedetect {
 
-// An inclusive rectangle in database units.
+// A bounding box in database units. All four sides belong to it.
 struct Box {
     int32_t minLat;
     int32_t minLon;
@@ -22,15 +22,16 @@ struct Box {
     }
 };
 
-// A place between two entries: where the next one begins, and the offsets that the ones before add
-// up to.
+// A place between two entries: the position of the next entry in the content, and the two running
+// offsets that the entries before it add up to.
 struct TablePlace {
     uint32_t position;
     uint32_t recordOffset;
     uint32_t polygonOffset;
 };
 
-// Reads the table's entries in order from a place on.
+// Reads the entries of a table in order, from a given place on. Never reads outside the content.
+// The database must stay open. One thread at a time may use a reader.
 class TableReader {
   public:
     TableReader(const ZDDatabase& db, const TablePlace& start)
@@ -44,8 +45,8 @@ class TableReader {
 
     TablePlace Place() const { return {PositionOf(mDb, mCursor), mRecordOffset, mPolygonOffset}; }
 
-    // Reads the next entry: its box, and the offsets of the place, are its own then. False at the
-    // end of the table, or where an entry cannot be read.
+    // Reads the next entry. CurrentBox and the offsets of Place are then those of this entry.
+    // Returns false at the end of the table and at an entry that cannot be decoded.
     bool Next() {
         if (PositionOf(mDb, mCursor) >= mDb.metadataOffset) return false;
         int32_t recordDelta;
@@ -60,10 +61,11 @@ class TableReader {
     }
 
     const Box& CurrentBox() const { return mBox; }
-    bool IsSameBox() const { return mIsSameBox; }  // As that of the entry before; may miss some.
+    bool IsSameBox() const { return mIsSameBox; }  // As the entry before. May miss some.
 
   private:
-    // The same bytes are the same box.
+    // Reads a box. Compares its bytes with those of the last box decoded, which is faster than
+    // decoding: the same bytes are the same box.
     bool NextBox() {
         const uint8_t* const start = mCursor.next;
         mIsSameBox = mBoxBytes != 0 && mCursor.end - start >= mBoxBytes && IsBoxAt(start);
@@ -80,7 +82,7 @@ class TableReader {
         return true;
     }
 
-    // Most boxes take eight bytes to sixteen: two words that overlap.
+    // Most boxes take 8 to 16 bytes: two overlapping words compare those.
     bool IsBoxAt(const uint8_t* bytes) const {
         if (mBoxBytes < 8 || mBoxBytes > 16) {
             return std::memcmp(bytes, mBoxStart, static_cast<size_t>(mBoxBytes)) == 0;

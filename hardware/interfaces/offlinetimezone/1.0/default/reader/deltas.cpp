@@ -4,11 +4,11 @@ namespace zonedetect {
 
 namespace {
 
-// The bits that say that another byte follows.
+// The continuation bits of eight bytes.
 constexpr uint64_t kMoreBits = 0x8080808080808080u;
 
-// The number in the lowest `bits`, 8 to 64, of eight bytes: seven bits a byte, those beyond the
-// 32nd dropped.
+// Decodes the varint in the lowest `bits` bits (8 to 64, a multiple of 8) of `bytes`. Bits from bit
+// 32 of the result up are dropped.
 uint32_t LowGroups(uint64_t bytes, unsigned bits) {
     bytes &= ~uint64_t{0} >> (64 - bits);
     return static_cast<uint32_t>((bytes & 0x7Fu) | ((bytes >> 1) & 0x3F80u) |
@@ -19,7 +19,7 @@ uint32_t LowGroups(uint64_t bytes, unsigned bits) {
 size_t ChooseAndDecode(Cursor* cursor, int32_t* values, size_t count) {
     const DeltaDecoder x86 = X86DeltaDecoder();
     const DeltaDecoder chosen = x86 != nullptr ? x86 : &DecodeDeltasPortable;
-    // Threads that meet here store the same.
+    // Threads that run this at the same time store the same pointer.
     deltaDecoder.store(chosen, std::memory_order_relaxed);
     return chosen(cursor, values, count);
 }
@@ -41,16 +41,16 @@ size_t DecodeDeltasPortable(Cursor* cursor, int32_t* values, size_t count) {
             done += 8;
             continue;
         }
-        if (ends == 0) {  // Longer than eight bytes.
+        if (ends == 0) {  // A varint of more than eight bytes.
             Cursor one = {next, cursor->end};
             if (!ReadSigned(&one, &values[done])) break;
             next = one.next;
             ++done;
             continue;
         }
-        // Whatever ends within the word.
+        // Decode the varints that end within the word.
         while (ends != 0 && done < count) {
-            const auto bits = static_cast<unsigned>(__builtin_ctzll(ends)) + 1;  // 8 a byte.
+            const auto bits = static_cast<unsigned>(__builtin_ctzll(ends)) + 1;  // Its length.
             values[done++] = SignedOf(LowGroups(word, bits));
             next += bits / 8;
             if (bits == 64) break;

@@ -1,4 +1,4 @@
-// One edge of a ring and one point.
+// The position of a point relative to one edge of a ring: quarter turns, crossing, distance.
 #pragma once
 
 #include <algorithm>
@@ -8,20 +8,22 @@
 
 namespace zonedetect {
 
-// Quadrants around a target, counted counterclockwise: north-east 0, north-west 1, south-west 2,
-// south-east 3.
+// The quadrant of `p` around the target, counterclockwise: 0 north-east, 1 north-west, 2
+// south-west, 3 south-east.
 inline int QuadrantOf(const Point& p, const Point& target) {
     if (p.lat >= target.lat) return p.lon >= target.lon ? 0 : 1;
     return p.lon < target.lon ? 2 : 3;
 }
 
-// The quarter turns around a target from one point to another: -1 to 1 counterclockwise, or 2 for
-// opposite quadrants, which do not tell on which side.
+// The quarter turns around the target from one point to another: -1 (clockwise) to 1
+// (counterclockwise). Returns 2 for opposite quadrants: they do not tell on which side of the
+// target the edge passes.
 inline int QuarterTurn(const Point& from, const Point& to, const Point& target) {
     return ((QuadrantOf(to, target) - QuadrantOf(from, target) + 1) & 3) - 1;
 }
 
-// The line through an oblique edge: lat = slope * lon + intercept, in single precision.
+// The line through an edge that is neither vertical nor horizontal: lat = slope * lon + intercept,
+// in single precision.
 struct EdgeLine {
     float slope;
     float intercept;
@@ -40,8 +42,10 @@ inline bool LiesBetween(int32_t value, int32_t a, int32_t b) {
     return value >= std::min(a, b) && value <= std::max(a, b);
 }
 
-// Squared distance in latitude units from the target to the edge's perpendicular foot where
-// that lies within the edge, else to the edge's end `to`.
+// Squared distance, in units of latitude, from the target to the foot of its perpendicular on the
+// edge. If the foot, truncated to units, is not within the edge's bounding box: squared distance to
+// the end point `to`. The perpendicular is taken as if a unit of longitude were as long as a unit
+// of latitude; the distance counts it twice as long.
 inline uint64_t SquaredDistance(const Point& from, const Point& to, const Point& target) {
     const auto targetLat = static_cast<float>(target.lat);
     const auto targetLon = static_cast<float>(target.lon);
@@ -67,7 +71,7 @@ inline uint64_t SquaredDistance(const Point& from, const Point& to, const Point&
         deltaLat = TruncateToInt64(footLat - targetLat);
         deltaLon = TruncateToInt64(footLon - targetLon);
     }
-    // Unsigned, so that far points wrap instead of overflowing.
+    // Unsigned: the squares of far points wrap, where signed ones would overflow.
     const auto lat = static_cast<uint64_t>(deltaLat);
     const auto lon = static_cast<uint64_t>(deltaLon);
     return lat * lat + 4 * (lon * lon);

@@ -1,8 +1,8 @@
-// Floats that mean the same with every compiler and processor. The reader's sources include this
-// before anything else.
+// Makes float arithmetic give the same results with every compiler and on every processor. Sources
+// of the reader that compute in floats include this first.
 //
-// A product and a sum in one expression are rounded twice, never fused: fused, about one distance
-// in a thousand would differ.
+// A product and a sum in one expression must be rounded twice, never fused (FMA). With fusing about
+// one distance in a thousand would differ.
 #pragma once
 
 #include <cfloat>

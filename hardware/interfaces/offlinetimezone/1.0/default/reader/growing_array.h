@@ -1,4 +1,4 @@
-// An array for code without exceptions: growing it can fail.
+// A growing array for code without exceptions: running out of memory is a return value.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,8 @@
 
 namespace zonedetect {
 
-// Owns its values, which are copied as bytes. A failed call changes nothing.
+// Owns its values and moves them as bytes. A call that returns false has changed nothing. One
+// thread at a time may use an array.
 template <typename T>
 class GrowingArray {
     static_assert(std::is_trivially_copyable<T>::value, "realloc moves the values");
@@ -19,24 +20,24 @@ class GrowingArray {
     GrowingArray& operator=(const GrowingArray&) = delete;
     ~GrowingArray() { std::free(mValues); }
 
-    // Makes room for `capacity` values. False when memory is short.
+    // Ensures a capacity of `capacity` values. Returns false without memory.
     bool Reserve(size_t capacity) {
         return capacity <= mCapacity || (capacity <= SIZE_MAX / sizeof(T) && Resize(capacity));
     }
 
-    // Makes room for `count` values behind those in use, at least doubling what has to grow. False
-    // when memory is short.
+    // Ensures capacity for `count` more values. If it has to grow, it at least doubles. Returns
+    // false without memory.
     bool ReserveMore(size_t count) {
         if (count <= mCapacity - mSize) return true;
         return Reserve(mCapacity + (count > mCapacity ? count : mCapacity));
     }
 
-    // Adds a value for which there is room.
+    // Appends a value. Requires capacity.
     void Push(const T& value) { mValues[mSize++] = value; }
-    // Takes so many values as in use, for which there is room; new ones hold anything.
+    // Sets the number of values. Requires capacity. New values are indeterminate.
     void SetSize(size_t size) { mSize = size; }
 
-    // Gives back the room that is not in use.
+    // Frees unused capacity, if possible.
     void Trim() {
         if (mSize < mCapacity && mSize > 0) static_cast<void>(Resize(mSize));
     }

@@ -1,5 +1,5 @@
 #include "exact_floats.h"
-// First, for all that follows.
+// Must precede everything else.
 #include "fixed_answers.h"
 #include "units.h"
 #include "zonedetect.h"
@@ -27,7 +27,7 @@ const char* GetEtcAreaTimezone(const ZDDatabase* db, float lon, float lat) {
     if (latUnits < -kWorldEdge || latUnits > kWorldEdge) return kErrorInput;
     if (lonUnits < -kWorldEdge || lonUnits > kWorldEdge) return kErrorInput;
 
-    // Band n begins at the odd multiple 2n - 1 of 7.5 degrees, a 24th of the world's half.
+    // Band n begins at (2n - 1) * 7.5 degrees. 7.5 degrees are 1/24 of 180 degrees.
     const int32_t magnitude = lonUnits < 0 ? -lonUnits : lonUnits;
     int band = 0;
     while (band < 12 && magnitude >= (2 * (band + 1) - 1) * kWorldEdge / 24)

@@ -12,22 +12,23 @@ namespace zonedetect {
 enum class Refusal {
     kNone,
     kNoMemory,
-    kTooShort,      // No content besides the digest trailer.
+    kTooShort,      // The file has no content besides the digest trailer.
     kTooLong,       // 2 GiB or more.
     kNotADatabase,  // The content does not begin with the magic bytes.
-    kHeader,        // The header cannot be decoded: it is cut short or overwritten.
-    kSize,          // The header states another file size, see OpenFailure::statedSize.
+    kHeader,        // The header cannot be decoded: it is truncated or overwritten.
+    kSize,          // The header states another file size: OpenFailure::statedSize.
 };
 
 struct OpenFailure {
     Refusal reason = Refusal::kNone;
-    uint64_t statedSize = 0;  // Bytes of the file that the header describes; set with kSize.
+    uint64_t statedSize = 0;  // File size in bytes by the header; 0 unless kSize.
 };
 
 // Opens the database file whose `size` bytes, digest trailer included, are at `bytes`. The handle
-// borrows them: they must stay unchanged until ZDCloseDatabase has released it. The trailer is not
-// read. Returns null when the reader refuses the database, with the reason in `*failure` (which may
-// be null); nothing stays allocated then. Prints nothing and does not throw. Any thread may call.
+// borrows the bytes: they must stay unchanged until ZDCloseDatabase has freed it. The trailer is
+// not verified. Returns null if the reader refuses the database; nothing stays allocated then.
+// `failure` may be null; otherwise `*failure` receives the reason, or kNone. Prints nothing and
+// does not throw. Any thread may call.
 ZDDatabase* OpenBytes(const uint8_t* bytes, size_t size, OpenFailure* failure);
 
 }  // namespace zonedetect

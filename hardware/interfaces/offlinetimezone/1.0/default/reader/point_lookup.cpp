@@ -1,5 +1,5 @@
 #include "exact_floats.h"
-// First, for all that follows.
+// Must precede everything else.
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -16,8 +16,8 @@ namespace zonedetect {
 
 namespace {
 
-// Platforms that fill every local variable with zeros must not fill the list of hits: 32 KB in each
-// lookup.
+// Exempts the list of hits from compilers' automatic initialization of local variables: it would
+// clear 32 KB in each lookup.
 #if defined(__has_attribute)
 #if __has_attribute(uninitialized)
 #define OFFLINETZ_UNINITIALIZED __attribute__((uninitialized))
@@ -27,19 +27,19 @@ namespace {
 #define OFFLINETZ_UNINITIALIZED
 #endif
 
-// A ring that holds the point, or later a zone.
+// A ring that contains the point; after MergeZones a zone.
 struct Hit {
     int32_t result;
     uint32_t recordOffset;
 };
 
-// The hits of a lookup: an array on the stack, most of which is never touched.
+// The hits of a lookup. Lives on the stack; a usual lookup touches only its first entries.
 class HitList {
   public:
-    // cppcheck-suppress uninitMemberVar ; hits that are not counted are not looked at.
-    HitList() {}  // NOLINT(modernize-use-equals-default): which would fill the array with zeros.
+    // cppcheck-suppress uninitMemberVar ; entries from mCount on are never read.
+    HitList() {}  // NOLINT(modernize-use-equals-default): a default would clear the array.
 
-    // False when the list is full, which no honest table makes it.
+    // Returns false if the list is full, which happens with hostile tables only.
     bool Append(const Hit& hit) {
         if (mCount == kMaxHits) return false;
         mHits[mCount++] = hit;
@@ -55,12 +55,13 @@ class HitList {
     size_t mCount = 0;
 };
 
-// Collects the rings that hold a point, in the table's order.
+// Collects the rings that contain a point, in the order of the table.
 class Scan {
   public:
     Scan(const ZDDatabase& db, const Point& target, uint64_t* minDistance, HitList* hits)
         : mDb(db), mTarget(target), mMinDistance(minDistance), mBudget(db.length), mHits(hits) {}
 
+    // Uses the spatial index if there is one, else reads the whole table.
     void Run() {
         const SpatialIndex* index =
                 mDb.spatialIndex != nullptr ? mDb.spatialIndex->Get(mDb) : nullptr;
@@ -77,20 +78,21 @@ class Scan {
     }
 
   private:
-    // Visits the entries from a place on that begin before a position. False when the scan ends.
+    // Visits the entries from `start` on that begin before position `end`. Returns false if the
+    // scan must end.
     bool RunEntries(const TablePlace& start, uint32_t end) {
         TableReader reader(mDb, start);
         while (reader.Place().position < end) {
             if (!reader.Next()) return false;
             const Box& box = reader.CurrentBox();
-            if (box.minLat > mTarget.lat) return false;  // Sorted: no later box reaches down to it.
+            if (box.minLat > mTarget.lat) return false;  // Sorted: no later box contains the point.
             if (box.Contains(mTarget) && !VisitRing(reader.Place())) return false;
         }
         return true;
     }
 
-    // Classifies the point against the ring of an entry with these offsets. False when the scan
-    // ends.
+    // Classifies the point against the ring of the entry with the offsets of `place`. Skips an
+    // entry whose offsets are out of range. Returns false if the scan must end.
     bool VisitRing(const TablePlace& place) {
         const uint32_t ringPosition = mDb.polygonDataOffset + place.polygonOffset;
         if (mDb.metadataOffset + place.recordOffset >= mDb.polygonDataOffset ||
@@ -111,14 +113,14 @@ class Scan {
 
     const ZDDatabase& mDb;
     const Point mTarget;
-    uint64_t* const mMinDistance;  // Null: not wanted.
+    uint64_t* const mMinDistance;  // Null if not wanted.
     ReadBudget mBudget;            // For rings.
     HitList* const mHits;
 };
 
-// The classification of a zone from those of its rings, in list order: a border or vertex
-// anywhere wins (the last one), else the point must lie in more outlines than holes or the
-// reverse.
+// Combines the classifications of a zone's rings, in list order. If the point is on a border or a
+// vertex of any ring, the last such result is the zone's. Otherwise the zone contains the point if
+// the numbers of exterior rings and holes around it differ.
 struct ZoneTally {
     int64_t net = 0;
     int32_t other = ZDLookupIgnore;
@@ -138,7 +140,8 @@ struct ZoneTally {
     }
 };
 
-// Leaves one hit a zone, where its first ring stood, and drops the zones that the point is not in.
+// Replaces the hits of each zone by one hit, in the place of its first ring. Removes zones that do
+// not contain the point.
 void MergeZones(HitList* hits) {
     for (Hit& first : *hits) {
         if (first.result == ZDLookupIgnore) continue;
@@ -149,18 +152,17 @@ void MergeZones(HitList* hits) {
             hit->result = ZDLookupIgnore;
         }
         first.result = tally.Result();
-        // Merged ones lie behind this one, so one to keep is never met again.
+        // Later iterations look at the hits behind this one only: this result stays.
     }
     hits->CutAt(std::remove_if(hits->begin(), hits->end(),
                                [](const Hit& hit) { return hit.result == ZDLookupIgnore; }));
 }
 
-// The result list for the zones: one block of memory that holds the entries, the end entry, the
-// arrays of values and the texts, because a lookup is over in the time that a few blocks would
-// take. Null when memory is short.
+// Makes the result list of a lookup. Entries, end entry, value arrays and texts share one block of
+// memory: a few more allocations would take as long as the rest of the lookup. Returns null without
+// memory.
 ZDResult* MakeResults(const ZDDatabase& db, HitList* zones) {
-    // Slot 0 always exists, also where the database names no field; the other slots are never
-    // filled and stay null.
+    // Slot 0 exists even if the database names no field. The other slots stay null.
     const size_t slots = std::max<size_t>(db.fieldCount, 1);
     const auto count = static_cast<size_t>(zones->end() - zones->begin());
     static_assert(alignof(ZDResult) >= alignof(char*), "the arrays follow the entries");
@@ -174,7 +176,7 @@ ZDResult* MakeResults(const ZDDatabase& db, HitList* zones) {
     std::fill(values, values + count * slots, nullptr);
     char* text = block + entryBytes + arrayBytes;
 
-    // Of their own: rings that took all of theirs must not cost the zones their names.
+    // A separate budget: zones must have their names even if the rings spent their budget.
     ReadBudget budget(db.length);
     ZDResult* entry = results;
     for (const Hit& zone : *zones) {
@@ -214,7 +216,7 @@ ZDResult* ZDLookup(const ZDDatabase* db, float lat, float lon, float* safezone) 
 }
 
 void ZDFreeResults(ZDResult* results) {
-    std::free(results);  // The block holds all that the entries refer to.
+    std::free(results);  // The one block of MakeResults.
 }
 
 const char* ZDLookupResultToString(int32_t result) {

@@ -1,4 +1,4 @@
-// What a hostile file can make the reader do.
+// Limits of the work that a hostile database can cause.
 #pragma once
 
 #include <cstddef>
@@ -6,22 +6,23 @@
 
 namespace zonedetect {
 
-// A lookup collects at most this many rings that hold its point, then its scan ends as where memory
-// is short. An honest point lies in a handful; a hostile table could otherwise multiply its own
-// size into lists that no device has the memory for.
+// The most rings around its point that a lookup collects. At the limit the search ends, as at a
+// ring that cannot be decoded. In a valid database a point lies in a few rings. Without the limit a
+// hostile table could demand lists of many times its own size, for which no device has the memory.
 constexpr size_t kMaxHits = 4096;
 
-// The bytes that may be read: one opening has one for its strings, one lookup has one for the rings
-// and another for the strings, beyond its one pass over the box table. Whatever is begun while some
-// are left is read to its end. Then a scan ends as at a broken ring, and a string counts as one
-// that cannot be decoded.
+// A number of bytes that may be read. Opening has one budget for its strings. A lookup has one for
+// rings and one for strings, besides its one pass over the box table. A ring or string that begins
+// before the budget is spent is read to its end. After that a search ends as at a ring that cannot
+// be decoded, and a string counts as one that cannot be decoded.
 //
-// A hostile file could otherwise point thousands of entries at one long ring, or at one long run of
-// bytes that each say that another follows, and hold the worker for minutes. A file in which no
-// point lies in boxes whose rings sum up to more than four times the content stays below.
+// Without a budget a hostile file could point thousands of entries at one long ring, or at one long
+// sequence of varint continuation bytes, and keep the worker busy for minutes. A file stays within
+// the budget if, for every point, the rings whose boxes contain the point have at most four times
+// the bytes of the content.
 class ReadBudget {
   public:
-    // Tools that look into a whole database give themselves that of several lookups.
+    // `lookups`: tools that read a whole database take the budget of several lookups.
     explicit ReadBudget(int32_t contentLength, int64_t lookups = 1)
         : mLeft(lookups * Bytes(contentLength)) {}
 
@@ -33,7 +34,7 @@ class ReadBudget {
     void Spend(int64_t bytes) { mLeft -= bytes; }
 
   private:
-    int64_t mLeft;  // Falls below zero by one ring or string at most.
+    int64_t mLeft;  // At least minus the size of one ring or string.
 };
 
 }  // namespace zonedetect

@@ -1,5 +1,5 @@
 #include "exact_floats.h"
-// First, for all that follows.
+// Must precede everything else.
 #include "ring.h"
 
 #include <algorithm>
@@ -19,16 +19,18 @@ constexpr size_t kLanes = 4;
 constexpr size_t kStepsToNarrow = 16;
 static_assert(kBlockSteps % kLanes == 0, "only a ring's last block has a rest");
 
-// Some consecutive steps of a ring, two numbers each. Those behind the last one are 0 as far as the
-// lanes go on: to a whole four, and the four of the edge that closes the ring.
-struct Block {
+// Consecutive steps of a ring. A step is the delta from one vertex to the next: latitude,
+// longitude. Zeros follow the last step: the SIMD path reads steps in groups of four, and the group
+// of the closing edge reaches past the last step.
+struct StepBlock {
     int32_t deltas[2 * kBlockSteps + kDeltaSlack];
     size_t steps;
-    bool isWhole;  // All that was asked for could be read.
-    bool closes;   // The edge to the ring's first point follows.
+    bool isWhole;  // All steps wanted could be decoded.
+    bool closes;   // The edge back to the ring's first vertex follows.
 
     static_assert(kDeltaSlack >= 4 * kLanes, "zeros must fit");
 
+    // Decodes up to `wanted` steps, at most kBlockSteps. Leaves `closes` unset.
     void Read(Cursor* cursor, size_t wanted) {
         steps = DecodeDeltas(cursor, deltas, 2 * wanted) / 2;
         isWhole = steps == wanted;
@@ -36,69 +38,78 @@ struct Block {
     }
 };
 
-// A walk along a ring, which counts the quarter turns around a target and keeps the smallest
-// squared distance of an edge.
-class Walk {
+// Computes the winding number of a ring around a target, in quarter turns, and the smallest squared
+// distance from the target to an edge. Call BeginAt with the first vertex, then Take for each
+// block.
+//
+// Each block has a SIMD path (TakeWithSimd) and a scalar path (TakeScalar). Both give the same
+// bits: simd_edges.h says why. If the SIMD path meets an edge that it cannot decide, it leaves the
+// walk unchanged, and the scalar path takes the whole block.
+class RingWalk {
   public:
-    // `nearest`: the squared distance that is to be lowered; null where none is wanted.
-    Walk(const Point& target, const uint64_t* nearest)
+    // `nearest`: the squared distance to lower, in units of latitude. Null: measure no distances.
+    RingWalk(const Point& target, const uint64_t* nearest)
         : mTarget(target),
           mMeasures(nearest != nullptr),
           mNearest(nearest != nullptr ? *nearest : 0) {}
 
-    // Begins with a ring's first point, which may end the walk.
+    // Sets the first vertex of the ring. It ends the walk if it is the target.
     void BeginAt(const Point& first) {
         mFirst = first;
         Visit(first);
     }
 
-    // Takes the steps of a block, and the one that closes the ring if it follows. Any of them may
-    // end the walk.
-    void Take(const Block& block) {
-        const bool isDone =
-                block.isWhole && (mMeasures ? TakeByFours<true>(block) : TakeByFours<false>(block));
-        if (!isDone) TakeOneByOne(block);
+    // Adds the edges of a block, and the closing edge if it follows. Each of them may end the walk.
+    // Requires that nothing has ended the walk yet.
+    void Take(const StepBlock& block) {
+        const bool isDone = block.isWhole &&
+                            (mMeasures ? TakeWithSimd<true>(block) : TakeWithSimd<false>(block));
+        if (!isDone) TakeScalar(block);
     }
 
-    // What ended the walk: ZDLookupBorderVertex or ZDLookupOnBorder, or ZDLookupNotInZone while
-    // nothing has.
+    // What ended the walk early: ZDLookupBorderVertex or ZDLookupOnBorder. ZDLookupNotInZone if
+    // nothing did.
     ZDLookupResult Stop() const { return mStop; }
     int64_t QuarterTurns() const { return mQuarterTurns; }
     uint64_t Nearest() const { return mNearest; }
 
   private:
-    // Sums up the points for four edges at a time.
-    struct Points {
-        Units last;  // The latitude and longitude of the last one, twice.
+    // Computes the vertices of four edges from their deltas: a prefix sum over the lanes.
+    struct VertexSums {
+        Uint32x4 last;  // The last vertex, twice: latitude, longitude.
 
-        explicit Points(const Point& at) : last(AsUnits(Ints{at.lat, at.lon, at.lat, at.lon})) {}
+        explicit VertexSums(const Point& at)
+            : last(AsUnsigned(Int32x4{at.lat, at.lon, at.lat, at.lon})) {}
 
+        // Returns the edges of the next four steps, which are the eight numbers at `deltas`.
         FourEdges Next(const int32_t* deltas) {
-            const Units none = {0, 0, 0, 0};
-            const Units a = LoadUnits(deltas);
-            const Units b = LoadUnits(deltas + kLanes);
-            const Units pointsA = last + a + __builtin_shufflevector(none, a, 0, 1, 4, 5);
-            const Units lastA = __builtin_shufflevector(pointsA, pointsA, 2, 3, 2, 3);
-            const Units pointsB = lastA + b + __builtin_shufflevector(none, b, 0, 1, 4, 5);
+            const Uint32x4 none = {0, 0, 0, 0};
+            const Uint32x4 a = LoadUnaligned(deltas);
+            const Uint32x4 b = LoadUnaligned(deltas + kLanes);
+            const Uint32x4 pointsA = last + a + __builtin_shufflevector(none, a, 0, 1, 4, 5);
+            const Uint32x4 lastA = __builtin_shufflevector(pointsA, pointsA, 2, 3, 2, 3);
+            const Uint32x4 pointsB = lastA + b + __builtin_shufflevector(none, b, 0, 1, 4, 5);
             last = __builtin_shufflevector(pointsB, pointsB, 2, 3, 2, 3);
-            const Units lat = __builtin_shufflevector(pointsA, pointsB, 0, 2, 4, 6);
-            const Units lon = __builtin_shufflevector(pointsA, pointsB, 1, 3, 5, 7);
-            return {AsInts(lat - __builtin_shufflevector(a, b, 0, 2, 4, 6)),
-                    AsInts(lon - __builtin_shufflevector(a, b, 1, 3, 5, 7)), AsInts(lat),
-                    AsInts(lon)};
+            const Uint32x4 lat = __builtin_shufflevector(pointsA, pointsB, 0, 2, 4, 6);
+            const Uint32x4 lon = __builtin_shufflevector(pointsA, pointsB, 1, 3, 5, 7);
+            return {AsSigned(lat - __builtin_shufflevector(a, b, 0, 2, 4, 6)),
+                    AsSigned(lon - __builtin_shufflevector(a, b, 1, 3, 5, 7)), AsSigned(lat),
+                    AsSigned(lon)};
         }
     };
 
-    // False, with nothing changed, where an edge needs to be looked at by itself.
+    // SIMD path. Returns false and changes nothing if an edge needs the scalar path: it ends in the
+    // target, leads to the opposite quadrant, or, with kMeasures, has coordinates that floats do
+    // not hold exactly.
     template <bool kMeasures>
-    bool TakeByFours(const Block& block) {
-        Points points(mAt);
+    bool TakeWithSimd(const StepBlock& block) {
+        VertexSums points(mAt);
         TurnCounter turns(mTarget);
-        DistanceKeeper distances(mTarget, mAt, mNearest);
+        NearestDistance distances(mTarget, mAt, mNearest);
         size_t step = 0;
         for (; step + kLanes <= block.steps; step += kLanes) {
             const FourEdges edges = points.Next(block.deltas + 2 * step);
-            turns.Add(edges, AllOf(-1));
+            turns.Add(edges, Broadcast(-1));
             if constexpr (kMeasures) {
                 distances.Add(edges);
                 if (step % kStepsToNarrow == 0) distances.Narrow();
@@ -106,11 +117,12 @@ class Walk {
         }
         if (block.closes) {
             FourEdges edges = points.Next(block.deltas + 2 * step);
-            // The lanes behind the rest close the ring, all alike; one of them counts.
-            const Ints lane = {0, 1, 2, 3};
-            const Ints rest = AllOf(static_cast<int32_t>(block.steps - step));
-            edges.lat = Select(lane < rest, edges.lat, AllOf(mFirst.lat));
-            edges.lon = Select(lane < rest, edges.lon, AllOf(mFirst.lon));
+            // The first lanes take the remaining steps. All others hold the closing edge; the first
+            // of them is counted.
+            const Int32x4 lane = {0, 1, 2, 3};
+            const Int32x4 rest = Broadcast(static_cast<int32_t>(block.steps - step));
+            edges.lat = Select(lane < rest, edges.lat, Broadcast(mFirst.lat));
+            edges.lon = Select(lane < rest, edges.lon, Broadcast(mFirst.lon));
             turns.Add(edges, lane <= rest);
             if constexpr (kMeasures) distances.Add(edges);
         }
@@ -124,7 +136,8 @@ class Walk {
         return true;
     }
 
-    void TakeOneByOne(const Block& block) {
+    // Scalar path.
+    void TakeScalar(const StepBlock& block) {
         for (size_t i = 0; i < 2 * block.steps && mStop == ZDLookupNotInZone; i += 2) {
             StepTo({WrappingAdd(mAt.lat, block.deltas[i]),
                     WrappingAdd(mAt.lon, block.deltas[i + 1])});
@@ -132,18 +145,20 @@ class Walk {
         if (block.closes && mStop == ZDLookupNotInZone) StepTo(mFirst);
     }
 
+    // Moves to a vertex, and ends the walk if it is the target.
     void Visit(const Point& point) {
         mAt = point;
         if (point.lat == mTarget.lat && point.lon == mTarget.lon) mStop = ZDLookupBorderVertex;
     }
 
+    // Adds the edge to the next vertex.
     void StepTo(const Point& to) {
         const Point from = mAt;
         Visit(to);
         if (mStop != ZDLookupNotInZone) return;
         const int turn = QuarterTurn(from, to, mTarget);
         if (turn == 2) {
-            // Opposite quadrants: the side on which the edge passes decides.
+            // Opposite quadrants: the side on which the edge passes the target decides.
             const int32_t crossing = EdgeLine(from, to).LongitudeAt(mTarget.lat);
             if (crossing == mTarget.lon) {
                 mStop = ZDLookupOnBorder;
@@ -166,6 +181,7 @@ class Walk {
     ZDLookupResult mStop = ZDLookupNotInZone;
 };
 
+// -4 is a clockwise ring around the target, 4 a counterclockwise one.
 ZDLookupResult ResultOf(int64_t quarterTurns) {
     switch (quarterTurns) {
         case -4:
@@ -188,12 +204,12 @@ ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t
     if (count > 0 && (!ReadSigned(cursor, &first.lat) || !ReadSigned(cursor, &first.lon)))
         return ZDLookupParsingError;
 
-    Walk walk(target, minDistance);
+    RingWalk walk(target, minDistance);
     walk.BeginAt(first);
     uint32_t left = count > 0 ? count - 1 : 0;
     bool isClosed = count == 0;
     while (walk.Stop() == ZDLookupNotInZone && !isClosed) {
-        Block block;
+        StepBlock block;
         const size_t wanted = std::min<size_t>(left, kBlockSteps);
         left -= static_cast<uint32_t>(wanted);
         block.Read(cursor, wanted);

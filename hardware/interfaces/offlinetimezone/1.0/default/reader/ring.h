@@ -1,4 +1,4 @@
-// One ring and one point.
+// The position of a point relative to one ring.
 #pragma once
 
 #include <cstdint>
@@ -9,10 +9,18 @@
 
 namespace zonedetect {
 
-// Classifies `target` against the ring at `cursor`: one of ZDLookupInZone, ZDLookupInExcludedZone,
-// ZDLookupBorderVertex, ZDLookupOnBorder, ZDLookupNotInZone, or ZDLookupParsingError when the ring
-// cannot be read. Lowers `*minDistance` (null: not wanted) to the squared distance, in units of
-// latitude, of the nearest edge visited. Leaves the cursor behind what was visited.
+// Classifies `target` against the ring at `cursor` by the ring's winding number, counted in quarter
+// turns around the target.
+//
+// Returns ZDLookupInZone (winding number -1: clockwise, as exterior rings run),
+// ZDLookupInExcludedZone (1: counterclockwise, as holes run), ZDLookupNotInZone (0),
+// ZDLookupBorderVertex (the target is a vertex), ZDLookupOnBorder (an edge between opposite
+// quadrants crosses the target's parallel at the target's longitude, truncated to units, or the
+// winding number is any other), or ZDLookupParsingError (the ring cannot be decoded).
+//
+// `minDistance` may be null. Otherwise `*minDistance` holds a squared distance in units of latitude
+// and is lowered to that of the nearest edge visited; on a border it becomes 0. Advances the cursor
+// past the points visited. Never reads past the cursor's end. Any thread may call.
 ZDLookupResult ClassifyAgainstRing(Cursor* cursor, const Point& target, uint64_t* minDistance);
 
 }  // namespace zonedetect

@@ -1,4 +1,5 @@
-// Four numbers at a time, in the vectors that compilers know for every processor.
+// Vectors of four 32-bit lanes, written in the compilers' vector extensions. They compile on every
+// processor: to SIMD instructions if it has them, else to scalar code with the same results.
 #pragma once
 
 #include <cstdint>
@@ -6,55 +7,62 @@
 
 namespace zonedetect {
 
-using Units = uint32_t __attribute__((vector_size(16)));  // Sums wrap.
-using Ints = int32_t __attribute__((vector_size(16)));    // Masks too: 0 or -1 in each lane.
-using Floats = float __attribute__((vector_size(16)));
-using TwoDoubles = double __attribute__((vector_size(16)));
+using Uint32x4 = uint32_t __attribute__((vector_size(16)));  // Sums wrap.
+using Int32x4 = int32_t __attribute__((vector_size(16)));    // Also a mask: 0 or -1 in each lane.
+using Float32x4 = float __attribute__((vector_size(16)));
+using Float64x2 = double __attribute__((vector_size(16)));
 
-inline Ints AllOf(int32_t value) {
-    return Ints{value, value, value, value};
+// Broadcasts a value to all lanes.
+inline Int32x4 Broadcast(int32_t value) {
+    return Int32x4{value, value, value, value};
 }
 
-inline Floats AllOf(float value) {
-    return Floats{value, value, value, value};
+inline Float32x4 Broadcast(float value) {
+    return Float32x4{value, value, value, value};
 }
 
-inline Units LoadUnits(const int32_t* four) {
-    Units lanes;
+// Unaligned load of four values.
+inline Uint32x4 LoadUnaligned(const int32_t* four) {
+    Uint32x4 lanes;
     std::memcpy(&lanes, four, sizeof lanes);
     return lanes;
 }
 
-inline Ints AsInts(Units lanes) {
-    return reinterpret_cast<Ints>(lanes);
+// Reinterpret the bits of each lane.
+inline Int32x4 AsSigned(Uint32x4 lanes) {
+    return reinterpret_cast<Int32x4>(lanes);
 }
-inline Units AsUnits(Ints lanes) {
-    return reinterpret_cast<Units>(lanes);
-}
-
-inline Floats ToFloats(Ints lanes) {
-    return __builtin_convertvector(lanes, Floats);
-}
-// Toward zero. The values must fit.
-inline Ints Truncate(Floats lanes) {
-    return __builtin_convertvector(lanes, Ints);
-}
-inline TwoDoubles FirstTwo(Ints lanes) {
-    return __builtin_convertvector(__builtin_shufflevector(lanes, lanes, 0, 1), TwoDoubles);
-}
-inline TwoDoubles LastTwo(Ints lanes) {
-    return __builtin_convertvector(__builtin_shufflevector(lanes, lanes, 2, 3), TwoDoubles);
+inline Uint32x4 AsUnsigned(Int32x4 lanes) {
+    return reinterpret_cast<Uint32x4>(lanes);
 }
 
-inline Ints Select(Ints mask, Ints yes, Ints no) {
+// Converts each lane to a float, rounded to nearest.
+inline Float32x4 ToFloats(Int32x4 lanes) {
+    return __builtin_convertvector(lanes, Float32x4);
+}
+// Converts each lane to an integer, truncated toward zero. Every value must fit in 32 bits.
+inline Int32x4 Truncate(Float32x4 lanes) {
+    return __builtin_convertvector(lanes, Int32x4);
+}
+// Convert the low two or the high two lanes to doubles, exactly.
+inline Float64x2 LowDoubles(Int32x4 lanes) {
+    return __builtin_convertvector(__builtin_shufflevector(lanes, lanes, 0, 1), Float64x2);
+}
+inline Float64x2 HighDoubles(Int32x4 lanes) {
+    return __builtin_convertvector(__builtin_shufflevector(lanes, lanes, 2, 3), Float64x2);
+}
+
+// Blends: takes `yes` in lanes whose mask is -1 and `no` in lanes whose mask is 0.
+inline Int32x4 Select(Int32x4 mask, Int32x4 yes, Int32x4 no) {
     return (mask & yes) | (~mask & no);
 }
-inline Floats Select(Ints mask, Floats yes, Floats no) {
-    return reinterpret_cast<Floats>(
-            Select(mask, reinterpret_cast<Ints>(yes), reinterpret_cast<Ints>(no)));
+inline Float32x4 Select(Int32x4 mask, Float32x4 yes, Float32x4 no) {
+    return reinterpret_cast<Float32x4>(
+            Select(mask, reinterpret_cast<Int32x4>(yes), reinterpret_cast<Int32x4>(no)));
 }
 
-inline bool AnyOf(Ints mask) {
+// Whether any bit of any lane is set.
+inline bool AnyOf(Int32x4 mask) {
     using Words = uint64_t __attribute__((vector_size(16)));
     const auto words = reinterpret_cast<Words>(mask);
     return (words[0] | words[1]) != 0;

@@ -1,4 +1,14 @@
-// What edge.h says of one edge, of four at a time and to the same bit.
+// SIMD versions of the functions of edge.h for four edges, one in each lane.
+//
+// The results are bit for bit those of edge.h, on every processor:
+// - Quarter turns come from integer comparisons. An edge for which edge.h computes in floats (one
+//   between opposite quadrants), or that ends in the target, makes HasAmbiguousEdge true: the
+//   caller then discards the results and repeats these edges with edge.h.
+// - A distance is computed with the same operations in the same order as in edge.h, and each lane
+//   rounds each operation as scalar code does (exact_floats.h). This holds while floats hold all
+//   coordinates exactly. Otherwise AreExact is false and the caller repeats these edges with
+//   edge.h.
+// - The minimum of the distances does not depend on their order.
 #pragma once
 
 #include <algorithm>
@@ -9,160 +19,168 @@
 
 namespace zonedetect {
 
+// Four edges, in units.
 struct FourEdges {
-    Ints fromLat;
-    Ints fromLon;
-    Ints lat;  // Where they lead to.
-    Ints lon;
+    Int32x4 fromLat;
+    Int32x4 fromLon;
+    Int32x4 lat;  // The end points.
+    Int32x4 lon;
 };
 
-// Counts the quarter turns of edges around a target.
+// Adds up the quarter turns of edges around a target: four times the winding number of a ring.
 class TurnCounter {
   public:
-    explicit TurnCounter(const Point& target) : mLat(AllOf(target.lat)), mLon(AllOf(target.lon)) {}
+    explicit TurnCounter(const Point& target)
+        : mLat(Broadcast(target.lat)), mLon(Broadcast(target.lon)) {}
 
-    // Adds the edges of those lanes that are -1 in `counted`.
-    void Add(const FourEdges& edges, Ints counted) {
-        const Ints change =
+    // Adds the quarter turns of the lanes whose mask `counted` is -1. All four lanes are checked
+    // for HasAmbiguousEdge.
+    void Add(const FourEdges& edges, Int32x4 counted) {
+        const Int32x4 change =
                 QuadrantsOf(edges.lat, edges.lon) - QuadrantsOf(edges.fromLat, edges.fromLon);
-        const Ints turns = AsInts(AsUnits(change) << 30) >> 30;  // Modulo 4: -2 to 1.
+        const Int32x4 turns = AsSigned(AsUnsigned(change) << 30) >> 30;  // Modulo 4: -2 to 1.
         mQuarterTurns += turns & counted;
-        mOthers |= (turns == AllOf(-2)) | ((edges.lat == mLat) & (edges.lon == mLon));
+        mAmbiguous |= (turns == Broadcast(-2)) | ((edges.lat == mLat) & (edges.lon == mLon));
     }
 
-    // Whether an edge was among them that turns cannot be counted for by quadrants alone: one that
-    // passes the target, or ends in it.
-    bool HasAmbiguousEdge() const { return AnyOf(mOthers); }
+    // Whether the quadrants alone do not decide an edge added: it leads to the opposite quadrant,
+    // so the side on which it passes the target is open, or it ends in the target. The count is
+    // then meaningless.
+    bool HasAmbiguousEdge() const { return AnyOf(mAmbiguous); }
     int32_t QuarterTurns() const {
         return mQuarterTurns[0] + mQuarterTurns[1] + mQuarterTurns[2] + mQuarterTurns[3];
     }
 
   private:
-    Ints QuadrantsOf(Ints lat, Ints lon) const {
-        const Ints isSouth = lat < mLat;
-        const Ints isWest = lon < mLon;
-        return (isSouth & AllOf(2)) | ((isSouth ^ isWest) & AllOf(1));
+    Int32x4 QuadrantsOf(Int32x4 lat, Int32x4 lon) const {
+        const Int32x4 isSouth = lat < mLat;
+        const Int32x4 isWest = lon < mLon;
+        return (isSouth & Broadcast(2)) | ((isSouth ^ isWest) & Broadcast(1));
     }
 
-    const Ints mLat;
-    const Ints mLon;
-    Ints mQuarterTurns = AllOf(0);
-    Ints mOthers = AllOf(0);
+    const Int32x4 mLat;
+    const Int32x4 mLon;
+    Int32x4 mQuarterTurns = Broadcast(0);
+    Int32x4 mAmbiguous = Broadcast(0);
 };
 
-// Floats hold coordinates from -kExactLimit to below kExactLimit, and their differences, exactly.
+// Floats hold coordinates in [-kExactLimit, kExactLimit) and their differences exactly.
 constexpr int32_t kExactLimit = 1 << 23;
 
-// Keeps the smallest squared distance of edges to a target, as long as floats hold all coordinates
-// exactly. Then nothing here is beyond what its type holds: with coordinates c and slopes of at
-// most 2^24, a foot comes from sums and quotients below 2^72, and lies within 3c, rounding
-// included; no quotient or product is as small as 2^-100 but 0.
-class DistanceKeeper {
+// Finds the smallest squared distance from edges to a target while floats hold all coordinates
+// exactly (AreExact). No operation then overflows or underflows: for coordinates of magnitude c and
+// slopes of at most 2^24, all sums and quotients on the way to a foot stay below 2^72, the foot has
+// a magnitude of at most 3c, rounding included, and every quotient or product is 0 or at least
+// 2^-100.
+class NearestDistance {
   public:
-    // The edges to come begin at `start`; a distance of `squared` or more is not looked for.
-    DistanceKeeper(const Point& target, const Point& start, uint64_t squared)
-        : mLat(AllOf(target.lat)),
-          mLon(AllOf(target.lon)),
+    // The first edge begins at `start`. Distances of `squared` or more need not be found.
+    NearestDistance(const Point& target, const Point& start, uint64_t squared)
+        : mLat(Broadcast(target.lat)),
+          mLon(Broadcast(target.lon)),
           mFloatLat(ToFloats(mLat)),
           mFloatLon(ToFloats(mLon)),
           mLimit(LimitOf(static_cast<float>(squared))) {
         Check(mLat, mLon);
-        Check(AllOf(start.lat), AllOf(start.lon));
+        Check(Broadcast(start.lat), Broadcast(start.lon));
     }
 
-    // Looks from now on only for what is smaller than the smallest so far. Now and then pays: it
-    // waits for the last edges.
+    // Lowers the limit to the smallest distance so far, so that Add can skip more edges. It waits
+    // for the results of the last edges, so it pays only once in a while.
     void Narrow() {
         const auto smallest = static_cast<float>(std::min(mSmallest[0], mSmallest[1]));
-        mLimit = Smaller(mLimit, LimitOf(smallest));
+        mLimit = Min(mLimit, LimitOf(smallest));
     }
 
     void Add(const FourEdges& edges) {
         Check(edges.lat, edges.lon);
-        // A lower bound of each edge's squared distance. The distance is taken to the edge's end,
-        // or to a foot that truncates into the edge's box, which in each direction is less than one
-        // unit nearer than the box; its difference to the target is rounded to a float and
-        // truncated, and both leave whole numbers alone.
-        const Floats awayLat = Away(edges.lat, edges.fromLat, mLat);
-        const Floats awayLon = Away(edges.lon, edges.fromLon, mLon);
+        // Skip edges whose lower bound exceeds the limit. The bound is the distance to the edge's
+        // bounding box, less one unit in each direction. It holds because the distance is taken to
+        // the edge's end or to a foot that truncates into the box: such a foot is less than one
+        // unit nearer than the box. Its difference to the target is then rounded to a float and
+        // truncated; both are monotonic and keep whole numbers, so it does not fall below it.
+        const Float32x4 awayLat = Away(edges.lat, edges.fromLat, mLat);
+        const Float32x4 awayLon = Away(edges.lon, edges.fromLon, mLon);
         if (!AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit)) return;
         if (!AreExact()) return;
 
-        const Ints isVertical = edges.lon == edges.fromLon;
-        const Floats lat = ToFloats(edges.lat);
-        const Floats lon = ToFloats(edges.lon);
-        const Floats run = ToFloats(edges.lon - edges.fromLon + isVertical);  // Never 0.
-        const Floats slope = ToFloats(edges.lat - edges.fromLat) / run;
-        const Floats intercept = lat - slope * lon;
-        const Floats s = mFloatLon + slope * mFloatLat;
-        const Floats m = 1.0f + slope * slope;
-        // A horizontal edge needs no case of its own: its slope of 0 gives the same.
-        const Floats footLat = Select(isVertical, mFloatLat, (intercept + slope * s) / m);
-        const Floats footLon = Select(isVertical, lon, (s - slope * intercept) / m);
-        const Ints isOutside = LieOutside(Truncate(footLat), edges.lat, edges.fromLat) |
-                               LieOutside(Truncate(footLon), edges.lon, edges.fromLon);
-        const Ints deltaLat = Select(isOutside, edges.lat - mLat, Truncate(footLat - mFloatLat));
-        const Ints deltaLon = Select(isOutside, edges.lon - mLon, Truncate(footLon - mFloatLon));
-        const TwoDoubles first = SquaresOf(FirstTwo(deltaLat), FirstTwo(deltaLon));
-        const TwoDoubles last = SquaresOf(LastTwo(deltaLat), LastTwo(deltaLon));
-        mSmallest = Smaller(mSmallest, Smaller(first, last));
+        const Int32x4 isVertical = edges.lon == edges.fromLon;
+        const Float32x4 lat = ToFloats(edges.lat);
+        const Float32x4 lon = ToFloats(edges.lon);
+        const Float32x4 run = ToFloats(edges.lon - edges.fromLon + isVertical);  // Never 0.
+        const Float32x4 slope = ToFloats(edges.lat - edges.fromLat) / run;
+        const Float32x4 intercept = lat - slope * lon;
+        const Float32x4 s = mFloatLon + slope * mFloatLat;
+        const Float32x4 m = 1.0f + slope * slope;
+        // edge.h has a case of its own for horizontal edges; here the slope 0 gives the same foot.
+        const Float32x4 footLat = Select(isVertical, mFloatLat, (intercept + slope * s) / m);
+        const Float32x4 footLon = Select(isVertical, lon, (s - slope * intercept) / m);
+        const Int32x4 isOutside = OutsideMask(Truncate(footLat), edges.lat, edges.fromLat) |
+                                  OutsideMask(Truncate(footLon), edges.lon, edges.fromLon);
+        const Int32x4 deltaLat = Select(isOutside, edges.lat - mLat, Truncate(footLat - mFloatLat));
+        const Int32x4 deltaLon = Select(isOutside, edges.lon - mLon, Truncate(footLon - mFloatLon));
+        const Float64x2 first = SquaredDistances(LowDoubles(deltaLat), LowDoubles(deltaLon));
+        const Float64x2 last = SquaredDistances(HighDoubles(deltaLat), HighDoubles(deltaLon));
+        mSmallest = Min(mSmallest, Min(first, last));
     }
 
-    // False where a coordinate was not: the smallest distance says nothing then.
+    // Whether floats hold all coordinates so far exactly. If not, Smallest is meaningless.
     bool AreExact() const {
         constexpr uint32_t kRest = ~(2u * kExactLimit - 1u);
-        return !AnyOf(AsInts(mExactness & Units{kRest, kRest, kRest, kRest}));
+        return !AnyOf(AsSigned(mCoordinateBits & Uint32x4{kRest, kRest, kRest, kRest}));
     }
 
-    // The smallest one, or `squared` where none is smaller.
+    // The smallest squared distance, or `squared` if no distance is smaller. Requires AreExact.
     uint64_t Smallest(uint64_t squared) const {
         const double smallest = std::min(mSmallest[0], mSmallest[1]);
         return std::min(squared, static_cast<uint64_t>(smallest));
     }
 
   private:
-    // Exact coordinates plus the limit have no bit at twice the limit or above.
-    void Check(Ints lat, Ints lon) {
+    // A coordinate is in [-limit, limit) if coordinate + limit has no bit set from 2 * limit up.
+    void Check(Int32x4 lat, Int32x4 lon) {
         constexpr uint32_t kAdded = kExactLimit;
-        constexpr Units kLimits = {kAdded, kAdded, kAdded, kAdded};
-        mExactness |= (AsUnits(lat) + kLimits) | (AsUnits(lon) + kLimits);
+        constexpr Uint32x4 kLimits = {kAdded, kAdded, kAdded, kAdded};
+        mCoordinateBits |= (AsUnsigned(lat) + kLimits) | (AsUnsigned(lon) + kLimits);
     }
 
-    // What a bound's three products and sum may come to where it is as much as this, and more.
-    static Floats LimitOf(float squared) { return AllOf(squared * (1.0f + 0x1p-20f)); }
+    // `squared` plus a margin for the rounding of the bound: three products and one sum.
+    static Float32x4 LimitOf(float squared) { return Broadcast(squared * (1.0f + 0x1p-20f)); }
 
-    // The distance of edges' boxes from a coordinate, less one unit; 0 where they meet it.
-    static Floats Away(Ints a, Ints b, Ints target) {
-        const Floats fromA = ToFloats(AsInts(AsUnits(a) - AsUnits(target)));
-        const Floats fromB = ToFloats(AsInts(AsUnits(b) - AsUnits(target)));
-        const Floats away = Larger(Smaller(fromA, fromB), Smaller(-fromA, -fromB));
-        return Larger(away - 1.0f, Floats{0.0f, 0.0f, 0.0f, 0.0f});
+    // Distance along one axis from the target to the interval from a to b, less one unit; at least
+    // 0.
+    static Float32x4 Away(Int32x4 a, Int32x4 b, Int32x4 target) {
+        const Float32x4 fromA = ToFloats(AsSigned(AsUnsigned(a) - AsUnsigned(target)));
+        const Float32x4 fromB = ToFloats(AsSigned(AsUnsigned(b) - AsUnsigned(target)));
+        const Float32x4 away = Max(Min(fromA, fromB), Min(-fromA, -fromB));
+        return Max(away - 1.0f, Float32x4{0.0f, 0.0f, 0.0f, 0.0f});
     }
 
-    static Ints LieOutside(Ints value, Ints a, Ints b) {
+    // Mask of the lanes whose value is not between a and b.
+    static Int32x4 OutsideMask(Int32x4 value, Int32x4 a, Int32x4 b) {
         return ((value > a) & (value > b)) | ((value < a) & (value < b));
     }
 
-    // Doubles hold them exactly.
-    static TwoDoubles SquaresOf(TwoDoubles lat, TwoDoubles lon) {
+    // Squared distances in units of latitude. Doubles hold them exactly.
+    static Float64x2 SquaredDistances(Float64x2 lat, Float64x2 lon) {
         return lat * lat + 4.0 * (lon * lon);
     }
     template <typename Lanes>
-    static Lanes Smaller(Lanes a, Lanes b) {
+    static Lanes Min(Lanes a, Lanes b) {
         return a < b ? a : b;
     }
     template <typename Lanes>
-    static Lanes Larger(Lanes a, Lanes b) {
+    static Lanes Max(Lanes a, Lanes b) {
         return a > b ? a : b;
     }
 
-    const Ints mLat;
-    const Ints mLon;
-    const Floats mFloatLat;
-    const Floats mFloatLon;
-    Floats mLimit;
-    Units mExactness = {0, 0, 0, 0};
-    TwoDoubles mSmallest = {0x1p63, 0x1p63};
+    const Int32x4 mLat;
+    const Int32x4 mLon;
+    const Float32x4 mFloatLat;
+    const Float32x4 mFloatLon;
+    Float32x4 mLimit;
+    Uint32x4 mCoordinateBits = {0, 0, 0, 0};
+    Float64x2 mSmallest = {0x1p63, 0x1p63};
 };
 
 }  // namespace zonedetect

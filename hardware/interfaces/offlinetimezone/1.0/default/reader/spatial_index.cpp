@@ -10,27 +10,27 @@ namespace zonedetect {
 
 namespace {
 
-// A guess at the bytes of a run in the table, so that the first arrays seldom grow.
+// Estimated size of a run in the table in bytes. With it the first arrays rarely have to grow.
 constexpr size_t kUsualRunBytes = 28;
 
-// How many words the nodes may take: a tiled world needs two a run; some more lets small tables of
-// overlapping boxes have a good index too.
-constexpr size_t WordsFor(size_t runs) {
+// The limit of the node array in words. A tiled world needs two words per run; the rest lets small
+// tables of overlapping boxes have a good index too.
+constexpr size_t NodeWordsFor(size_t runs) {
     return 2 * runs + runs / 2 + 65536;
 }
 
-// How many runs the halves on the way from a cell to a node may list together, where the cell has
-// so many. It stops the halving where halves keep nearly all runs; in the world hardly a node meets
-// it.
-constexpr size_t RoomForHalves(size_t runs) {
+// The limit of the run lists on the path from a cell with `runs` runs down to a node, in runs. It
+// stops the bisection if the children keep nearly all runs; in the world's table it stops almost no
+// node.
+constexpr size_t ChildListRoom(size_t runs) {
     return 6 * runs + 64;
 }
 
-constexpr uint32_t kAlone = 0x80000000u;   // The rest is a run.
-constexpr uint32_t kListed = 0x40000000u;  // The rest is a count.
-constexpr uint32_t kRestMask = 0x3FFFFFFFu;
+constexpr uint32_t kSingleRun = 0x80000000u;  // A leaf; the payload is a run.
+constexpr uint32_t kRunList = 0x40000000u;    // A leaf; the payload is a count.
+constexpr uint32_t kPayloadMask = 0x3FFFFFFFu;
 
-// What a node takes that is not halved.
+// The size of a leaf in words.
 constexpr size_t LeafWords(size_t runs) {
     return runs == 1 ? 1 : 1 + runs;
 }
@@ -40,22 +40,23 @@ constexpr size_t LeafWords(size_t runs) {
 uint8_t SpatialIndex::Axis::CellOf(int32_t units) const {
     if (units <= min) return 0;
     const uint32_t above = static_cast<uint32_t>(units) - static_cast<uint32_t>(min);
-    return static_cast<uint8_t>(std::min(above / cellUnits, kTopCells - 1));
+    return static_cast<uint8_t>(std::min(above / cellUnits, kCellsPerAxis - 1));
 }
 
-// The same without a division, for units that lie in a cell or not far above.
+// Same as CellOf, for units that lie in `cell` or not far above it: searches upward instead of
+// dividing.
 uint8_t SpatialIndex::Axis::CellFrom(uint8_t cell, int32_t units) const {
-    while (cell + 1u < kTopCells && units > PartOf(cell).max)
+    while (cell + 1u < kCellsPerAxis && units > IntervalOf(cell).max)
         ++cell;
     return cell;
 }
 
-SpatialIndex::Part SpatialIndex::Axis::PartOf(size_t cell) const {
+SpatialIndex::Interval SpatialIndex::Axis::IntervalOf(size_t cell) const {
     const int64_t from = min + static_cast<int64_t>(cell * cellUnits);
     return {from, from + cellUnits - 1};
 }
 
-// Makes a index, one step after the other, and holds what is needed for that alone.
+// Builds an index. Holds the data that only the building needs.
 class SpatialIndex::Builder {
   public:
     explicit Builder(SpatialIndex* index) : mIndex(*index) {}
@@ -69,7 +70,7 @@ class SpatialIndex::Builder {
     }
 
   private:
-    // The cells that a run meets.
+    // The range of cells that a run's box meets.
     struct Cells {
         uint8_t south;
         uint8_t north;
@@ -77,16 +78,16 @@ class SpatialIndex::Builder {
         uint8_t east;
     };
 
-    // Some runs, in the table's order.
+    // A list of runs, in the order of the table.
     struct Range {
         uint32_t* begin;
         size_t count;
     };
 
-    // A part of the grid.
+    // The rectangle of a node.
     struct Region {
-        Part lat;
-        Part lon;
+        Interval lat;
+        Interval lon;
     };
 
     Outcome ReadRuns(const ZDDatabase& db) {
@@ -109,11 +110,11 @@ class SpatialIndex::Builder {
         places.Push(place);
         places.Trim();
         mBoxes.Trim();
-        mLimit = WordsFor(mBoxes.Size());
-        return mLimit <= kRestMask ? Outcome::kBuilt : Outcome::kUseless;
+        mLimit = NodeWordsFor(mBoxes.Size());
+        return mLimit <= kPayloadMask ? Outcome::kBuilt : Outcome::kUseless;
     }
 
-    // Spreads the grid over all boxes.
+    // Makes the grid cover all boxes.
     void SetAxes() {
         Box all = {0, 0, 0, 0};
         if (mBoxes.Size() > 0) all = mBoxes[0];
@@ -125,14 +126,14 @@ class SpatialIndex::Builder {
         }
         const auto axis = [](int32_t min, int32_t max) {
             const int64_t units = std::max<int64_t>(int64_t{max} - min + 1, 1);
-            return Axis{min, static_cast<uint32_t>((units + kTopCells - 1) / kTopCells)};
+            return Axis{min, static_cast<uint32_t>((units + kCellsPerAxis - 1) / kCellsPerAxis)};
         };
         mIndex.mLat = axis(all.minLat, all.maxLat);
         mIndex.mLon = axis(all.minLon, all.maxLon);
     }
 
     Cells CellsOf(const Box& box) const {
-        if (box.minLat > box.maxLat || box.minLon > box.maxLon) return {1, 0, 1, 0};  // None.
+        if (box.minLat > box.maxLat || box.minLon > box.maxLon) return {1, 0, 1, 0};  // Empty box.
         const Axis& lat = mIndex.mLat;
         const Axis& lon = mIndex.mLon;
         const uint8_t south = lat.CellOf(box.minLat);
@@ -144,11 +145,11 @@ class SpatialIndex::Builder {
     static void VisitCells(const Cells& cells, const Visit& visit) {
         for (size_t row = cells.south; row <= cells.north; ++row) {
             for (size_t column = cells.west; column <= cells.east; ++column)
-                visit(row * kTopCells + column);
+                visit(row * kCellsPerAxis + column);
         }
     }
 
-    // Sorts the runs into mListed by the cells that they meet: counts first, then places.
+    // Fills mListed with the runs of each cell, cell by cell (a counting sort).
     Outcome ListRunsByCell() {
         GrowingArray<Cells> cells;
         if (!cells.Reserve(mBoxes.Size())) return Outcome::kNoMemory;
@@ -172,8 +173,8 @@ class SpatialIndex::Builder {
     }
 
     Outcome AddCells() {
-        GrowingArray<uint32_t>& words = mIndex.mWords;
-        size_t needed = 0;  // By the cells that are still to be added.
+        GrowingArray<uint32_t>& words = mIndex.mNodes;
+        size_t needed = 0;  // For leaves of the cells that follow.
         size_t most = 0;
         for (size_t cell = 0; cell < kCells; ++cell) {
             const size_t count = mBegins[cell + 1] - mBegins[cell];
@@ -181,42 +182,43 @@ class SpatialIndex::Builder {
             most = std::max(most, count);
         }
         if (needed > mLimit) return Outcome::kUseless;
-        if (!words.Reserve(mLimit) || !mHalves.Reserve(RoomForHalves(most)))
+        if (!words.Reserve(mLimit) || !mChildLists.Reserve(ChildListRoom(most)))
             return Outcome::kNoMemory;
         for (size_t cell = 0; cell < kCells; ++cell) {
             const Range runs = {mListed.begin() + mBegins[cell], mBegins[cell + 1] - mBegins[cell]};
-            // What is left is shared out by the number of runs.
+            // Each cell gets a share of the spare words in proportion to its runs.
             const size_t own = LeafWords(runs.count);
             const uint64_t spare = mLimit - words.Size() - needed;
             const size_t left = std::max<size_t>(mListed.Size() - mBegins[cell], 1);
             needed -= own;
-            mIndex.mTop[cell] = static_cast<uint32_t>(words.Size());
-            mHalvesEnd = mHalves.begin() + RoomForHalves(runs.count);
-            AddNode({mIndex.mLat.PartOf(cell / kTopCells), mIndex.mLon.PartOf(cell % kTopCells)},
-                    runs, mHalves.begin(),
+            mIndex.mRoots[cell] = static_cast<uint32_t>(words.Size());
+            mChildListsEnd = mChildLists.begin() + ChildListRoom(runs.count);
+            AddNode({mIndex.mLat.IntervalOf(cell / kCellsPerAxis),
+                     mIndex.mLon.IntervalOf(cell % kCellsPerAxis)},
+                    runs, mChildLists.begin(),
                     words.Size() + own + static_cast<size_t>(spare * runs.count / left));
         }
         words.Trim();
         return Outcome::kBuilt;
     }
 
-    // Adds the node of a region, which meets `runs`, and all nodes below it. From `room` on there
-    // is room for the runs of its halves. `limit` is where the words must end; they have room for a
-    // leaf at least.
+    // Appends the node of `region`, whose runs are `runs`, and all nodes below it. The run lists of
+    // its children are stored from `room` up to mChildListsEnd. The node array must not grow past
+    // `limit`, which leaves space for a leaf at least.
     void AddNode(const Region& region, const Range& runs, uint32_t* room, size_t limit) {
-        GrowingArray<uint32_t>& words = mIndex.mWords;
+        GrowingArray<uint32_t>& words = mIndex.mNodes;
         if (runs.count == 1) {
-            words.Push(kAlone | *runs.begin);
+            words.Push(kSingleRun | *runs.begin);
             return;
         }
         const bool isSplitByLat = region.lat.max - region.lat.min > region.lon.max - region.lon.min;
-        const Part& whole = isSplitByLat ? region.lat : region.lon;
+        const Interval& whole = isSplitByLat ? region.lat : region.lon;
         const int64_t middle = whole.Middle();
         Range first = {room, 0};
         Range second = {room + runs.count, 0};
         if (runs.count > 0 && whole.min < whole.max &&
-            2 * runs.count <= static_cast<size_t>(mHalvesEnd - room)) {
-            const auto halve = [&](auto least, auto most) {
+            2 * runs.count <= static_cast<size_t>(mChildListsEnd - room)) {
+            const auto split = [&](auto least, auto most) {
                 for (size_t i = 0; i < runs.count; ++i) {
                     const uint32_t run = runs.begin[i];
                     first.begin[first.count] = run;
@@ -225,37 +227,37 @@ class SpatialIndex::Builder {
                     second.count += mBoxes[run].*most > middle ? 1u : 0u;
                 }
             };
-            isSplitByLat ? halve(&Box::minLat, &Box::maxLat) : halve(&Box::minLon, &Box::maxLon);
+            isSplitByLat ? split(&Box::minLat, &Box::maxLat) : split(&Box::minLon, &Box::maxLon);
         }
         const size_t needed = words.Size() + 1 + LeafWords(first.count) + LeafWords(second.count);
         if (first.count + second.count == 0 || needed > limit) {
-            words.Push(kListed | static_cast<uint32_t>(runs.count));
+            words.Push(kRunList | static_cast<uint32_t>(runs.count));
             for (size_t i = 0; i < runs.count; ++i)
                 words.Push(runs.begin[i]);
             return;
         }
         const size_t node = words.Size();
         words.Push(0);
-        const Part south = {whole.min, middle};
-        const Part north = {middle + 1, whole.max};
+        const Interval lower = {whole.min, middle};
+        const Interval upper = {middle + 1, whole.max};
         room = second.begin + second.count;
-        AddNode(isSplitByLat ? Region{south, region.lon} : Region{region.lat, south}, first, room,
+        AddNode(isSplitByLat ? Region{lower, region.lon} : Region{region.lat, lower}, first, room,
                 words.Size() + LeafWords(first.count) + (limit - needed) / 2);
         words[node] = static_cast<uint32_t>(words.Size());
-        AddNode(isSplitByLat ? Region{north, region.lon} : Region{region.lat, north}, second, room,
+        AddNode(isSplitByLat ? Region{upper, region.lon} : Region{region.lat, upper}, second, room,
                 limit);
     }
 
-    static constexpr size_t kCells = size_t{kTopCells} * kTopCells;
+    static constexpr size_t kCells = size_t{kCellsPerAxis} * kCellsPerAxis;
 
     SpatialIndex& mIndex;
-    GrowingArray<Box> mBoxes;           // Of the runs.
-    uint32_t mBegins[kCells + 1] = {};  // Where the runs of each cell begin in mListed ...
-    uint32_t mNext[kCells] = {};        // ... and where the next one goes.
+    GrowingArray<Box> mBoxes;           // The bounding box of each run.
+    uint32_t mBegins[kCells + 1] = {};  // Start of each cell's runs in mListed.
+    uint32_t mNext[kCells] = {};        // Where the cell's next run goes.
     GrowingArray<uint32_t> mListed;
-    GrowingArray<uint32_t> mHalves;  // Of the regions at hand, from the cell to the node.
-    uint32_t* mHalvesEnd = nullptr;  // Of the room for the cell at hand.
-    size_t mLimit = 0;               // Of the words.
+    GrowingArray<uint32_t> mChildLists;  // Run lists on the path from the cell to the node.
+    uint32_t* mChildListsEnd = nullptr;  // End of the space for the current cell.
+    size_t mLimit = 0;                   // Of the node array, in words.
 };
 
 SpatialIndex::Outcome SpatialIndex::Build(const ZDDatabase& db) {
@@ -266,20 +268,20 @@ SpatialIndex::Outcome SpatialIndex::Build(const ZDDatabase& db) {
 SpatialIndex::Runs SpatialIndex::RunsAt(const Point& point) const {
     const size_t row = mLat.CellOf(point.lat);
     const size_t column = mLon.CellOf(point.lon);
-    Part lat = mLat.PartOf(row);
-    Part lon = mLon.PartOf(column);
-    size_t node = mTop[row * kTopCells + column];
-    while ((mWords[node] & (kAlone | kListed)) == 0) {
+    Interval lat = mLat.IntervalOf(row);
+    Interval lon = mLon.IntervalOf(column);
+    size_t node = mRoots[row * kCellsPerAxis + column];
+    while ((mNodes[node] & (kSingleRun | kRunList)) == 0) {
         const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
-        Part& part = isSplitByLat ? lat : lon;
+        Interval& part = isSplitByLat ? lat : lon;
         const int64_t middle = part.Middle();
         const bool isSecond = (isSplitByLat ? point.lat : point.lon) > middle;
-        part = isSecond ? Part{middle + 1, part.max} : Part{part.min, middle};
-        node = isSecond ? mWords[node] : node + 1;
+        part = isSecond ? Interval{middle + 1, part.max} : Interval{part.min, middle};
+        node = isSecond ? mNodes[node] : node + 1;
     }
-    const uint32_t rest = mWords[node] & kRestMask;
-    if ((mWords[node] & kAlone) != 0) return {nullptr, 1, rest};
-    return {&mWords[node + 1], rest, 0};
+    const uint32_t payload = mNodes[node] & kPayloadMask;
+    if ((mNodes[node] & kSingleRun) != 0) return {nullptr, 1, payload};
+    return {&mNodes[node + 1], payload, 0};
 }
 
 }  // namespace zonedetect
@@ -304,8 +306,8 @@ const zonedetect::SpatialIndex* ZDSpatialIndex::Get(const ZDDatabase& db) {
             index != nullptr ? index->Build(db) : SpatialIndex::Outcome::kNoMemory;
     if (outcome == SpatialIndex::Outcome::kBuilt) {
         mIndex = index.release();
-        // Lookups touch a few places of the file from here on: reading ahead of them would read
-        // pages that nobody asks for.
+        // From now on lookups touch few places of the file: reading ahead would load pages that no
+        // lookup needs.
         if (db.fd >= 0) {
             madvise(const_cast<uint8_t*>(db.mapping), static_cast<size_t>(db.length), MADV_RANDOM);
         }
@@ -316,7 +318,7 @@ const zonedetect::SpatialIndex* ZDSpatialIndex::Get(const ZDDatabase& db) {
         mLookupsToWait = mNextWait;
         if (mNextWait < UINT32_MAX / 2) mNextWait *= 2;
     }
-    index.reset();  // Before another thread may make one.
+    index.reset();  // Frees the memory before another thread may build an index.
     mState.store(outcome == SpatialIndex::Outcome::kUseless ? kUseless : kNone,
                  std::memory_order_release);
     return nullptr;

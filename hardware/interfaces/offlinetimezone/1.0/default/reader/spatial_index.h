@@ -1,4 +1,20 @@
-// Where in the bounding-box table a point's entries stand, remembered after the first lookup.
+// The spatial index of the box table: finds the entries whose bounding box may contain a point.
+//
+// Structure. A grid of 64 x 64 cells covers all bounding boxes. Each cell is a k-d tree by
+// bisection (Bentley, 1975): a node halves its part of the world across the longer side. The leaves
+// list runs. A run is a sequence of consecutive entries with one bounding box, such as the zones of
+// one tile.
+//
+// Use. The first lookup of an open database builds the index; other lookups scan the box table
+// meanwhile. Later lookups read only the runs that the index lists for their point, in the order of
+// the table. The answers are those of a scan of the whole table.
+//
+// Cost. The index keeps at most 22 bytes per run and 280 KB. Building it takes at most 72 bytes per
+// run and 1 MB more, and time proportional to the number of runs. Trees have at most 52 levels of
+// bisection.
+//
+// Without memory for the index, lookups scan the table. Building is then tried again, after 1, 2,
+// 4, 8, ... further lookups.
 #pragma once
 
 #include <atomic>
@@ -10,92 +26,91 @@
 
 namespace zonedetect {
 
-// A spatial index of the table. Runs are stretches of entries with the same box, such as the zones
-// of one tile. For each point the index lists, in the table's order, the runs whose box may
-// contain it; reading those alone gives what a scan of the whole table gives.
-//
-// A grid of 64 by 64 cells spans all boxes; each cell is halved across its longer side until a part
-// meets one run, or until halving takes more memory than the table is worth (a k-d tree by
-// bisection). Boxes that were made by halving, as the compiler makes them, then end up alone.
-//
-// It keeps at most 22 bytes a run and 280 KB. Making it takes at most 72 bytes a run and 1 MB more,
-// and time in proportion to the runs, with at most 52 halvings.
+// The index of one table. Bisection of a cell stops when a part meets one run, or when it would
+// take more memory than the bounds above. Boxes made by bisection, as the compiler makes its tiles,
+// end up in leaves with one run. After Build the index is immutable: any thread may query it.
 class SpatialIndex {
   public:
-    // Some runs, in the table's order.
+    // A list of runs, in the order of the table. Borrowed from the index.
     struct Runs {
-        const uint32_t* list;  // Null: `alone` is the only one.
+        const uint32_t* list;  // Null if `single` is the only run.
         uint32_t count;
-        uint32_t alone;
+        uint32_t single;
 
-        uint32_t At(uint32_t i) const { return list != nullptr ? list[i] : alone; }
+        uint32_t At(uint32_t i) const { return list != nullptr ? list[i] : single; }
     };
 
     enum class Outcome {
         kBuilt,
-        kUseless,   // The table is not sorted, so that a scan need not read all of it, or its boxes
-                    // overlap too much.
-        kNoMemory,  // Another time it may be built.
+        // No index is possible: the table is not sorted by minimum latitude, so the index could not
+        // reproduce where a scan stops, or its boxes overlap too much.
+        kUseless,
+        kNoMemory,  // A later attempt may succeed.
     };
 
-    // Makes the index of `db`'s table; to be called once. Only after kBuilt may it be asked.
+    // Builds the index of the table of `db`. Call it once, on a new object. Unless it returns
+    // kBuilt, the object may only be destroyed.
     Outcome Build(const ZDDatabase& db);
 
+    // Returns the runs whose bounding box may contain `point`.
     Runs RunsAt(const Point& point) const;
 
-    // The place before a run, and the position behind it.
+    // The place before the first entry of a run, and the position behind its last entry.
     const TablePlace& PlaceOf(uint32_t run) const { return mPlaces[run]; }
     uint32_t EndOf(uint32_t run) const { return mPlaces[run + 1].position; }
 
   private:
-    static constexpr uint32_t kTopCells = 64;  // In each direction.
+    static constexpr uint32_t kCellsPerAxis = 64;
 
-    // An interval of units, halved like a tile.
-    struct Part {
+    // A closed interval of units, bisected as the compiler bisects a tile.
+    struct Interval {
         int64_t min;
         int64_t max;
 
         int64_t Middle() const { return min + (max - min) / 2; }
     };
 
-    // One axis of the grid. Any rising function from units to cells serves; this one meets the
-    // halves of a tiled world.
+    // One axis of the grid. Any monotonic function from units to cells is correct; this one makes
+    // the cell borders match the tile borders of a tiled database.
     struct Axis {
         int32_t min = 0;
         uint32_t cellUnits = 1;
 
         uint8_t CellOf(int32_t units) const;
         uint8_t CellFrom(uint8_t cell, int32_t units) const;
-        Part PartOf(size_t cell) const;
+        Interval IntervalOf(size_t cell) const;
     };
 
     class Builder;
 
-    GrowingArray<TablePlace> mPlaces;  // Of each run, and behind the last one.
+    GrowingArray<TablePlace> mPlaces;  // Of each run, and behind the last run.
     Axis mLat;
     Axis mLon;
-    uint32_t mTop[kTopCells * kTopCells];  // The node of each cell, row by row.
-    // Nodes. One that is halved holds the place of its second half; its first half follows it. One
-    // that is not is a run alone, or a count with so many runs behind it.
-    GrowingArray<uint32_t> mWords;
+    uint32_t mRoots[kCellsPerAxis * kCellsPerAxis];  // The root node of each cell, row by row.
+    // The nodes. An inner node is the index of its second child; its first child follows it. A leaf
+    // is one run, or a count followed by that many runs.
+    GrowingArray<uint32_t> mNodes;
 };
 
 }  // namespace zonedetect
 
-// A handle's index, made by the first lookup. Any number of threads may ask for it.
+// The spatial index of one open database, built by the first lookup. Any number of threads may call
+// Get at the same time; no call may be in progress when the object is destroyed.
 struct ZDSpatialIndex {
     ~ZDSpatialIndex();
 
-    // The index, or null where a scan must answer: while another thread makes it, when there
-    // was no memory, or when the table is not one for it. Where memory was short it is tried again
-    // after 1, 2, 4, 8, ... lookups.
+    // Returns the index, which belongs to this object. Builds it if it does not exist yet. Never
+    // waits for another thread. Returns null if the caller must scan the table: while another
+    // thread builds the index, if there was no memory for it (tried again after 1, 2, 4, 8, ...
+    // lookups), or if the table allows no index.
     const zonedetect::SpatialIndex* Get(const ZDDatabase& db);
 
   private:
     enum State { kNone, kBusy, kReady, kUseless };
+    // Acts as the lock of the members below: the thread that changes kNone to kBusy owns them until
+    // it stores another state. The store of kReady publishes mIndex, which is then immutable.
     std::atomic<State> mState{kNone};
-    // Guarded by mState: changed only by the thread that has made it kBusy.
     uint32_t mLookupsToWait = 0;
     uint32_t mNextWait = 1;
-    zonedetect::SpatialIndex* mIndex = nullptr;  // Written before mState becomes kReady.
+    zonedetect::SpatialIndex* mIndex = nullptr;  // Owned. Read only in state kReady.
 };

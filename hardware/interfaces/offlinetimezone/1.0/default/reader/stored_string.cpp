@@ -7,13 +7,14 @@ namespace zonedetect {
 
 namespace {
 
-constexpr uint64_t kWordMask = kStringMask * uint64_t{0x0101010101010101u};  // Eight characters.
+constexpr uint64_t kWordMask =
+        kStringMask * uint64_t{0x0101010101010101u};  // For eight characters.
 
-// Reads a string's leading number.
-bool ReadLength(Cursor* cursor, ReadBudget* budget, uint32_t* length) {
+// Reads the leading number of a string and charges it to the budget.
+bool ReadLeadingNumber(Cursor* cursor, ReadBudget* budget, uint32_t* length) {
     const uint8_t* const start = cursor->next;
     if (!ReadUnsigned(cursor, length)) {
-        budget->Spend(cursor->end - start);  // All of it was looked at.
+        budget->Spend(cursor->end - start);  // All of these bytes were read.
         return false;
     }
     budget->Spend(cursor->next - start);
@@ -43,15 +44,15 @@ bool FindString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget, St
     if (budget->IsSpent()) return false;
     Cursor cursor = CursorAt(db, *position);
     uint32_t length;
-    if (!ReadLength(&cursor, budget, &length)) return false;
+    if (!ReadLeadingNumber(&cursor, budget, &length)) return false;
     *position = PositionOf(db, cursor);
     const bool isReference = length >= kReferenceBase;
     if (isReference) {
         cursor = CursorAt(db, db.metadataOffset + (length - kReferenceBase));
-        if (!ReadLength(&cursor, budget, &length) || length > StoredString::kMaxLength)
+        if (!ReadLeadingNumber(&cursor, budget, &length) || length > StoredString::kMaxLength)
             return false;
     }
-    // A text that runs past the content is as unreadable as any other number out of range.
+    // A text that runs past the content cannot be decoded.
     if (length > static_cast<size_t>(cursor.end - cursor.next)) return false;
     if (!isReference) *position += length;
     budget->Spend(length);

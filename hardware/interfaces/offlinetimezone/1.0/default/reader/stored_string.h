@@ -1,4 +1,4 @@
-// Texts as a database stores them.
+// Decoding of the strings in a database.
 #pragma once
 
 #include <cstddef>
@@ -11,32 +11,33 @@
 
 namespace zonedetect {
 
-// A text within the content, not decoded yet.
+// A string in the content, not decoded yet. Borrows its bytes from the open database.
 struct StoredString {
     const uint8_t* bytes;
     uint32_t length;
 
     static constexpr uint32_t kMaxLength = kReferenceBase;
-    // What the longest one needs.
+    // Room for the longest string.
     static constexpr size_t kMaxRoom = kMaxLength + 8;
 
-    // The room that CopyTo needs: a zero at the end, and whole words on the way there.
+    // Size in bytes of the buffer for CopyTo, which writes whole words and a terminating zero.
     size_t Room() const { return size_t{length} + 8; }
 
-    // Decodes it to `text`, zero-terminated.
+    // Decodes the string into `text`, which has Room() bytes, with a terminating zero.
     void CopyTo(char* text) const;
 
-    // Decodes it into new memory that the caller frees; null without memory.
+    // Decodes the string into new memory, which the caller frees with free(). Returns null without
+    // memory.
     char* Copy() const;
 };
 
-// Finds the string at content position `*position`, which moves as ZDParseString says. False when
-// it cannot be decoded, or when the budget, on which its bytes go, is spent; `*position` then
-// stays.
+// Finds the string at content offset `*position`, follows a reference, and charges the bytes read
+// to `budget`. Moves `*position` as ZDParseString does. Returns false if the string cannot be
+// decoded. Returns false and leaves `*position` alone if the budget is spent.
 bool FindString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget, StoredString* found);
 
-// FindString, with the text decoded into memory of its own, which the caller frees; null when it
-// cannot be, or where there is no memory.
+// Same as FindString, and decodes the string into new memory, which the caller frees with free().
+// Returns null if FindString fails or without memory.
 char* ParseString(const ZDDatabase& db, uint32_t* position, ReadBudget* budget);
 
 }  // namespace zonedetect

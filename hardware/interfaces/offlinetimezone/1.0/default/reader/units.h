@@ -1,4 +1,5 @@
-// Database units: points in them, and the conversion from degrees.
+// Points in database units, and the conversion from degrees. A database with precision p has
+// 2^(p - 1) units in 90 degrees of latitude and in 180 degrees of longitude.
 #pragma once
 
 #include <cmath>
@@ -8,12 +9,13 @@
 
 namespace zonedetect {
 
-// Sums in a database wrap as 32-bit two's complement; signed overflow never happens.
+// Adds with 32-bit two's complement wrap-around, as all sums of a database are defined.
 inline int32_t WrappingAdd(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
-// Truncation toward zero that clamps and turns NaN into 0, as float casts alone do not.
+// Truncates toward zero. Clamps to the range of the type and returns 0 for NaN, where a cast alone
+// has undefined behaviour.
 inline int32_t TruncateToInt32(float value) {
     if (std::isnan(value)) return 0;
     if (value >= 2147483648.0f) return INT32_MAX;
@@ -28,12 +30,12 @@ inline int64_t TruncateToInt64(float value) {
     return static_cast<int64_t>(value);
 }
 
-// A precision outside 1 to 31 has no scale; callers answer without one.
+// Whether the precision is 1 to 31. For others Scale is undefined; callers answer without it.
 inline bool HasScale(const ZDDatabase& db) {
     return db.precision >= 1 && db.precision <= 31;
 }
 
-// Units in 90 degrees of latitude and in 180 of longitude.
+// Units in 90 degrees of latitude and in 180 degrees of longitude. Requires HasScale.
 inline float Scale(const ZDDatabase& db) {
     return static_cast<float>(int32_t{1} << (db.precision - 1));
 }

@@ -1,4 +1,4 @@
-// The interface that every interface derives from.
+// Stand-in for the platform's base interface, from which every interface derives.
 #pragma once
 
 #include <hidl/HidlSupport.h>
@@ -9,15 +9,16 @@
 
 namespace android::hidl::base::V1_0 {
 
-// What a process tells of itself: an object in the caller's own has nothing to tell, pid -1.
+// What getDebugInfo reports. For an object in the caller's process: pid -1 and ptr 0.
 struct DebugInfo {
     int32_t pid;
     uint64_t ptr;
 };
 
-// The operations stand in the slot order of the platform, which clients built elsewhere rely on:
-// add none and move none. Implementations of this layer answer for an object in the caller's own
-// process; interfaces need not override them.
+// The methods are declared in the platform's slot order, on which clients built elsewhere depend:
+// do not add or move one. The implementations here answer for an object in the caller's process;
+// derived interfaces need not override them. Any thread may call them. Callbacks are called before
+// the method returns, on the calling thread, under no lock.
 struct IBase : virtual public RefBase {
     using interfaceChain_cb =
             std::function<void(const hardware::hidl_vec<hardware::hidl_string>& descriptors)>;
@@ -35,18 +36,21 @@ struct IBase : virtual public RefBase {
     virtual hardware::Return<void> interfaceDescriptor(interfaceDescriptor_cb callback);
     virtual hardware::Return<void> getHashChain(getHashChain_cb callback);
     virtual hardware::Return<void> setHALInstrumentation();
-    // Has `recipient` told with `cookie` when the owner of this object ends. Every call makes a
-    // link of its own. False for an empty recipient.
+    // Links `recipient` to this object: it is told, with `cookie`, when the owner of this object
+    // dies (platform/death_registry.h). The link holds a strong reference to the recipient. Every
+    // call makes a new link. Returns false for an empty recipient. Throws std::bad_alloc without
+    // memory; no link is then made.
     virtual hardware::Return<bool> linkToDeath(const sp<hardware::hidl_death_recipient>& recipient,
                                                uint64_t cookie);
     virtual hardware::Return<void> ping();
     virtual hardware::Return<void> getDebugInfo(getDebugInfo_cb callback);
     virtual hardware::Return<void> notifySyspropsChanged();
-    // Removes the links of `recipient` to this object. False when there was none.
+    // Removes all links of `recipient` to this object. Returns false if there was none. Needs no
+    // memory.
     virtual hardware::Return<bool> unlinkToDeath(
             const sp<hardware::hidl_death_recipient>& recipient);
 
-    // Removes the links to this object without a notice: only the end of its owner is a death.
+    // Removes the links to this object without a notice: only the death of its owner is reported.
     ~IBase() override;
 };
 

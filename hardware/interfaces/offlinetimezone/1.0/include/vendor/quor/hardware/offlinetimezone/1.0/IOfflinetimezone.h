@@ -1,5 +1,5 @@
-// The part of the header that the platform's interface compiler makes of IOfflinetimezone.hal which
-// the service and its clients use.
+// The interface of the service. This is the part of the header that the platform's interface
+// compiler generates from IOfflinetimezone.hal which the service and its clients use.
 #pragma once
 
 #include <android/hidl/base/1.0/IBase.h>
@@ -11,7 +11,9 @@
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0 {
 
-// Methods stand in slot order; what each does is said in the .hal file. Any thread may call.
+// The .hal file describes the methods. They are declared in slot order, on which clients built
+// elsewhere depend. Any thread may call them. Each returns at once: the answer to Lookup is
+// reported to the callback, on the worker's thread.
 struct IOfflinetimezone : public ::android::hidl::base::V1_0::IBase {
     static constexpr const char* descriptor =
             "vendor.quor.hardware.offlinetimezone@1.0::IOfflinetimezone";

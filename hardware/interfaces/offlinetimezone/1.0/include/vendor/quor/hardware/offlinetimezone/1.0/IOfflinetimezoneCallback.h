@@ -1,5 +1,5 @@
-// The part of the header that the platform's interface compiler makes of
-// IOfflinetimezoneCallback.hal which the service and its clients use.
+// The interface of a client. This is the part of the header that the platform's interface compiler
+// generates from IOfflinetimezoneCallback.hal which the service and its clients use.
 #pragma once
 
 #include <android/hidl/base/1.0/IBase.h>
@@ -8,7 +8,7 @@
 
 namespace vendor::quor::hardware::offlinetimezone::V1_0 {
 
-// Methods stand in slot order.
+// The methods are declared in slot order, on which clients built elsewhere depend.
 struct IOfflinetimezoneCallback : public ::android::hidl::base::V1_0::IBase {
     static constexpr const char* descriptor =
             "vendor.quor.hardware.offlinetimezone@1.0::IOfflinetimezoneCallback";
@@ -23,8 +23,10 @@ struct IOfflinetimezoneCallback : public ::android::hidl::base::V1_0::IBase {
         return ::android::hardware::Void();
     }
 
-    // The answer to one Lookup. Called on the service's worker thread, outside every lock of
-    // the service: it may call any method of the service.
+    // Reports the answer to one Lookup: the two texts of the request and the identifiers of the
+    // zones, or a text with "error:". Called on the worker's thread under no lock of the service,
+    // so it may call any method of the service. The strings are valid until it returns. The service
+    // ignores the result and any exception.
     virtual ::android::hardware::Return<void> timeZoneIdReport(
             const ::android::hardware::hidl_string& lat,
             const ::android::hardware::hidl_string& lon,
