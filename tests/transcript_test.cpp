@@ -42,7 +42,7 @@ void CheckCommands(const std::string& transcript, void (*prepare)()) {
            1);
     const std::string functions =
             fs::path(OFFLINETZ_TESTS "/" + transcript).replace_filename("steps.sh");
-    const std::string source = fs::exists(functions) ? ". " + functions + "; " : "";
+    const std::string source = fs::exists(functions) ? ". '" + functions + "'; " : "";
     std::optional<TemporaryDirectory> directory;
     CheckTranscript(
             OFFLINETZ_TESTS "/" + transcript,

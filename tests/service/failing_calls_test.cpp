@@ -244,8 +244,8 @@ class FailingCalls : public testing::Test {
         ReleaseClient();
 
         mSeen.clear();
-        while (CountEntries("/proc/self/task") >
-               threads)  // A thread that a client ended may linger.
+        // A thread that a client ended may linger.
+        while (CountEntries("/proc/self/task") > threads)
             std::this_thread::yield();
         if (n > 0 && Kept().size() == kept) {
             EXPECT_EQ(allocations, calls::LiveAllocations());
