@@ -78,7 +78,7 @@ short() {
     expect_database "$limit $value: $said"
     case $said in
       'installed version 2 (before: version 1)') installed=1 ;;
-      'no database in use: '* | 'refused: the service did not '* | *': the service cannot run') failed=1 ;;
+      'no database in use: '* | 'refused: the service did not '* | *': the service object could not be created') failed=1 ;;
       offlinetz:\ * | *': error while loading shared libraries: '* | 'zonedetect.cpp '*) ;;
       *) echo "$limit $value: $said" ;;
     esac
