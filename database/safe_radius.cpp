@@ -52,7 +52,7 @@ double SafeRadiusKilometres(const ZDDatabase& database, double lat, double lon,
     if (!answer.error.empty() || (answer.isNautical && database.precision != kBandPrecision))
         return 0.0;
     const double unit = 90.0 / std::ldexp(1.0, database.precision - 1);
-    double plane = 0.75 * static_cast<double>(answer.distance) - 3.0 * unit;
+    double plane = kSafeShare * static_cast<double>(answer.distance) - kSafeMarginUnits * unit;
     // The plane ends at the antimeridian, where longitudes wrap around.
     plane = std::min(plane, 180.0 - std::fabs(lon));
     if (answer.isNautical) plane = std::min(plane, DegreesToBandEdge(lon) - 2.0 * unit);

@@ -7,6 +7,12 @@
 
 namespace offlinetz {
 
+// A lookup in a tiled database measures at most 1.4207 times the distance to the nearest border
+// (docs/design.md proves it), plus kSafeMarginUnits units of latitude for truncation. So no point
+// has other zones within this share of the measured distance, less the margin.
+constexpr double kSafeShare = 0.7;
+constexpr double kSafeMarginUnits = 3.0;
+
 // Whether a database is tiled. If it is, the distance that a lookup returns covers all borders
 // around the point. If not, it covers only the rings whose bounding boxes contain the point.
 bool IsTiled(const ZDDatabase& database);
