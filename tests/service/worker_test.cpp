@@ -4,6 +4,7 @@
 #include <WorkerThread.h>
 #include <android/log.h>
 #include <coordinate_text.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -164,6 +165,7 @@ TEST_F(WorkerTest, TheManagerReplacesAHugeFileAndReportsMisuseOfTheDigest) {
     WriteFile(kBackup, SampleDatabase("A", 1));
     ASSERT_TRUE(manager.PreOpenDB());
     EXPECT_EQ(ReadFile(kBackup), ReadFile(kActive));
+    EXPECT_EQ(STDIN_FILENO, open("/dev/null", O_RDONLY));  // It is free again.
     mLog.Take();
     uint8_t digest[SHA1HashSize];
     EXPECT_EQ(0, manager.sha1(nullptr, digest, 0));
