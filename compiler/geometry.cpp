@@ -65,6 +65,12 @@ GeometryPtr Unite(std::vector<GeometryPtr> polygons) {
     return GeometryPtr(collection == nullptr ? nullptr : GEOSUnaryUnion(collection.get()));
 }
 
+double SquareDegrees(const GEOSGeometry* geometry) {
+    double area = 0.0;
+    GEOSArea(geometry, &area);
+    return area;
+}
+
 void VisitRings(const GEOSGeometry* area, const RingVisitor& visit) {
     const auto visitRing = [&visit](const GEOSGeometry* ring, bool isHole) {
         const GEOSCoordSequence* sequence = GEOSGeom_getCoordSeq(ring);

@@ -43,6 +43,9 @@ void AddPolygons(GeometryPtr geometry, std::vector<GeometryPtr>* polygons);
 // The union of valid polygons. Null where the library fails.
 GeometryPtr Unite(std::vector<GeometryPtr> polygons);
 
+// The area in square degrees.
+double SquareDegrees(const GEOSGeometry* geometry);
+
 // Calls `visit` with each ring of a polygon or multipolygon: its points without the repeated last
 // one, x and y in turn, whether it is a hole, and whether it runs clockwise.
 using RingVisitor =

@@ -17,10 +17,6 @@ namespace offlinetz {
 
 namespace {
 
-[[noreturn]] void Fail(const std::string& path, const std::string& reason) {
-    throw InputError(path + ": " + reason);
-}
-
 // Keeps nothing of what it is told but the place of the error.
 class ErrorPlace : public nlohmann::json_sax<nlohmann::json> {
   public:
@@ -53,7 +49,7 @@ class ErrorPlace : public nlohmann::json_sax<nlohmann::json> {
 std::string ReadText(const std::string& path, uint64_t maxBytes) {
     errno = 0;
     gzFile file = path == "-" ? gzdopen(dup(STDIN_FILENO), "rb") : gzopen(path.c_str(), "rb");
-    if (file == nullptr) Fail(path, errno != 0 ? std::strerror(errno) : "out of memory");
+    if (file == nullptr) ThrowInputError(path, errno != 0 ? std::strerror(errno) : "out of memory");
     std::string text;
     std::vector<char> buffer(size_t{1} << 20);
     int got;
@@ -65,10 +61,12 @@ std::string ReadText(const std::string& path, uint64_t maxBytes) {
     const std::string reason = gzerror(file, &code);
     const int closed = gzclose(file);
     if (text.size() > maxBytes) {
-        Fail(path, fmt::format("holds more than {} bytes; --max-input raises the limit", maxBytes));
+        ThrowInputError(path, fmt::format("holds more than {} bytes; --max-input raises the limit",
+                                          maxBytes));
     }
     if (got < 0 || code != Z_OK || closed != Z_OK) {
-        Fail(path, "cannot be read: " + (reason.empty() ? "the file is cut short" : reason));
+        ThrowInputError(path,
+                        "cannot be read: " + (reason.empty() ? "the file is cut short" : reason));
     }
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (text.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
