@@ -54,7 +54,7 @@ void RemoveCollapsedZones(bool skipBad, const CompileListener& listener, Source*
     for (size_t i = 0; i < drawn->size(); ++i) {
         Zone& zone = source->zones[i];
         if ((*drawn)[i].empty()) {
-            errors.push_back(zone.where + ": its zone vanishes on a grid this coarse");
+            errors.push_back(zone.where + ": its zone collapses on the grid");
             const double km2 = SquareKilometres(zone.area.get());
             ++source->leftOut.zones;
             source->leftOut.km2 += km2;
@@ -64,7 +64,11 @@ void RemoveCollapsedZones(bool skipBad, const CompileListener& listener, Source*
             source->zones[kept - 1] = std::move(zone);
         }
     }
-    if ((!skipBad && !errors.empty()) || kept == 0) throw InputError(errors);
+    if ((!skipBad && !errors.empty()) || kept == 0) {
+        throw InputError(errors, fmt::format("{} of {} zones cannot be kept on the grid{}",
+                                             errors.size(), drawn->size(),
+                                             kept > 0 ? " (--skip-bad leaves them out)" : ""));
+    }
     drawn->resize(kept);
     source->zones.resize(kept);
 }

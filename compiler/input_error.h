@@ -12,7 +12,8 @@ namespace offlinetz {
 class InputError : public std::exception {
   public:
     explicit InputError(const std::string& line) : InputError(std::vector<std::string>{line}) {}
-    explicit InputError(const std::vector<std::string>& lines) : mLines(lines) {
+    explicit InputError(const std::vector<std::string>& lines, const std::string& conclusion = {})
+        : mLines(lines), mConclusion(conclusion) {
         for (const std::string& line : mLines)
             mText += (mText.empty() ? "" : "\n") + line;
     }
@@ -21,9 +22,12 @@ class InputError : public std::exception {
     const char* what() const noexcept override { return mText.c_str(); }
     // One line a fault; it may hold line breaks that it quotes.
     const std::vector<std::string>& Lines() const { return mLines; }
+    // How much of the input is invalid, and what the user may do; empty if the lines say it all.
+    const std::string& Conclusion() const { return mConclusion; }
 
   private:
     std::vector<std::string> mLines;
+    std::string mConclusion;
     std::string mText;
 };
 

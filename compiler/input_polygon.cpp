@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -42,7 +43,7 @@ Positions ReadRing(const dom::element& element, const std::string& where) {
         if (position.get(pair) || pair.size() < 2 || pair.at(0).get(lon) || pair.at(1).get(lat)) {
             ThrowInputError(where, "a position is not an array of longitude and latitude");
         }
-        if (!(std::fabs(lon) <= 180.0) || !(std::fabs(lat) <= 90.0)) {
+        if (!(std::fabs(lon) <= kMaxLongitude) || !(std::fabs(lat) <= 90.0)) {
             ThrowInputError(where, fmt::format("a ring leaves the world at {}, {} (longitude, "
                                                "latitude)",
                                                lon, lat));
@@ -63,11 +64,19 @@ Positions ReadRing(const dom::element& element, const std::string& where) {
     return xy;
 }
 
+bool IsBeyond180(const Positions& ring) {
+    for (size_t i = 0; i < ring.size(); i += 2) {
+        if (std::fabs(ring[i]) > 180.0) return true;
+    }
+    return false;
+}
+
 // The rings of a polygon, and how many of their edges are long.
 struct InputRings {
     std::vector<Positions> rings;  // The exterior ring, then holes; at least one.
     size_t points = 0;
-    LongEdges longEdges;  // Of all rings; firstCrossing is not set.
+    LongEdges longEdges;       // Of all rings; firstCrossing is not set.
+    bool isBeyond180 = false;  // Whether any longitude is beyond 180 or -180 degrees.
 };
 
 [[noreturn]] void ThrowForLongEdge(const Positions& ring, size_t position,
@@ -97,6 +106,7 @@ InputRings ReadRings(const dom::element& element, const std::string& where,
         }
         input.longEdges.crossing += more.crossing;
         input.longEdges.aroundTheWorld += more.aroundTheWorld;
+        input.isBeyond180 = input.isBeyond180 || IsBeyond180(input.rings.back());
     }
     return input;
 }
@@ -136,6 +146,22 @@ bool CrossesTooOften(const GEOSGeometry* polygon) {
     return CrossingsExceed(edges, kMaxCrossingsPerEdge * edges.size());
 }
 
+// The library's reason why a polygon is invalid, in the terms of this program's messages.
+std::string_view PlainReason(std::string_view reason) {
+    static constexpr std::pair<std::string_view, std::string_view> kReasons[] = {
+            {"Too few points in geometry component", "a ring collapses to a line"},
+            {"Ring Self-intersection", "a ring touches itself"},
+            {"Hole lies outside shell", "a hole lies outside the exterior ring"},
+            {"Holes are nested", "a hole lies in another hole"},
+            {"Interior is disconnected", "rings that touch cut the interior in parts"},
+            {"Duplicate Rings", "two rings are the same"},
+    };
+    for (const auto& [text, plain] : kReasons) {
+        if (reason == text) return plain;
+    }
+    return reason;
+}
+
 // What makes a polygon invalid and where; empty if nothing does.
 std::string DescribeFault(const GEOSGeometry* polygon) {
     char* text = nullptr;
@@ -151,7 +177,7 @@ std::string DescribeFault(const GEOSGeometry* polygon) {
         GEOSGeomGetX(location.get(), &x);
         GEOSGeomGetY(location.get(), &y);
     }
-    return fmt::format("{} at {}, {}", reason, x, y);
+    return fmt::format("{} at {}, {}", PlainReason(reason), x, y);
 }
 
 // The area that the rings of a polygon enclose, as valid polygons: the library's "structure"
@@ -170,7 +196,7 @@ GeometryPtr MakeValid(GeometryPtr polygon, const std::string& where, InputPolygo
     const std::string fault = DescribeFault(polygon.get());
     if (fault.empty()) return polygon;
     if (CrossesTooOften(polygon.get())) {
-        ThrowInputError(where, fault + "; its edges cross too often to be mended");
+        ThrowInputError(where, fault + "; its edges cross too often to be repaired");
     }
     if (input->repair.empty()) input->repair = fault;
     GeometryPtr repaired = Repair(polygon.get(), where);
@@ -196,23 +222,26 @@ bool IsValidOnlyUnwrapped(std::vector<Positions> rings, const std::string& where
     if (IsValid(MakePolygon(rings.data(), rings.size(), where))) return false;
     std::string ignored;
     return std::all_of(rings.begin(), rings.end(), [&](Positions& ring) {
-        return Unwrap(&ring, &ignored) && IsValid(MakePolygon(&ring, 1, where));
+        return Unwrap(&ring, &ignored) && CanBeCut(ring, &ignored) &&
+               IsValid(MakePolygon(&ring, 1, where));
     });
 }
 
-// The polygon of rings some of which cross the antimeridian, or all of which do.
+// The polygon of rings that lie across the antimeridian, cut there. `allCross`: edges around the
+// world cross it too.
 GeometryPtr MakeCutPolygon(std::vector<Positions> rings, bool allCross, const std::string& where,
                            InputPolygon* input) {
     GeometryPtr polygon;
     for (Positions& ring : rings) {
         std::string reason;
-        if ((allCross || CountLongEdges(ring).crossing > 0) && !Unwrap(&ring, &reason)) {
+        const bool crosses = allCross || CountLongEdges(ring).crossing > 0;
+        if ((crosses && !Unwrap(&ring, &reason)) || !CanBeCut(ring, &reason)) {
             ThrowInputError(where, reason);
         }
         const GeometryPtr area = MakeValid(MakePolygon(&ring, 1, where), where, input);
         GeometryPtr cut = RequireGeometry(CutAtAntimeridian(area.get()).release(), where);
-        // Unwrapping may have moved the exterior ring and a hole to different sides. Cut, they are
-        // where they belong.
+        // The exterior ring and a hole may lie on different sides before the cut. Afterwards they
+        // are where they belong.
         polygon = polygon == nullptr
                           ? std::move(cut)
                           : RequireGeometry(GEOSDifference(polygon.get(), cut.get()), where);
@@ -230,7 +259,8 @@ InputPolygon ReadPolygon(const dom::element& rings, const std::string& where,
     InputPolygon polygon;
     polygon.points = input.points;
     polygon.crossesAntimeridian = input.longEdges.crossing > 0 || allCross;
-    if (polygon.crossesAntimeridian) {
+    polygon.isBeyond180 = input.isBeyond180;
+    if (polygon.crossesAntimeridian || polygon.isBeyond180) {
         polygon.area = MakeCutPolygon(std::move(input.rings), allCross, where, &polygon);
     } else {
         polygon.area = MakeValid(MakePolygon(input.rings.data(), input.rings.size(), where), where,
@@ -242,7 +272,7 @@ InputPolygon ReadPolygon(const dom::element& rings, const std::string& where,
 GeometryPtr RequireGeometry(GEOSGeometry* geometry, const std::string& where) {
     if (geometry == nullptr) {
         ThrowIfGeometryLacksMemory();
-        ThrowInputError(where, LastGeometryError());
+        ThrowInputError(where, "the geometry library gives it up: " + LastGeometryError());
     }
     return GeometryPtr(geometry);
 }

@@ -17,10 +17,12 @@ constexpr double kRepairShare = 1e-3;
 
 // A polygon of a feature as it was read.
 struct InputPolygon {
-    GeometryPtr area;                   // Valid; one polygon, several, or empty.
-    size_t points = 0;                  // Of the rings as read.
-    bool crossesAntimeridian = false;   // It had edges across the antimeridian and was cut there.
-    std::string repair;                 // The first fault that was repaired; empty if none was.
+    GeometryPtr area;   // Valid; one polygon, several, or empty.
+    size_t points = 0;  // Of the rings as read.
+    bool crossesAntimeridian =
+            false;             // It had long edges across the antimeridian; it was cut there.
+    bool isBeyond180 = false;  // It had longitudes beyond 180 degrees; they were moved.
+    std::string repair;        // The first fault that was repaired and its place, or empty.
     double changedSquareDegrees = 0.0;  // The change of area by repairs, 0 for a slip of the pen.
     double changedKm2 = 0.0;            // The same in square kilometres.
 };
@@ -29,6 +31,9 @@ struct InputPolygon {
 //
 // A polygon whose rings cross or touch themselves or each other is repaired: what its rings enclose
 // becomes the polygon. The caller judges by changedSquareDegrees whether that is acceptable.
+//
+// Longitudes may lie up to a turn beyond 180 or -180 degrees. Such a polygon is cut at the
+// antimeridian, and the parts beyond are moved by whole turns.
 //
 // An edge of more than 180 degrees of longitude goes the short way, across the antimeridian, if
 // `crossAntimeridian` is set; else the polygon is refused. Throws InputError if the polygon cannot

@@ -4,9 +4,11 @@
 #include <simdjson.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <new>
 #include <optional>
+#include <set>
 
 #include "database/text_rules.h"
 #include "input_polygon.h"
@@ -42,28 +44,83 @@ struct ZoneParts {
     std::vector<GeometryPtr> polygons;
 };
 
-// The tzid of a feature.
-std::string ReadTzid(const dom::element& element, const Feature& feature,
+// The member of a feature that names its zone: a property, or else a member of the feature itself,
+// as "id" may be. GeoJSON defines "type", so that is none.
+std::optional<dom::element> FindIdentifier(const dom::element& feature, const std::string& name) {
+    dom::element found;
+    if (!feature["properties"][name].get(found) && !found.is_null()) return found;
+    if (name != "type" && !feature[name].get(found) && !found.is_null()) return found;
+    return std::nullopt;
+}
+
+// The identifier as text. Throws InputError if a database cannot hold it.
+std::string ReadTzid(const dom::element& identifier, const Feature& feature,
                      const SourceOptions& options) {
-    if (!element.is_object()) ThrowInputError(feature.Where(), "is not an object");
     const std::string& name = options.tzidProperty;
-    dom::element property;
-    if (element["properties"][name].get(property) || property.is_null()) {
-        ThrowInputError(feature.Where(), "has no " + name);
-    }
     std::string_view tzid;
-    if (property.get(tzid))
+    if (identifier.get(tzid)) {
         ThrowInputError(feature.Where(), fmt::format("its {} is not a text", name));
+    }
     if (tzid.size() > options.maxTzidBytes) {
-        ThrowInputError(feature.Where(),
-                        fmt::format("its {} has {} bytes; the database holds up to {}", name,
-                                    tzid.size(), options.maxTzidBytes));
+        ThrowInputError(feature.Where(), fmt::format("its {} has {} bytes; the database holds up "
+                                                     "to {}",
+                                                     name, tzid.size(), options.maxTzidBytes));
     }
     if (const char* fault = FaultOfIdentifier(tzid)) {
         ThrowInputError(feature.Where(), fmt::format("its {} {}", name, fault));
     }
     return std::string(tzid);
 }
+
+// The features of a file that no property names, and which properties they have instead.
+class UnnamedFeatures {
+  public:
+    void Add(size_t index, const dom::element& feature) {
+        if (mCount++ < kMaxListed) mIndexes.push_back(index);
+        dom::object properties;
+        if (!feature["properties"].get(properties)) {
+            for (const auto& [name, value] : properties)
+                AddName(name, value);
+        }
+        dom::element id;
+        if (!feature["id"].get(id)) AddName("id", id);
+    }
+
+    size_t Count() const { return mCount; }
+
+    // One line for all of them: `features` is the number of features in the file.
+    std::string Describe(const std::string& property, size_t features, bool areLeftOut) const {
+        std::string line =
+                fmt::format("no property '{}' in {} of {} features", property, mCount, features);
+        if (mCount < features) {
+            line += fmt::format(" (feature{} {}", mCount == 1 ? "" : "s",
+                                fmt::join(mIndexes, ", "));
+            if (mCount > kMaxListed) line += fmt::format(" and {} more", mCount - kMaxListed);
+            line += ')';
+        }
+        if (areLeftOut) line += ", left out";
+        if (mNames.empty()) return line;
+        std::vector<std::string> names(mNames.begin(), mNames.end());
+        const bool areMore = names.size() > kMaxListed;
+        if (areMore) names.resize(kMaxListed);
+        line += fmt::format("; they have: {}{}", fmt::join(names, ", "), areMore ? ", ..." : "");
+        return mCount < features ? line : line + ". Use --tzid-property NAME";
+    }
+
+  private:
+    static constexpr size_t kMaxListed = 8;
+
+    // Keeps the first names in sorted order, one more than are listed. Only texts name zones.
+    void AddName(std::string_view name, const dom::element& value) {
+        if (!value.is_string()) return;
+        mNames.emplace(name);
+        if (mNames.size() > kMaxListed + 1) mNames.erase(std::prev(mNames.end()));
+    }
+
+    size_t mCount = 0;
+    std::vector<size_t> mIndexes;  // The first of them.
+    std::set<std::string> mNames;
+};
 
 // The arrays of rings in a feature's geometry.
 std::vector<dom::element> FindPolygons(const dom::element& element, const Feature& feature) {
@@ -114,12 +171,12 @@ std::optional<Fault> JudgeRepair(const InputPolygon& polygon, const Feature& fea
                                  const RepairSums& sums, const Warn& warn) {
     const std::string line = feature.Where() + ": " + polygon.repair;
     if (polygon.changedSquareDegrees == 0.0) {
-        warn(line + "; mended");
+        warn(line + "; repaired");
     } else if (sums.changed <= kRepairShare * sums.area) {
-        warn(fmt::format("{}; mended, which changes its area by {:.2f} km2", line,
+        warn(fmt::format("{}; repaired, which changes its area by {:.2f} km2", line,
                          polygon.changedKm2));
     } else {
-        return Fault{fmt::format("{}; mending it would change its area by {:.2f} km2", line,
+        return Fault{fmt::format("{}; repairing it would change its area by {:.2f} km2", line,
                                  polygon.changedKm2),
                      SquareKilometres(polygon.area.get())};
     }
@@ -173,12 +230,22 @@ void RequireWgs84(const std::string& path, const dom::element& document) {
             fmt::format("its crs is {}; only longitude and latitude of WGS 84 are read", name));
 }
 
-// Parses a text. Throws std::bad_alloc for lack of memory; the parser must not be used afterwards,
-// because it would write through a null pointer.
-simdjson::error_code Parse(std::string_view text, dom::parser* parser, dom::element* document) {
-    const auto error = parser->parse(text.data(), text.size()).get(*document);
+// The result of a parser. Throws std::bad_alloc for lack of memory; the parser must not be used
+// afterwards, because it would write through a null pointer.
+simdjson::error_code Take(simdjson::simdjson_result<dom::element> parsed, dom::element* document) {
+    const auto error = parsed.get(*document);
     if (error == simdjson::MEMALLOC) throw std::bad_alloc();
     return error;
+}
+
+// Parses a whole file. The parser copies the text only if its string has no room for the padding.
+simdjson::error_code Parse(const std::string& text, dom::parser* parser, dom::element* document) {
+    return Take(parser->parse(text), document);
+}
+
+// Parses a part of a file. The parser copies it.
+simdjson::error_code Parse(std::string_view text, dom::parser* parser, dom::element* document) {
+    return Take(parser->parse(text.data(), text.size()), document);
 }
 
 // Why a text is not JSON, as a phrase for a message.
@@ -207,11 +274,15 @@ class SourceReader {
 
     // Reads a file of any kind.
     void ReadFile(const std::string& path) {
+        ++mFiles;
+        const size_t featuresBefore = mFeatures;
         try {
             ReadDocument(path);
         } catch (const InputError& error) {
+            ++mInvalidFiles;
             mErrors.push_back(error.what());
         }
+        RejectUnnamed(path, mFeatures - featuresBefore);
     }
 
     // Unites the polygons of each zone. Throws InputError with all faults so far, unless they are
@@ -225,12 +296,13 @@ class SourceReader {
                         RequireGeometry(Unite(std::move(zone.polygons)).release(), zone.where);
                 mSource.zones.push_back({tzid, std::move(area), zone.where});
             } catch (const InputError& error) {
-                ++mSource.leftOut.zones;
+                ++mInvalidZones;
                 LeaveOut({error.what(), zone.polygons.empty() ? std::optional(0.0) : std::nullopt});
             }
             mProgress("uniting", ++done, mZones.size());
         }
-        if (!mErrors.empty()) throw InputError(mErrors);
+        if (!mErrors.empty()) throw InputError(mErrors, Conclusion());
+        mSource.leftOut.zones = mInvalidZones;
         return std::move(mSource);
     }
 
@@ -276,6 +348,7 @@ class SourceReader {
             const Feature feature = {path, i, {}, {}};
             dom::element element;
             if (const auto error = Parse(texts[i], parser, &element)) {
+                ++mFeatures;
                 RejectFeature(feature.Where() + ": " + DescribeJsonError(texts[i], error));
             } else {
                 AddFeature(feature, element);
@@ -286,8 +359,15 @@ class SourceReader {
 
     // Adds a feature to its zone, as far as it can be used.
     void AddFeature(Feature feature, const dom::element& element) {
+        ++mFeatures;
         try {
-            feature.tzid = ReadTzid(element, feature, mOptions);
+            if (!element.is_object()) ThrowInputError(feature.Where(), "is not an object");
+            const auto identifier = FindIdentifier(element, mOptions.tzidProperty);
+            if (!identifier.has_value()) {
+                mUnnamed.Add(feature.index, element);
+                return;
+            }
+            feature.tzid = ReadTzid(*identifier, feature, mOptions);
             if (IsSeaZone(feature.tzid)) {
                 ++mSource.seaFeatures;
             } else {
@@ -302,6 +382,7 @@ class SourceReader {
         std::vector<Fault> faults;
         std::vector<InputPolygon> polygons =
                 ReadPolygons(element, feature, mOptions.crossAntimeridian, mWarn, &faults);
+        if (!faults.empty()) ++mInvalidFeatures;
         if (polygons.empty() && !faults.empty()) {
             ++mSource.leftOut.features;
         } else {
@@ -314,11 +395,19 @@ class SourceReader {
     }
 
     void AddPolygonsToZone(const Feature& feature, std::vector<InputPolygon> polygons) {
-        if (std::any_of(polygons.begin(), polygons.end(),
-                        [](const InputPolygon& polygon) { return polygon.crossesAntimeridian; })) {
+        const auto any = [&](bool InputPolygon::*is) {
+            return std::any_of(polygons.begin(), polygons.end(),
+                               [is](const InputPolygon& polygon) { return polygon.*is; });
+        };
+        if (any(&InputPolygon::crossesAntimeridian)) {
             mWarn(feature.Where() +
                   ": crosses the antimeridian on edges of more than 180 degrees of longitude; cut "
                   "there");
+        }
+        if (any(&InputPolygon::isBeyond180)) {
+            mWarn(feature.Where() +
+                  ": has longitudes beyond 180 degrees; cut at the antimeridian and moved by whole "
+                  "turns");
         }
         ZoneParts& zone = mZones[feature.tzid];
         if (zone.where.empty()) zone.where = feature.Where();
@@ -329,8 +418,48 @@ class SourceReader {
     }
 
     void RejectFeature(const std::string& line) {
+        ++mInvalidFeatures;
         ++mSource.leftOut.features;
         LeaveOut({line, std::nullopt});
+    }
+
+    // Rejects the features of a file that no property names, in one line.
+    void RejectUnnamed(const std::string& path, size_t featuresOfFile) {
+        const UnnamedFeatures unnamed = std::exchange(mUnnamed, {});
+        if (unnamed.Count() == 0) return;
+        mInvalidFeatures += unnamed.Count();
+        mSource.leftOut.features += unnamed.Count();
+        const std::string line =
+                path + ": " +
+                unnamed.Describe(mOptions.tzidProperty, featuresOfFile, mOptions.skipBad);
+        if (mOptions.skipBad) {
+            mSource.leftOut.ofUnknownArea += unnamed.Count();
+            mWarn(line);
+        } else {
+            mErrors.push_back(line);
+        }
+    }
+
+    // How much is invalid, and whether it can be left out: zones would have to remain.
+    std::string Conclusion() const {
+        std::vector<std::string> invalid;
+        if (mInvalidFeatures > 0 && !mOptions.skipBad) {
+            invalid.push_back(fmt::format("{} of {} features", mInvalidFeatures, mFeatures));
+        }
+        if (mInvalidZones > 0 && !mOptions.skipBad) {
+            invalid.push_back(fmt::format("{} of {} zones", mInvalidZones, mZones.size()));
+        }
+        std::string conclusion;
+        if (!invalid.empty()) {
+            conclusion = fmt::format("{} {} invalid{}", fmt::join(invalid, " and "),
+                                     mInvalidFeatures + mInvalidZones == 1 ? "is" : "are",
+                                     mSource.zones.empty() ? "" : " (--skip-bad leaves them out)");
+        }
+        if (mInvalidFiles > 0 && mFiles > 1) {
+            conclusion += fmt::format("{}{} of {} files cannot be read",
+                                      conclusion.empty() ? "" : "; ", mInvalidFiles, mFiles);
+        }
+        return conclusion;
     }
 
     // Records a fault as an error, or warns of it if faults are to be left out.
@@ -353,6 +482,12 @@ class SourceReader {
     const ProgressCallback& mProgress;
     Source mSource;
     std::map<std::string, ZoneParts> mZones;
+    UnnamedFeatures mUnnamed;  // Of the current file.
+    size_t mFiles = 0;
+    size_t mInvalidFiles = 0;
+    size_t mFeatures = 0;         // All, valid or not, of land or sea.
+    size_t mInvalidFeatures = 0;  // At least one of their polygons cannot be used.
+    size_t mInvalidZones = 0;
     std::vector<std::string> mErrors;
 };
 
