@@ -320,8 +320,8 @@ ZoneRings KeepBorders(ZoneRings rings) {
     const std::vector<int> windings = WindingsAround(rings, own);
     ZoneRings kept;
     for (size_t i = 0; i < rings.size(); ++i) {
-        const bool isOutline = DoubleArea(rings[i]) < 0;
-        if (windings[i] == (isOutline ? 0 : 1)) kept.push_back(std::move(rings[i]));
+        const bool isExterior = DoubleArea(rings[i]) < 0;
+        if (windings[i] == (isExterior ? 0 : 1)) kept.push_back(std::move(rings[i]));
     }
     return kept;
 }

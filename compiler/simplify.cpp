@@ -6,7 +6,7 @@
 #include <map>
 #include <utility>
 
-#include "fewest_vertices.h"
+#include "minimum_vertices.h"
 
 namespace offlinetz {
 
@@ -75,7 +75,7 @@ class Simplifier {
 
     void Run() {
         for (size_t i = 0; i < mArcs.size(); ++i)
-            ThinArc(static_cast<uint32_t>(i));
+            SimplifyArc(static_cast<uint32_t>(i));
     }
 
     bool IsKept(const GridPoint& p) const { return mKept[mVertices.IdOf(p)]; }
@@ -163,7 +163,7 @@ class Simplifier {
         mArcs.push_back(std::move(arc));
     }
 
-    void ThinArc(uint32_t index) {
+    void SimplifyArc(uint32_t index) {
         const Arc& arc = mArcs[index];
         const size_t last = arc.size() - 1;
         mKept[arc.front()] = true;
@@ -187,7 +187,7 @@ class Simplifier {
         }
         for (size_t i = 0; i + 1 < anchors.size(); ++i) {
             mKept[arc[anchors[i]]] = true;
-            ThinStretch({index, anchors[i], anchors[i + 1]});
+            SimplifyStretch({index, anchors[i], anchors[i + 1]});
         }
     }
 
@@ -246,13 +246,13 @@ class Simplifier {
         return farthest;
     }
 
-    void ThinStretch(const Stretch& whole) {
+    void SimplifyStretch(const Stretch& whole) {
         std::vector<GridPoint> line;
         line.reserve(whole.to - whole.from + 1);
         for (size_t i = whole.from; i <= whole.to; ++i)
             line.push_back(PointAt(whole, i));
         const std::vector<size_t> kept =
-                FewestVertices(line, mGrid, mTolerance, [&](size_t from, size_t to) {
+                MinimumVertices(line, mGrid, mTolerance, [&](size_t from, size_t to) {
                     return IsClear({whole.arc, whole.from + from, whole.from + to});
                 });
         for (size_t i = 0; i + 1 < kept.size(); ++i) {

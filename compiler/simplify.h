@@ -14,7 +14,7 @@ namespace offlinetz {
 // lies on the edge or between it and the stretch. Edges that take the place of two stretches then
 // cannot cross: the first would have to swallow a vertex of the second, or the second one of the
 // first. An island on one side of a border therefore stays on that side. Within these bounds an arc
-// keeps the fewest vertices that it can (see fewest_vertices.h).
+// keeps the fewest vertices that it can (see minimum_vertices.h).
 //
 // A ring that meets no other border keeps the vertices that touch its box (and a third point
 // where those are only two), so an island of any size keeps its extent. Vertices on or past the

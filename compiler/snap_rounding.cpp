@@ -169,7 +169,7 @@ bool Clash(const Part& s, const Part& t) {
 
 // Whether an edge passes the pixel of a point: what lies less than half a unit north and east
 // of it, and up to half a unit south and west.
-bool PassesPixel(const Edge& e, const GridPoint& p) {
+bool PassesHotPixel(const Edge& e, const GridPoint& p) {
     const GridPoint a = {2 * e.a.lat, 2 * e.a.lon};
     const GridPoint b = {2 * e.b.lat, 2 * e.b.lon};
     const GridBox pixel = {{2 * p.lat - 1, 2 * p.lon - 1}, {2 * p.lat + 1, 2 * p.lon + 1}};
@@ -195,18 +195,18 @@ int32_t Rounded(int32_t from, int32_t to, int64_t part, int64_t whole) {
 
 // Leads an edge, in the part of it that clashes with a part of another, through what the other has
 // there.
-void LeadThrough(const Part& part, const Edge& edge, const Part& otherPart, const Edge& other,
-                 std::vector<SnapPoint>* snapPoints) {
-    const auto lead = [&](const GridPoint& p) {
-        if (IsWithin(part, p) && PassesPixel(edge, p)) snapPoints->push_back({part.edge, p});
+void AddSnapPoints(const Part& part, const Edge& edge, const Part& otherPart, const Edge& other,
+                   std::vector<SnapPoint>* snapPoints) {
+    const auto addIfPassed = [&](const GridPoint& p) {
+        if (IsWithin(part, p) && PassesHotPixel(edge, p)) snapPoints->push_back({part.edge, p});
     };
-    lead(otherPart.a);
-    lead(otherPart.b);
+    addIfPassed(otherPart.a);
+    addIfPassed(otherPart.b);
     const Sides ofEdge = SidesOf(other, edge);
     if (ofEdge.Differ() && SidesOf(edge, other).Differ()) {
         const int64_t whole = ofEdge.a - ofEdge.b;
-        lead({Rounded(edge.a.lat, edge.b.lat, ofEdge.a, whole),
-              Rounded(edge.a.lon, edge.b.lon, ofEdge.a, whole)});
+        addIfPassed({Rounded(edge.a.lat, edge.b.lat, ofEdge.a, whole),
+                     Rounded(edge.a.lon, edge.b.lon, ofEdge.a, whole)});
     }
 }
 
@@ -250,8 +250,8 @@ std::vector<SnapPoint> SnapRound(const std::vector<Edge>& edges, size_t maxSnapP
             clashing = &s;
             isOpen[s.edge] = true;
             isOpen[t.edge] = true;
-            LeadThrough(s, edges[s.edge], t, edges[t.edge], &snapPoints);
-            LeadThrough(t, edges[t.edge], s, edges[s.edge], &snapPoints);
+            AddSnapPoints(s, edges[s.edge], t, edges[t.edge], &snapPoints);
+            AddSnapPoints(t, edges[t.edge], s, edges[s.edge], &snapPoints);
             if (snapPoints.size() <= countAt) return true;
             SortSnapPoints(edges, &snapPoints);
             if (snapPoints.size() > maxSnapPoints) throw TooManySnapPoints{{s.edge, t.edge}, s.a};
@@ -263,7 +263,7 @@ std::vector<SnapPoint> SnapRound(const std::vector<Edge>& edges, size_t maxSnapP
         if (clashing == nullptr) return snapPoints;
         if (snapPoints.size() == before) {
             throw std::logic_error(fmt::format(
-                    "borders do not settle between {}, {} and {}, {} "
+                    "snap rounding does not end between {}, {} and {}, {} "
                     "(units of latitude and longitude)",
                     clashing->a.lat, clashing->a.lon, clashing->b.lat, clashing->b.lon));
         }

@@ -1,4 +1,4 @@
-#include "fewest_vertices.h"
+#include "minimum_vertices.h"
 
 #include <algorithm>
 #include <cmath>
@@ -80,23 +80,23 @@ uint32_t StoredBytes(int32_t difference) {
 }
 
 // A way from the first stop to another: what it costs, and the last stop before its end.
-struct Way {
+struct Path {
     uint32_t edges = 0;
     uint32_t bytes = 0;
     int64_t doubleArea = 0;
     size_t from = 0;
 
     // Cheaper; of equals, with the shorter last edge.
-    friend bool operator<(const Way& x, const Way& y) {
+    friend bool operator<(const Path& x, const Path& y) {
         return std::tie(x.edges, x.bytes, x.doubleArea, y.from) <
                std::tie(y.edges, y.bytes, y.doubleArea, x.from);
     }
 };
 
-class Thinner {
+class PathSearch {
   public:
-    Thinner(const std::vector<GridPoint>& line, const Grid& grid, double tolerance,
-            const std::function<bool(size_t, size_t)>& isClear)
+    PathSearch(const std::vector<GridPoint>& line, const Grid& grid, double tolerance,
+               const std::function<bool(size_t, size_t)>& isClear)
         : mLine(line), mGrid(grid), mTolerance(tolerance), mIsClear(isClear) {
         int64_t doubleArea = 0;
         for (size_t i = 0; i < line.size(); ++i) {
@@ -108,33 +108,34 @@ class Thinner {
 
     // The stops on the cheapest way from the first to the last. Stops are positions in the line;
     // the edge from each to the next is known to be allowed.
-    std::vector<size_t> CheapestWay(const std::vector<size_t>& stops) {
-        std::vector<Way> ways(stops.size());
+    std::vector<size_t> CheapestPath(const std::vector<size_t>& stops) {
+        std::vector<Path> paths(stops.size());
         for (size_t to = 1; to < stops.size(); ++to)
-            ways[to] = CheapestWayTo(to, stops, ways);
+            paths[to] = CheapestPathTo(to, stops, paths);
         std::vector<size_t> kept = {stops.back()};
-        for (size_t stop = stops.size() - 1; stop > 0; stop = ways[stop].from)
-            kept.push_back(stops[ways[stop].from]);
+        for (size_t stop = stops.size() - 1; stop > 0; stop = paths[stop].from)
+            kept.push_back(stops[paths[stop].from]);
         std::reverse(kept.begin(), kept.end());
         return kept;
     }
 
   private:
-    Way CheapestWayTo(size_t to, const std::vector<size_t>& stops, const std::vector<Way>& ways) {
-        ListWaysTo(to, stops, ways);
+    Path CheapestPathTo(size_t to, const std::vector<size_t>& stops,
+                        const std::vector<Path>& paths) {
+        ListPathsTo(to, stops, paths);
         // The one from the stop before `to` is among them, so they never run out. The tests cost
         // more than all else, and the cheapest way nearly always passes them.
         for (;;) {
-            const auto best = std::min_element(mWays.begin(), mWays.end());
+            const auto best = std::min_element(mPaths.begin(), mPaths.end());
             if (best->from + 1 == to || IsAllowed(stops[best->from], stops[to])) return *best;
-            *best = mWays.back();
-            mWays.pop_back();
+            *best = mPaths.back();
+            mPaths.pop_back();
         }
     }
 
     // Lists the ways to a stop, without those whose last edge certainly misses a point.
-    void ListWaysTo(size_t to, const std::vector<size_t>& stops, const std::vector<Way>& ways) {
-        mWays.clear();
+    void ListPathsTo(size_t to, const std::vector<size_t>& stops, const std::vector<Path>& paths) {
+        mPaths.clear();
         const GridPoint& end = mLine[stops[to]];
         Wedge wedge;
         size_t stop = to - 1;
@@ -142,7 +143,8 @@ class Thinner {
             const Direction offset = {static_cast<double>(mLine[i].lat - end.lat),
                                       static_cast<double>(mLine[i].lon - end.lon)};
             if (i == stops[stop]) {
-                if (wedge.Contains(offset)) mWays.push_back(Extend(ways[stop], stop, i, stops[to]));
+                if (wedge.Contains(offset))
+                    mPaths.push_back(Extend(paths[stop], stop, i, stops[to]));
                 if (stop == 0 || to - stop == kReach) return;
                 --stop;
             }
@@ -153,12 +155,13 @@ class Thinner {
     }
 
     // The way to `stop` and on by the edge between two positions.
-    Way Extend(const Way& way, size_t stop, size_t from, size_t to) const {
+    Path Extend(const Path& path, size_t stop, size_t from, size_t to) const {
         const GridPoint& a = mLine[from];
         const GridPoint& b = mLine[to];
         const int64_t between = mDoubleAreas[to] - mDoubleAreas[from] - Cross(mLine[0], a, b);
-        return {way.edges + 1, way.bytes + StoredBytes(b.lat - a.lat) + StoredBytes(b.lon - a.lon),
-                way.doubleArea + std::abs(between), stop};
+        return {path.edges + 1,
+                path.bytes + StoredBytes(b.lat - a.lat) + StoredBytes(b.lon - a.lon),
+                path.doubleArea + std::abs(between), stop};
     }
 
     bool IsAllowed(size_t from, size_t to) const {
@@ -177,19 +180,19 @@ class Thinner {
     const std::function<bool(size_t, size_t)>& mIsClear;
     std::vector<double> mLonMetres;     // At each point.
     std::vector<int64_t> mDoubleAreas;  // Between the line up to each point and its first point.
-    std::vector<Way> mWays;             // Those to the current stop that may be open.
+    std::vector<Path> mPaths;           // Those to the current stop that may be open.
 };
 
 }  // namespace
 
-std::vector<size_t> FewestVertices(const std::vector<GridPoint>& line, const Grid& grid,
-                                   double tolerance,
-                                   const std::function<bool(size_t from, size_t to)>& isClear) {
-    Thinner thinner(line, grid, tolerance, isClear);
+std::vector<size_t> MinimumVertices(const std::vector<GridPoint>& line, const Grid& grid,
+                                    double tolerance,
+                                    const std::function<bool(size_t from, size_t to)>& isClear) {
+    PathSearch search(line, grid, tolerance, isClear);
     std::vector<size_t> stops(line.size());
     std::iota(stops.begin(), stops.end(), size_t{0});
     for (;;) {
-        std::vector<size_t> kept = thinner.CheapestWay(stops);
+        std::vector<size_t> kept = search.CheapestPath(stops);
         if (kept.size() == stops.size()) return kept;
         stops = std::move(kept);
     }

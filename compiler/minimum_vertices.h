@@ -20,9 +20,9 @@ namespace offlinetz {
 // An edge reaches at most kReach points ahead. What stays is gone over again in the same manner,
 // until all of it must stay. So only where edges reach further than kReach points might there be
 // more points than the fewest.
-std::vector<size_t> FewestVertices(const std::vector<GridPoint>& line, const Grid& grid,
-                                   double tolerance,
-                                   const std::function<bool(size_t from, size_t to)>& isClear);
+std::vector<size_t> MinimumVertices(const std::vector<GridPoint>& line, const Grid& grid,
+                                    double tolerance,
+                                    const std::function<bool(size_t from, size_t to)>& isClear);
 
 // Measured on the world: at 20 m one point in 18,000 more than without a bound. Time grows with
 // it where the tolerance is large.
