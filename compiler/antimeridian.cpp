@@ -69,7 +69,7 @@ GeometryPtr CutAtAntimeridian(const GEOSGeometry* area) {
                 GEOSGeom_createRectangle(turn - kHalfTurn, -90.0, turn + kHalfTurn, 90.0));
         const GeometryPtr inside(GEOSIntersection(area, strip.get()));
         if (inside == nullptr) return nullptr;
-        // The cut may miss the antimeridian by a rounding.
+        // The cut may miss the antimeridian by a rounding error.
         const auto moveBack = [](double* x, double*, void* degrees) {
             constexpr double kRounding = 1e-9;
             *x -= *static_cast<const double*>(degrees);

@@ -22,8 +22,8 @@ namespace {
 
 constexpr char kFieldName[] = "TimezoneId";
 constexpr uint64_t kSelfCheckSeed = 1;
-constexpr uint64_t kBytesPerPoint = 4;  // About what a vertex takes in the file.
-constexpr size_t kNamedZones = 5;       // As many does an error name.
+constexpr uint64_t kBytesPerPoint = 4;  // About the size of a vertex in the file.
+constexpr size_t kNamedZones = 5;       // The greatest number of zones that an error names.
 
 std::string StoredIdentifier(const std::string& tzid, bool bare) {
     return bare ? tzid : '"' + tzid + '"';
@@ -37,7 +37,7 @@ void CountRings(const std::vector<ZoneRings>& zones, size_t* rings, size_t* poin
     }
 }
 
-// Entries of one tile follow each other.
+// Entries of one tile follow each other and share its box.
 void CountEntries(const std::vector<TableEntry>& entries, CompileSummary* summary) {
     summary->entries = entries.size();
     for (size_t i = 0; i < entries.size(); ++i) {
@@ -46,7 +46,8 @@ void CountEntries(const std::vector<TableEntry>& entries, CompileSummary* summar
     }
 }
 
-// Zones of which the grid leaves nothing are bad, and go where bad ones are left out.
+// Removes zones that have no ring left on the grid. Throws InputError if there are any and
+// `skipBad` is false, or if no zone remains.
 void RemoveCollapsedZones(bool skipBad, const CompileListener& listener, Source* source,
                           std::vector<ZoneRings>* zones) {
     std::vector<std::string> errors;
@@ -73,7 +74,7 @@ void RemoveCollapsedZones(bool skipBad, const CompileListener& listener, Source*
     source->zones.resize(kept);
 }
 
-// What to tell of an output that would become too large.
+// The error for a database that would become too large, which names the place and the zones there.
 InputError DescribeLimit(const OutputLimitError& error, const std::vector<Zone>& zones,
                          const Grid& grid, uint64_t maxBytes) {
     std::string names;

@@ -17,7 +17,7 @@ namespace offlinetz {
 
 namespace {
 
-// Keeps nothing of what it is told but the place of the error.
+// Ignores all values and keeps the place of the error.
 class ErrorPlace : public nlohmann::json_sax<nlohmann::json> {
   public:
     size_t Position() const { return mPosition; }
@@ -41,7 +41,7 @@ class ErrorPlace : public nlohmann::json_sax<nlohmann::json> {
     }
 
   private:
-    size_t mPosition = 0;  // The number of the last byte read; 0: no error.
+    size_t mPosition = 0;  // The number of bytes read up to the error, from 1; 0: no error.
 };
 
 }  // namespace
@@ -96,7 +96,7 @@ std::string PlaceOfJsonError(std::string_view text) {
     ErrorPlace place;
     nlohmann::json::sax_parse(text, &place);
     if (place.Position() == 0) return "";
-    // At the end of a text, the position is that of the byte that is missing.
+    // At the end of a text, the position is the one of the missing byte.
     const auto end =
             text.begin() + static_cast<std::ptrdiff_t>(std::min(place.Position() - 1, text.size()));
     const auto line = std::count(text.begin(), end, '\n') + 1;

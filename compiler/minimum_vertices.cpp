@@ -12,8 +12,8 @@ namespace offlinetz {
 
 namespace {
 
-// Directions are compared for a tolerance so many metres larger, so that their rounding, a
-// hundredth of that once around the world, never rejects an edge that the exact test accepts.
+// The wedge test uses a tolerance this many metres larger. Its rounding errors are a hundredth of
+// that once around the world, so it never rejects an edge that the exact test accepts.
 constexpr double kSlack = 1e-6;
 
 struct Direction {
@@ -26,20 +26,20 @@ bool IsLeftOf(const Direction& from, const Direction& x) {
     return from.lon * x.lat - from.lat * x.lon >= 0.0;
 }
 
-// The directions in which a ray from a point passes all of some others within a distance.
+// The directions in which a ray from a point passes all points of a set within a distance.
 class Wedge {
   public:
     bool Contains(const Direction& x) const { return mIsWhole || IsBetween(mRight, x, mLeft); }
 
-    // Leaves the directions that also pass within `metres` of the point at `offset`, in units of
-    // `latMetres` and `lonMetres`. Returns whether any are left.
+    // Removes the directions that do not pass within `metres` of the point at `offset`; its units
+    // are `latMetres` and `lonMetres` long. Returns whether any direction is left.
     bool Narrow(const Direction& offset, double latMetres, double lonMetres, double metres) {
         const double y = offset.lat * latMetres;
         const double x = offset.lon * lonMetres;
         const double squared = x * x + y * y - metres * metres;
         if (squared <= 0.0) return true;
-        // The tangents to the circle around that point. Metres become units by a division by
-        // both scales; times their product, the same without one.
+        // The tangents to the circle around that point. Metres become units by a division by each
+        // scale. Multiplied by both scales, the direction is the same without a division.
         const double length = std::sqrt(squared);
         const Direction right = {(y * length - x * metres) * lonMetres,
                                  (x * length + y * metres) * latMetres};
@@ -61,7 +61,7 @@ class Wedge {
     }
 
   private:
-    // Between directions less than half a turn apart.
+    // Whether `x` is between two directions that are less than half a turn apart.
     static bool IsBetween(const Direction& right, const Direction& x, const Direction& left) {
         return IsLeftOf(right, x) && IsLeftOf(x, left);
     }
@@ -71,7 +71,7 @@ class Wedge {
     Direction mLeft = {0.0, 0.0};
 };
 
-// How many bytes a difference of coordinates takes in the database.
+// The bytes that the database takes for a difference of coordinates, as a sign-magnitude varint.
 uint32_t StoredBytes(int32_t difference) {
     uint32_t bytes = 1;
     for (int32_t magnitude = std::abs(difference); magnitude >= 1 << 6; magnitude >>= 7)
@@ -79,20 +79,21 @@ uint32_t StoredBytes(int32_t difference) {
     return bytes;
 }
 
-// A way from the first stop to another: what it costs, and the last stop before its end.
+// The cheapest path found from the first stop to another: its cost, and the stop before its end.
 struct Path {
     uint32_t edges = 0;
     uint32_t bytes = 0;
     int64_t doubleArea = 0;
     size_t from = 0;
 
-    // Cheaper; of equals, with the shorter last edge.
+    // Orders by cost; of equal ones, the path with the shorter last edge comes first.
     friend bool operator<(const Path& x, const Path& y) {
         return std::tie(x.edges, x.bytes, x.doubleArea, y.from) <
                std::tie(y.edges, y.bytes, y.doubleArea, x.from);
     }
 };
 
+// Finds the cheapest path in the graph of allowed edges between the points of a line.
 class PathSearch {
   public:
     PathSearch(const std::vector<GridPoint>& line, const Grid& grid, double tolerance,
@@ -106,8 +107,8 @@ class PathSearch {
         }
     }
 
-    // The stops on the cheapest way from the first to the last. Stops are positions in the line;
-    // the edge from each to the next is known to be allowed.
+    // The stops on the cheapest path from the first to the last. Stops are positions in the line;
+    // the edge from each to the next must be allowed.
     std::vector<size_t> CheapestPath(const std::vector<size_t>& stops) {
         std::vector<Path> paths(stops.size());
         for (size_t to = 1; to < stops.size(); ++to)
@@ -123,8 +124,9 @@ class PathSearch {
     Path CheapestPathTo(size_t to, const std::vector<size_t>& stops,
                         const std::vector<Path>& paths) {
         ListPathsTo(to, stops, paths);
-        // The one from the stop before `to` is among them, so they never run out. The tests cost
-        // more than all else, and the cheapest way nearly always passes them.
+        // Testing an edge costs more than all else, and the cheapest path nearly always passes, so
+        // paths are tested in order of cost. The path from the stop before `to` is among them, so
+        // they never run out.
         for (;;) {
             const auto best = std::min_element(mPaths.begin(), mPaths.end());
             if (best->from + 1 == to || IsAllowed(stops[best->from], stops[to])) return *best;
@@ -133,7 +135,8 @@ class PathSearch {
         }
     }
 
-    // Lists the ways to a stop, without those whose last edge certainly misses a point.
+    // Sets mPaths to the paths to a stop, without those whose last edge certainly passes a point
+    // too far away.
     void ListPathsTo(size_t to, const std::vector<size_t>& stops, const std::vector<Path>& paths) {
         mPaths.clear();
         const GridPoint& end = mLine[stops[to]];
@@ -154,7 +157,7 @@ class PathSearch {
         }
     }
 
-    // The way to `stop` and on by the edge between two positions.
+    // The path to `stop`, extended by the edge between two positions.
     Path Extend(const Path& path, size_t stop, size_t from, size_t to) const {
         const GridPoint& a = mLine[from];
         const GridPoint& b = mLine[to];
@@ -178,9 +181,9 @@ class PathSearch {
     const Grid& mGrid;
     double mTolerance;
     const std::function<bool(size_t, size_t)>& mIsClear;
-    std::vector<double> mLonMetres;     // At each point.
-    std::vector<int64_t> mDoubleAreas;  // Between the line up to each point and its first point.
-    std::vector<Path> mPaths;           // Those to the current stop that may be open.
+    std::vector<double> mLonMetres;     // Metres that a unit of longitude spans at each point.
+    std::vector<int64_t> mDoubleAreas;  // Twice the area swept from the first point to each.
+    std::vector<Path> mPaths;           // To the current stop, not yet rejected.
 };
 
 }  // namespace

@@ -135,6 +135,7 @@ std::vector<dom::element> FindPolygons(const dom::element& element, const Featur
     if (!isOne && type != "MultiPolygon") {
         constexpr std::string_view kOthers[] = {"Point", "MultiPoint", "LineString",
                                                 "MultiLineString", "GeometryCollection"};
+        // Any other type may be any text, so it is not quoted.
         const bool isKnown =
                 std::find(std::begin(kOthers), std::end(kOthers), type) != std::end(kOthers);
         ThrowInputError(feature.Where(),
