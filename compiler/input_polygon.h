@@ -17,12 +17,11 @@ constexpr double kRepairShare = 1e-3;
 
 // A polygon of a feature as it was read.
 struct InputPolygon {
-    GeometryPtr area;   // Valid; one polygon, several, or empty.
-    size_t points = 0;  // Of the rings as read.
-    bool crossesAntimeridian =
-            false;             // It had long edges across the antimeridian; it was cut there.
-    bool isBeyond180 = false;  // It had longitudes beyond 180 degrees; they were moved.
-    std::string repair;        // The first fault that was repaired and its place, or empty.
+    GeometryPtr area;                  // Valid; one polygon, several, or empty.
+    size_t points = 0;                 // Of the rings as read.
+    bool crossesAntimeridian = false;  // Long edges crossed the antimeridian; it was cut there.
+    bool isBeyond180 = false;          // Longitudes were beyond 180 degrees; they were moved.
+    std::string repair;                // The first fault that was repaired and its place, or empty.
     double changedSquareDegrees = 0.0;  // The change of area by repairs, 0 for a slip of the pen.
     double changedKm2 = 0.0;            // The same in square kilometres.
 };
