@@ -4,16 +4,15 @@
 #include <simdjson.h>
 
 #include <algorithm>
-#include <iterator>
 #include <map>
 #include <new>
 #include <optional>
-#include <set>
 
 #include "database/text_rules.h"
 #include "input_polygon.h"
 #include "input_text.h"
 #include "sphere_area.h"
+#include "unnamed_features.h"
 
 namespace offlinetz {
 
@@ -71,56 +70,6 @@ std::string ReadTzid(const dom::element& identifier, const Feature& feature,
     }
     return std::string(tzid);
 }
-
-// The features of a file that no property names, and which properties they have instead.
-class UnnamedFeatures {
-  public:
-    void Add(size_t index, const dom::element& feature) {
-        if (mCount++ < kMaxListed) mIndexes.push_back(index);
-        dom::object properties;
-        if (!feature["properties"].get(properties)) {
-            for (const auto& [name, value] : properties)
-                AddName(name, value);
-        }
-        dom::element id;
-        if (!feature["id"].get(id)) AddName("id", id);
-    }
-
-    size_t Count() const { return mCount; }
-
-    // One line for all of them: `features` is the number of features in the file.
-    std::string Describe(const std::string& property, size_t features, bool areLeftOut) const {
-        std::string line =
-                fmt::format("no property '{}' in {} of {} features", property, mCount, features);
-        if (mCount < features) {
-            line += fmt::format(" (feature{} {}", mCount == 1 ? "" : "s",
-                                fmt::join(mIndexes, ", "));
-            if (mCount > kMaxListed) line += fmt::format(" and {} more", mCount - kMaxListed);
-            line += ')';
-        }
-        if (areLeftOut) line += ", left out";
-        if (mNames.empty()) return line;
-        std::vector<std::string> names(mNames.begin(), mNames.end());
-        const bool areMore = names.size() > kMaxListed;
-        if (areMore) names.resize(kMaxListed);
-        line += fmt::format("; they have: {}{}", fmt::join(names, ", "), areMore ? ", ..." : "");
-        return mCount < features ? line : line + ". Use --tzid-property NAME";
-    }
-
-  private:
-    static constexpr size_t kMaxListed = 8;
-
-    // Keeps the first names in sorted order, one more than are listed. Only texts name zones.
-    void AddName(std::string_view name, const dom::element& value) {
-        if (!value.is_string()) return;
-        mNames.emplace(name);
-        if (mNames.size() > kMaxListed + 1) mNames.erase(std::prev(mNames.end()));
-    }
-
-    size_t mCount = 0;
-    std::vector<size_t> mIndexes;  // The first of them.
-    std::set<std::string> mNames;
-};
 
 // The arrays of rings in a feature's geometry.
 std::vector<dom::element> FindPolygons(const dom::element& element, const Feature& feature) {
