@@ -1,4 +1,4 @@
-// How long work reports how far it is.
+// How long work reports its progress.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 namespace offlinetz {
 
-// Receives a step's name and how far it is: `done` of `all` parts, or of an unknown number where
-// `all` is 0. Called on the thread that does the work.
+// Receives a step's name and `done` of `all` parts; `all` is 0 if the number is unknown. Called on
+// the thread that does the work, so it must be quick. The name is valid during the call only.
 using ProgressCallback = std::function<void(const char* step, size_t done, size_t all)>;
 
 }  // namespace offlinetz

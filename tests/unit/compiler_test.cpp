@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "compiler/compile.h"
-#include "compiler/fewest_vertices.h"
+#include "compiler/minimum_vertices.h"
 #include "compiler/rebuild_rings.h"
 #include "compiler/self_check.h"
 #include "compiler/simplify.h"
@@ -113,7 +113,7 @@ TEST(Simplifying, KeepsTheFewestVertices) {
             for (size_t from = 0; from < to; ++from)
                 least[to] = std::min(least[to], least[from] + costOfEdge(from, to));
         }
-        const std::vector<size_t> kept = offlinetz::FewestVertices(line, grid, tolerance, isClear);
+        const std::vector<size_t> kept = offlinetz::MinimumVertices(line, grid, tolerance, isClear);
         EXPECT_EQ(0u, kept.front());
         EXPECT_EQ(10u, kept.back());
         int64_t cost = 0;
@@ -127,7 +127,7 @@ TEST(Simplifying, KeepsTheFewestVertices) {
     for (int32_t i = 0; i < 100000; ++i)
         waves.push_back({i % 3, i});
     EXPECT_EQ((std::vector<size_t>{0, 99999}),
-              offlinetz::FewestVertices(waves, grid, 20.0, [](size_t, size_t) { return true; }));
+              offlinetz::MinimumVertices(waves, grid, 20.0, [](size_t, size_t) { return true; }));
 }
 
 // A border four units off is found; that a sound compile is never blamed shows the fuzz target of
