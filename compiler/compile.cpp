@@ -105,7 +105,7 @@ std::vector<ZoneRings> RingsOnGrid(const CompileOptions& options, const Grid& gr
     listener.progress("simplifying", 0, 0);
     summary->greatestSimplification = Simplify(&zones, grid, options.toleranceMetres);
     summary->greatestRounding = grid.RoundingMetres(0);
-    if (!IsClean(zones)) throw std::logic_error("simplified borders cross");
+    if (!MeetInVerticesOnly(zones)) throw std::logic_error("simplified borders cross");
     CountRings(zones, &summary->rings, &summary->pointsOut);
     return zones;
 }

@@ -350,7 +350,7 @@ size_t RebuildRings(std::vector<ZoneRings>* zones, const ProgressCallback& progr
     return pointsAdded;
 }
 
-bool IsClean(const std::vector<ZoneRings>& zones) {
+bool MeetInVerticesOnly(const std::vector<ZoneRings>& zones) {
     std::vector<EdgeUse> uses = UsesOf(zones);
     Combine(&uses);
     std::vector<size_t> firstUses;

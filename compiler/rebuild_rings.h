@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "database/zone_rings.h"
-#include "progress.h"
+#include "progress_callback.h"
 
 namespace offlinetz {
 
@@ -28,6 +28,6 @@ size_t RebuildRings(std::vector<ZoneRings>* zones, const ProgressCallback& progr
 
 // Whether no two edges of the zones' rings cross, overlap in part, or touch elsewhere than in
 // vertices of both, as RebuildRings leaves them.
-bool IsClean(const std::vector<ZoneRings>& zones);
+bool MeetInVerticesOnly(const std::vector<ZoneRings>& zones);
 
 }  // namespace offlinetz

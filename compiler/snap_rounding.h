@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "database/grid.h"
-#include "progress.h"
+#include "progress_callback.h"
 
 namespace offlinetz {
 

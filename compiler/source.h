@@ -9,7 +9,7 @@
 
 #include "geometry.h"
 #include "input_error.h"
-#include "progress.h"
+#include "progress_callback.h"
 
 namespace offlinetz {
 
