@@ -1,10 +1,11 @@
-#include "geos_peer.h"
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <stdexcept>
-#include <vector>
+#include <filesystem>
 
-#include "files.h"
+#include "database/output_file.h"
+#include "peer.h"
 
 namespace bench {
 
@@ -12,89 +13,64 @@ namespace {
 
 using offlinetz::GeometryPtr;
 
-struct PreparedDeleter {
-    void operator()(const GEOSPreparedGeometry* p) const { GEOSPreparedGeom_destroy(p); }
-};
-
-struct TreeDeleter {
-    void operator()(GEOSSTRtree* tree) const { GEOSSTRtree_destroy(tree); }
-};
-
-struct Polygon {
-    std::unique_ptr<const GEOSPreparedGeometry, PreparedDeleter> prepared;
-    const std::string* tzid;
-};
+constexpr char kFileName[] = "/polygons.wkb";
 
 class GeosPeer : public Peer {
   public:
-    GeosPeer(const std::string& polygonsPath, const std::string& zonesPath)
-        : mZones(ReadLines(zonesPath)) {
+    explicit GeosPeer(const std::string& directory) {
+        const std::string_view file = MapFile(directory + kFileName);
         GEOSWKBReader* reader = GEOSWKBReader_create();
-        const MappedFile file(polygonsPath);
-        mAll.reset(GEOSWKBReader_read(reader, reinterpret_cast<const unsigned char*>(file.Data()),
-                                      file.Size()));
+        mAll.reset(GEOSWKBReader_read(reader, reinterpret_cast<const unsigned char*>(file.data()),
+                                      file.size()));
         GEOSWKBReader_destroy(reader);
-        if (mAll == nullptr ||
-            static_cast<size_t>(GEOSGetNumGeometries(mAll.get())) != mZones.size())
-            throw std::runtime_error(polygonsPath + ": is not what " + zonesPath + " belongs to");
-        mPolygons.reserve(mZones.size());  // The tree keeps addresses.
-        for (size_t i = 0; i < mZones.size(); ++i) {
-            const GEOSGeometry* polygon = GEOSGetGeometryN(mAll.get(), static_cast<int>(i));
-            Polygon& added = mPolygons.emplace_back();
-            added.prepared.reset(GEOSPrepare(polygon));
-            added.tzid = &mZones[i];
-            GEOSSTRtree_insert(mTree.get(), polygon, &added);
+        munmap(const_cast<char*>(file.data()), file.size());
+        if (mAll == nullptr) throw std::runtime_error(offlinetz::LastGeometryError());
+        const int count = GEOSGetNumGeometries(mAll.get());
+        mZones = ReadPolygonZones(directory, count);
+        mPolygons.reserve(mZones.size());  // The tree borrows elements.
+        for (int i = 0; i < count; ++i) {
+            const GEOSGeometry* polygon = GEOSGetGeometryN(mAll.get(), i);
+            mPolygons.push_back({offlinetz::PreparedPtr(GEOSPrepare(polygon)),
+                                 &mZones[static_cast<size_t>(i)]});
+            mTree.Insert(polygon, &mPolygons.back());
         }
     }
 
-    void Look(float lat, float lon) override { ZonesAt(lat, lon); }
-
-    std::vector<std::string> ZonesAt(float lat, float lon) override {
-        struct Query {
-            GeometryPtr point;
-            std::vector<std::string> zones;
-        } query{GeometryPtr(GEOSGeom_createPointFromXY(static_cast<double>(lon),
-                                                       static_cast<double>(lat))),
-                {}};
-        GEOSSTRtree_query(
-                mTree.get(), query.point.get(),
-                [](void* item, void* data) {
-                    const auto* polygon = static_cast<const Polygon*>(item);
-                    auto* q = static_cast<Query*>(data);
-                    if (GEOSPreparedIntersects(polygon->prepared.get(), q->point.get()) == 1)
-                        q->zones.push_back(*polygon->tzid);
-                },
-                &query);
-        std::sort(query.zones.begin(), query.zones.end());
-        query.zones.erase(std::unique(query.zones.begin(), query.zones.end()), query.zones.end());
-        return query.zones;
+    std::vector<std::string> ZonesAt(const Point& p) override {
+        const GeometryPtr point(GEOSGeom_createPointFromXY(double(p.lon), double(p.lat)));
+        std::vector<std::string> zones;
+        for (const Polygon* polygon : mTree.Query(point.get())) {
+            if (GEOSPreparedIntersects(polygon->prepared.get(), point.get()) == 1)
+                zones.push_back(*polygon->tzid);
+        }
+        SortAndRemoveDuplicates(&zones);
+        return zones;
     }
 
   private:
+    struct Polygon {
+        offlinetz::PreparedPtr prepared;
+        const std::string* tzid;
+    };
+
     std::vector<std::string> mZones;
     GeometryPtr mAll;
     std::vector<Polygon> mPolygons;
-    std::unique_ptr<GEOSSTRtree, TreeDeleter> mTree{GEOSSTRtree_create(10)};
+    offlinetz::BoxTree<Polygon> mTree;
 };
-
-template <typename PolygonFunction>
-void VisitPolygons(const offlinetz::Source& source, PolygonFunction visit) {
-    for (const offlinetz::Zone& zone : source.zones) {
-        for (int i = 0; i < GEOSGetNumGeometries(zone.area.get()); ++i)
-            visit(zone.tzid, GEOSGetGeometryN(zone.area.get(), i));
-    }
-}
 
 }  // namespace
 
-void WritePolygonZones(const offlinetz::Source& source, const std::string& path) {
-    std::string lines;
-    VisitPolygons(source,
-                  [&](const std::string& tzid, const GEOSGeometry*) { lines += tzid + "\n"; });
-    WriteFile(path, lines.data(), lines.size());
+std::string_view MapFile(const std::string& path) {
+    const size_t size = std::filesystem::file_size(path);
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const void* data = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file, 0);
+    if (file >= 0) close(file);
+    if (data == MAP_FAILED) throw std::runtime_error(path + ": cannot be mapped");
+    return {static_cast<const char*>(data), size};
 }
 
-void WriteGeosPolygons(const offlinetz::Source& source, const std::string& path) {
+void WriteGeosPolygons(const offlinetz::Source& source, const std::string& directory) {
     std::vector<GEOSGeometry*> polygons;
     VisitPolygons(source, [&](const std::string&, const GEOSGeometry* polygon) {
         polygons.push_back(GEOSGeom_clone(polygon));
@@ -105,13 +81,14 @@ void WriteGeosPolygons(const offlinetz::Source& source, const std::string& path)
     size_t size = 0;
     unsigned char* bytes = GEOSWKBWriter_write(writer, all.get(), &size);
     GEOSWKBWriter_destroy(writer);
-    if (bytes == nullptr) throw std::runtime_error(path + ": GEOS could not encode the polygons");
-    WriteFile(path, bytes, size);
+    if (bytes == nullptr) throw std::runtime_error(offlinetz::LastGeometryError());
+    offlinetz::WriteOutput(directory + kFileName, {bytes, bytes + size});
     GEOSFree(bytes);
 }
 
-std::unique_ptr<Peer> LoadGeos(const std::string& polygonsPath, const std::string& zonesPath) {
-    return std::make_unique<GeosPeer>(polygonsPath, zonesPath);
+std::vector<PeerKind> GeosPeers(const std::string& directory) {
+    return {{"GEOS", directory + kFileName,
+             [directory] { return std::make_shared<GeosPeer>(directory); }}};
 }
 
 }  // namespace bench

@@ -1,5 +1,6 @@
-#include "s2_peer.h"
+#include "peer.h"
 
+#ifdef OFFLINETZ_HAS_S2
 #include <s2/encoded_s2shape_index.h>
 #include <s2/mutable_s2shape_index.h>
 #include <s2/s2contains_point_query.h>
@@ -9,79 +10,70 @@
 #include <s2/s2projections.h>
 #include <s2/s2shapeutil_coding.h>
 
-#include <algorithm>
 #include <cmath>
-#include <stdexcept>
-#include <vector>
 
-#include "files.h"
+#include "database/grid.h"
+#include "database/output_file.h"
 
 namespace bench {
 
 namespace {
 
-constexpr double kEarthRadiusMetres = 6371008.8;
+constexpr char kFileName[] = "/polygons.s2";
 
-// Both names of the antimeridian, and all of a pole, as one point.
-S2Point WithoutNoise(const S2Point& p) {
+// Removes rounding errors, so that 180 degrees east and west are one point, and so is a pole at
+// every longitude.
+S2Point WithoutRoundingErrors(const S2Point& p) {
     const auto clean = [](double x) { return std::fabs(x) < 1e-15 ? 0.0 : x; };
     return {clean(p.x()), clean(p.y()), clean(p.z())};
 }
 
-// A ring, x then y, whose inside lies to the left.
-std::vector<S2Point> LoopOf(const std::vector<double>& xy, bool reversed) {
+// A ring on the sphere, given as x and y in turn. S2 takes the area on the left of a loop.
+std::vector<S2Point> LoopOf(const std::vector<double>& xy, bool isReversed) {
     static const S2::PlateCarreeProjection kProjection(180.0);
-    static const S2EdgeTessellator kTessellator(&kProjection,
-                                                S1Angle::Radians(1.0 / kEarthRadiusMetres));
+    static const S2EdgeTessellator kTessellator(
+            &kProjection, S1Angle::Degrees(1.0 / offlinetz::Grid::kMetresPerDegree));
     std::vector<S2Point> points;
-    const size_t count = xy.size() / 2;
-    for (size_t i = 0; i < count; ++i) {
-        const size_t next = 2 * ((i + 1) % count);
-        kTessellator.AppendUnprojected(R2Point(xy[2 * i], xy[2 * i + 1]),
-                                       R2Point(xy[next], xy[next + 1]), &points);
+    for (size_t i = 0; i < xy.size(); i += 2) {
+        const size_t next = i + 2 < xy.size() ? i + 2 : 0;
+        kTessellator.AppendUnprojected(R2Point(xy[i], xy[i + 1]), R2Point(xy[next], xy[next + 1]),
+                                       &points);
     }
-    std::transform(points.begin(), points.end(), points.begin(), WithoutNoise);
+    std::transform(points.begin(), points.end(), points.begin(), WithoutRoundingErrors);
     points.erase(std::unique(points.begin(), points.end()), points.end());
     while (points.size() > 1 && points.back() == points.front())
         points.pop_back();
-    if (reversed) std::reverse(points.begin(), points.end());
+    if (isReversed) std::reverse(points.begin(), points.end());
     return points;
 }
+
+using ShapeDecoder = s2shapeutil::TaggedShapeFactory (*)(Decoder*);
 
 template <typename Index>
 class S2Peer : public Peer {
   public:
-    S2Peer(const std::string& polygonsPath, const std::string& zonesPath, bool lazily)
-        : mZones(ReadLines(zonesPath)), mFile(polygonsPath), mDecoder(mFile.Data(), mFile.Size()) {
-        const auto shapes = lazily ? s2shapeutil::LazyDecodeShapeFactory(&mDecoder)
-                                   : s2shapeutil::FullDecodeShapeFactory(&mDecoder);
-        if (!mIndex.Init(&mDecoder, shapes) ||
-            static_cast<size_t>(mIndex.num_shape_ids()) != mZones.size()) {
-            throw std::runtime_error(polygonsPath + ": is not what " + zonesPath + " belongs to");
-        }
+    S2Peer(const std::string& directory, ShapeDecoder shapes)
+        : mFile(MapFile(directory + kFileName)), mDecoder(mFile.data(), mFile.size()) {
+        if (!mIndex.Init(&mDecoder, shapes(&mDecoder)))
+            throw std::runtime_error(directory + kFileName + ": S2 could not decode it");
+        mZones = ReadPolygonZones(directory, mIndex.num_shape_ids());
         mQuery.Init(&mIndex, S2ContainsPointQueryOptions(S2VertexModel::CLOSED));
     }
 
-    void Look(float lat, float lon) override { ZonesAt(lat, lon); }
-
-    std::vector<std::string> ZonesAt(float lat, float lon) override {
+    std::vector<std::string> ZonesAt(const Point& p) override {
         std::vector<std::string> zones;
-        mQuery.VisitContainingShapes(
-                S2LatLng::FromDegrees(static_cast<double>(lat), static_cast<double>(lon))
-                        .Normalized()
-                        .ToPoint(),
-                [&](const S2Shape* shape) {
-                    zones.push_back(mZones[static_cast<size_t>(shape->id())]);
-                    return true;
-                });
-        std::sort(zones.begin(), zones.end());
-        zones.erase(std::unique(zones.begin(), zones.end()), zones.end());
+        const S2LatLng at = S2LatLng::FromDegrees(double(p.lat), double(p.lon)).Normalized();
+        mQuery.VisitContainingShapes(at.ToPoint(), [&](const S2Shape* shape) {
+            zones.push_back(mZones[static_cast<size_t>(shape->id())]);
+            return true;
+        });
+        SortAndRemoveDuplicates(&zones);
         return zones;
     }
 
   private:
     std::vector<std::string> mZones;
-    MappedFile mFile;
+    const std::string_view mFile;  // Stays mapped.
     Decoder mDecoder;
     Index mIndex;
     S2ContainsPointQuery<Index> mQuery;
@@ -89,35 +81,48 @@ class S2Peer : public Peer {
 
 }  // namespace
 
-bool HasS2() {
-    return true;
-}
-
-void WriteS2Polygons(const offlinetz::Source& source, const std::string& path) {
+void WriteS2Polygons(const offlinetz::Source& source, const std::string& directory) {
     MutableS2ShapeIndex index;
-    for (const offlinetz::Zone& zone : source.zones) {
-        for (int i = 0; i < GEOSGetNumGeometries(zone.area.get()); ++i) {
-            std::vector<std::vector<S2Point>> loops;
-            offlinetz::VisitRings(
-                    GEOSGetGeometryN(zone.area.get(), i),
-                    [&](const std::vector<double>& xy, bool isHole, bool isClockwise) {
-                        loops.push_back(LoopOf(xy, isClockwise != isHole));
-                    });
-            index.Add(std::make_unique<S2LaxPolygonShape>(loops));
-        }
-    }
+    VisitPolygons(source, [&](const std::string&, const GEOSGeometry* polygon) {
+        std::vector<std::vector<S2Point>> loops;
+        offlinetz::VisitRings(polygon,
+                              [&](const std::vector<double>& xy, bool isHole, bool isClockwise) {
+                                  loops.push_back(LoopOf(xy, isClockwise != isHole));
+                              });
+        index.Add(std::make_unique<S2LaxPolygonShape>(loops));
+    });
     Encoder encoder;
     if (!s2shapeutil::FastEncodeTaggedShapes(index, &encoder))
-        throw std::runtime_error(path + ": S2 could not encode the polygons");
+        throw std::runtime_error("S2 could not encode the polygons");
     index.Encode(&encoder);
-    WriteFile(path, encoder.base(), encoder.length());
+    offlinetz::WriteOutput(directory + kFileName,
+                           {encoder.base(), encoder.base() + encoder.length()});
 }
 
-std::unique_ptr<Peer> LoadS2(S2Index kind, const std::string& polygonsPath,
-                             const std::string& zonesPath) {
-    if (kind == S2Index::kEncoded)
-        return std::make_unique<S2Peer<EncodedS2ShapeIndex>>(polygonsPath, zonesPath, true);
-    return std::make_unique<S2Peer<MutableS2ShapeIndex>>(polygonsPath, zonesPath, false);
+std::vector<PeerKind> S2Peers(const std::string& directory) {
+    return {{"S2, encoded index", directory + kFileName,
+             [directory] {
+                 return std::make_shared<S2Peer<EncodedS2ShapeIndex>>(
+                         directory, s2shapeutil::LazyDecodeShapeFactory);
+             }},
+            {"S2, decoded index", directory + kFileName, [directory] {
+                 return std::make_shared<S2Peer<MutableS2ShapeIndex>>(
+                         directory, s2shapeutil::FullDecodeShapeFactory);
+             }}};
 }
 
 }  // namespace bench
+
+#else
+
+namespace bench {
+
+void WriteS2Polygons(const offlinetz::Source&, const std::string&) {}
+
+std::vector<PeerKind> S2Peers(const std::string&) {
+    return {};
+}
+
+}  // namespace bench
+
+#endif

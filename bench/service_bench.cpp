@@ -1,21 +1,20 @@
-// What the service costs around a lookup: the same points through the bare reader, and from the
-// post to the report through the loaded library, with the host's log dropped and written.
+// What the service costs around a lookup: the reader alone, and the loaded library from the call of
+// Lookup to the report, with the host's log dropped and written to /dev/null.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <platform/log.h>
-#include <unistd.h>
 #include <vendor/quor/hardware/offlinetimezone/1.0/IOfflinetimezone.h>
-#include <zonedetect.h>
 
 #include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <mutex>
-#include <random>
 #include <string>
 #include <vector>
+
+#include "database/open_database.h"
+#include "database/random_points.h"
 
 namespace {
 
@@ -25,17 +24,7 @@ using android::hardware::Return;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone;
 using vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezoneCallback;
 
-constexpr size_t kPoints = 2000;
-
-struct Point {
-    std::string lat;
-    std::string lon;
-};
-
-std::vector<Point> gPoints;
-sp<IOfflinetimezone> gService;
-
-class Counter : public IOfflinetimezoneCallback {
+class Client : public IOfflinetimezoneCallback {
   public:
     Return<void> timeZoneIdReport(const hidl_string&, const hidl_string&,
                                   const hidl_string&) override {
@@ -44,119 +33,95 @@ class Counter : public IOfflinetimezoneCallback {
         mChanged.notify_one();
         return android::hardware::Void();
     }
+
+    // Waits for the reports of so many more lookups.
     void WaitFor(size_t count) {
         std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait(lock, [&] { return mReports >= count; });
+        mExpected += count;
+        mChanged.wait(lock, [&] { return mReports >= mExpected; });
     }
 
   private:
     std::mutex mMutex;
     std::condition_variable mChanged;
     size_t mReports = 0;
+    size_t mExpected = 0;
 };
 
-sp<Counter> gClient;
-size_t gExpected = 0;  // Reports asked for so far.
+std::vector<std::pair<std::string, std::string>> gPoints;  // Latitude and longitude.
+sp<IOfflinetimezone> gService;
+sp<Client> gClient;
 
-void BareReader(benchmark::State& state) {
-    ZDDatabase* database = ZDOpenDatabase(OFFLINETZ_WORLD_DATABASE);
-    for (auto _ : state) {
-        for (const Point& p : gPoints) {
-            float safezone;
-            ZDFreeResults(ZDLookup(database, std::strtof(p.lat.c_str(), nullptr),
-                                   std::strtof(p.lon.c_str(), nullptr), &safezone));
-        }
+void LookUpInReader() {
+    static const offlinetz::DatabasePtr database =
+            offlinetz::OpenDatabase(OFFLINETZ_WORLD_DATABASE);
+    for (const auto& [lat, lon] : gPoints) {
+        float distance;
+        ZDFreeResults(ZDLookup(database.get(), std::stof(lat), std::stof(lon), &distance));
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(gPoints.size()));
-    ZDCloseDatabase(database);
 }
 
-// All points posted at once: the throughput of queue, worker and report.
-void ServiceInBulk(benchmark::State& state) {
-    for (auto _ : state) {
-        for (const Point& p : gPoints)
-            gService->Lookup(p.lat, p.lon);
-        gClient->WaitFor(gExpected += gPoints.size());
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(gPoints.size()));
+// All lookups are queued at once: the throughput of queue, worker and report.
+void LookUpInBulk() {
+    for (const auto& [lat, lon] : gPoints)
+        gService->Lookup(lat, lon);
+    gClient->WaitFor(gPoints.size());
 }
 
-// Each point posted when the one before it was reported: two hand-overs between threads more.
-void ServiceOneByOne(benchmark::State& state) {
-    for (auto _ : state) {
-        for (const Point& p : gPoints) {
-            gService->Lookup(p.lat, p.lon);
-            gClient->WaitFor(++gExpected);
-        }
+// Each lookup waits for the report of the one before: two switches between threads more.
+void LookUpOneByOne() {
+    for (const auto& [lat, lon] : gPoints) {
+        gService->Lookup(lat, lon);
+        gClient->WaitFor(1);
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(gPoints.size()));
 }
 
-void WithLog(benchmark::State& state, void (*run)(benchmark::State&), bool isWritten) {
-    if (isWritten) {
-        platform::SetLogReceiver(nullptr);
-    } else {
-        platform::DropLog();
-    }
-    run(state);
-    platform::DropLog();
+void Register(const char* name, void (*lookUpAll)(), bool isLogWritten) {
+    benchmark::RegisterBenchmark(
+            name,
+            [=](benchmark::State& state) {
+                if (isLogWritten) platform::SetLogReceiver(nullptr);
+                for (auto _ : state)
+                    lookUpAll();
+                platform::DropLog();
+                state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(gPoints.size()));
+            })
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    // The reports go to the standard error that was; the log, where written, to nowhere.
-    FILE* reports = fdopen(dup(STDERR_FILENO), "w");
-    if (reports == nullptr || std::freopen("/dev/null", "w", stderr) == nullptr ||
-        std::freopen("/dev/null", "w", stdout) == nullptr) {
-        return 1;
-    }
+    if (std::freopen("/dev/null", "w", stderr) == nullptr) return 1;  // Receives the log.
     char directory[] = "/tmp/offlinetz-bench-XXXXXX";
     if (mkdtemp(directory) == nullptr) return 1;
     std::filesystem::current_path(directory);
     std::filesystem::create_directory("offlinetz");
     std::filesystem::copy_file(OFFLINETZ_WORLD_DATABASE, "offlinetz/lastcombinedTimezone.bin");
 
-    std::mt19937_64 random(1);
-    for (size_t i = 0; i < kPoints; ++i) {
-        gPoints.push_back({std::to_string(static_cast<double>(random() % 1400000) / 1e4 - 60.0),
-                           std::to_string(static_cast<double>(random() % 3600000) / 1e4 - 180.0)});
+    offlinetz::RandomPoints random(1);
+    for (int i = 0; i < 2000; ++i) {
+        const offlinetz::Degrees p = random.OnSphere();
+        gPoints.emplace_back(std::to_string(p.lat), std::to_string(p.lon));
     }
     platform::DropLog();
     void* library = dlopen(OFFLINETZ_LOCAL_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) return 1;
     using Fetch = IOfflinetimezone* (*)(const char*);
     gService = reinterpret_cast<Fetch>(dlsym(library, "HIDL_FETCH_IOfflinetimezone"))("default");
-    gClient = new Counter;
+    gClient = new Client;
     gService->startLookup(gClient);
 
-    benchmark::RegisterBenchmark("bare_reader", BareReader)->Unit(benchmark::kMillisecond);
-    for (const bool isWritten : {false, true}) {
-        const std::string suffix = isWritten ? "/log_written" : "/log_dropped";
-        benchmark::RegisterBenchmark(("service_in_bulk" + suffix).c_str(), WithLog, ServiceInBulk,
-                                     isWritten)
-                ->UseRealTime()
-                ->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(("service_one_by_one" + suffix).c_str(), WithLog,
-                                     ServiceOneByOne, isWritten)
-                ->UseRealTime()
-                ->Unit(benchmark::kMillisecond);
-    }
-    class FileBuffer : public std::streambuf {
-      public:
-        explicit FileBuffer(FILE* file) : mFile(file) {}
-        int overflow(int c) override { return std::fputc(c, mFile); }
-
-      private:
-        FILE* mFile;
-    } buffer(reports);
-    std::ostream stream(&buffer);
+    Register("reader", LookUpInReader, false);
+    Register("service_in_bulk/log_dropped", LookUpInBulk, false);
+    Register("service_one_by_one/log_dropped", LookUpOneByOne, false);
+    Register("service_in_bulk/log_written", LookUpInBulk, true);
+    Register("service_one_by_one/log_written", LookUpOneByOne, true);
     benchmark::ConsoleReporter reporter(benchmark::ConsoleReporter::OO_Tabular);
-    reporter.SetOutputStream(&stream);
-    reporter.SetErrorStream(&stream);
+    reporter.SetErrorStream(&std::cout);
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::fflush(reports);
     std::filesystem::remove_all(directory);
     return 0;
 }

@@ -52,9 +52,10 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     print("points", fmt::format("{} in, {} out in {} rings", s.pointsIn, s.pointsOut, s.rings));
     print("tiles",
           fmt::format("{} with {} rings and {} points", s.tiles, s.entries, s.entryPoints));
-    print("mended",
-          fmt::format("points added where edges meet: {}; thin rings boxed: {}, dropped: {}",
-                      s.pointsAdded, s.snap.boxed, s.snap.dropped));
+    print("grid",
+          fmt::format(
+                  "points added where edges meet: {}; flat rings kept as boxes: {}, dropped: {}",
+                  s.pointsAdded, s.snap.boxed, s.snap.dropped));
     print("displacement", fmt::format("at most {:.1f} m by simplification and {:.1f} m by the grid",
                                       s.greatestSimplification, s.greatestRounding));
     print("bytes", fmt::format("{}: header {}, box table {}, metadata {}, polygons {}, digest {}",
@@ -75,24 +76,27 @@ int RunCompile(const CompileOptions& options) {
     Progress progress;
     offlinetz::StartGeometry();
     offlinetz::CompileListener listener;
-    listener.warn = [&](const std::string& line) { progress.PrintMessage(line); };
+    listener.warn = [&](const std::string& line) { progress.PrintMessage("note: " + line); };
     listener.progress = progress.Callback();
     CompileSummary summary;
     try {
         summary = offlinetz::Compile(options, listener);
     } catch (const offlinetz::InputError& error) {
         for (const std::string& line : error.Lines())
-            progress.PrintMessage(line);
+            progress.PrintMessage("error: " + line);
+        if (!error.Conclusion().empty()) {
+            progress.PrintMessage("Nothing written: " + error.Conclusion());
+        }
         return kExitFailed;
     }
     for (const std::string& failure : summary.selfCheck.failures) {
-        progress.PrintMessage("self-check: " + failure);
+        progress.PrintMessage("error: self-check: " + failure);
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     progress.Show("", 0, 0);
     PrintSummary(options, summary, took.count());
     if (!summary.selfCheck.failures.empty()) {
-        progress.PrintMessage("the self-check failed; nothing was written");
+        progress.PrintMessage("Nothing written: the self-check failed");
         return kExitFailed;
     }
     return kExitOk;

@@ -99,7 +99,7 @@ int RunLookup(const LookupOptions& options, bool onePoint) {
     int exitCode = kExitOk;
     const auto answer = [&](const PointText& where) {
         bool isError = false;
-        const LineAnswer row = AnswerAt(options, *database, where, &isError);
+        LineAnswer row = AnswerAt(options, *database, where, &isError);
         if (isError) exitCode = kExitFailed;
         return row;
     };

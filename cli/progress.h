@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "compiler/progress.h"
+#include "compiler/progress_callback.h"
 
 // Keeps one line on standard error up to date if that is a terminal, else shows nothing. Not
 // thread-safe.

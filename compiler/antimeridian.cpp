@@ -32,27 +32,34 @@ LongEdges CountLongEdges(const Positions& ring) {
 bool Unwrap(Positions* ring, std::string* reason) {
     double turns = 0.0;
     double previous = (*ring)[0];
-    double west = previous;
-    double east = previous;
     for (size_t i = 2; i < ring->size(); i += 2) {
         double& lon = (*ring)[i];
         if (IsLong(previous, lon)) turns += lon < previous ? kTurn : -kTurn;
         previous = lon;
         lon += turns;
-        west = std::min(west, lon);
-        east = std::max(east, lon);
     }
-    if (turns != 0.0) {
-        *reason =
-                "a ring goes round a pole; it must be cut at the antimeridian, with edges along "
-                "it to the pole";
-        return false;
+    if (turns == 0.0) return true;
+    *reason =
+            "a ring goes round a pole; it must be cut at the antimeridian, with edges along it to "
+            "the pole";
+    return false;
+}
+
+bool CanBeCut(const Positions& ring, std::string* reason) {
+    double west = ring[0];
+    double east = ring[0];
+    for (size_t i = 2; i < ring.size(); i += 2) {
+        west = std::min(west, ring[i]);
+        east = std::max(east, ring[i]);
     }
     if (east - west > kTurn) {
-        *reason = "a ring that crosses the antimeridian is wider than the world";
-        return false;
+        *reason = "a ring that reaches across the antimeridian is wider than the world";
+    } else if (std::max(-west, east) > kMaxLongitude) {
+        *reason = "a ring that reaches across the antimeridian lies further than a turn past it";
+    } else {
+        return true;
     }
-    return true;
+    return false;
 }
 
 GeometryPtr CutAtAntimeridian(const GEOSGeometry* area) {
@@ -62,7 +69,7 @@ GeometryPtr CutAtAntimeridian(const GEOSGeometry* area) {
                 GEOSGeom_createRectangle(turn - kHalfTurn, -90.0, turn + kHalfTurn, 90.0));
         const GeometryPtr inside(GEOSIntersection(area, strip.get()));
         if (inside == nullptr) return nullptr;
-        // The cut may miss the antimeridian by a rounding.
+        // The cut may miss the antimeridian by a rounding error.
         const auto moveBack = [](double* x, double*, void* degrees) {
             constexpr double kRounding = 1e-9;
             *x -= *static_cast<const double*>(degrees);

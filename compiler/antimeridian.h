@@ -1,4 +1,4 @@
-// Polygons that are drawn across the antimeridian without a cut there.
+// Polygons that lie across the antimeridian and are not cut there.
 #pragma once
 
 #include <cstddef>
@@ -12,27 +12,37 @@ namespace offlinetz {
 // The positions of a closed ring, longitude and latitude in turn, the first one again at the end.
 using Positions = std::vector<double>;
 
-// Edges of more than 180 degrees of longitude, which may be meant to go the short way, across the
-// antimeridian. An edge of exactly 180 degrees is as long both ways and goes as it is drawn.
+// The greatest longitude east or west that CutAtAntimeridian takes: a turn past the antimeridian.
+constexpr double kMaxLongitude = 540.0;
+
+// The number of edges of more than 180 degrees of longitude. Such an edge may be meant to go the
+// short way, across the antimeridian. An edge of exactly 180 degrees is as long both ways; it is
+// not counted and goes as its coordinates say.
 struct LongEdges {
     size_t crossing = 0;
-    size_t firstCrossing = 0;  // The index of its first position; its second one is the next.
-    // From -180 to 180 along a parallel: either a crossing without length, as where each of the
-    // parts of a cut ring was closed along the antimeridian and then joined, or drawn so, as in a
-    // rectangle around the world or in an area around a pole, closed along it. It is drawn so
-    // unless the ring crosses elsewhere, or the polygon is valid only if it crosses here.
+    size_t firstCrossing = 0;  // The index of the first one's first position.
+    // Edges of exactly 360 degrees along a parallel. Such an edge has no length if it crosses the
+    // antimeridian, as where the two parts of a cut ring were each closed along the antimeridian
+    // and then joined. Otherwise it goes around the world, as in a rectangle around the world or an
+    // area around a pole. It goes around the world unless the ring crosses elsewhere, or unless the
+    // polygon is valid only if the edge crosses.
     size_t aroundTheWorld = 0;
 };
 
 LongEdges CountLongEdges(const Positions& ring);
 
 // Moves positions of a ring by whole turns, so that all long edges go the short way, past 180 or
-// -180 degrees. False, with the reason, where that cannot be: the ring goes round a pole, or is
-// wider than the world.
+// -180 degrees. Returns false and sets the reason if the ring goes round a pole; its positions are
+// changed then too.
 bool Unwrap(Positions* ring, std::string* reason);
 
-// A valid area of which some lies up to a turn past 180 or -180 degrees, cut there, with all of it
-// where it belongs. Null where the geometry library fails.
+// Whether CutAtAntimeridian takes a ring: it is not wider than a turn and stays within
+// kMaxLongitude. If not, sets the reason.
+bool CanBeCut(const Positions& ring, std::string* reason);
+
+// Cuts a valid area at 180 and -180 degrees and moves the parts beyond by whole turns to where they
+// belong. All longitudes must be within kMaxLongitude. Returns null if the geometry library fails.
+// Vertices between -180 and 180 degrees stay as they are.
 GeometryPtr CutAtAntimeridian(const GEOSGeometry* area);
 
 }  // namespace offlinetz

@@ -22,8 +22,8 @@ namespace {
 
 constexpr char kFieldName[] = "TimezoneId";
 constexpr uint64_t kSelfCheckSeed = 1;
-constexpr uint64_t kBytesPerPoint = 4;  // About what a vertex takes in the file.
-constexpr size_t kNamedZones = 5;       // As many does an error name.
+constexpr uint64_t kBytesPerPoint = 4;  // About the size of a vertex in the file.
+constexpr size_t kNamedZones = 5;       // The greatest number of zones that an error names.
 
 std::string StoredIdentifier(const std::string& tzid, bool bare) {
     return bare ? tzid : '"' + tzid + '"';
@@ -37,7 +37,7 @@ void CountRings(const std::vector<ZoneRings>& zones, size_t* rings, size_t* poin
     }
 }
 
-// Entries of one tile follow each other.
+// Entries of one tile follow each other and share its box.
 void CountEntries(const std::vector<TableEntry>& entries, CompileSummary* summary) {
     summary->entries = entries.size();
     for (size_t i = 0; i < entries.size(); ++i) {
@@ -46,32 +46,37 @@ void CountEntries(const std::vector<TableEntry>& entries, CompileSummary* summar
     }
 }
 
-// Zones of which the grid leaves nothing are bad, and go where bad ones are left out.
+// Removes zones that have no ring left on the grid. Throws InputError if there are any and
+// `skipBad` is false, or if no zone remains.
 void RemoveCollapsedZones(bool skipBad, const CompileListener& listener, Source* source,
-                          std::vector<ZoneRings>* drawn) {
+                          std::vector<ZoneRings>* zones) {
     std::vector<std::string> errors;
     size_t kept = 0;
-    for (size_t i = 0; i < drawn->size(); ++i) {
+    for (size_t i = 0; i < zones->size(); ++i) {
         Zone& zone = source->zones[i];
-        if ((*drawn)[i].empty()) {
-            errors.push_back(zone.where + ": its zone vanishes on a grid this coarse");
+        if ((*zones)[i].empty()) {
+            errors.push_back(zone.where + ": its zone collapses on the grid");
             const double km2 = SquareKilometres(zone.area.get());
             ++source->leftOut.zones;
             source->leftOut.km2 += km2;
             if (skipBad) listener.warn(fmt::format("{}; left out, {:.2f} km2", errors.back(), km2));
         } else if (kept++ != i) {
-            (*drawn)[kept - 1] = std::move((*drawn)[i]);
+            (*zones)[kept - 1] = std::move((*zones)[i]);
             source->zones[kept - 1] = std::move(zone);
         }
     }
-    if ((!skipBad && !errors.empty()) || kept == 0) throw InputError(errors);
-    drawn->resize(kept);
+    if ((!skipBad && !errors.empty()) || kept == 0) {
+        throw InputError(errors, fmt::format("{} of {} zones cannot be kept on the grid{}",
+                                             errors.size(), zones->size(),
+                                             kept > 0 ? " (--skip-bad leaves them out)" : ""));
+    }
+    zones->resize(kept);
     source->zones.resize(kept);
 }
 
-// What to tell of an output that would become too large.
-InputError Describe(const OutputLimitError& error, const std::vector<Zone>& zones, const Grid& grid,
-                    uint64_t maxBytes) {
+// The error for a database that would become too large, which names the place and the zones there.
+InputError DescribeLimit(const OutputLimitError& error, const std::vector<Zone>& zones,
+                         const Grid& grid, uint64_t maxBytes) {
     std::string names;
     for (size_t i = 0; i < std::min(error.zones.size(), kNamedZones); ++i)
         names += (i == 0 ? "" : ", ") + zones[error.zones[i]].tzid;
@@ -100,7 +105,7 @@ std::vector<ZoneRings> RingsOnGrid(const CompileOptions& options, const Grid& gr
     listener.progress("simplifying", 0, 0);
     summary->greatestSimplification = Simplify(&zones, grid, options.toleranceMetres);
     summary->greatestRounding = grid.RoundingMetres(0);
-    if (!IsClean(zones)) throw std::logic_error("simplified borders cross");
+    if (!MeetInVerticesOnly(zones)) throw std::logic_error("simplified borders cross");
     CountRings(zones, &summary->rings, &summary->pointsOut);
     return zones;
 }
@@ -114,7 +119,7 @@ std::vector<TableEntry> MakeEntries(const CompileOptions& options, const Grid& g
         return TileWorld(zones, grid, options.maxTilePoints, listener.progress,
                          options.maxOutputBytes);
     } catch (const OutputLimitError& error) {
-        throw Describe(error, source->zones, grid, options.maxOutputBytes);
+        throw DescribeLimit(error, source->zones, grid, options.maxOutputBytes);
     }
 }
 

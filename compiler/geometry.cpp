@@ -65,12 +65,18 @@ GeometryPtr Unite(std::vector<GeometryPtr> polygons) {
     return GeometryPtr(collection == nullptr ? nullptr : GEOSUnaryUnion(collection.get()));
 }
 
+double SquareDegrees(const GEOSGeometry* geometry) {
+    double area = 0.0;
+    GEOSArea(geometry, &area);
+    return area;
+}
+
 void VisitRings(const GEOSGeometry* area, const RingVisitor& visit) {
     const auto visitRing = [&visit](const GEOSGeometry* ring, bool isHole) {
         const GEOSCoordSequence* sequence = GEOSGeom_getCoordSeq(ring);
         unsigned count = 0;
         GEOSCoordSeq_getSize(sequence, &count);
-        if (count == 0) return;  // Of an empty polygon.
+        if (count == 0) return;  // The ring of an empty polygon.
         std::vector<double> xy(2 * size_t{count});
         GEOSCoordSeq_copyToBuffer(sequence, xy.data(), /*hasZ=*/0, /*hasM=*/0);
         char isCounterClockwise = 0;

@@ -17,11 +17,7 @@ namespace offlinetz {
 
 namespace {
 
-[[noreturn]] void Fail(const std::string& path, const std::string& reason) {
-    throw InputError(path + ": " + reason);
-}
-
-// Keeps nothing of what it is told but the place of the error.
+// Ignores all values and keeps the place of the error.
 class ErrorPlace : public nlohmann::json_sax<nlohmann::json> {
   public:
     size_t Position() const { return mPosition; }
@@ -45,7 +41,7 @@ class ErrorPlace : public nlohmann::json_sax<nlohmann::json> {
     }
 
   private:
-    size_t mPosition = 0;  // The number of the last byte read; 0: no error.
+    size_t mPosition = 0;  // The number of bytes read up to the error, from 1; 0: no error.
 };
 
 }  // namespace
@@ -53,7 +49,7 @@ class ErrorPlace : public nlohmann::json_sax<nlohmann::json> {
 std::string ReadText(const std::string& path, uint64_t maxBytes) {
     errno = 0;
     gzFile file = path == "-" ? gzdopen(dup(STDIN_FILENO), "rb") : gzopen(path.c_str(), "rb");
-    if (file == nullptr) Fail(path, errno != 0 ? std::strerror(errno) : "out of memory");
+    if (file == nullptr) ThrowInputError(path, errno != 0 ? std::strerror(errno) : "out of memory");
     std::string text;
     std::vector<char> buffer(size_t{1} << 20);
     int got;
@@ -65,10 +61,12 @@ std::string ReadText(const std::string& path, uint64_t maxBytes) {
     const std::string reason = gzerror(file, &code);
     const int closed = gzclose(file);
     if (text.size() > maxBytes) {
-        Fail(path, fmt::format("holds more than {} bytes; --max-input raises the limit", maxBytes));
+        ThrowInputError(path, fmt::format("holds more than {} bytes; --max-input raises the limit",
+                                          maxBytes));
     }
     if (got < 0 || code != Z_OK || closed != Z_OK) {
-        Fail(path, "cannot be read: " + (reason.empty() ? "the file is cut short" : reason));
+        ThrowInputError(path,
+                        "cannot be read: " + (reason.empty() ? "the file is cut short" : reason));
     }
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (text.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
@@ -98,7 +96,7 @@ std::string PlaceOfJsonError(std::string_view text) {
     ErrorPlace place;
     nlohmann::json::sax_parse(text, &place);
     if (place.Position() == 0) return "";
-    // At the end of a text, the position is that of the byte that is missing.
+    // At the end of a text, the position is the one of the missing byte.
     const auto end =
             text.begin() + static_cast<std::ptrdiff_t>(std::min(place.Position() - 1, text.size()));
     const auto line = std::count(text.begin(), end, '\n') + 1;

@@ -1,4 +1,4 @@
-// What stops a compile whose result would be out of proportion to its input.
+// The limit that stops a compile whose result would be out of proportion to its input.
 #pragma once
 
 #include <cstddef>
@@ -11,11 +11,11 @@
 
 namespace offlinetz {
 
-// Ten times the world at the default tolerance, and more than the world takes at any.
+// Ten times the world at the default tolerance, and more than the world takes at any tolerance.
 constexpr uint64_t kDefaultMaxOutputBytes = uint64_t{64} << 20;
 
-// The database would become larger than it may. Overlaps are what makes it so: each zone that
-// covers a tile has an entry there, and each crossing of borders is a vertex of both.
+// The database would become larger than the limit. Overlaps cause that: each zone that covers a
+// tile has an entry there, and each crossing of borders becomes a vertex of both.
 struct OutputLimitError : std::exception {
     OutputLimitError(const GridPoint& place, std::vector<uint32_t> zonesThere)
         : at(place), zones(std::move(zonesThere)) {}

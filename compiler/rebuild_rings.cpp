@@ -17,7 +17,7 @@ struct EdgeUse {
     GridPoint a;
     GridPoint b;
     uint32_t zone;
-    int32_t net;  // Passes from a to b less those from b to a; the zone lies on their right.
+    int32_t net;  // Passes from a to b minus passes from b to a. The zone lies on their right.
 };
 
 EdgeUse MakeUse(const GridPoint& from, const GridPoint& to, uint32_t zone, int32_t net) {
@@ -37,7 +37,7 @@ std::vector<EdgeUse> UsesOf(const std::vector<ZoneRings>& zones) {
     return uses;
 }
 
-// One record an edge and zone; what a zone passes both ways cancels.
+// Sorts the uses and merges those of one edge by one zone. Passes in both directions cancel out.
 void Combine(std::vector<EdgeUse>* uses) {
     std::sort(uses->begin(), uses->end(), [](const EdgeUse& x, const EdgeUse& y) {
         return std::tie(x.a, x.b, x.zone) < std::tie(y.a, y.b, y.zone);
@@ -57,7 +57,8 @@ void Combine(std::vector<EdgeUse>* uses) {
     uses->resize(kept);
 }
 
-// The distinct edges, and where the uses of each begin, with the end of all as the last.
+// The distinct edges of sorted uses. Sets `*firstUses` to the index of the first use of each edge,
+// and to the number of uses at the end.
 std::vector<Edge> EdgesOf(const std::vector<EdgeUse>& uses, std::vector<size_t>* firstUses) {
     std::vector<Edge> edges;
     for (size_t i = 0; i < uses.size(); ++i) {
@@ -82,7 +83,7 @@ std::vector<uint32_t> ZonesAlong(const std::vector<EdgeUse>& uses,
     return zones;
 }
 
-// The uses of what the edges are led through.
+// Bends the edges by snap rounding and returns the uses of their parts.
 std::vector<EdgeUse> NodeEdges(const std::vector<EdgeUse>& uses, size_t maxPoints,
                                const ProgressCallback& progress, size_t* pointsAdded) {
     std::vector<size_t> firstUses;
@@ -115,8 +116,8 @@ struct DirectedEdge {
     }
 };
 
-// Whether direction x comes before direction y when turning counterclockwise from `back`
-// (all seen from `center`); the direction `back` itself comes last.
+// Whether the direction to x comes before that to y when turning counterclockwise from the
+// direction to `back`, all seen from `center`. The direction to `back` itself comes last.
 bool TurnsBefore(const GridPoint& center, const GridPoint& back, const GridPoint& x,
                  const GridPoint& y) {
     const auto half = [&](const GridPoint& p) {  // 0: within 180 degrees after back; 1: later.
@@ -132,7 +133,7 @@ bool TurnsBefore(const GridPoint& center, const GridPoint& back, const GridPoint
     return Cross(center, x, y) > 0;
 }
 
-// Joins a zone's edges to rings that pass each vertex once and do not cross each other.
+// Joins a zone's edges to rings. Each ring passes each of its vertices once, and no two cross.
 class RingTracer {
   public:
     explicit RingTracer(std::vector<DirectedEdge> edges) : mEdges(std::move(edges)) {
@@ -164,8 +165,8 @@ class RingTracer {
                                    mVertices.begin());
     }
 
-    // The unused edge out of `vertex` that bounds the same wedge of area as the edge from
-    // `before`: the first one counterclockwise from the way back.
+    // The unused edge out of `vertex` that bounds the same wedge of area as the edge from `before`:
+    // the first one counterclockwise from the edge back. mEdges.size() if there is none.
     size_t NextEdge(size_t vertex, const GridPoint& before) const {
         size_t best = mEdges.size();
         for (size_t e = mFirstEdge[vertex]; e < mFirstEdge[vertex + 1]; ++e) {
@@ -178,8 +179,8 @@ class RingTracer {
         return best;
     }
 
-    // Follows edges from `edge` until its start has no loop left; each time the path comes back
-    // to one of its vertices, the loop behind it is a ring.
+    // Follows edges from `edge` until the path is back at its start. Each time the path reaches one
+    // of its own vertices, the loop since then is a ring and leaves the path.
     void TraceFrom(size_t edge, ZoneRings* rings) {
         std::vector<size_t> path;
         size_t vertex = VertexOf(mEdges[edge].from);
@@ -208,7 +209,7 @@ class RingTracer {
         mPathPosition[path.front()] = kNotOnPath;
     }
 
-    std::vector<DirectedEdge> mEdges;  // Sorted, so those out of a vertex stand together.
+    std::vector<DirectedEdge> mEdges;  // Sorted: the edges out of a vertex follow each other.
     std::vector<bool> mUsed;
     std::vector<GridPoint> mVertices;
     std::vector<size_t> mFirstEdge;
@@ -231,8 +232,8 @@ std::vector<DirectedEdge> SharedEdges(const ZoneRings& rings) {
     return shared;
 }
 
-// An edge of the ring that no other passes; of rings that are not alike each has one, unless it
-// is pieced together from parts of others, where any will do.
+// An edge of the ring that no other ring passes. A ring has none only if all its edges are parts of
+// other rings; any edge will do then.
 DirectedEdge OwnEdge(const GridRing& ring, const std::vector<DirectedEdge>& shared) {
     for (size_t i = 0; i < ring.size(); ++i) {
         const DirectedEdge edge = {ring[i], ring[NextIndex(i, ring.size())]};
@@ -241,23 +242,24 @@ DirectedEdge OwnEdge(const GridRing& ring, const std::vector<DirectedEdge>& shar
     return {ring[0], ring[1]};
 }
 
-// How often the rings around each ring wind clockwise around it, counted at the middle of one of
-// its edges, `own`. A ring around another one has a box around its box.
+// The winding number of all other rings around each ring, clockwise, at the middle of its edge
+// `own`. Only rings whose bounding box contains the ring's bounding box are counted; others cannot
+// enclose it.
 //
-// A line sweeps north. What it costs at a ring is the edges of the zone that pass its middle's
-// latitude, so a thousand islets beside each other cost no more than they hold.
+// A line sweeps north over the edges. The cost of a ring is the number of the zone's edges at the
+// latitude of that middle, so a thousand islets beside each other cost little.
 std::vector<int> WindingsAround(const ZoneRings& rings, const std::vector<DirectedEdge>& own) {
-    struct Upright {  // An edge that is not level, in half units.
+    struct Upright {  // An edge that is not level. Coordinates are in half units.
         GridPoint from;
         GridPoint to;
         size_t ring;
-        size_t position = 0;  // Among the active ones.
+        size_t position = 0;  // In `active`.
     };
-    enum Kind { kEnd, kBegin, kAsk };  // In this order at one latitude.
+    enum Kind { kEnd, kBegin, kAsk };  // Events of one latitude are handled in this order.
     struct Event {
         int32_t lat;
         Kind kind;
-        size_t index;  // Of the edge or the ring.
+        size_t index;  // The edge, or the ring for kAsk.
     };
     std::vector<GridBox> boxes;
     std::vector<Upright> edges;
@@ -303,9 +305,9 @@ std::vector<int> WindingsAround(const ZoneRings& rings, const std::vector<Direct
     return windings;
 }
 
-// Keeps the rings that part area from no area: an outline with none of the zone around it, a
-// hole with exactly one outline around it. The others are lobes that rounding turned inside
-// out, or overlaps within the zone.
+// Keeps the rings that separate area from no area: exterior rings with winding number 0 around
+// them, holes with winding number 1. The others are lobes that rounding turned inside out, or
+// overlaps within the zone.
 ZoneRings KeepBorders(ZoneRings rings) {
     for (GridRing& ring : rings) {
         std::rotate(ring.begin(), std::min_element(ring.begin(), ring.end()), ring.end());
@@ -320,8 +322,8 @@ ZoneRings KeepBorders(ZoneRings rings) {
     const std::vector<int> windings = WindingsAround(rings, own);
     ZoneRings kept;
     for (size_t i = 0; i < rings.size(); ++i) {
-        const bool isOutline = DoubleArea(rings[i]) < 0;
-        if (windings[i] == (isOutline ? 0 : 1)) kept.push_back(std::move(rings[i]));
+        const bool isExterior = DoubleArea(rings[i]) < 0;
+        if (windings[i] == (isExterior ? 0 : 1)) kept.push_back(std::move(rings[i]));
     }
     return kept;
 }
@@ -348,7 +350,7 @@ size_t RebuildRings(std::vector<ZoneRings>* zones, const ProgressCallback& progr
     return pointsAdded;
 }
 
-bool IsClean(const std::vector<ZoneRings>& zones) {
+bool MeetInVerticesOnly(const std::vector<ZoneRings>& zones) {
     std::vector<EdgeUse> uses = UsesOf(zones);
     Combine(&uses);
     std::vector<size_t> firstUses;

@@ -1,4 +1,4 @@
-// Makes the rings of all zones a clean drawing on the grid.
+// Nodes the edges of all zones' rings on the grid and rebuilds valid rings from them.
 #pragma once
 
 #include <cstddef>
@@ -6,25 +6,28 @@
 #include <vector>
 
 #include "database/zone_rings.h"
-#include "progress.h"
+#include "progress_callback.h"
 
 namespace offlinetz {
 
-// Rewrites the zones' rings so that no two edges of any rings cross or overlap in part: they
-// share whole edges, meet in vertices, or stay apart; and so that each ring passes each of its
-// vertices once, outlines run clockwise and holes counterclockwise, none inside its like. A ring
-// that winds twice would read as border everywhere. Edges that cross between grid points are led
-// through one beside, in every zone alike, so that shared borders stay shared and zones that
-// overlap go on doing so; no border moves further than half a unit each way (see settle.h). Rings
-// of one zone may overlap or share borders: they are united.
+// Rewrites the rings of all zones, so that together they are a planar arrangement of edges:
+// - Two edges of any rings are the same, share ends only, or stay apart.
+// - Each ring passes each of its vertices once. Exterior rings run clockwise and holes
+//   counterclockwise; none lies inside another of its kind. (The reader would take a ring that
+//   winds twice for border everywhere.)
 //
-// `progress` receives the number of the round and of the points added so far. Throws
-// OutputLimitError (output_limit.h) where more than `maxPoints` points would be added.
+// Edges that cross between grid points are bent to a grid point beside the crossing by snap
+// rounding (snap_rounding.h), in every zone alike. Shared borders so stay shared, overlapping zones
+// go on to overlap, and no border moves further than half a unit in latitude and in longitude.
+// Rings of one zone may overlap or share borders; they are united.
+//
+// Returns the number of points added to edges. `progress` receives the number of the round. Throws
+// OutputLimitError if more than `maxPoints` points would be added; `*zones` is then unchanged.
 size_t RebuildRings(std::vector<ZoneRings>* zones, const ProgressCallback& progress,
                     size_t maxPoints = SIZE_MAX);
 
 // Whether no two edges of the zones' rings cross, overlap in part, or touch elsewhere than in
-// vertices of both; so it is for mended zones.
-bool IsClean(const std::vector<ZoneRings>& zones);
+// vertices of both, as RebuildRings leaves them.
+bool MeetInVerticesOnly(const std::vector<ZoneRings>& zones);
 
 }  // namespace offlinetz

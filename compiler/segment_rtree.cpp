@@ -9,8 +9,9 @@ namespace {
 
 constexpr size_t kLeafSegments = 8;
 
-// Interleaves the bits of a point's coordinates: points near each other get near numbers.
-uint64_t CurvePosition(const GridPoint& p) {
+// The Morton code (Morton, 1966): the bits of both coordinates interleaved. Points with close codes
+// lie close to each other.
+uint64_t MortonCode(const GridPoint& p) {
     const auto spread = [](int32_t coordinate) {
         uint64_t bits = static_cast<uint32_t>(coordinate) ^ 0x80000000u;
         bits = (bits | bits << 16) & 0x0000FFFF0000FFFFu;
@@ -22,7 +23,7 @@ uint64_t CurvePosition(const GridPoint& p) {
     return spread(p.lat) << 1 | spread(p.lon);
 }
 
-GridBox Joined(const GridBox& x, const GridBox& y) {
+GridBox Union(const GridBox& x, const GridBox& y) {
     return {{std::min(x.min.lat, y.min.lat), std::min(x.min.lon, y.min.lon)},
             {std::max(x.max.lat, y.max.lat), std::max(x.max.lon, y.max.lon)}};
 }
@@ -39,35 +40,30 @@ int64_t FloorDivide(int64_t dividend, int64_t divisor) {
 
 }  // namespace
 
-// A search for the first edge in a strip, seen with the strip's direction as "up": `Along` is the
-// coordinate that the side moves in, made to rise outward, `across` the other one.
+// A search for the first edge in a strip in front of a side. The "height" of a point is its
+// coordinate along the side's outward direction, so that heights rise outward.
 struct SegmentRTree::Search {
     const GridBox& ignored;
-    Side side;
+    BoxSide side;
     GridBox strip;
-    int32_t first;    // Along: where the strip begins.
-    int32_t nearest;  // Along: edges from here on do not matter.
+    int32_t first;    // The height at which the strip begins.
+    int32_t nearest;  // The lowest height of an edge so far: edges from here on do not matter.
 
-    bool IsVertical() const { return side == Side::kNorth || side == Side::kSouth; }
-    int32_t Sign() const { return side == Side::kNorth || side == Side::kEast ? 1 : -1; }
-    int32_t Along(const GridPoint& p) const { return Sign() * (IsVertical() ? p.lat : p.lon); }
-    int32_t Across(const GridPoint& p) const { return IsVertical() ? p.lon : p.lat; }
+    int32_t HeightOf(const GridPoint& p) const { return side.sign * p.*side.axis; }
 
-    // The lowest along-coordinate of the part of a segment that lies in the strip's width, rounded
-    // down.
+    // The lowest height of the part of a segment that lies in the strip's width, rounded down.
     int32_t LowestInWidth(const GridPoint& a, const GridPoint& b) const {
-        const int32_t from = Across(strip.min);
-        const int32_t to = Across(strip.max);
-        const auto at = [&](const GridPoint& end, const GridPoint& other) -> int64_t {
-            const int32_t across = Across(end);
-            if (across >= from && across <= to) return Along(end);
-            const int32_t cut = across < from ? from : to;
-            return Along(end) +
-                   FloorDivide((int64_t{Along(other)} - Along(end)) * (int64_t{cut} - across),
-                               int64_t{Across(other)} - across);
+        int32_t GridPoint::*const across = side.CrossAxis();
+        const auto heightInWidth = [&](const GridPoint& end, const GridPoint& other) -> int64_t {
+            const int64_t cut = std::clamp(end.*across, strip.min.*across, strip.max.*across);
+            if (cut == end.*across) return HeightOf(end);
+            return HeightOf(end) +
+                   FloorDivide((int64_t{HeightOf(other)} - HeightOf(end)) * (cut - end.*across),
+                               int64_t{other.*across} - end.*across);
         };
-        // Rounded down it could fall behind the side itself, which the segment does not touch.
-        return std::max(static_cast<int32_t>(std::min(at(a, b), at(b, a))), first);
+        // The segment does not touch the side itself, but rounded down it could fall behind it.
+        return std::max(static_cast<int32_t>(std::min(heightInWidth(a, b), heightInWidth(b, a))),
+                        first);
     }
 };
 
@@ -83,7 +79,7 @@ SegmentRTree::SegmentRTree(const std::vector<ZoneRings>& zones) {
     std::sort(mSegments.begin(), mSegments.end());
     mSegments.erase(std::unique(mSegments.begin(), mSegments.end()), mSegments.end());
     std::stable_sort(mSegments.begin(), mSegments.end(), [](const Segment& x, const Segment& y) {
-        return CurvePosition(x.a) < CurvePosition(y.a);
+        return MortonCode(x.a) < MortonCode(y.a);
     });
 
     const size_t leaves = (mSegments.size() + kLeafSegments - 1) / kLeafSegments;
@@ -96,49 +92,27 @@ SegmentRTree::SegmentRTree(const std::vector<ZoneRings>& zones) {
     for (size_t i = 0; i < mSegments.size(); ++i) {
         const Segment& s = mSegments[i];
         GridBox& box = mBoxes[mFirstLeaf + i / kLeafSegments];
-        box = Joined(box, BoxOf({s.a, s.b}));
+        box = Union(box, BoxOf({s.a, s.b}));
     }
     for (size_t node = mFirstLeaf; node-- > 0;)
-        mBoxes[node] = Joined(mBoxes[2 * node + 1], mBoxes[2 * node + 2]);
+        mBoxes[node] = Union(mBoxes[2 * node + 1], mBoxes[2 * node + 2]);
 }
 
-bool SegmentRTree::Grow(GridBox* box, Side side, int32_t limit, const GridBox& ignored) const {
-    Search search = {ignored, side, *box, 0, 0};
-    int32_t* moved;
-    switch (side) {
-        case Side::kNorth:
-            search.strip.min.lat = box->max.lat + 1;
-            search.strip.max.lat = limit;
-            moved = &box->max.lat;
-            break;
-        case Side::kEast:
-            search.strip.min.lon = box->max.lon + 1;
-            search.strip.max.lon = limit;
-            moved = &box->max.lon;
-            break;
-        case Side::kSouth:
-            search.strip.max.lat = box->min.lat - 1;
-            search.strip.min.lat = limit;
-            moved = &box->min.lat;
-            break;
-        default:
-            search.strip.max.lon = box->min.lon - 1;
-            search.strip.min.lon = limit;
-            moved = &box->min.lon;
-            break;
-    }
-    search.first = search.Sign() * *moved + 1;
-    const int32_t beyond = search.Sign() * limit + 1;
-    search.nearest = beyond;
+bool SegmentRTree::Grow(GridBox* box, const BoxSide& side, int32_t limit,
+                        const GridBox& ignored) const {
+    GridBox strip = *box;
+    side.Opposite().Of(&strip) = side.Of(*box) + side.sign;
+    side.Of(&strip) = limit;
+    const int32_t beyond = side.sign * limit + 1;
+    Search search = {ignored, side, strip, side.sign * side.Of(*box) + 1, beyond};
     Visit(0, &search);
-    *moved = search.Sign() * (search.nearest - 1);
+    side.Of(box) = side.sign * (search.nearest - 1);
     return search.nearest != beyond;
 }
 
 void SegmentRTree::Visit(size_t node, Search* search) const {
     if (!Overlap(mBoxes[node], search->strip)) return;
-    const int32_t lowest =
-            std::min(search->Along(mBoxes[node].min), search->Along(mBoxes[node].max));
+    const int32_t lowest = search->side.sign * search->side.Opposite().Of(mBoxes[node]);
     if (lowest >= search->nearest) return;
     if (node < mFirstLeaf) {
         Visit(2 * node + 1, search);

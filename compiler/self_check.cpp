@@ -15,8 +15,8 @@ namespace offlinetz {
 namespace {
 
 constexpr size_t kChunkPoints = 32;
-// Points near a border are drawn within this distance of it, or within this multiple of what an
-// answer may be off, whichever is more: closer ones would show no greater displacement.
+// Points near a border are chosen within this distance of it, or within this multiple of the
+// allowed distance, whichever is more. Points closer only would show no greater displacement.
 constexpr double kLeastNearMetres = 100.0;
 constexpr double kNearPerAllowed = 1.5;
 constexpr double kDegreesPerRadian = 57.29577951308232;
@@ -54,7 +54,7 @@ struct SourceLookup::Impl {
     std::vector<BorderRing> rings;
     std::vector<BorderChunk> chunks;
     std::vector<GeometryPtr> boxes;  // Of polygons and chunks; the trees borrow them.
-    std::vector<size_t> ringEnds;    // Running count of segments, to draw one evenly.
+    std::vector<size_t> ringEnds;    // The number of segments up to the end of each ring.
     BoxTree<PreparedPolygon> polygonTree;
     BoxTree<BorderChunk> chunkTree;
 };
@@ -181,7 +181,7 @@ SelfCheckResult SelfCheck(const Source& source, const ZDDatabase& database, cons
             lat = point.lat;
             lon = point.lon;
         }
-        // Both sides see the point as the reader's floats hold it.
+        // The reader takes floats, so the source is asked about the same rounded point.
         const auto queryLat = static_cast<float>(lat);
         const auto queryLon = static_cast<float>(lon);
         lat = static_cast<double>(queryLat);

@@ -1,4 +1,4 @@
-// Compares a compiled database with the polygons that it was made from.
+// Compares a compiled database with the polygons from which it was made.
 #pragma once
 
 #include <zonedetect.h>
@@ -14,7 +14,8 @@
 
 namespace offlinetz {
 
-// Answers from the source polygons themselves.
+// Looks points up in the source polygons themselves, by R-trees over polygons and over parts of
+// borders. Borrows the source, which must outlive it.
 class SourceLookup {
   public:
     explicit SourceLookup(const Source& source);
@@ -22,14 +23,15 @@ class SourceLookup {
     SourceLookup(const SourceLookup&) = delete;
     SourceLookup& operator=(const SourceLookup&) = delete;
 
-    // The tzids of the zones that contain a point, border included, sorted.
+    // The tzids of the zones that contain a point, border included; sorted, each once.
     std::vector<std::string> ZonesAt(double lat, double lon) const;
 
-    // Metres from a point to the nearest border of the zone `tzid`; infinite beyond `within` metres
-    // or for an unknown zone.
+    // The metres from a point to the nearest border of the zone `tzid`; infinite if there is none
+    // within `within` metres.
     double MetresToBorder(double lat, double lon, const std::string& tzid, double within) const;
 
-    // A point within `metres` of a border, by four numbers from 0 to 1 (1 excluded).
+    // Sets a point within `metres` of a border that depends on four numbers from 0 to 1 (1
+    // excluded). All edges of borders are equally likely.
     void PointNearBorder(double metres, const double (&random)[4], double* lat, double* lon) const;
 
   private:
@@ -37,21 +39,25 @@ class SourceLookup {
     std::unique_ptr<Impl> mImpl;
 };
 
-// The identifiers of the zones that a database has at a point, sorted; none at sea.
+// The identifiers of the zones that a database has at a point, sorted; none if the nautical
+// fallback answers.
 std::vector<std::string> ZonesAt(const ZDDatabase& database, float lat, float lon);
 
 struct SelfCheckResult {
     size_t points = 0;
-    size_t nearBorder = 0;        // Points drawn near a border.
-    size_t differences = 0;       // Answers that differ from the source ...
-    double greatestMetres = 0.0;  // ... and how far from a border of a zone in dispute at most.
-    std::vector<std::string> failures;  // One line for each that lies further than allowed.
+    size_t nearBorder = 0;              // Points chosen near a border.
+    size_t differences = 0;             // Answers that differ from the source.
+    double greatestMetres = 0.0;        // The greatest distance of those from a border in dispute.
+    std::vector<std::string> failures;  // One line for each that is further away than allowed.
 };
 
-// Looks up `points` points, half of them within 100 m of a border, or within one and a half times
-// the distance that is allowed where that is more; the others anywhere on the sphere. A different
-// answer fails where each zone in dispute has its border further away than `tolerance` metres and
-// what Grid::RoundingMetres says. The same seed gives the same points.
+// Looks up `points` points in both and compares the answers. Half of the points lie within 100 m of
+// a border, or within one and a half times the allowed distance if that is more. The others are
+// spread evenly over the sphere. The same seed gives the same points.
+//
+// The allowed distance is `tolerance` metres plus Grid::RoundingMetres. A zone is in dispute if
+// only one of both answers has it. A different answer is a failure if the border of a zone in
+// dispute is further away than allowed.
 SelfCheckResult SelfCheck(const Source& source, const ZDDatabase& database, const Grid& grid,
                           double tolerance, size_t points, uint64_t seed,
                           const ProgressCallback& progress);

@@ -6,7 +6,7 @@
 #include <map>
 #include <utility>
 
-#include "fewest_vertices.h"
+#include "minimum_vertices.h"
 
 namespace offlinetz {
 
@@ -15,7 +15,7 @@ namespace {
 using VertexId = uint32_t;
 constexpr VertexId kNone = std::numeric_limits<VertexId>::max();
 
-// The distinct vertices of all rings, sorted, and what surrounds each.
+// The distinct vertices of all rings, sorted, with their neighbours.
 class VertexTable {
   public:
     explicit VertexTable(const std::vector<ZoneRings>& zones) {
@@ -39,7 +39,7 @@ class VertexTable {
                                      mPoints.begin());
     }
 
-    // A node is a vertex with more than two neighbours: borders meet there.
+    // Whether borders meet at a vertex: it has more than two neighbours.
     bool IsNode(VertexId id) const { return mIsNode[id]; }
 
     void AddNeighbour(VertexId id, VertexId neighbour) {
@@ -59,7 +59,8 @@ class VertexTable {
     std::vector<bool> mIsNode;
 };
 
-// A stretch of border. A closed arc repeats its first vertex at the end.
+// The part of a border between two nodes, or a whole ring without nodes: a closed arc, which
+// repeats its first vertex at the end.
 using Arc = std::vector<VertexId>;
 
 class Simplifier {
@@ -75,7 +76,7 @@ class Simplifier {
 
     void Run() {
         for (size_t i = 0; i < mArcs.size(); ++i)
-            ThinArc(static_cast<uint32_t>(i));
+            SimplifyArc(static_cast<uint32_t>(i));
     }
 
     bool IsKept(const GridPoint& p) const { return mKept[mVertices.IdOf(p)]; }
@@ -134,7 +135,7 @@ class Simplifier {
         }
     }
 
-    // Adds the ring's arcs that no earlier ring has.
+    // Adds those arcs of a ring that no earlier ring has.
     void CutAtNodes(std::vector<VertexId> ids) {
         const auto isNode = [this](VertexId id) { return mVertices.IsNode(id); };
         const auto firstNode = std::find_if(ids.begin(), ids.end(), isNode);
@@ -154,7 +155,7 @@ class Simplifier {
             const auto key = std::minmax(arc[0], arc[1]);
             if (!mSingleEdges.emplace(key, index).second) return;
         } else if (mArcOf[arc[1]] != kNone) {
-            return;  // The zone on the other side has brought it.
+            return;  // The ring of the zone on the other side has added it.
         }
         for (size_t i = 1; i + 1 < arc.size(); ++i) {
             mArcOf[arc[i]] = index;
@@ -163,7 +164,7 @@ class Simplifier {
         mArcs.push_back(std::move(arc));
     }
 
-    void ThinArc(uint32_t index) {
+    void SimplifyArc(uint32_t index) {
         const Arc& arc = mArcs[index];
         const size_t last = arc.size() - 1;
         mKept[arc.front()] = true;
@@ -187,7 +188,7 @@ class Simplifier {
         }
         for (size_t i = 0; i + 1 < anchors.size(); ++i) {
             mKept[arc[anchors[i]]] = true;
-            ThinStretch({index, anchors[i], anchors[i + 1]});
+            SimplifyStretch({index, anchors[i], anchors[i + 1]});
         }
     }
 
@@ -196,7 +197,7 @@ class Simplifier {
         anchors->erase(std::unique(anchors->begin(), anchors->end()), anchors->end());
     }
 
-    // The vertices that touch the box of a closed arc.
+    // Adds the vertices of a closed arc that touch its bounding box.
     void AddBoxAnchors(const Arc& arc, std::vector<size_t>* anchors) const {
         size_t south = 0;
         size_t north = 0;
@@ -212,7 +213,8 @@ class Simplifier {
         anchors->insert(anchors->end(), {south, north, west, east});
     }
 
-    // Adds the vertex farthest from the edge between its neighbouring anchors.
+    // Adds the vertex that lies farthest from the straight edge between the anchors before and
+    // after it.
     void AddFarthest(uint32_t index, std::vector<size_t>* anchors) const {
         size_t best = 0;
         double bestSquared = -1.0;
@@ -246,13 +248,13 @@ class Simplifier {
         return farthest;
     }
 
-    void ThinStretch(const Stretch& whole) {
+    void SimplifyStretch(const Stretch& whole) {
         std::vector<GridPoint> line;
         line.reserve(whole.to - whole.from + 1);
         for (size_t i = whole.from; i <= whole.to; ++i)
             line.push_back(PointAt(whole, i));
         const std::vector<size_t> kept =
-                FewestVertices(line, mGrid, mTolerance, [&](size_t from, size_t to) {
+                MinimumVertices(line, mGrid, mTolerance, [&](size_t from, size_t to) {
                     return IsClear({whole.arc, whole.from + from, whole.from + to});
                 });
         for (size_t i = 0; i + 1 < kept.size(); ++i) {
@@ -265,7 +267,7 @@ class Simplifier {
         }
     }
 
-    // Whether no vertex lies on the straight edge of a stretch or between the two.
+    // Whether no vertex of any border lies on the straight edge of a stretch or between the two.
     bool IsClear(const Stretch& stretch) const {
         const GridPoint& a = PointAt(stretch, stretch.from);
         const GridPoint& b = PointAt(stretch, stretch.to);
@@ -275,8 +277,9 @@ class Simplifier {
             box.min = {std::min(box.min.lat, p.lat), std::min(box.min.lon, p.lon)};
             box.max = {std::max(box.max.lat, p.lat), std::max(box.max.lon, p.lon)};
         }
-        // What lies between edge and stretch lies within the tolerance of the edge: look along
-        // the edge only, row by row, with some room for the change of scale with latitude.
+        // A point between edge and stretch lies within the tolerance of the edge. So only cells
+        // along the edge are searched, row by row, with some room for the change of scale with
+        // latitude.
         const double reach = 1.1 * mTolerance;
         const double reachLat = reach / mGrid.LatitudeMetres() + 1.0;
         for (int32_t row = box.min.lat >> kCellShift; row <= box.max.lat >> kCellShift; ++row) {
@@ -335,7 +338,7 @@ class Simplifier {
                                            .Contains(p)) {
             return true;
         }
-        // Odd number of crossings east of p: between edge and stretch.
+        // p is between edge and stretch if a ray to the east crosses them an odd number of times.
         bool inside = false;
         const GridPoint* q = &b;
         for (size_t i = stretch.from; i <= stretch.to; ++i) {
@@ -351,9 +354,9 @@ class Simplifier {
     const Grid& mGrid;
     double mTolerance;
     VertexTable mVertices;
-    std::vector<CellVertex> mCells;  // All vertices by cell.
+    std::vector<CellVertex> mCells;  // All vertices, sorted by cell.
     std::vector<Arc> mArcs;
-    std::vector<uint32_t> mArcOf;  // Of vertices inside an arc; kNone for nodes.
+    std::vector<uint32_t> mArcOf;  // The arc of each vertex inside one; kNone for nodes.
     std::vector<uint32_t> mPositionInArc;
     std::map<std::pair<VertexId, VertexId>, uint32_t> mSingleEdges;
     std::map<std::pair<VertexId, VertexId>, int> mArcsBetween;

@@ -1,4 +1,4 @@
-// Thins out the points of mended rings without moving a border further than a tolerance.
+// Removes points of borders without moving a border further than a tolerance.
 #pragma once
 
 #include "database/grid.h"
@@ -6,22 +6,24 @@
 
 namespace offlinetz {
 
-// Drops points of the zones' rings, which must be mended (see mend.h) and stay so.
+// Removes points of the zones' rings, which must be as RebuildRings leaves them and stay so.
 //
-// Borders are thinned once per arc, the stretch between two vertices where borders meet, for all
-// zones along it: no gap or overlap opens. A stretch gives way to a straight edge only when each
-// of its points lies within `tolerance` metres of that edge, and when no vertex of any border
-// lies on the edge or between it and the stretch. Edges that take the place of two stretches then
-// cannot cross: the first would have to swallow a vertex of the second, or the second one of the
-// first. An island on one side of a border therefore stays on that side. Within these bounds an arc
-// keeps the fewest vertices that it can (see fewest_vertices.h).
+// An arc is the part of a border between two vertices where borders meet. Each arc is simplified
+// once for all zones along it, so no gap or overlap opens. A straight edge may replace a stretch of
+// an arc only if each point of the stretch lies within `tolerance` metres of the edge, and if no
+// vertex of any border lies on the edge or between the edge and the stretch. Two such edges cannot
+// cross: one stretch would have to hold a vertex of the other on its far side. For the same reason
+// an island beside a border stays on its side. Within these bounds an arc keeps the minimum of
+// vertices (minimum_vertices.h).
 //
-// A ring that meets no other border keeps the vertices that touch its box (and a third point
-// where those are only two), so an island of any size keeps its extent. Vertices on or past the
-// world's edge stay. Two arcs between the same vertices keep an inner point each.
+// These vertices always stay:
+// - Vertices on or past the world's edge.
+// - The vertices of a ring that meets no other border which touch its bounding box, and a third one
+//   if they are only two. An island of any size so keeps its extent.
+// - An inner vertex of each of two arcs between the same vertices.
 //
-// Returns the greatest distance in metres that a border moved. A tolerance of 0 drops points in
-// the middle of straight lines only.
+// Returns the greatest distance in metres that a border moved. A tolerance of 0 removes only points
+// in the middle of straight lines.
 double Simplify(std::vector<ZoneRings>* zones, const Grid& grid, double tolerance);
 
 }  // namespace offlinetz

@@ -15,13 +15,14 @@ void RemoveRepeats(GridRing* ring) {
         ring->pop_back();
 }
 
-// Whether a ring encloses nothing: its points lie on a line, or its edges cancel each other.
+// Whether a ring encloses nothing: its points lie on a line, or, for a small ring, no exterior ring
+// can be rebuilt from its edges.
 bool IsFlat(const GridRing& ring, bool isSmall) {
     if (!isSmall) {
         return std::all_of(ring.begin(), ring.end(),
                            [&ring](const GridPoint& p) { return Cross(ring[0], ring[1], p) == 0; });
     }
-    // A hole alone is no area: it is looked at as an outline.
+    // A hole alone has no area, so it is tested as an exterior ring.
     std::vector<ZoneRings> alone = {
             {DoubleArea(ring) > 0 ? GridRing(ring.rbegin(), ring.rend()) : ring}};
     RebuildRings(&alone, [](const char*, size_t, size_t) {});
@@ -32,20 +33,22 @@ GridRing ClockwiseBox(const GridBox& box) {
     return {box.min, {box.max.lat, box.min.lon}, box.max, {box.min.lat, box.max.lon}};
 }
 
-// Pushes each stretch of a ring along the world's edge in one coordinate past that edge.
+// Moves each stretch of a ring that runs along the world's edge in one coordinate past that edge,
+// by kWorldMargin.
 GridRing ExtendPastEdge(const GridRing& ring, int32_t GridPoint::*coordinate, int32_t scale) {
     const auto edgeOf = [&](const GridPoint& p) {
         return std::abs(p.*coordinate) == scale ? p.*coordinate : 0;
     };
     const size_t count = ring.size();
-    const auto onStretch = [&](size_t from) {  // Whether the edge after `from` runs along it.
-        const int32_t edge = edgeOf(ring[from % count]);
-        return edge != 0 && edge == edgeOf(ring[(from + 1) % count]);
-    };
+    const auto onStretch =
+            [&](size_t from) {  // Whether the edge from `from` runs along the world's edge.
+                const int32_t edge = edgeOf(ring[from % count]);
+                return edge != 0 && edge == edgeOf(ring[(from + 1) % count]);
+            };
     size_t start = 0;
     while (start < count && onStretch(start))
         ++start;
-    if (start == count) return ring;  // Flat on the edge: nothing to extend.
+    if (start == count) return ring;  // All on the edge: nothing to extend.
 
     GridRing extended;
     extended.reserve(count + 8);
@@ -77,7 +80,7 @@ std::vector<GridRing> SnapToGrid(const GEOSGeometry* area, const Grid& grid, Sna
         for (size_t i = 0; i < xy.size(); i += 2) {
             ring.push_back(grid.FromDegrees(xy[i + 1], xy[i]));
         }
-        // The area lies on the right of a ring's direction.
+        // The area lies on the right of a stored ring's direction.
         if (isHole == isClockwise) std::reverse(ring.begin(), ring.end());
         RemoveRepeats(&ring);
         GridBox box = BoxOf(ring);

@@ -11,22 +11,23 @@ namespace offlinetz {
 
 namespace {
 
-// A straight part of an edge between points that it is led through.
+// A straight part of an edge between its ends and snap points.
 struct Part {
     GridPoint a;
     GridPoint b;
     uint32_t edge;
-    bool fresh;  // To be compared; parts that are not have been, with each other.
+    bool fresh;  // Parts that are not fresh have been compared with each other.
 };
 
 // --- Finding the parts that may meet -----------------------------------------------------
 
-// Parts so few are compared each with each.
+// This many parts or fewer are compared each with each.
 constexpr size_t kFewParts = 16;
 
-// Hands each pair of parts that may meet, one of them fresh, to a function, at least once, until it
-// returns false. Halves the box around all of them as long as that keeps them apart: a long edge is
-// entered only as often as something lies beside it.
+// Calls a function with each pair of parts that may meet, at least one of them fresh, until it
+// returns false. A pair may come more than once. The search halves the bounding box of all parts as
+// long as that separates parts, so a long part is entered into many boxes only where others lie
+// beside it.
 template <typename PairFunction>
 class PairFinder {
   public:
@@ -68,7 +69,7 @@ class PairFinder {
                 if (box.max.*axis - box.min.*axis < 2) continue;
                 auto [low, high] = Halve(box, parts, axis);
                 if (!IsGain(parts.size(), low.parts.size(), high.parts.size())) continue;
-                parts = Indices();  // Its memory is wanted below.
+                parts = Indices();  // Frees its memory for the recursion.
                 return Search(low.box, std::move(low.parts)) &&
                        Search(high.box, std::move(high.parts));
             }
@@ -83,13 +84,14 @@ class PairFinder {
         return true;
     }
 
-    // Where parts lie along each other across the box, halving it only repeats them. It is worth
-    // it where a half has much less to compare, as beside a point in which many meet.
+    // Whether halving saves comparisons. Where parts lie along each other across the whole box,
+    // both halves hold them all. A half that has much less to compare is a gain too, as beside a
+    // point in which many parts meet.
     static bool IsGain(size_t all, size_t low, size_t high) {
         return low * low + high * high <= all * all || 10 * std::min(low, high) <= 6 * all;
     }
 
-    // The halves share the line between them, so that each point of the box lies in one.
+    // The halves share the line between them, so each point of the box lies in at least one.
     std::pair<Half, Half> Halve(const GridBox& box, const Indices& parts,
                                 int32_t GridPoint::*axis) const {
         Half low = {box, {}};
@@ -116,18 +118,20 @@ void VisitPairs(const std::vector<Part>& parts, PairFunction visit) {
     PairFinder<PairFunction>(parts, visit).Run();
 }
 
-// --- Leading edges through grid points ---------------------------------------------------
+// --- Snap rounding -----------------------------------------------------------------------
 
-// The edges are snapped as Hobby's rounding does it, but only where they need it. Each edge is
-// led through the grid points that other edges have near it: where the two cross, the point
-// whose pixel, a unit wide, holds the crossing; else the ends of a part of the one whose pixel the
-// other passes. Both are decided by the edge as it came, not by what it has been bent to: so no
-// border moves further than half a unit in each direction, however often it is bent.
+// Hobby's snap rounding, applied only where edges need it. The hot pixel of a grid point is the
+// unit square around it. An edge gets these snap points for each other edge that it meets:
+// - the point whose hot pixel holds the crossing of the two edges;
+// - each end of the other one's part whose hot pixel the edge passes.
+// Both are decided by the edge as it came, not as it has been bent. However often an edge is bent,
+// it therefore moves by no more than half a unit in latitude and in longitude.
 //
-// This ends, for an edge passes so many pixels only. And it ends clean: shrink the pixels of the
-// ends of two parts to their centres, and the parts with them. A part moves by no more than
-// the sides of a pixel do, so one that is outside a pixel stays out of it; and parts that did not
-// cross can only come to do so where an end of one passes through the other.
+// Rounds end, because an edge passes a limited number of hot pixels. No parts cross at the end. To
+// see that, shrink the hot pixels of the ends of two parts to their centres, and move the parts
+// with them. A part moves by no more than the sides of a hot pixel do, so a part outside a hot
+// pixel stays outside. Parts that did not cross can come to cross only where an end of one passes
+// through the other.
 
 int SignOf(int64_t value) {
     return (value > 0) - (value < 0);
@@ -140,7 +144,7 @@ bool IsWithin(const Part& s, const GridPoint& p) {
            p.lon <= std::max(s.a.lon, s.b.lon);
 }
 
-// Where the ends of an edge lie: the signs of their sides of another, and the numbers themselves.
+// On which sides of a line the ends of an edge lie: cross products, positive on the left.
 struct Sides {
     int64_t a;
     int64_t b;
@@ -167,9 +171,9 @@ bool Clash(const Part& s, const Part& t) {
            (ofS.b == 0 && IsWithin(t, s.b));
 }
 
-// Whether an edge passes the pixel of a point: what lies less than half a unit north and east
-// of it, and up to half a unit south and west.
-bool PassesPixel(const Edge& e, const GridPoint& p) {
+// Whether an edge passes the hot pixel of a point. The pixel reaches half a unit each way; its
+// south and west sides belong to it, its north and east sides do not.
+bool PassesHotPixel(const Edge& e, const GridPoint& p) {
     const GridPoint a = {2 * e.a.lat, 2 * e.a.lon};
     const GridPoint b = {2 * e.b.lat, 2 * e.b.lon};
     const GridBox pixel = {{2 * p.lat - 1, 2 * p.lon - 1}, {2 * p.lat + 1, 2 * p.lon + 1}};
@@ -178,13 +182,13 @@ bool PassesPixel(const Edge& e, const GridPoint& p) {
     const int northEast = SignOf(Cross(a, b, pixel.max));
     const int southEast = SignOf(Cross(a, b, {pixel.min.lat, pixel.max.lon}));
     const int northWest = SignOf(Cross(a, b, {pixel.max.lat, pixel.min.lon}));
-    // Ends are in the middle of pixels, so an edge touches a pixel in a corner or passes inside.
+    // Ends are centres of pixels, so an edge touches a pixel in a corner or passes its inside.
     return southWest == 0 || southWest * northEast < 0 || southEast * northWest < 0;
 }
 
 __extension__ using Int128 = __int128;
 
-// The coordinate whose pixel holds from + (to - from) * part / whole.
+// The coordinate whose hot pixel holds from + (to - from) * part / whole.
 int32_t Rounded(int32_t from, int32_t to, int64_t part, int64_t whole) {
     const Int128 dividend = Int128{2} * (to - from) * part + whole;
     const Int128 divisor = Int128{2} * whole;
@@ -193,24 +197,24 @@ int32_t Rounded(int32_t from, int32_t to, int64_t part, int64_t whole) {
     return from + static_cast<int32_t>(quotient);
 }
 
-// Leads an edge, in the part of it that clashes with a part of another, through what the other has
-// there.
-void LeadThrough(const Part& part, const Edge& edge, const Part& otherPart, const Edge& other,
-                 std::vector<SnapPoint>* snapPoints) {
-    const auto lead = [&](const GridPoint& p) {
-        if (IsWithin(part, p) && PassesPixel(edge, p)) snapPoints->push_back({part.edge, p});
+// Adds the snap points that an edge needs in one of its parts, because that part meets a part of
+// another edge.
+void AddSnapPoints(const Part& part, const Edge& edge, const Part& otherPart, const Edge& other,
+                   std::vector<SnapPoint>* snapPoints) {
+    const auto addIfPassed = [&](const GridPoint& p) {
+        if (IsWithin(part, p) && PassesHotPixel(edge, p)) snapPoints->push_back({part.edge, p});
     };
-    lead(otherPart.a);
-    lead(otherPart.b);
+    addIfPassed(otherPart.a);
+    addIfPassed(otherPart.b);
     const Sides ofEdge = SidesOf(other, edge);
     if (ofEdge.Differ() && SidesOf(edge, other).Differ()) {
         const int64_t whole = ofEdge.a - ofEdge.b;
-        lead({Rounded(edge.a.lat, edge.b.lat, ofEdge.a, whole),
-              Rounded(edge.a.lon, edge.b.lon, ofEdge.a, whole)});
+        addIfPassed({Rounded(edge.a.lat, edge.b.lat, ofEdge.a, whole),
+                     Rounded(edge.a.lon, edge.b.lon, ofEdge.a, whole)});
     }
 }
 
-// By edge, and along each from a to b.
+// Sorts by edge, and along each from a to b. Removes repeats.
 void SortSnapPoints(const std::vector<Edge>& edges, std::vector<SnapPoint>* snapPoints) {
     const auto along = [&](const SnapPoint& snapPoint) {
         const Edge& e = edges[snapPoint.edge];
@@ -232,10 +236,10 @@ void SortSnapPoints(const std::vector<Edge>& edges, std::vector<SnapPoint>* snap
 std::vector<SnapPoint> SnapRound(const std::vector<Edge>& edges, size_t maxSnapPoints,
                                  const ProgressCallback& progress) {
     std::vector<SnapPoint> snapPoints;
-    // Several parts may lead an edge through one point, so the count is taken without repeats;
-    // seldom, for that takes a sort.
+    // An edge may get the same snap point several times. The limit holds without repeats, and
+    // removing them takes a sort, so that is done each time as many more have come as the limit.
     size_t countAt = maxSnapPoints;
-    std::vector<bool> isOpen(edges.size(), true);  // Edges that clashed in the latest round.
+    std::vector<bool> isOpen(edges.size(), true);  // Whether an edge clashed in the last round.
     for (int round = 1;; ++round) {
         std::vector<Part> parts;
         parts.reserve(edges.size() + snapPoints.size());
@@ -250,8 +254,8 @@ std::vector<SnapPoint> SnapRound(const std::vector<Edge>& edges, size_t maxSnapP
             clashing = &s;
             isOpen[s.edge] = true;
             isOpen[t.edge] = true;
-            LeadThrough(s, edges[s.edge], t, edges[t.edge], &snapPoints);
-            LeadThrough(t, edges[t.edge], s, edges[s.edge], &snapPoints);
+            AddSnapPoints(s, edges[s.edge], t, edges[t.edge], &snapPoints);
+            AddSnapPoints(t, edges[t.edge], s, edges[s.edge], &snapPoints);
             if (snapPoints.size() <= countAt) return true;
             SortSnapPoints(edges, &snapPoints);
             if (snapPoints.size() > maxSnapPoints) throw TooManySnapPoints{{s.edge, t.edge}, s.a};
@@ -263,7 +267,7 @@ std::vector<SnapPoint> SnapRound(const std::vector<Edge>& edges, size_t maxSnapP
         if (clashing == nullptr) return snapPoints;
         if (snapPoints.size() == before) {
             throw std::logic_error(fmt::format(
-                    "borders do not settle between {}, {} and {}, {} "
+                    "snap rounding does not end between {}, {} and {}, {} "
                     "(units of latitude and longitude)",
                     clashing->a.lat, clashing->a.lon, clashing->b.lat, clashing->b.lon));
         }

@@ -1,11 +1,12 @@
-// Leads edges through grid points so that they meet in ends only.
+// Snap rounding (Hobby, "Practical segment intersection with finite precision output", 1999): bends
+// edges to grid points so that they meet in ends only.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
 #include "database/grid.h"
-#include "progress.h"
+#include "progress_callback.h"
 
 namespace offlinetz {
 
@@ -14,35 +15,37 @@ struct Edge {
     GridPoint b;
 };
 
-// A grid point that an edge is led through.
+// A grid point to which an edge is bent.
 struct SnapPoint {
     uint32_t edge;  // Its index.
     GridPoint at;
 };
 
-// What distinct edges must be led through so that the parts between no longer cross, overlap, or
-// touch elsewhere than in ends of both; for each edge in order, and along it from a to b. Only
-// edges that do so now, or come to do so, are bent, by no more than half a unit in latitude and in
-// longitude.
+// Returns the snap points of distinct edges: bent to them, the edges no longer cross, overlap, or
+// touch elsewhere than in ends of both. They are sorted by edge, and along each edge from a to b.
+// Only edges that meet so now, or come to do so by the bending of others, are bent. No point of an
+// edge moves by more than half a unit in latitude and in longitude.
 //
-// `progress` receives the number of the round and of the points so far. Throws TooManySnapPoints
-// where there would be more than `maxSnapPoints`.
+// `progress` receives the number of the round. Throws TooManySnapPoints if there would be more than
+// `maxSnapPoints`. Time and memory grow with the crossings, of which a few edges may have many.
 std::vector<SnapPoint> SnapRound(const std::vector<Edge>& edges, size_t maxSnapPoints,
                                  const ProgressCallback& progress);
 
 struct TooManySnapPoints {
-    uint32_t edges[2];  // The indexes of the two that met last, ...
-    GridPoint at;       // ... and an end of one of them near there.
+    uint32_t edges[2];  // The indexes of the two edges that met last.
+    GridPoint at;       // An end of a part of the first one, near where they met.
 };
 
-// Whether edges meet in ends of both only.
+// Whether edges meet only in ends of both.
 bool AreNoded(const std::vector<Edge>& edges);
 
-// Whether pairs of edges meet elsewhere than in ends of both more than `count` times. It ends as
-// soon as that is known. A pair may count more than once, as long edges do that lie close together.
+// Whether more than `count` pairs of edges meet elsewhere than in ends of both. Stops as soon as
+// that is known. A pair may be counted more than once, as pairs of long edges that lie close
+// together are.
 bool CrossingsExceed(const std::vector<Edge>& edges, size_t count);
 
-// Calls `visit(edge, from, to)` for each part of each edge; `snapPoints` as SnapRound gives them.
+// Calls `visit(edge, from, to)` for each part of each edge, in order. `edge` is the index;
+// `snapPoints` are as SnapRound returns them.
 template <typename PartFunction>
 void VisitParts(const std::vector<Edge>& edges, const std::vector<SnapPoint>& snapPoints,
                 PartFunction visit) {

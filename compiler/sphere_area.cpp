@@ -19,7 +19,7 @@ double ClockwiseSquareKilometres(const std::vector<double>& xy) {
         const size_t next = i + 2 < xy.size() ? i + 2 : 0;
         const double fromLat = xy[i + 1] * kRadiansPerDegree;
         const double toLat = xy[next + 1] * kRadiansPerDegree;
-        // The mean of the sine along the edge.
+        // The mean of the sine of the latitude along the edge.
         const double half = (toLat - fromLat) / 2.0;
         const double mean =
                 std::sin((fromLat + toLat) / 2.0) * (half != 0.0 ? std::sin(half) / half : 1.0);

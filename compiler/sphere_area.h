@@ -1,4 +1,4 @@
-// Areas on a sphere of the earth's size, along edges that are straight in latitude and longitude.
+// Areas on a sphere of the earth's mean radius. Edges are straight in latitude and longitude.
 #pragma once
 
 #include <geos_c.h>
@@ -7,11 +7,13 @@
 
 namespace offlinetz {
 
-// The area in square kilometres of a ring, longitudes and latitudes in degrees in turn, without the
-// repeated last point; negative where the ring runs counterclockwise.
+// The area of a ring in square kilometres, negative if the ring runs counterclockwise. `xy` holds
+// longitude and latitude in turn, in degrees, without a repeated last point. Exact but for
+// rounding: it is the integral of the sine of the latitude over the longitude.
 double ClockwiseSquareKilometres(const std::vector<double>& xy);
 
-// The area in square kilometres of polygons in degrees. Exterior rings count, holes are subtracted.
+// The area in square kilometres of polygons in degrees: exterior rings minus holes, in whatever
+// direction they run.
 double SquareKilometres(const GEOSGeometry* area);
 
 }  // namespace offlinetz

@@ -14,31 +14,34 @@ namespace offlinetz {
 
 namespace {
 
-// The world's box reaches past its edges, so that the reader's shift and the rings there stay
-// inside, and is cut into 64 whole parts each way, as the reader's directory begins.
+// The box of the world reaches this many units past the world's edges. The reader's shift and the
+// rings along the edges so stay inside, and the box divides into 64 equal parts each way, as the
+// reader's spatial index does.
 constexpr int32_t kWorldReach = 32;
 
-// Distances from a tile's box, in units of latitude and of longitude, which count the same in
-// degrees. Edges that come within the margin are kept, whole; all others, and the fence, stay
-// outside it: the reader's rounding of crossings ends within six units.
+// Distances from a tile's box in units of latitude and of longitude; both are the same in degrees.
+// A tile keeps every edge that comes within kMargin of its box, whole. All other edges and the clip
+// rectangle stay further away: the reader's rounding of crossings ends within six units.
 constexpr GridPoint kMargin = {14, 7};
-// Where detours run until the fence is known: out of the margin of every smaller tile.
-constexpr GridPoint kDetour = {28, 14};
+// Where closing paths run until the clip rectangle is known: outside the margin of every smaller
+// tile.
+constexpr GridPoint kClosingDistance = {28, 14};
 constexpr int32_t kMinBoxUnits = 64;  // Boxes are not cut smaller, however many points they hold.
-// A box that so many halvings of the world made, or more, may hold all the points of a tile; one of
-// twice the sides half as many. What a halving saves is the points times the area that need not
-// read them, and what it costs is the same for all boxes, a fence.
+// A box made by this many halvings of the world, or by more, may hold all points of a tile. Each
+// doubling of a box's sides (two halvings fewer) halves the number that it may hold: a halving
+// saves points times the area that no longer reads them, and costs each box the same, a clip
+// rectangle.
 constexpr int kFullTileHalvings = 21;
-constexpr size_t kFewestTilePoints = 16;  // Any box may hold these.
+constexpr size_t kAlwaysAllowedPoints = 16;  // Any box may hold these.
 
 GridBox Grown(const GridBox& box, const GridPoint& by) {
     return {{box.min.lat - by.lat, box.min.lon - by.lon},
             {box.max.lat + by.lat, box.max.lon + by.lon}};
 }
 
-// --- Rings around a box ------------------------------------------------------------------
+// --- Clipping rings ----------------------------------------------------------------------
 
-// The eight regions around a box, counterclockwise from east; odd ones are the corners, in the
+// The eight regions around a box, counterclockwise from east. The odd ones are the corners, in the
 // order of CornersOf.
 enum Region { kEast, kNorthEast, kNorth, kNorthWest, kWest, kSouthWest, kSouth, kSouthEast };
 
@@ -50,9 +53,9 @@ int RegionOf(const GridPoint& p, const GridBox& box) {
     return kRegions[y + 1][x + 1];
 }
 
-// The eighths of a turn around `box`, counterclockwise, that an edge makes which does not touch
-// it.
-int TurnOf(const GridPoint& p, const GridPoint& q, const GridBox& box) {
+// The angle around `box` that an edge passes which does not touch it: in eighths of a turn,
+// counterclockwise, between regions.
+int EighthsAround(const GridPoint& p, const GridPoint& q, const GridBox& box) {
     const int difference = (RegionOf(q, box) - RegionOf(p, box)) & 7;
     if (difference == 0) return 0;
     if (ShareSide(p, q, box)) return difference <= 2 ? difference : difference - 8;
@@ -63,114 +66,141 @@ int TurnOf(const GridPoint& p, const GridPoint& q, const GridBox& box) {
 
 constexpr int kNoCorner = -1;
 
-// A point of a ring around a tile: a vertex of the zone's border, or a corner of a detour.
+// A point of a clipped ring: a vertex of the zone's border, or a corner of a closing path.
 struct Step {
     GridPoint at;
     int corner = kNoCorner;  // Index into CornersOf.
 };
 using Path = std::vector<Step>;  // Closed.
 
-// What is left of a ring around a box.
-struct Reduced {
-    Path path;               // Empty when no edge comes near the box.
-    int winding = 0;         // For an empty path: its counterclockwise windings around the box.
-    bool hasDetour = false;  // Whether the path leaves the border anywhere.
+// The vertices of a ring, counted from one of them, around the ring's end. Edge i leads from vertex
+// i to the next.
+struct RotatedRing {
+    const Path& ring;
+    size_t start;
+
+    size_t Size() const { return ring.size(); }
+    const GridPoint& At(size_t i) const { return ring[(start + i) % ring.size()].at; }
+    bool Touches(size_t edge, const GridBox& box) const {
+        return TouchesBox(At(edge), At(edge + 1), box);
+    }
 };
 
-// Replaces each stretch of edges away from `box` by a detour around it that turns as often, the
-// first one by `extraTurns` counterclockwise turns more.
-Reduced Reduce(const Path& path, const GridBox& box, int extraTurns) {
+// The ring from its first edge that touches `box`, or from its beginning if none does.
+RotatedRing StartAtBox(const Path& ring, const GridBox& box) {
+    for (RotatedRing rotated = {ring, 0}; rotated.start < ring.size(); ++rotated.start) {
+        if (rotated.Touches(0, box)) return rotated;
+    }
+    return {ring, 0};
+}
+
+// Consecutive edges of a ring that stay away from a box.
+struct FarRun {
+    size_t firstEdge;
+    size_t edges = 0;
+    int eighths = 0;  // The angle around the box that the run passes, as EighthsAround gives it.
+};
+
+// The longest runs of edges that do not touch `keep`, in order.
+std::vector<FarRun> FarRunsOf(const RotatedRing& ring, const GridBox& keep) {
+    std::vector<FarRun> runs;
+    bool isNear = true;
+    for (size_t i = 0; i < ring.Size(); ++i) {
+        const bool wasNear = isNear;
+        isNear = ring.Touches(i, keep);
+        if (isNear) continue;
+        if (wasNear) runs.push_back({i});
+        ++runs.back().edges;
+        runs.back().eighths += EighthsAround(ring.At(i), ring.At(i + 1), keep);
+    }
+    return runs;
+}
+
+// Appends the corners that a path around a box passes which begins in `region` and turns by
+// `eighths`.
+void AppendClosingPath(int region, int eighths, const std::array<GridPoint, 4>& corners,
+                       Path* path) {
+    for (int i = 1; i < std::abs(eighths); ++i) {
+        const int passed = (region + (eighths > 0 ? i : -i)) & 7;
+        if (passed % 2 == 0) continue;  // A side.
+        const int corner = passed / 2;
+        path->push_back({corners[static_cast<size_t>(corner)], corner});
+    }
+}
+
+// What is left of a ring around a box.
+struct ClippedRing {
+    Path path;                    // Empty when no edge comes near the box.
+    int winding = 0;              // Of an empty path: the ring's counterclockwise winding number.
+    bool hasClosingPath = false;  // Whether the path leaves the border anywhere.
+};
+
+// Replaces each run of edges away from `box` by a closing path of the same angle around it, the
+// first one by `extraTurns` counterclockwise turns more. The winding number at each point of the
+// box so stays the same, or changes by `extraTurns`.
+ClippedRing ClipRing(const Path& ring, const GridBox& box, int extraTurns) {
     const GridBox keep = Grown(box, kMargin);
-    const auto corners = CornersOf(Grown(box, kDetour));
-    const size_t count = path.size();
-    const auto at = [&](size_t i) -> const GridPoint& { return path[i % count].at; };
-    const auto touches = [&](size_t i) { return TouchesBox(at(i), at(i + 1), keep); };
-
-    Reduced reduced;
-    size_t start = 0;
-    while (start < count && !touches(start))
-        ++start;
-    if (start == count) {
-        int turn = 0;
-        for (size_t i = 0; i < count; ++i)
-            turn += TurnOf(at(i), at(i + 1), keep);
-        reduced.winding = turn / 8;
-        return reduced;
+    const auto corners = CornersOf(Grown(box, kClosingDistance));
+    const RotatedRing rotated = StartAtBox(ring, keep);
+    const std::vector<FarRun> runs = FarRunsOf(rotated, keep);
+    ClippedRing clipped;
+    if (runs.size() == 1 && runs[0].edges == ring.size()) {
+        clipped.winding = runs[0].eighths / 8;
+        return clipped;
     }
-    for (size_t i = start; i < start + count;) {
-        reduced.path.push_back({at(i), kNoCorner});
-        if (touches(i)) {
-            ++i;
-            continue;
-        }
-        const int region = RegionOf(at(i), keep);
-        const size_t stretchStart = i;
-        int turn = 0;
-        for (; i < start + count && !touches(i); ++i)
-            turn += TurnOf(at(i), at(i + 1), keep);
-        // A single edge stays as it is; it is its own shortest detour.
-        if (i == stretchStart + 1) continue;
-        if (!reduced.hasDetour) turn += 8 * extraTurns;
-        reduced.hasDetour = true;
-        const int step = turn > 0 ? 1 : -1;
-        for (int t = step; t != turn && turn != 0; t += step) {
-            const int passed = (region + t) & 7;
-            if (passed % 2 == 0) continue;
-            const int corner = passed / 2;
-            reduced.path.push_back({corners[static_cast<size_t>(corner)], corner});
-        }
+    size_t next = 0;
+    const auto appendVerticesTo = [&](size_t last) {
+        for (; next <= last; ++next)
+            clipped.path.push_back({rotated.At(next), kNoCorner});
+    };
+    for (const FarRun& run : runs) {
+        if (run.edges == 1) continue;  // A single edge stays: no closing path is shorter.
+        appendVerticesTo(run.firstEdge);
+        const int turned = clipped.hasClosingPath ? 0 : 8 * extraTurns;
+        AppendClosingPath(RegionOf(rotated.At(run.firstEdge), keep), run.eighths + turned, corners,
+                          &clipped.path);
+        clipped.hasClosingPath = true;
+        next = run.firstEdge + run.edges;
     }
-    return reduced;
+    appendVerticesTo(ring.size() - 1);
+    return clipped;
 }
 
-// --- The fence ---------------------------------------------------------------------------
+// --- The clip rectangle ------------------------------------------------------------------
 
-// A rectangle around a tile that no edge meets but those that the tile keeps, as large as degrees
-// alike on all sides make it, and the sides from there on.
-GridBox FenceOf(const GridBox& tile, const SegmentRTree& borders, const GridBox& world) {
+// The sides of a box counterclockwise: side i leads from corner i of CornersOf to the next.
+constexpr BoxSide kSides[4] = {
+        {&GridPoint::lat, 1}, {&GridPoint::lon, -1}, {&GridPoint::lat, -1}, {&GridPoint::lon, 1}};
+
+// A rectangle around a tile that only edges meet which the tile keeps. All sides grow by the same
+// distance in degrees; each stops at the first other edge, or at the world's edge.
+GridBox ClipRectangleOf(const GridBox& tile, const SegmentRTree& borders, const GridBox& world) {
     const GridBox keep = Grown(tile, kMargin);
-    GridBox fence = keep;
-    // Sides that met an edge or the world's edge.
+    GridBox rectangle = keep;
     bool isDone[4] = {false, false, false, false};
-    const auto isOpen = [&] { return std::count(isDone, isDone + 4, true) < 4; };
-    for (int64_t reach = 2 * kMargin.lat; isOpen(); reach *= 2) {
-        const auto to = [](int64_t side, int64_t by, int32_t edge) {
-            const int64_t moved = side + by;
-            return static_cast<int32_t>(by > 0 ? std::min<int64_t>(moved, edge)
-                                               : std::max<int64_t>(moved, edge));
-        };
-        const struct {
-            Side side;
-            const int32_t& now;
-            int32_t limit;
-            int32_t edge;
-        } sides[4] = {{Side::kNorth, fence.max.lat, to(tile.max.lat, reach, world.max.lat),
-                       world.max.lat},
-                      {Side::kEast, fence.max.lon, to(tile.max.lon, reach / 2, world.max.lon),
-                       world.max.lon},
-                      {Side::kSouth, fence.min.lat, to(tile.min.lat, -reach, world.min.lat),
-                       world.min.lat},
-                      {Side::kWest, fence.min.lon, to(tile.min.lon, -reach / 2, world.min.lon),
-                       world.min.lon}};
-        for (size_t i = 0; i < 4; ++i) {
+    const auto areDone = [&] { return std::count(isDone, isDone + 4, true) == 4; };
+    for (GridPoint reach = kMargin; !areDone();) {
+        reach = {2 * reach.lat, 2 * reach.lon};
+        for (const size_t i : {0u, 3u, 2u, 1u}) {  // Clockwise from north.
             if (isDone[i]) continue;
-            const bool isUpward = sides[i].side == Side::kNorth || sides[i].side == Side::kEast;
-            const bool grows =
-                    isUpward ? sides[i].limit > sides[i].now : sides[i].limit < sides[i].now;
-            const bool isStopped =
-                    grows && borders.Grow(&fence, sides[i].side, sides[i].limit, keep);
-            isDone[i] = isStopped || sides[i].limit == sides[i].edge;
+            const BoxSide& side = kSides[i];
+            const int32_t wanted = side.Of(tile) + side.sign * reach.*side.axis;
+            const int32_t edge = side.Of(world);
+            const int32_t limit = side.sign > 0 ? std::min(wanted, edge) : std::max(wanted, edge);
+            const bool grows = side.sign * limit > side.sign * side.Of(rectangle);
+            const bool isStopped = grows && borders.Grow(&rectangle, side, limit, keep);
+            isDone[i] = isStopped || limit == edge;
         }
     }
-    return fence;
+    return rectangle;
 }
 
-// Which sides of the fence rings run along. Side i leads from corner i to the next one
-// counterclockwise.
+// Which sides of the clip rectangle rings run along.
 struct SideSet {
     bool has[4] = {false, false, false, false};
 
     bool IsFull() const { return has[0] && has[1] && has[2] && has[3]; }
+    // Adds the side between two corners, if they are neighbours.
     void Add(int from, int to) {
         if (((to - from) & 3) == 1) has[from] = true;
         if (((from - to) & 3) == 1) has[to] = true;
@@ -190,29 +220,18 @@ struct ZonePath {
     Path path;
 };
 
-// Whether a vertex lies just beyond a side of the fence: one unit away, and between its corners.
-// Two edges that lead from there to the corners run along the side like the side itself.
-bool IsJustBeyond(const GridPoint& p, const GridBox& fence, int side) {
-    const bool isVertical = side % 2 == 1;  // West or east.
-    if (isVertical ? p.lat < fence.min.lat || p.lat > fence.max.lat
-                   : p.lon < fence.min.lon || p.lon > fence.max.lon) {
-        return false;
-    }
-    switch (side) {
-        case 0:
-            return p.lat == fence.max.lat + 1;
-        case 1:
-            return p.lon == fence.min.lon - 1;
-        case 2:
-            return p.lat == fence.min.lat - 1;
-        default:
-            return p.lon == fence.max.lon + 1;
-    }
+// Whether a vertex lies just beyond a side of the clip rectangle: one unit away, and between the
+// side's corners. Two edges that lead from there to the corners run along the side like the side
+// itself.
+bool IsJustBeyond(const GridPoint& p, const GridBox& rectangle, const BoxSide& side) {
+    int32_t GridPoint::*const across = side.CrossAxis();
+    return p.*across >= rectangle.min.*across && p.*across <= rectangle.max.*across &&
+           p.*side.axis == side.Of(rectangle) + side.sign;
 }
 
-// The sides along which rings lead from a vertex just beyond to both corners: there borders leave
-// the tile, one zone closes on one hand and another one on the other.
-void AddJoinedSides(const std::vector<ZonePath>& paths, const GridBox& fence, SideSet* sides) {
+// Adds the sides along which rings lead from a vertex just beyond to both corners. Where borders
+// leave the tile there, one zone closes toward one corner and another zone toward the other.
+void AddJoinedSides(const std::vector<ZonePath>& paths, const GridBox& rectangle, SideSet* sides) {
     for (int side = 0; side < 4; ++side) {
         std::set<GridPoint> joined[2];  // To the side's first and second corner.
         for (const ZonePath& p : paths) {
@@ -222,8 +241,10 @@ void AddJoinedSides(const std::vector<ZonePath>& paths, const GridBox& fence, Si
                 if ((a.corner == kNoCorner) == (b.corner == kNoCorner)) continue;
                 const GridPoint& vertex = a.corner == kNoCorner ? a.at : b.at;
                 const int corner = a.corner == kNoCorner ? b.corner : a.corner;
-                const int hand = (corner - side) & 3;
-                if (hand <= 1 && IsJustBeyond(vertex, fence, side)) joined[hand].insert(vertex);
+                const int end = (corner - side) & 3;
+                if (end <= 1 && IsJustBeyond(vertex, rectangle, kSides[side])) {
+                    joined[end].insert(vertex);
+                }
             }
         }
         for (const GridPoint& vertex : joined[0]) {
@@ -232,11 +253,10 @@ void AddJoinedSides(const std::vector<ZonePath>& paths, const GridBox& fence, Si
     }
 }
 
-// The corners of a way from `corner` along the sides that are missing and back, without `corner` at
-// its beginning, with it at its end.
-std::vector<int> WayAlong(const SideSet& sides, int corner) {
-    // As far counterclockwise as the last missing side, or clockwise, or both in part: the
-    // shortest.
+// The corners of the shortest path that leads from `corner` along all missing sides and back:
+// without `corner` at its beginning, with it at its end.
+std::vector<int> PathAlongMissing(const SideSet& sides, int corner) {
+    // Counterclockwise as far as the last missing side, or clockwise, or both in part.
     int bestForward = 4;
     int bestBackward = 0;
     for (int forward = 0; forward <= 4; ++forward) {
@@ -249,23 +269,87 @@ std::vector<int> WayAlong(const SideSet& sides, int corner) {
             bestBackward = backward;
         }
     }
-    std::vector<int> way;
+    std::vector<int> path;
     for (const auto& [length, direction] :
          {std::pair(bestForward, 1), std::pair(bestBackward, -1)}) {
         for (int k = 1; k <= length; ++k)
-            way.push_back((corner + direction * k) & 3);
+            path.push_back((corner + direction * k) & 3);
         for (int k = length - 1; k >= 0; --k)
-            way.push_back((corner + direction * k) & 3);
+            path.push_back((corner + direction * k) & 3);
     }
-    return way;
+    return path;
+}
+
+// A step of a path after which another closing path can be inserted.
+struct Anchor {
+    Path* path = nullptr;  // Null: there is none.
+    size_t position = 0;
+    int corner = 0;  // Where the closing path begins and ends.
+};
+
+// The anchor that takes the fewest points, the first one of equals: a corner that a ring has, or a
+// vertex outside `keep`. `lengths` are those of the closing paths from each corner.
+Anchor FindAnchor(std::vector<ZonePath>* paths, const GridBox& keep, const size_t (&lengths)[4]) {
+    Anchor best;
+    size_t bestPoints = SIZE_MAX;
+    for (ZonePath& p : *paths) {
+        for (size_t i = 0; i < p.path.size(); ++i) {
+            const Step& step = p.path[i];
+            const bool isCorner = step.corner != kNoCorner;
+            if (!isCorner && keep.Contains(step.at)) continue;
+            // From a vertex, the corner of its own region or one at the end of its side: the path
+            // there and back stays outside `keep`.
+            const int region = RegionOf(step.at, keep);
+            const int corner =
+                    isCorner ? step.corner : (region % 2 == 1 ? region / 2 : (region / 2) % 4);
+            const size_t points = lengths[corner] + (isCorner ? 0 : 2);
+            if (points >= bestPoints) continue;
+            best = {&p.path, i, corner};
+            bestPoints = points;
+        }
+    }
+    return best;
+}
+
+// Adds closing paths along the sides of the clip rectangle that no ring runs along: after the best
+// anchor, else as a ring of its own that encloses nothing.
+void CloseMissingSides(const GridBox& tile, const GridBox& rectangle,
+                       std::vector<ZonePath>* paths) {
+    SideSet sides;
+    for (const ZonePath& p : *paths)
+        sides.Add(p.path);
+    AddJoinedSides(*paths, rectangle, &sides);
+    if (sides.IsFull()) return;
+
+    std::vector<int> pathsFrom[4];
+    size_t lengths[4];
+    for (int corner = 0; corner < 4; ++corner) {
+        pathsFrom[corner] = PathAlongMissing(sides, corner);
+        lengths[corner] = pathsFrom[corner].size();
+    }
+    const Anchor anchor = FindAnchor(paths, Grown(tile, kMargin), lengths);
+    Path closing;
+    for (const int corner : pathsFrom[anchor.corner])
+        closing.push_back({{}, corner});
+    if (anchor.path == nullptr) {
+        paths->push_back({TableEntry::kNoZone, std::move(closing)});
+        return;
+    }
+    const Step from = (*anchor.path)[anchor.position];
+    if (from.corner == kNoCorner) {  // To the corner first, and back to the vertex at last.
+        closing.insert(closing.begin(), {{}, anchor.corner});
+        closing.push_back(from);
+    }
+    anchor.path->insert(anchor.path->begin() + static_cast<std::ptrdiff_t>(anchor.position) + 1,
+                        closing.begin(), closing.end());
 }
 
 // --- Tiles -------------------------------------------------------------------------------
 
-// What is in a box: rings that come near it, and how often zones cover it whole.
+// What a box holds: the rings that come near it, and the zones that cover it whole.
 struct Content {
     std::vector<ZonePath> paths;    // By zone.
-    std::map<uint32_t, int> cover;  // Zones with another number than 0.
+    std::map<uint32_t, int> cover;  // How many times each zone covers the box; never 0.
 
     size_t Points() const {
         size_t points = 0;
@@ -290,7 +374,7 @@ class Tiler {
           mMaxBytes(maxBytes),
           mProgress(progress) {}
 
-    // `halvings`: of the world, that made the box.
+    // Makes the tiles of a box that `halvings` halvings of the world made.
     void Divide(const GridBox& box, int halvings, Content content) {
         const int32_t height = box.max.lat - box.min.lat;
         const int32_t width = box.max.lon - box.min.lon;
@@ -311,11 +395,11 @@ class Tiler {
             Content part;
             part.cover = content.cover;
             for (const ZonePath& whole : content.paths) {
-                Reduced reduced = Reduce(whole.path, half, 0);
-                if (reduced.path.empty()) {
-                    part.Cover(whole.zone, -reduced.winding);
+                ClippedRing clipped = ClipRing(whole.path, half, 0);
+                if (clipped.path.empty()) {
+                    part.Cover(whole.zone, -clipped.winding);
                 } else {
-                    part.paths.push_back({whole.zone, std::move(reduced.path)});
+                    part.paths.push_back({whole.zone, std::move(clipped.path)});
                 }
             }
             Divide(half, halvings + 1, std::move(part));
@@ -328,30 +412,32 @@ class Tiler {
     bool IsTile(size_t points, int halvings) const {
         if (points > mMaxPoints) return false;
         const int missing = std::max(kFullTileHalvings - halvings, 0);
-        return points <= kFewestTilePoints || points * points <= mMaxPoints * mMaxPoints >> missing;
+        return points <= kAlwaysAllowedPoints ||
+               points * points <= mMaxPoints * mMaxPoints >> missing;
     }
 
     void AddTile(const GridBox& box, const Content& content) {
-        const GridBox fence = FenceOf(box, mBorders, mWorld);
-        const auto corners = CornersOf(fence);
+        const GridBox rectangle = ClipRectangleOf(box, mBorders, mWorld);
+        const auto corners = CornersOf(rectangle);
         std::map<uint32_t, int> cover = content.cover;
         std::vector<ZonePath> paths;
         for (const ZonePath& whole : content.paths) {
-            // A zone that covers the tile but for a ring near it, a hole, becomes one ring with it.
+            // If a zone covers the tile but for holes, its whole rectangle becomes part of the
+            // closing path of the first such hole.
             const auto covered = cover.find(whole.zone);
             const int turns = covered != cover.end() ? -covered->second : 0;
-            Reduced reduced = Reduce(whole.path, box, turns);
-            if (turns != 0 && reduced.hasDetour) cover.erase(covered);
-            paths.push_back({whole.zone, std::move(reduced.path)});
+            ClippedRing clipped = ClipRing(whole.path, box, turns);
+            if (turns != 0 && clipped.hasClosingPath) cover.erase(covered);
+            paths.push_back({whole.zone, std::move(clipped.path)});
         }
         for (const auto& [zone, times] : cover) {
-            Path frame;
+            Path whole;
             for (int corner = 0; corner < 4; ++corner)
-                frame.push_back({{}, times > 0 ? 3 - corner : corner});
+                whole.push_back({{}, times > 0 ? 3 - corner : corner});
             for (int i = std::abs(times); i > 0; --i)
-                paths.push_back({zone, frame});
+                paths.push_back({zone, whole});
         }
-        AddFence(box, fence, &paths);
+        CloseMissingSides(box, rectangle, &paths);
         std::stable_sort(paths.begin(), paths.end(),
                          [](const ZonePath& x, const ZonePath& y) { return x.zone < y.zone; });
         for (const ZonePath& p : paths) {
@@ -368,7 +454,8 @@ class Tiler {
         mProgress("tiling", mEntries.size(), 0);
     }
 
-    // Looks at the latest tile, which has so many entries.
+    // Throws OutputLimitError if the entries so far take more than mMaxBytes. The latest tile has
+    // `count` entries.
     void CheckSize(size_t count) {
         if (count > mMostEntries) {
             mMostEntries = count;
@@ -387,64 +474,15 @@ class Tiler {
                                std::move(zones));
     }
 
-    // Completes the fence where the rings leave sides of it open: from a corner that a ring has,
-    // else from a vertex beyond the margin, else as a ring of its own that encloses nothing.
-    static void AddFence(const GridBox& box, const GridBox& fence, std::vector<ZonePath>* paths) {
-        SideSet sides;
-        for (const ZonePath& p : *paths)
-            sides.Add(p.path);
-        AddJoinedSides(*paths, fence, &sides);
-        if (sides.IsFull()) return;
-
-        const GridBox keep = Grown(box, kMargin);
-        Path* best = nullptr;
-        size_t bestPosition = 0;
-        std::vector<int> bestWay;
-        size_t bestPoints = SIZE_MAX;
-        for (ZonePath& p : *paths) {
-            for (size_t i = 0; i < p.path.size(); ++i) {
-                const Step& step = p.path[i];
-                const bool isCorner = step.corner != kNoCorner;
-                if (!isCorner && keep.Contains(step.at)) continue;
-                // The corner of the vertex's own region, or one at the end of its side: the way
-                // there and back stays outside.
-                const int region = RegionOf(step.at, keep);
-                const int corner =
-                        isCorner ? step.corner : (region % 2 == 1 ? region / 2 : (region / 2) % 4);
-                std::vector<int> way = WayAlong(sides, corner);
-                const size_t points = way.size() + (isCorner ? 0 : 2);
-                if (points >= bestPoints) continue;
-                best = &p.path;
-                bestPosition = i;
-                bestPoints = points;
-                bestWay = std::move(way);
-                if (!isCorner) bestWay.insert(bestWay.begin(), corner);
-            }
-        }
-        Path detour;
-        if (best == nullptr) {
-            for (const int corner : WayAlong(sides, 0))
-                detour.push_back({{}, corner});
-            paths->push_back({TableEntry::kNoZone, std::move(detour)});
-            return;
-        }
-        const Step from = (*best)[bestPosition];
-        for (const int corner : bestWay)
-            detour.push_back({{}, corner});
-        if (from.corner == kNoCorner) detour.push_back(from);
-        best->insert(best->begin() + static_cast<std::ptrdiff_t>(bestPosition) + 1, detour.begin(),
-                     detour.end());
-    }
-
     const SegmentRTree mBorders;
     const GridBox mWorld;
     const size_t mMaxPoints;
     const uint64_t mMaxBytes;
     const ProgressCallback& mProgress;
     std::vector<TableEntry> mEntries;
-    uint64_t mBytes = 0;      // That the entries take at least.
-    size_t mMostEntries = 0;  // Of one tile, ...
-    size_t mFirstOfMost = 0;  // ... and the first of these.
+    uint64_t mBytes = 0;      // The least that the entries take in the file.
+    size_t mMostEntries = 0;  // The greatest number of entries of one tile, ...
+    size_t mFirstOfMost = 0;  // ... and the index of the first of them.
 };
 
 std::vector<TableEntry> WholeRings(const std::vector<ZoneRings>& zones) {
@@ -452,8 +490,7 @@ std::vector<TableEntry> WholeRings(const std::vector<ZoneRings>& zones) {
     for (size_t zone = 0; zone < zones.size(); ++zone) {
         for (const GridRing& ring : zones[zone]) {
             GridBox box = BoxOf(ring);
-            box.min.lon -=
-                    zonedetect::kRingShift;  // The box also holds the ring where it is stored.
+            box.min.lon -= zonedetect::kRingShift;  // The box must hold the stored ring too.
             entries.push_back({static_cast<uint32_t>(zone), box, ring});
         }
     }

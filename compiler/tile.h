@@ -1,4 +1,4 @@
-// Tiles the world, so that a lookup reads one tile and nothing else.
+// Divides the world into tiles, so that a lookup reads the rings of one tile only.
 #pragma once
 
 #include <cstddef>
@@ -6,25 +6,30 @@
 #include <vector>
 
 #include "database/zone_rings.h"
-#include "progress.h"
+#include "progress_callback.h"
 
 namespace offlinetz {
 
-// Divides the world into boxes of at most `maxPoints` points of all zones together, fewer in large
-// ones, by halving them across their longer side; every grid point of the world lies in exactly
-// one. Each tile has entries for the zones in it, all with its box, and one at least.
+// Returns the box table's entries of all tiles. Those of one tile follow each other and share its
+// box; each tile has at least one. Each grid point of the world lies in exactly one tile.
 //
-// Within its box, and a margin around it for the reader's rounding, a tile has every edge of the
-// zones' rings, whole and in its direction: the reader classifies a point against the tile as
-// against the whole rings, bit for bit. Further out, the rings run along the tile's fence, a
-// rectangle that meets no edge but those: whatever lies outside the fence is further away than the
-// fence, so the distance that the reader measures is never that to a border beyond one that it has
-// not seen. A zone that covers the tile has the fence for its ring; where no zone's ring covers a
-// side of the fence, one runs there and back.
+// The world is halved across its longer side until a box holds at most `maxPoints` points of all
+// zones together, large boxes fewer. 0 makes no tiles: each ring is an entry, with its own box.
 //
-// `zones` must be mended; 0 points give one entry a ring, whole, with the ring's box. `progress`
-// receives the entries made so far. Throws OutputLimitError (output_limit.h) where the entries of
-// tiles would take more than `maxBytes` in the file.
+// The reader classifies a point in a tile exactly as against the whole rings, bit for bit:
+// - Within the tile's box and a margin for the reader's rounding, the tile has every edge of the
+//   zones' rings, whole and in its direction.
+// - Around the tile lies its clip rectangle, which no other edge meets. Where a ring leaves the
+//   tile's surroundings, a closing path along that rectangle replaces the rest of it, with the same
+//   winding number around the tile. A zone that covers the tile has the rectangle for its ring.
+// - Everything outside the clip rectangle is further away than the rectangle itself. The distance
+//   that the reader measures is therefore never one to a border beyond a border that the tile does
+//   not have. So that the reader sees all four sides, a side that no zone's ring runs along is run
+//   along there and back, which encloses nothing.
+//
+// `zones` must be as RebuildRings leaves them; they are read only. `progress` receives the number
+// of entries made so far. Throws OutputLimitError where the entries of tiles would take more than
+// `maxBytes` in the file. Time grows with the points times the halvings that they pass through.
 std::vector<TableEntry> TileWorld(const std::vector<ZoneRings>& zones, const Grid& grid,
                                   size_t maxPoints, const ProgressCallback& progress,
                                   uint64_t maxBytes = UINT64_MAX);

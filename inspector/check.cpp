@@ -242,7 +242,7 @@ class Checker {
             }
         }
         mProgress("checking rings", 0, 0);
-        if (mDb.precision <= Grid::kMaxPrecision && !IsClean(zones)) {
+        if (mDb.precision <= Grid::kMaxPrecision && !MeetInVerticesOnly(zones)) {
             mFindings.Add(kCross, {}, {},
                           "edges of rings cross, or touch where they have no vertex");
         }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "compiler/progress.h"
+#include "compiler/progress_callback.h"
 
 namespace offlinetz {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "compiler/geometry.h"
-#include "compiler/progress.h"
+#include "compiler/progress_callback.h"
 #include "zones.h"
 
 namespace offlinetz {

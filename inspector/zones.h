@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "compiler/progress.h"
+#include "compiler/progress_callback.h"
 #include "compiler/rebuild_rings.h"
 #include "database/decode.h"
 

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "compiler/compile.h"
-#include "compiler/fewest_vertices.h"
+#include "compiler/minimum_vertices.h"
 #include "compiler/rebuild_rings.h"
 #include "compiler/self_check.h"
 #include "compiler/simplify.h"
@@ -52,7 +52,7 @@ TEST(Simplifying, KeepsIslandsAndEdges) {
     zones[0][0].insert(zones[0][0].end() - 1, {{3002, 3012}, {3001, 3018}});
     offlinetz::RebuildRings(&zones, [](const char*, size_t, size_t) {});
     EXPECT_LE(offlinetz::Simplify(&zones, grid, 30.0), 30.0);
-    EXPECT_TRUE(offlinetz::IsClean(zones));
+    EXPECT_TRUE(offlinetz::MeetInVerticesOnly(zones));
     EXPECT_EQ(island, zones[0][0]);
     EXPECT_EQ(3u, zones[0][1].size());
     EXPECT_TRUE(offlinetz::BoxOf(zones[0][1]).Contains(offlinetz::BoxOf(sliver)));
@@ -112,7 +112,7 @@ TEST(Simplifying, KeepsTheFewestVertices) {
             for (size_t from = 0; from < to; ++from)
                 least[to] = std::min(least[to], least[from] + costOfEdge(from, to));
         }
-        const std::vector<size_t> kept = offlinetz::FewestVertices(line, grid, tolerance, isClear);
+        const std::vector<size_t> kept = offlinetz::MinimumVertices(line, grid, tolerance, isClear);
         EXPECT_EQ(0u, kept.front());
         EXPECT_EQ(10u, kept.back());
         int64_t cost = 0;
@@ -126,7 +126,7 @@ TEST(Simplifying, KeepsTheFewestVertices) {
     for (int32_t i = 0; i < 100000; ++i)
         waves.push_back({i % 3, i});
     EXPECT_EQ((std::vector<size_t>{0, 99999}),
-              offlinetz::FewestVertices(waves, grid, 20.0, [](size_t, size_t) { return true; }));
+              offlinetz::MinimumVertices(waves, grid, 20.0, [](size_t, size_t) { return true; }));
 }
 
 // The self-check finds a border that is four units off. compiler_fuzz shows that it reports nothing

@@ -1,14 +1,16 @@
-// The files that make_bench_inputs writes into a directory and lookup_bench reads there.
+// The files that make_bench_inputs writes into a directory and lookup_bench reads there. The
+// numbers stand in RESULTS.md.in too.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
 #include "compiler/compile.h"
+#include "database/output_file.h"
 
 namespace bench {
 
-constexpr size_t kWhole = 0;  // In place of a tile's points: rings are kept whole.
+constexpr size_t kWhole = 0;  // Instead of the points of a tile: rings are kept whole.
 constexpr size_t kTilePoints[] = {64,  128, 200,   256, offlinetz::kDefaultMaxTilePoints,
                                   512, 768, kWhole};
 constexpr int kTolerances[] = {5, 10, 15, 20};  // Metres.
@@ -17,45 +19,35 @@ constexpr int kCopiesPerSide[] = {1, 2, 4, 8};  // Of the coarse world.
 constexpr int kCoarseTolerance = 2000;          // Metres.
 constexpr size_t kRingPoints[] = {10, 100, 1000, 10000, 100000, 1000000};
 
-// The world with at most `tilePoints` points a tile, thinned within `tolerance` metres.
-inline std::string WorldFile(const std::string& directory, size_t tilePoints, int tolerance) {
+// The world, simplified within `tolerance` metres, with at most `tilePoints` points a tile.
+inline std::string WorldFile(const std::string& directory,
+                             size_t tilePoints = offlinetz::kDefaultMaxTilePoints,
+                             int tolerance = kDefaultTolerance) {
     return directory + "/world-" + std::to_string(tilePoints) + "-" + std::to_string(tolerance) +
            ".bin";
 }
 
-// The world as the compiler makes it by default.
-inline std::string DefaultWorldFile(const std::string& directory) {
-    return WorldFile(directory, offlinetz::kDefaultMaxTilePoints, kDefaultTolerance);
-}
-
-// Copies of the coarse world side by side, tiled as by default.
+// `perSide` times `perSide` copies of the coarse world, side by side.
 inline std::string CopiesFile(const std::string& directory, int perSide) {
     return directory + "/copies-" + std::to_string(perSide * perSide) + ".bin";
 }
 
-// One zone whose border is a single ring.
+// One zone whose border is a single zigzag ring.
 inline std::string RingFile(const std::string& directory, size_t points, size_t tilePoints) {
     return directory + "/ring-" + std::to_string(points) + "-" + std::to_string(tilePoints) +
            ".bin";
 }
 
-// Of its zigzag ring, which runs around the middle of the map: the least distance from there, as a
-// share of that to the map's edges.
+// The vertices of the zigzag ring lie on two ellipses around the middle of the map, in turn. Their
+// radii, as a share of the distance to the edges of the map:
 constexpr double kZigzagOuterRadius = 0.9;
 inline double ZigzagInnerRadius(size_t points) {
     return kZigzagOuterRadius * (1.0 - 3.141592653589793 / static_cast<double>(points));
 }
 
-// The zone of each source polygon, a line each, and the polygons in that order, as each peer
-// loads them.
-inline std::string PolygonZonesFile(const std::string& directory) {
-    return directory + "/polygon-zones.txt";
-}
-inline std::string GeosFile(const std::string& directory) {
-    return directory + "/polygons.wkb";
-}
-inline std::string S2File(const std::string& directory) {
-    return directory + "/polygons.s2";
+// Replaces a file. Throws std::exception.
+inline void WriteText(const std::string& path, const std::string& text) {
+    offlinetz::WriteOutput(path, {text.begin(), text.end()});
 }
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-#include "fewest_vertices.h"
+#include "minimum_vertices.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,8 +12,8 @@ namespace offlinetz {
 
 namespace {
 
-// Directions are compared for a tolerance so many metres larger, so that their rounding, a
-// hundredth of that once around the world, never rejects an edge that the exact test accepts.
+// The wedge test uses a tolerance this many metres larger. Its rounding errors are a hundredth of
+// that once around the world, so it never rejects an edge that the exact test accepts.
 constexpr double kSlack = 1e-6;
 
 struct Direction {
@@ -26,20 +26,20 @@ bool IsLeftOf(const Direction& from, const Direction& x) {
     return from.lon * x.lat - from.lat * x.lon >= 0.0;
 }
 
-// The directions in which a ray from a point passes all of some others within a distance.
+// The directions in which a ray from a point passes all points of a set within a distance.
 class Wedge {
   public:
     bool Contains(const Direction& x) const { return mIsWhole || IsBetween(mRight, x, mLeft); }
 
-    // Leaves the directions that also pass within `metres` of the point at `offset`, in units of
-    // `latMetres` and `lonMetres`. Returns whether any are left.
+    // Removes the directions that do not pass within `metres` of the point at `offset`; its units
+    // are `latMetres` and `lonMetres` long. Returns whether any direction is left.
     bool Narrow(const Direction& offset, double latMetres, double lonMetres, double metres) {
         const double y = offset.lat * latMetres;
         const double x = offset.lon * lonMetres;
         const double squared = x * x + y * y - metres * metres;
         if (squared <= 0.0) return true;
-        // The tangents to the circle around that point. Metres become units by a division by
-        // both scales; times their product, the same without one.
+        // The tangents to the circle around that point. Metres become units by a division by each
+        // scale. Multiplied by both scales, the direction is the same without a division.
         const double length = std::sqrt(squared);
         const Direction right = {(y * length - x * metres) * lonMetres,
                                  (x * length + y * metres) * latMetres};
@@ -61,7 +61,7 @@ class Wedge {
     }
 
   private:
-    // Between directions less than half a turn apart.
+    // Whether `x` is between two directions that are less than half a turn apart.
     static bool IsBetween(const Direction& right, const Direction& x, const Direction& left) {
         return IsLeftOf(right, x) && IsLeftOf(x, left);
     }
@@ -71,7 +71,7 @@ class Wedge {
     Direction mLeft = {0.0, 0.0};
 };
 
-// How many bytes a difference of coordinates takes in the database.
+// The bytes that the database takes for a difference of coordinates, as a sign-magnitude varint.
 uint32_t StoredBytes(int32_t difference) {
     uint32_t bytes = 1;
     for (int32_t magnitude = std::abs(difference); magnitude >= 1 << 6; magnitude >>= 7)
@@ -79,24 +79,25 @@ uint32_t StoredBytes(int32_t difference) {
     return bytes;
 }
 
-// A way from the first stop to another: what it costs, and the last stop before its end.
-struct Way {
+// The cheapest path found from the first stop to another: its cost, and the stop before its end.
+struct Path {
     uint32_t edges = 0;
     uint32_t bytes = 0;
     int64_t doubleArea = 0;
     size_t from = 0;
 
-    // Cheaper; of equals, with the shorter last edge.
-    friend bool operator<(const Way& x, const Way& y) {
+    // Orders by cost; of equal ones, the path with the shorter last edge comes first.
+    friend bool operator<(const Path& x, const Path& y) {
         return std::tie(x.edges, x.bytes, x.doubleArea, y.from) <
                std::tie(y.edges, y.bytes, y.doubleArea, x.from);
     }
 };
 
-class Thinner {
+// Finds the cheapest path in the graph of allowed edges between the points of a line.
+class PathSearch {
   public:
-    Thinner(const std::vector<GridPoint>& line, const Grid& grid, double tolerance,
-            const std::function<bool(size_t, size_t)>& isClear)
+    PathSearch(const std::vector<GridPoint>& line, const Grid& grid, double tolerance,
+               const std::function<bool(size_t, size_t)>& isClear)
         : mLine(line), mGrid(grid), mTolerance(tolerance), mIsClear(isClear) {
         int64_t doubleArea = 0;
         for (size_t i = 0; i < line.size(); ++i) {
@@ -106,35 +107,38 @@ class Thinner {
         }
     }
 
-    // The stops on the cheapest way from the first to the last. Stops are positions in the line;
-    // the edge from each to the next is known to be allowed.
-    std::vector<size_t> CheapestWay(const std::vector<size_t>& stops) {
-        std::vector<Way> ways(stops.size());
+    // The stops on the cheapest path from the first to the last. Stops are positions in the line;
+    // the edge from each to the next must be allowed.
+    std::vector<size_t> CheapestPath(const std::vector<size_t>& stops) {
+        std::vector<Path> paths(stops.size());
         for (size_t to = 1; to < stops.size(); ++to)
-            ways[to] = CheapestWayTo(to, stops, ways);
+            paths[to] = CheapestPathTo(to, stops, paths);
         std::vector<size_t> kept = {stops.back()};
-        for (size_t stop = stops.size() - 1; stop > 0; stop = ways[stop].from)
-            kept.push_back(stops[ways[stop].from]);
+        for (size_t stop = stops.size() - 1; stop > 0; stop = paths[stop].from)
+            kept.push_back(stops[paths[stop].from]);
         std::reverse(kept.begin(), kept.end());
         return kept;
     }
 
   private:
-    Way CheapestWayTo(size_t to, const std::vector<size_t>& stops, const std::vector<Way>& ways) {
-        ListWaysTo(to, stops, ways);
-        // The one from the stop before `to` is among them, so they never run out. The tests cost
-        // more than all else, and the cheapest way nearly always passes them.
+    Path CheapestPathTo(size_t to, const std::vector<size_t>& stops,
+                        const std::vector<Path>& paths) {
+        ListPathsTo(to, stops, paths);
+        // Testing an edge costs more than all else, and the cheapest path nearly always passes, so
+        // paths are tested in order of cost. The path from the stop before `to` is among them, so
+        // they never run out.
         for (;;) {
-            const auto best = std::min_element(mWays.begin(), mWays.end());
+            const auto best = std::min_element(mPaths.begin(), mPaths.end());
             if (best->from + 1 == to || IsAllowed(stops[best->from], stops[to])) return *best;
-            *best = mWays.back();
-            mWays.pop_back();
+            *best = mPaths.back();
+            mPaths.pop_back();
         }
     }
 
-    // Lists the ways to a stop, without those whose last edge certainly misses a point.
-    void ListWaysTo(size_t to, const std::vector<size_t>& stops, const std::vector<Way>& ways) {
-        mWays.clear();
+    // Sets mPaths to the paths to a stop, without those whose last edge certainly passes a point
+    // too far away.
+    void ListPathsTo(size_t to, const std::vector<size_t>& stops, const std::vector<Path>& paths) {
+        mPaths.clear();
         const GridPoint& end = mLine[stops[to]];
         Wedge wedge;
         size_t stop = to - 1;
@@ -142,7 +146,8 @@ class Thinner {
             const Direction offset = {static_cast<double>(mLine[i].lat - end.lat),
                                       static_cast<double>(mLine[i].lon - end.lon)};
             if (i == stops[stop]) {
-                if (wedge.Contains(offset)) mWays.push_back(Extend(ways[stop], stop, i, stops[to]));
+                if (wedge.Contains(offset))
+                    mPaths.push_back(Extend(paths[stop], stop, i, stops[to]));
                 if (stop == 0 || to - stop == kReach) return;
                 --stop;
             }
@@ -152,13 +157,14 @@ class Thinner {
         }
     }
 
-    // The way to `stop` and on by the edge between two positions.
-    Way Extend(const Way& way, size_t stop, size_t from, size_t to) const {
+    // The path to `stop`, extended by the edge between two positions.
+    Path Extend(const Path& path, size_t stop, size_t from, size_t to) const {
         const GridPoint& a = mLine[from];
         const GridPoint& b = mLine[to];
         const int64_t between = mDoubleAreas[to] - mDoubleAreas[from] - Cross(mLine[0], a, b);
-        return {way.edges + 1, way.bytes + StoredBytes(b.lat - a.lat) + StoredBytes(b.lon - a.lon),
-                way.doubleArea + std::abs(between), stop};
+        return {path.edges + 1,
+                path.bytes + StoredBytes(b.lat - a.lat) + StoredBytes(b.lon - a.lon),
+                path.doubleArea + std::abs(between), stop};
     }
 
     bool IsAllowed(size_t from, size_t to) const {
@@ -175,21 +181,21 @@ class Thinner {
     const Grid& mGrid;
     double mTolerance;
     const std::function<bool(size_t, size_t)>& mIsClear;
-    std::vector<double> mLonMetres;     // At each point.
-    std::vector<int64_t> mDoubleAreas;  // Between the line up to each point and its first point.
-    std::vector<Way> mWays;             // Those to the current stop that may be open.
+    std::vector<double> mLonMetres;     // Metres that a unit of longitude spans at each point.
+    std::vector<int64_t> mDoubleAreas;  // Twice the area swept from the first point to each.
+    std::vector<Path> mPaths;           // To the current stop, not yet rejected.
 };
 
 }  // namespace
 
-std::vector<size_t> FewestVertices(const std::vector<GridPoint>& line, const Grid& grid,
-                                   double tolerance,
-                                   const std::function<bool(size_t from, size_t to)>& isClear) {
-    Thinner thinner(line, grid, tolerance, isClear);
+std::vector<size_t> MinimumVertices(const std::vector<GridPoint>& line, const Grid& grid,
+                                    double tolerance,
+                                    const std::function<bool(size_t from, size_t to)>& isClear) {
+    PathSearch search(line, grid, tolerance, isClear);
     std::vector<size_t> stops(line.size());
     std::iota(stops.begin(), stops.end(), size_t{0});
     for (;;) {
-        std::vector<size_t> kept = thinner.CheapestWay(stops);
+        std::vector<size_t> kept = search.CheapestPath(stops);
         if (kept.size() == stops.size()) return kept;
         stops = std::move(kept);
     }
