@@ -18,7 +18,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -78,6 +77,15 @@ inline void CheckTranscript(const std::string& path, const std::function<void()>
             actual += outcome + "\n";
     }
     if (std::getenv("UPDATE_TRANSCRIPTS") != nullptr) std::ofstream(path) << actual;
-    EXPECT_EQ(expected, actual) << path;
+    if (expected != actual) {
+        const auto [here, there] =
+                std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end());
+        const auto excerpt = [](const std::string& text, std::ptrdiff_t position) {
+            const size_t step = text.rfind("\n> ", static_cast<size_t>(position));
+            return text.substr(step == std::string::npos ? 0 : step, 600);
+        };
+        ADD_FAILURE() << path << " differs; expected:" << excerpt(expected, here - expected.begin())
+                      << "\nand got:" << excerpt(actual, there - actual.begin());
+    }
     EXPECT_NE(std::string::npos, actual.find("\n> ")) << "no step in " << path;
 }
