@@ -1,6 +1,7 @@
 // The functions that the page calls, compiled to WebAssembly together with the library's reader.
 // The page has one thread.
 #include <LookupInterface.h>
+#include <fixed_answers.h>
 #include <reader/open_bytes.h>
 #include <reader/units.h>
 #include <zonedetect.h>
@@ -58,7 +59,7 @@ char* Look(int number, double lat, double lon) {
     const std::unique_ptr<char, decltype(&std::free)> raw(
             LookupTzIdIn(&database, queryLat, queryLon, &distance), &std::free);
     nlohmann::ordered_json object = offlinetz::AnswerJson(lat, lon, answer);
-    object["raw"] = raw != nullptr ? raw.get() : "error:malloc failed";
+    object["raw"] = raw != nullptr ? raw.get() : kMallocFailed;
     if (offlinetz::IsTiled(database))
         object["radius_km"] = offlinetz::SafeRadiusKilometres(database, lat, lon, answer);
     return strdup(offlinetz::OneLine(object).c_str());
