@@ -1,7 +1,6 @@
 // The limit that stops a compile whose result would be out of proportion to its input.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <utility>

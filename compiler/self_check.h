@@ -5,11 +5,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "database/grid.h"
+#include "progress_callback.h"
 #include "source.h"
 
 namespace offlinetz {

@@ -1,6 +1,8 @@
 // Removes points of borders without moving a border further than a tolerance.
 #pragma once
 
+#include <vector>
+
 #include "database/grid.h"
 #include "rebuild_rings.h"
 

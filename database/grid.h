@@ -44,9 +44,6 @@ struct GridBox {
         return p.lat >= min.lat && p.lat <= max.lat && p.lon >= min.lon && p.lon <= max.lon;
     }
     bool Contains(const GridBox& b) const { return Contains(b.min) && Contains(b.max); }
-    GridBox Expanded(int32_t units) const {
-        return {{min.lat - units, min.lon - units}, {max.lat + units, max.lon + units}};
-    }
 };
 
 // The bounding box of a ring, which must not be empty.
