@@ -113,8 +113,8 @@ std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes
     const std::vector<uint8_t> metadata = EncodeMetadata(content.zones, &recordOffsets);
 
     // The reader stops at the first bounding box that begins north of the point, so entries are
-    // sorted by the southern edge. Rings have the same order: so their offsets never decrease, and
-    // their deltas are unsigned.
+    // sorted by their southern sides. Rings are stored in the order of the entries, so their
+    // offsets never decrease and the deltas of the offsets are unsigned.
     std::vector<size_t> order(content.entries.size());
     std::iota(order.begin(), order.end(), size_t{0});
     const auto key = [&](size_t i) {
