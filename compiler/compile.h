@@ -19,11 +19,11 @@ namespace offlinetz {
 constexpr size_t kDefaultMaxTilePoints = 350;
 
 struct CompileOptions {
-    std::vector<std::string> inputs;                 // "-" is standard input.
-    std::string output;                              // "-" is standard output.
-    std::string tzidProperty = "tzid";               // See SourceOptions.
-    int version = 1;                                 // The database's version byte, 0 to 255.
-    std::string notice;                              // Up to kMaxStringLength bytes (text_rules.h).
+    std::vector<std::string> inputs;    // "-" is standard input.
+    std::string output;                 // "-" is standard output.
+    std::string tzidProperty = "tzid";  // See SourceOptions.
+    int version = 1;                    // The database's version byte, 0 to 255.
+    std::string notice;                 // Up to kMaxStringLength bytes; see FaultOfNotice.
     int precision = zonedetect::kNauticalPrecision;  // Of Grid.
     double toleranceMetres = 20.0;                   // Of simplification; 0 keeps every bend.
     size_t maxTilePoints = kDefaultMaxTilePoints;    // Of TileWorld; 0 keeps rings whole.

@@ -10,9 +10,9 @@
 
 namespace offlinetz {
 
-// A repair may change the area of a polygon by this share, or by a square of a hundred metres,
-// whichever is more: that is a slip of the pen. All polygons of a feature that a repair changes
-// more than that may together change by this share of the feature's area.
+// A repair that changes the area of a polygon by at most this share, or by at most about 100 m x
+// 100 m, corrects a slip of the pen and is always accepted. Larger repairs are accepted if those of
+// one feature together change its area by at most this share.
 constexpr double kRepairShare = 1e-3;
 
 // A polygon of a feature as it was read.

@@ -55,7 +55,7 @@ struct SourceOptions {
 
 // Reads GeoJSON FeatureCollections, single features, text sequences or newline-delimited features,
 // plain or gzip; the path "-" is standard input. Each feature has a property that names its zone
-// and a Polygon or MultiPolygon. The text of one file is in memory at a time, and the polygons of
+// and a Polygon or MultiPolygon. Memory holds the text of one file at a time, and the polygons of
 // all files.
 //
 // A polygon whose rings cross is repaired: the area that its rings enclose becomes a valid polygon.
