@@ -25,7 +25,7 @@ namespace offlinetz {
 namespace {
 
 constexpr size_t kProgressInterval = 4096;
-constexpr size_t kSamples = 4096;
+constexpr size_t kSamples = 4096;  // Vertices from which the cost of a lookup is estimated.
 
 class Checker {
   public:

@@ -16,10 +16,8 @@ namespace zonedetect {
 // - ZDLookupInZone for the winding number -1: clockwise, as exterior rings run.
 // - ZDLookupInExcludedZone for the winding number 1: counterclockwise, as holes run.
 // - ZDLookupNotInZone for the winding number 0.
-// - ZDLookupBorderVertex if the target is a vertex. A ring without points counts as the vertex 0,
-// 0.
-// - ZDLookupOnBorder for any other winding number, and if an edge between opposite quadrants
-// crosses
+// - ZDLookupBorderVertex if the target is a vertex. A ring without points counts as the vertex 0,0.
+// - ZDLookupOnBorder for any other winding number, or if an edge between opposite quadrants crosses
 //   the target's parallel at the target's longitude, truncated to units.
 // - ZDLookupParsingError if the ring cannot be decoded.
 //
