@@ -23,9 +23,9 @@ namespace offlinetz {
 //   tile's surroundings, a closing path along that rectangle replaces the rest of it, with the same
 //   winding number around the tile. A zone that covers the tile has the rectangle for its ring.
 // - The borders that the tile lacks lie outside the clip rectangle, so the rectangle is nearer than
-//   any of them. Rings run along all four sides of the rectangle, so the edge from which the reader
-//   takes its distance is never further away than a border that the tile lacks. A side along which
-//   no zone's ring runs gets a path there and back, which encloses nothing.
+//   any of them. Rings run along all four sides of the rectangle, so the reader always measures the
+//   distance to an edge that is nearer than every border that the tile lacks. A side along which no
+//   zone's ring runs gets a path there and back, which encloses nothing.
 //
 // `zones` must be as RebuildRings leaves them; they are read only. `progress` receives the number
 // of entries made so far. Throws OutputLimitError where the entries of tiles would take more than
