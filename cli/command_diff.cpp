@@ -5,11 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <memory>
-#include <random>
-#include <stdexcept>
 #include <string>
 
 #include "commands.h"
@@ -17,6 +14,7 @@
 #include "database/answer.h"
 #include "database/open_database.h"
 #include "database/output_file.h"
+#include "database/random_points.h"
 #include "inspected.h"
 #include "inspector/areas.h"
 #include "inspector/differences.h"
@@ -52,16 +50,13 @@ struct Costs {
 
 // The mean time of lookups at random points on the sphere, the same points in each call.
 double MeanLookupMicroseconds(const ZDDatabase& database) {
-    constexpr double kDegreesPerRadian = 57.29577951308232;
-    std::mt19937 random(1);  // NOLINT(cert-msc51-cpp): both databases get the same points.
-    std::uniform_real_distribution<double> share(0.0, 1.0);
+    offlinetz::RandomPoints random(1);
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < kTimedLookups; ++i) {
-        const double lat = std::asin(2.0 * share(random) - 1.0) * kDegreesPerRadian;
-        const double lon = 360.0 * share(random) - 180.0;
+        const offlinetz::Degrees point = random.OnSphere();
         float distance;
-        ZDFreeResults(
-                ZDLookup(&database, static_cast<float>(lat), static_cast<float>(lon), &distance));
+        ZDFreeResults(ZDLookup(&database, static_cast<float>(point.lat),
+                               static_cast<float>(point.lon), &distance));
     }
     const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
     return took.count() / kTimedLookups;

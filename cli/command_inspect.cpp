@@ -85,7 +85,7 @@ std::vector<ZoneRow> Rows(const InspectOptions& options, const InspectedDatabase
 
 std::string DigestOf(const ZDDatabase& database) {
     std::string digest;
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < SHA1HashSize; ++i)
         digest += fmt::format("{:02x}", ZDGetChecksum(&database)[i]);
     return digest;
 }

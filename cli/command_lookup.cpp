@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 #include <vector>

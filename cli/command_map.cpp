@@ -93,8 +93,8 @@ nlohmann::ordered_json DeltasOf(const offlinetz::GridRing& ring) {
     return deltas;
 }
 
-// The page's object for a database. It includes the zones only if it `isDrawn`: a page of two
-// databases draws the new one.
+// The page's object for a database. Includes the zones only if `isDrawn` is set: a page of two
+// databases draws only the new one.
 nlohmann::ordered_json DatabaseJson(const std::string& name, const InspectedFile& file,
                                     bool isDrawn, Progress* progress) {
     const ZDDatabase& database = *file.database;

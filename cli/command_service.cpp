@@ -1,6 +1,7 @@
 // offlinetz service: loads the service's library and uses it as a client on a device does.
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <reader/format.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -130,7 +131,8 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
 
 // The version byte in a database file's header, or kNoVersion if the file is too short.
 int32_t VersionOf(const offlinetz::FileBytes& file) {
-    return file.size() > 4 ? file[4] : ServiceClient::kNoVersion;
+    return file.size() > zonedetect::kVersionOffset ? file[zonedetect::kVersionOffset]
+                                                    : ServiceClient::kNoVersion;
 }
 
 int Refuse(const std::string& reason, const ServiceClient::State& state) {

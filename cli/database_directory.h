@@ -21,13 +21,13 @@ class DatabaseDirectory {
     bool ActiveIsGood() const;
     bool BackupIsGood() const;
 
-    // Whether this process has the active file open, as a service in this process does that uses
-    // it.
+    // Whether this process has the active file open. A service in this process that uses the file
+    // keeps it open.
     bool IsInUse() const;
 
-    // Why the disk has no room for an update by a file of `size` bytes, or empty if it has. An
-    // update overwrites first the backup and then the active file, so it needs more room only as
-    // far as the new file is larger than the old ones.
+    // Returns why the disk has no room for an update by a file of `size` bytes; empty if it has
+    // room. An update overwrites the backup and then the active file, so it needs only the bytes by
+    // which the new file exceeds them.
     std::string LackOfRoom(uint64_t size) const;
 
   private:

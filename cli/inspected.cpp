@@ -1,6 +1,7 @@
 #include "inspected.h"
 
 #include <fmt/format.h>
+#include <reader/units.h>
 
 #include <stdexcept>
 
@@ -9,7 +10,7 @@
 InspectedFile Inspect(const std::string& path, Progress* progress) {
     InspectedFile file;
     file.database = offlinetz::OpenDatabase(path);
-    if (file.database->precision < 1 || file.database->precision > 31) {
+    if (!zonedetect::HasScale(*file.database)) {
         throw std::runtime_error(fmt::format("{}: has the precision {}, which is not from 1 to 31",
                                              path, file.database->precision));
     }

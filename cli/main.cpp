@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -17,8 +16,8 @@
 
 namespace {
 
-// Opens each standard stream that the caller closed on /dev/null, in the wrong direction: its use
-// fails, as it should, and no file opened later gets its descriptor.
+// If the caller closed a standard stream, opens /dev/null in its place, in the wrong direction. So
+// reading or writing the stream fails, and no file opened later gets its descriptor.
 void GuardStandardStreams() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(fd, F_GETFD) >= 0) continue;
@@ -45,8 +44,8 @@ std::vector<std::string> Arguments(int argc, char** argv) {
     return arguments;
 }
 
-// The text that follows an error of the command line: the help if a subcommand is missing, of the
-// program or of `service`, else a hint.
+// The text that follows an error of the command line. If a subcommand is missing, this is the help
+// of the program or of `service`; otherwise it is a hint.
 std::string Advice(const CLI::App& app) {
     const CLI::App* command = &app;
     while (!command->get_subcommands().empty())

@@ -8,7 +8,7 @@
 
 std::string Printable(std::string_view text) {
     std::string printable;
-    for (;;) {  // The library would also escape double quotes, so they are passed by.
+    for (;;) {  // The library escapes double quotes too, so it gets the text between them only.
         const size_t quote = text.find('"');
         const std::string escaped = fmt::format("{:?}", text.substr(0, quote));
         printable.append(escaped, 1, escaped.size() - 2);

@@ -12,6 +12,6 @@ std::string Printable(std::string_view text);
 // Writes one line to standard error: "offlinetz: " and Printable(text).
 void PrintMessage(std::string_view text);
 
-// Prints the log of the service's units on standard error, one line a message, escaped like
-// Printable; or drops it if `isWanted` is false. Any thread may call.
+// If `isWanted`, prints the log of the service's units on standard error from now on, one line a
+// message, escaped as by Printable. Otherwise drops the log. Any thread may call.
 void UseLog(bool isWanted);

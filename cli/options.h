@@ -1,5 +1,5 @@
-// Validators and defaults of option values that the command-line library does not have. Validators
-// have no description: the help text of an option states its range.
+// Validators of option values that the command-line library lacks, and the path of a default value.
+// The validators have no description: the help text of an option states its range.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cstdio>
+
 #include "message.h"
 
 namespace {

@@ -19,14 +19,14 @@ namespace offlinetz {
 constexpr size_t kDefaultMaxTilePoints = 350;
 
 struct CompileOptions {
-    std::vector<std::string> inputs;               // "-" is standard input.
-    std::string output;                            // "-" is standard output.
-    std::string tzidProperty = "tzid";             // See SourceOptions.
-    int version = 1;                               // The database's version byte, 0 to 255.
-    std::string notice;                            // Up to kMaxStringLength bytes (text_rules.h).
-    int precision = 21;                            // Of Grid; 21 fits the fallback at sea.
-    double toleranceMetres = 20.0;                 // Of simplification; 0 keeps every bend.
-    size_t maxTilePoints = kDefaultMaxTilePoints;  // Of TileWorld; 0 keeps rings whole.
+    std::vector<std::string> inputs;    // "-" is standard input.
+    std::string output;                 // "-" is standard output.
+    std::string tzidProperty = "tzid";  // See SourceOptions.
+    int version = 1;                    // The database's version byte, 0 to 255.
+    std::string notice;                 // Up to kMaxStringLength bytes; see FaultOfNotice.
+    int precision = zonedetect::kNauticalPrecision;  // Of Grid.
+    double toleranceMetres = 20.0;                   // Of simplification; 0 keeps every bend.
+    size_t maxTilePoints = kDefaultMaxTilePoints;    // Of TileWorld; 0 keeps rings whole.
     bool bareIdentifiers = false;    // Store identifiers without double quotes at both ends.
     bool crossAntimeridian = false;  // See SourceOptions.
     bool skipBad = false;            // Leave out invalid features, polygons and zones.

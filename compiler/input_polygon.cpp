@@ -20,7 +20,7 @@ namespace {
 namespace dom = simdjson::dom;
 
 constexpr size_t kMinRingPositions = 4;  // Three points and the first one again.
-// A change of area below a square of a hundred metres is a slip of the pen in any polygon.
+// About 100 m x 100 m. A repair that changes an area by less is negligible in any polygon.
 constexpr double kRepairSquareDegrees = 1e-6;
 // A polygon is not repaired if its edges cross more than this many times their number. The cost of
 // a repair grows with the crossings, and every pair of edges may cross.
@@ -191,7 +191,7 @@ GeometryPtr Repair(const GEOSGeometry* polygon, const std::string& where) {
     return RequireGeometry(repaired, where);
 }
 
-// Returns a valid polygon as it is and any other one repaired. Adds the repair to `input`.
+// Returns a valid polygon unchanged, and any other polygon repaired. Adds the repair to `input`.
 GeometryPtr MakeValid(GeometryPtr polygon, const std::string& where, InputPolygon* input) {
     const std::string fault = DescribeFault(polygon.get());
     if (fault.empty()) return polygon;
@@ -240,8 +240,8 @@ GeometryPtr MakeCutPolygon(std::vector<Positions> rings, bool allCross, const st
         }
         const GeometryPtr area = MakeValid(MakePolygon(&ring, 1, where), where, input);
         GeometryPtr cut = RequireGeometry(CutAtAntimeridian(area.get()).release(), where);
-        // The exterior ring and a hole may lie on different sides before the cut. Afterwards they
-        // are where they belong.
+        // Before the cut the exterior ring and a hole may lie on different sides of the
+        // antimeridian, so a hole is subtracted only after both were cut and moved.
         polygon = polygon == nullptr
                           ? std::move(cut)
                           : RequireGeometry(GEOSDifference(polygon.get(), cut.get()), where);

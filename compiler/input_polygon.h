@@ -10,9 +10,9 @@
 
 namespace offlinetz {
 
-// A repair may change the area of a polygon by this share, or by a square of a hundred metres,
-// whichever is more: that is a slip of the pen. All polygons of a feature that a repair changes
-// more than that may together change by this share of the feature's area.
+// A repair is negligible if it changes the area of a polygon by at most this share, or by at most
+// about 100 m x 100 m. Negligible repairs are always accepted. The other repairs of a feature are
+// accepted if together they change its area by at most this share.
 constexpr double kRepairShare = 1e-3;
 
 // A polygon of a feature as it was read.
@@ -22,7 +22,7 @@ struct InputPolygon {
     bool crossesAntimeridian = false;  // Long edges crossed the antimeridian; it was cut there.
     bool isBeyond180 = false;          // Longitudes were beyond 180 degrees; they were moved.
     std::string repair;                // The first fault that was repaired and its place, or empty.
-    double changedSquareDegrees = 0.0;  // The change of area by repairs, 0 for a slip of the pen.
+    double changedSquareDegrees = 0.0;  // The change of area by repairs; 0 if they are negligible.
     double changedKm2 = 0.0;            // The same in square kilometres.
 };
 

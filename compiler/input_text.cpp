@@ -96,7 +96,7 @@ std::string PlaceOfJsonError(std::string_view text) {
     ErrorPlace place;
     nlohmann::json::sax_parse(text, &place);
     if (place.Position() == 0) return "";
-    // At the end of a text, the position is the one of the missing byte.
+    // If the text ends too early, this is the position of the byte that is missing.
     const auto end =
             text.begin() + static_cast<std::ptrdiff_t>(std::min(place.Position() - 1, text.size()));
     const auto line = std::count(text.begin(), end, '\n') + 1;

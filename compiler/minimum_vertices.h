@@ -30,8 +30,8 @@ std::vector<size_t> MinimumVertices(const std::vector<GridPoint>& line, const Gr
                                     double tolerance,
                                     const std::function<bool(size_t from, size_t to)>& isClear);
 
-// Measured on the world at 20 m: one point in 18,000 more than without a bound. Time grows with it
-// where the tolerance is large.
+// The greatest number of points that an edge reaches ahead in one search. On the world at 20 m this
+// bound costs one point in 18,000. Where the tolerance is large, time grows with it.
 constexpr size_t kReach = 64;
 
 }  // namespace offlinetz

@@ -1,7 +1,6 @@
 // The limit that stops a compile whose result would be out of proportion to its input.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <utility>
@@ -21,7 +20,7 @@ struct OutputLimitError : std::exception {
         : at(place), zones(std::move(zonesThere)) {}
     const char* what() const noexcept override { return "the database would become too large"; }
 
-    GridPoint at;                 // Where most zones or crossings are, of what was made until then.
+    GridPoint at;                 // Where most zones or crossings are, in the part made so far.
     std::vector<uint32_t> zones;  // The indexes of the zones there, each once.
 };
 

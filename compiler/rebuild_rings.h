@@ -13,13 +13,13 @@ namespace offlinetz {
 // Rewrites the rings of all zones, so that together they are a planar arrangement of edges:
 // - Two edges of any rings are the same, share ends only, or stay apart.
 // - Each ring passes each of its vertices once. Exterior rings run clockwise and holes
-//   counterclockwise; none lies inside another of its kind. (The reader would take a ring that
-//   winds twice for border everywhere.)
+//   counterclockwise. (Where a ring winds twice around a point, the reader would report a border.)
+//   No exterior ring lies directly inside another one, and no hole directly inside another hole.
 //
 // Edges that cross between grid points are bent to a grid point beside the crossing by snap
-// rounding (snap_rounding.h), in every zone alike. Shared borders so stay shared, overlapping zones
-// go on to overlap, and no border moves further than half a unit in latitude and in longitude.
-// Rings of one zone may overlap or share borders; they are united.
+// rounding (snap_rounding.h), in every zone alike. So shared borders stay shared, overlapping zones
+// still overlap, and no border moves further than half a unit in latitude and in longitude. The
+// given rings of one zone may overlap or share borders; they are united.
 //
 // Returns the number of points added to edges. `progress` receives the number of the round. Throws
 // OutputLimitError if more than `maxPoints` points would be added; `*zones` is then unchanged.

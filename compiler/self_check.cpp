@@ -16,7 +16,8 @@ namespace {
 
 constexpr size_t kChunkPoints = 32;
 // Points near a border are chosen within this distance of it, or within this multiple of the
-// allowed distance, whichever is more. Points closer only would show no greater displacement.
+// allowed distance, whichever is more. Points within the allowed distance only could not show that
+// a border moved further.
 constexpr double kLeastNearMetres = 100.0;
 constexpr double kNearPerAllowed = 1.5;
 constexpr double kDegreesPerRadian = 57.29577951308232;

@@ -5,17 +5,19 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "database/grid.h"
+#include "progress_callback.h"
 #include "source.h"
 
 namespace offlinetz {
 
 // Looks points up in the source polygons themselves, by R-trees over polygons and over parts of
-// borders. Borrows the source, which must outlive it.
+// borders. Borrows the source, which must outlive it. Needs StartGeometry (geometry.h) and its
+// thread. Points are in degrees.
 class SourceLookup {
   public:
     explicit SourceLookup(const Source& source);
@@ -30,8 +32,8 @@ class SourceLookup {
     // within `within` metres.
     double MetresToBorder(double lat, double lon, const std::string& tzid, double within) const;
 
-    // Sets a point within `metres` of a border that depends on four numbers from 0 to 1 (1
-    // excluded). All edges of borders are equally likely.
+    // Sets `*lat` and `*lon` to a point within `metres` of a border. The four numbers, each at
+    // least 0 and below 1, determine the point. All edges of borders are equally likely.
     void PointNearBorder(double metres, const double (&random)[4], double* lat, double* lon) const;
 
   private:
@@ -47,13 +49,13 @@ struct SelfCheckResult {
     size_t points = 0;
     size_t nearBorder = 0;              // Points chosen near a border.
     size_t differences = 0;             // Answers that differ from the source.
-    double greatestMetres = 0.0;        // The greatest distance of those from a border in dispute.
-    std::vector<std::string> failures;  // One line for each that is further away than allowed.
+    double greatestMetres = 0.0;        // Greatest distance of a difference from a disputed border.
+    std::vector<std::string> failures;  // One line for each difference further away than allowed.
 };
 
-// Looks up `points` points in both and compares the answers. Half of the points lie within 100 m of
-// a border, or within one and a half times the allowed distance if that is more. The others are
-// spread evenly over the sphere. The same seed gives the same points.
+// Looks up `points` points in the source and in the database and compares the answers. Half of the
+// points lie within 100 m of a border, or within one and a half times the allowed distance if that
+// is more. The others are spread evenly over the sphere. The same seed gives the same points.
 //
 // The allowed distance is `tolerance` metres plus Grid::RoundingMetres. A zone is in dispute if
 // only one of both answers has it. A different answer is a failure if the border of a zone in

@@ -1,6 +1,8 @@
 // Removes points of borders without moving a border further than a tolerance.
 #pragma once
 
+#include <vector>
+
 #include "database/grid.h"
 #include "rebuild_rings.h"
 
@@ -18,8 +20,8 @@ namespace offlinetz {
 //
 // These vertices always stay:
 // - Vertices on or past the world's edge.
-// - The vertices of a ring that meets no other border which touch its bounding box, and a third one
-//   if they are only two. An island of any size so keeps its extent.
+// - In a ring that meets other borders in one vertex at most: an extreme vertex in each direction,
+//   and a third vertex if these are only two. So an island of any size keeps its extent.
 // - An inner vertex of each of two arcs between the same vertices.
 //
 // Returns the greatest distance in metres that a border moved. A tolerance of 0 removes only points

@@ -19,15 +19,15 @@ struct SnapCounts {
 // points are distinct. Rounded rings may touch or cross themselves and others; RebuildRings
 // (rebuild_rings.h) is the next step. Adds to `*counts`.
 //
-// A ring that rounding makes flat becomes its bounding box, at least one unit wide, if that fits
-// into kIsletUnits both ways: an islet must not collapse, somebody may live there. A longer flat
-// ring is a sliver and is removed.
+// A ring that rounding makes flat becomes its bounding box, at least one unit wide, if that has at
+// most kIsletUnits in both directions: an islet must not collapse, somebody may live there. A
+// longer flat ring is a sliver and is removed.
 //
-// Rings along the antimeridian or a pole are extended by kWorldMargin units past it. The world's
-// edge is then inside like the points beside it, wherever the reader's shift puts it.
+// Rings along the antimeridian or a pole are extended past it by kWorldMargin. So points on the
+// world's edge are inside, as the points beside them are, in spite of the reader's shift.
 std::vector<GridRing> SnapToGrid(const GEOSGeometry* area, const Grid& grid, SnapCounts* counts);
 
-constexpr int32_t kWorldMargin = 8;
-constexpr int32_t kIsletUnits = 4;
+constexpr int32_t kWorldMargin = 8;  // Units; more than zonedetect::kRingShift.
+constexpr int32_t kIsletUnits = 4;   // The greatest extent of an islet, in units.
 
 }  // namespace offlinetz

@@ -16,7 +16,7 @@ struct Part {
     GridPoint a;
     GridPoint b;
     uint32_t edge;
-    bool fresh;  // Parts that are not fresh have been compared with each other.
+    bool fresh;  // Two parts that are not fresh were compared with each other before.
 };
 
 // --- Finding the parts that may meet -----------------------------------------------------
@@ -124,14 +124,14 @@ void VisitPairs(const std::vector<Part>& parts, PairFunction visit) {
 // unit square around it. An edge gets these snap points for each other edge that it meets:
 // - the point whose hot pixel holds the crossing of the two edges;
 // - each end of the other one's part whose hot pixel the edge passes.
-// Both are decided by the edge as it came, not as it has been bent. However often an edge is bent,
-// it therefore moves by no more than half a unit in latitude and in longitude.
+// Both are decided for the original edge, not for the bent one. So however often an edge is bent,
+// it moves by no more than half a unit in latitude and in longitude.
 //
-// Rounds end, because an edge passes a limited number of hot pixels. No parts cross at the end. To
-// see that, shrink the hot pixels of the ends of two parts to their centres, and move the parts
-// with them. A part moves by no more than the sides of a hot pixel do, so a part outside a hot
-// pixel stays outside. Parts that did not cross can come to cross only where an end of one passes
-// through the other.
+// Rounds end, because an edge passes a limited number of hot pixels. No parts cross at the end.
+// Proof: shrink the hot pixels of the ends of two parts to their centres, and move the parts with
+// them. A part moves by no more than the sides of a hot pixel do, so a part outside a hot pixel
+// stays outside. Parts that did not cross can come to cross only where an end of one passes through
+// the other.
 
 int SignOf(int64_t value) {
     return (value > 0) - (value < 0);
@@ -236,8 +236,8 @@ void SortSnapPoints(const std::vector<Edge>& edges, std::vector<SnapPoint>* snap
 std::vector<SnapPoint> SnapRound(const std::vector<Edge>& edges, size_t maxSnapPoints,
                                  const ProgressCallback& progress) {
     std::vector<SnapPoint> snapPoints;
-    // An edge may get the same snap point several times. The limit holds without repeats, and
-    // removing them takes a sort, so that is done each time as many more have come as the limit.
+    // An edge may get the same snap point several times, but the limit counts it once. Removing
+    // repeats takes a sort, so it is done only after each `maxSnapPoints` additions.
     size_t countAt = maxSnapPoints;
     std::vector<bool> isOpen(edges.size(), true);  // Whether an edge clashed in the last round.
     for (int round = 1;; ++round) {

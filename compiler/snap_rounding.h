@@ -1,5 +1,5 @@
 // Snap rounding (Hobby, "Practical segment intersection with finite precision output", 1999): bends
-// edges to grid points so that they meet in ends only.
+// edges to grid points so that they meet only in their ends.
 #pragma once
 
 #include <cstdint>
@@ -21,13 +21,13 @@ struct SnapPoint {
     GridPoint at;
 };
 
-// Returns the snap points of distinct edges: bent to them, the edges no longer cross, overlap, or
-// touch elsewhere than in ends of both. They are sorted by edge, and along each edge from a to b.
-// Only edges that meet so now, or come to do so by the bending of others, are bent. No point of an
-// edge moves by more than half a unit in latitude and in longitude.
+// Returns the snap points of `edges`, which must be distinct. Edges bent to their snap points do
+// not cross or overlap, and touch only in ends of both. The snap points are sorted by edge, and
+// along each edge from a to b. An edge is bent only if it clashes with another edge, or with one
+// that was bent. No point of an edge moves by more than half a unit in latitude and in longitude.
 //
 // `progress` receives the number of the round. Throws TooManySnapPoints if there would be more than
-// `maxSnapPoints`. Time and memory grow with the crossings, of which a few edges may have many.
+// `maxSnapPoints`. Time and memory grow with the number of crossings; n edges may have n^2 / 2.
 std::vector<SnapPoint> SnapRound(const std::vector<Edge>& edges, size_t maxSnapPoints,
                                  const ProgressCallback& progress);
 
@@ -36,12 +36,11 @@ struct TooManySnapPoints {
     GridPoint at;       // An end of a part of the first one, near where they met.
 };
 
-// Whether edges meet only in ends of both.
+// Whether edges meet only in ends of both: none cross, overlap, or touch elsewhere.
 bool AreNoded(const std::vector<Edge>& edges);
 
 // Whether more than `count` pairs of edges meet elsewhere than in ends of both. Stops as soon as
-// that is known. A pair may be counted more than once, as pairs of long edges that lie close
-// together are.
+// that is known. May count a pair more than once, such as two long edges close to each other.
 bool CrossingsExceed(const std::vector<Edge>& edges, size_t count);
 
 // Calls `visit(edge, from, to)` for each part of each edge, in order. `edge` is the index;

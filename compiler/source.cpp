@@ -44,7 +44,7 @@ struct ZoneParts {
 };
 
 // The member of a feature that names its zone: a property, or else a member of the feature itself,
-// as "id" may be. GeoJSON defines "type", so that is none.
+// such as "id". GeoJSON itself defines "type", so "type" names no zone.
 std::optional<dom::element> FindIdentifier(const dom::element& feature, const std::string& name) {
     dom::element found;
     if (!feature["properties"][name].get(found) && !found.is_null()) return found;

@@ -24,7 +24,7 @@ struct Zone {
 struct LeftOut {
     size_t features = 0;
     size_t polygons = 0;       // Of features that were otherwise kept.
-    size_t zones = 0;          // Zones of which nothing is left.
+    size_t zones = 0;          // Zones without any part left, for example on the grid.
     double km2 = 0.0;          // The area of all of these, as far as it is known.
     size_t ofUnknownArea = 0;  // How many of them have an unknown area.
 };
@@ -55,12 +55,12 @@ struct SourceOptions {
 
 // Reads GeoJSON FeatureCollections, single features, text sequences or newline-delimited features,
 // plain or gzip; the path "-" is standard input. Each feature has a property that names its zone
-// and a Polygon or MultiPolygon. The text of one file is in memory at a time, and the polygons of
+// and a Polygon or MultiPolygon. Memory holds the text of one file at a time, and the polygons of
 // all files.
 //
 // A polygon whose rings cross is repaired: the area that its rings enclose becomes a valid polygon.
-// It is invalid if that changes areas by more than a slip of the pen, measured against the whole
-// feature (input_polygon.h). Longitudes may lie up to a turn beyond 180 or -180 degrees.
+// It is invalid if the repairs of its feature change too much area (kRepairShare in
+// input_polygon.h). Longitudes may lie up to a turn beyond 180 or -180 degrees.
 //
 // `warn` receives one line for each polygon that was repaired, for each feature cut at the
 // antimeridian, and for each polygon, feature or zone left out. Throws InputError with all faults

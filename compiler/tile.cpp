@@ -14,9 +14,9 @@ namespace offlinetz {
 
 namespace {
 
-// The box of the world reaches this many units past the world's edges. The reader's shift and the
-// rings along the edges so stay inside, and the box divides into 64 equal parts each way, as the
-// reader's spatial index does.
+// The box of the world reaches this many units past the world's edges, for two reasons. The rings
+// along the edges and the reader's shift stay inside it. And it divides into 64 equal parts in each
+// direction, as the grid of the reader's spatial index does.
 constexpr int32_t kWorldReach = 32;
 
 // Distances from a tile's box in units of latitude and of longitude; both are the same in degrees.
@@ -27,10 +27,10 @@ constexpr GridPoint kMargin = {14, 7};
 // tile.
 constexpr GridPoint kClosingDistance = {28, 14};
 constexpr int32_t kMinBoxUnits = 64;  // Boxes are not cut smaller, however many points they hold.
-// A box made by this many halvings of the world, or by more, may hold all points of a tile. Each
-// doubling of a box's sides (two halvings fewer) halves the number that it may hold: a halving
-// saves points times the area that no longer reads them, and costs each box the same, a clip
-// rectangle.
+// A box made by at least this many halvings of the world may hold the full number of points of a
+// tile. Each doubling of a box's sides (two halvings fewer) halves the number that it may hold. The
+// reason: a halving costs every box the same, a clip rectangle, but saves more for a large box,
+// because lookups in more area then read fewer points.
 constexpr int kFullTileHalvings = 21;
 constexpr size_t kAlwaysAllowedPoints = 16;  // Any box may hold these.
 
@@ -53,8 +53,8 @@ int RegionOf(const GridPoint& p, const GridBox& box) {
     return kRegions[y + 1][x + 1];
 }
 
-// The angle around `box` that an edge passes which does not touch it: in eighths of a turn,
-// counterclockwise, between regions.
+// The angle, seen from `box`, by which an edge that does not touch the box turns around it: the
+// number of regions it advances counterclockwise, so in eighths of a turn.
 int EighthsAround(const GridPoint& p, const GridPoint& q, const GridBox& box) {
     const int difference = (RegionOf(q, box) - RegionOf(p, box)) & 7;
     if (difference == 0) return 0;
@@ -98,10 +98,10 @@ RotatedRing StartAtBox(const Path& ring, const GridBox& box) {
 struct FarRun {
     size_t firstEdge;
     size_t edges = 0;
-    int eighths = 0;  // The angle around the box that the run passes, as EighthsAround gives it.
+    int eighths = 0;  // The sum of EighthsAround over the edges.
 };
 
-// The longest runs of edges that do not touch `keep`, in order.
+// The maximal runs of edges that do not touch `keep`, in order.
 std::vector<FarRun> FarRunsOf(const RotatedRing& ring, const GridBox& keep) {
     std::vector<FarRun> runs;
     bool isNear = true;
@@ -116,8 +116,8 @@ std::vector<FarRun> FarRunsOf(const RotatedRing& ring, const GridBox& keep) {
     return runs;
 }
 
-// Appends the corners that a path around a box passes which begins in `region` and turns by
-// `eighths`.
+// Appends the corners of a box that a path around it passes. The path begins in `region` and turns
+// by `eighths`.
 void AppendClosingPath(int region, int eighths, const std::array<GridPoint, 4>& corners,
                        Path* path) {
     for (int i = 1; i < std::abs(eighths); ++i) {
@@ -128,16 +128,17 @@ void AppendClosingPath(int region, int eighths, const std::array<GridPoint, 4>& 
     }
 }
 
-// What is left of a ring around a box.
+// A ring, clipped to the surroundings of a box.
 struct ClippedRing {
-    Path path;                    // Empty when no edge comes near the box.
-    int winding = 0;              // Of an empty path: the ring's counterclockwise winding number.
-    bool hasClosingPath = false;  // Whether the path leaves the border anywhere.
+    Path path;                    // Empty if no edge comes near the box.
+    int winding = 0;              // If `path` is empty: the ring's counterclockwise winding number.
+    bool hasClosingPath = false;  // Whether a closing path replaces a part of the ring.
 };
 
-// Replaces each run of edges away from `box` by a closing path of the same angle around it, the
-// first one by `extraTurns` counterclockwise turns more. The winding number at each point of the
-// box so stays the same, or changes by `extraTurns`.
+// Clips a ring: replaces each run of at least two edges away from `box` by a closing path that
+// turns around the box by the same angle. The first closing path makes `extraTurns`
+// counterclockwise turns more. At each point of the box the winding number changes by `extraTurns`,
+// if there is a closing path, and not at all otherwise.
 ClippedRing ClipRing(const Path& ring, const GridBox& box, int extraTurns) {
     const GridBox keep = Grown(box, kMargin);
     const auto corners = CornersOf(Grown(box, kClosingDistance));
@@ -172,7 +173,7 @@ ClippedRing ClipRing(const Path& ring, const GridBox& box, int extraTurns) {
 constexpr BoxSide kSides[4] = {
         {&GridPoint::lat, 1}, {&GridPoint::lon, -1}, {&GridPoint::lat, -1}, {&GridPoint::lon, 1}};
 
-// A rectangle around a tile that only edges meet which the tile keeps. All sides grow by the same
+// The clip rectangle of a tile: only edges that the tile keeps meet it. All sides grow by the same
 // distance in degrees; each stops at the first other edge, or at the world's edge.
 GridBox ClipRectangleOf(const GridBox& tile, const SegmentRTree& borders, const GridBox& world) {
     const GridBox keep = Grown(tile, kMargin);
@@ -221,8 +222,7 @@ struct ZonePath {
 };
 
 // Whether a vertex lies just beyond a side of the clip rectangle: one unit away, and between the
-// side's corners. Two edges that lead from there to the corners run along the side like the side
-// itself.
+// side's corners. Two edges from such a vertex to the corners do as well as the side itself.
 bool IsJustBeyond(const GridPoint& p, const GridBox& rectangle, const BoxSide& side) {
     int32_t GridPoint::*const across = side.CrossAxis();
     return p.*across >= rectangle.min.*across && p.*across <= rectangle.max.*across &&
@@ -422,8 +422,8 @@ class Tiler {
         std::map<uint32_t, int> cover = content.cover;
         std::vector<ZonePath> paths;
         for (const ZonePath& whole : content.paths) {
-            // If a zone covers the tile but for holes, its whole rectangle becomes part of the
-            // closing path of the first such hole.
+            // If a zone covers the tile except for holes, the clip rectangle as its exterior ring
+            // becomes part of the closing path of the first such hole.
             const auto covered = cover.find(whole.zone);
             const int turns = covered != cover.end() ? -covered->second : 0;
             ClippedRing clipped = ClipRing(whole.path, box, turns);

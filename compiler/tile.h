@@ -22,14 +22,14 @@ namespace offlinetz {
 // - Around the tile lies its clip rectangle, which no other edge meets. Where a ring leaves the
 //   tile's surroundings, a closing path along that rectangle replaces the rest of it, with the same
 //   winding number around the tile. A zone that covers the tile has the rectangle for its ring.
-// - Everything outside the clip rectangle is further away than the rectangle itself. The distance
-//   that the reader measures is therefore never one to a border beyond a border that the tile does
-//   not have. So that the reader sees all four sides, a side that no zone's ring runs along is run
-//   along there and back, which encloses nothing.
+// - The borders that the tile lacks lie outside the clip rectangle, so the rectangle is nearer than
+//   any of them. Rings run along all four sides of the rectangle, so the reader always measures the
+//   distance to an edge that is nearer than every border that the tile lacks. A side along which no
+//   zone's ring runs gets a path there and back, which encloses nothing.
 //
 // `zones` must be as RebuildRings leaves them; they are read only. `progress` receives the number
 // of entries made so far. Throws OutputLimitError where the entries of tiles would take more than
-// `maxBytes` in the file. Time grows with the points times the halvings that they pass through.
+// `maxBytes` in the file. Time grows with the number of points times the number of halvings.
 std::vector<TableEntry> TileWorld(const std::vector<ZoneRings>& zones, const Grid& grid,
                                   size_t maxPoints, const ProgressCallback& progress,
                                   uint64_t maxBytes = UINT64_MAX);

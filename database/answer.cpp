@@ -3,11 +3,11 @@
 #include <memory>
 #include <new>
 
+#include "text_rules.h"
+
 namespace offlinetz {
 
 namespace {
-
-constexpr char kErrorPrefix[] = "error:";
 
 // The texts between pairs of double quotes. The whole text if a quote has no partner, or if there
 // is none.
@@ -50,7 +50,7 @@ Answer ParseAnswer(const std::string& text) {
     Answer answer;
     const std::vector<std::string> parts = SplitAtQuotes(text);
     if (parts[0].rfind(kErrorPrefix, 0) == 0) {
-        answer.error = parts[0].substr(sizeof kErrorPrefix - 1);
+        answer.error = parts[0].substr(kErrorPrefix.size());
         return answer;
     }
     for (const std::string& part : parts)

@@ -7,8 +7,6 @@
 #include <cstdlib>
 #include <memory>
 
-#include "encode.h"
-
 namespace offlinetz {
 
 std::vector<DecodedEntry> DecodeTable(const ZDDatabase& database, uint32_t* end) {

@@ -14,8 +14,8 @@
 
 namespace offlinetz {
 
-// An entry of the box table. Positions are byte offsets in the file. Those of the record and of the
-// ring are not checked: in a hostile database they may be any number.
+// An entry of the box table. Positions are byte offsets in the file. The positions of the record
+// and of the ring are not checked: in a hostile database they may be any number.
 struct DecodedEntry {
     uint32_t position;  // Of the entry itself.
     GridBox box;
@@ -33,10 +33,11 @@ std::vector<DecodedEntry> DecodeTable(const ZDDatabase& database, uint32_t* end)
 // read.
 bool DecodeRing(const ZDDatabase& database, uint32_t position, GridRing* ring, uint32_t* end);
 
-// Reads the record at `position`: `*text` receives its text as stored, `*end` the position after
-// it. Its bytes are charged to `*budget`, because the varints of a hostile record may be as long as
-// the file. Returns false, with `*text` unchanged, if the record cannot be read or the budget is
-// spent.
+// Reads the record at `position`. `*text` receives its text as stored, up to a zero byte if it has
+// one; `*end` receives the position after the record. The bytes read are charged to `*budget`,
+// because the varints of a hostile record may be as long as the file. Returns false, with `*text`
+// unchanged, if the record cannot be read or the budget is spent. Throws std::bad_alloc only for
+// `*text`: a record that the reader has no memory for counts as one that cannot be read.
 bool DecodeRecord(const ZDDatabase& database, uint32_t position, zonedetect::ReadBudget* budget,
                   std::string* text, uint32_t* end);
 

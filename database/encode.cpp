@@ -20,6 +20,9 @@ using zonedetect::kMaxRingPoints;
 using zonedetect::kReferenceBase;
 using zonedetect::kRingShift;
 using zonedetect::kStringMask;
+using zonedetect::kTrailerSize;
+
+static_assert(kTrailerSize == SHA1HashSize, "the trailer is a SHA-1 digest");
 
 void Append(const std::vector<uint8_t>& part, std::vector<uint8_t>* bytes) {
     bytes->insert(bytes->end(), part.begin(), part.end());
@@ -110,8 +113,8 @@ std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes
     const std::vector<uint8_t> metadata = EncodeMetadata(content.zones, &recordOffsets);
 
     // The reader stops at the first bounding box that begins north of the point, so entries are
-    // sorted by the southern edge. Rings have the same order: so their offsets never decrease, and
-    // their deltas are unsigned.
+    // sorted by their southern sides. Rings are stored in the order of the entries, so their
+    // offsets never decrease and the deltas of the offsets are unsigned.
     std::vector<size_t> order(content.entries.size());
     std::iota(order.begin(), order.end(), size_t{0});
     const auto key = [&](size_t i) {
@@ -166,7 +169,7 @@ std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes
     Append(boxTable, &file);
     Append(metadata, &file);
     Append(polygons, &file);
-    if (file.size() + SHA1HashSize > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
+    if (file.size() + kTrailerSize > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
         throw std::length_error("the database would exceed 2 GiB");
     }
 

@@ -30,7 +30,7 @@ struct SectionSizes {
     size_t polygons = 0;
 };
 
-// The most bytes of a text that a database stores.
+// The length in bytes of the longest text that a database stores.
 constexpr size_t kMaxStringLength = zonedetect::kReferenceBase - 1;
 
 // Appends an unsigned varint: seven bits a byte, the lowest first.
@@ -42,17 +42,19 @@ void AppendSigned(int32_t value, std::vector<uint8_t>* bytes);
 // kMaxStringLength bytes.
 void AppendString(const std::string& text, std::vector<uint8_t>* bytes);
 
-// A lower bound for the bytes of an entry and its ring in the file. Numbers that depend on the
-// entries before it, its two offsets, count as one byte each.
+// A lower bound for the bytes of an entry and its ring in the file. The size of the entry's two
+// offsets depends on the entries before it; each counts as one byte.
 size_t LeastStoredBytes(const TableEntry& entry);
 
 // Encodes the whole file with its digest trailer; `*sizes` receives the size of each section.
 //
-// Sorts the box table by minimum latitude, as the reader requires. Stores a zone text that occurs
-// again once, and references it. Shifts rings west by zonedetect::kRingShift. An entry of kNoZone
-// gets the record of the entry before it. The bytes depend on the content only.
+// Sorts the box table by minimum latitude, as the reader requires. Stores a zone text once, however
+// many zones have it; later records refer to the first. Shifts rings west by
+// zonedetect::kRingShift. An entry of kNoZone gets the record of the entry before it. The bytes
+// depend on the content only.
 //
-// Throws std::length_error for a text, a ring or a file that the format cannot hold.
+// Throws std::length_error for a text, a ring or a file that the format cannot hold, and
+// std::out_of_range for an entry whose zone does not exist.
 std::vector<uint8_t> EncodeDatabase(const DatabaseContent& content, SectionSizes* sizes);
 
 }  // namespace offlinetz

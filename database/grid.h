@@ -44,9 +44,6 @@ struct GridBox {
         return p.lat >= min.lat && p.lat <= max.lat && p.lon >= min.lon && p.lon <= max.lon;
     }
     bool Contains(const GridBox& b) const { return Contains(b.min) && Contains(b.max); }
-    GridBox Expanded(int32_t units) const {
-        return {{min.lat - units, min.lon - units}, {max.lat + units, max.lon + units}};
-    }
 };
 
 // The bounding box of a ring, which must not be empty.
@@ -59,7 +56,7 @@ int64_t Cross(const GridPoint& a, const GridPoint& b, const GridPoint& c);
 // Whether the edge from `p` to `q` and the box share a point of the plane.
 bool TouchesBox(const GridPoint& p, const GridPoint& q, const GridBox& box);
 
-// Whether both points lie beyond one and the same side of the box.
+// Whether both points lie beyond the same side of the box. An edge between them misses the box.
 bool ShareSide(const GridPoint& p, const GridPoint& q, const GridBox& box);
 
 // The corners of a box, counterclockwise: north-east, north-west, south-west, south-east.
@@ -102,11 +99,11 @@ class Grid {
     double LongitudeMetres(int32_t lat) const;
 
     // The greatest distance in metres from a border at which the reader may answer wrongly because
-    // of the grid, at the latitude `lat` in units: two units in both directions. A query is
-    // truncated by up to one unit, and so is a vertex. Where both move the same way that makes one
-    // unit together, but across the equator and the zero meridian it makes two. The reader also
-    // truncates the longitude at which an edge passes a point, and treats that whole unit as
-    // border.
+    // of the grid, at the latitude `lat` in units: two units in both directions. Truncation moves a
+    // query and a vertex by up to one unit each. On one side of the equator and of the zero
+    // meridian both move the same way, so they shift by at most one unit against each other; across
+    // these lines they shift by up to two. The reader also truncates the longitude at which an edge
+    // passes a point, and treats that whole unit as border.
     double RoundingMetres(int32_t lat) const;
 
     // The squared distance in metres from `p` to the segment a-b; exactly 0 if p lies on it.

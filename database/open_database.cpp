@@ -38,7 +38,7 @@ struct Descriptor {
 }
 
 bool HasDigest(const FileBytes& bytes) {
-    const size_t length = bytes.size() - SHA1HashSize;
+    const size_t length = bytes.size() - zonedetect::kTrailerSize;
     const Digest digest = DigestOf(bytes.data(), length);
     return std::equal(digest.begin(), digest.end(), bytes.data() + length);
 }

@@ -35,9 +35,9 @@ FileBytes ReadFileBytes(const std::string& path);
 DatabasePtr OpenBytes(std::shared_ptr<const FileBytes> bytes,
                       zonedetect::OpenFailure* failure = nullptr);
 
-// What is wrong with a database file, as a phrase that may follow "is". Empty if the file is good.
-// `failure` is the result of OpenBytes for these bytes. Checks the digest if the reader accepted
-// them.
+// Returns what is wrong with a database file, as a phrase that may follow "is"; empty if the file
+// is good. `failure` is the result of OpenBytes for these bytes. If the reader accepted them, this
+// checks the digest.
 std::string FaultOf(const FileBytes& bytes, const zonedetect::OpenFailure& failure);
 
 // The size of an open database's file in bytes: content and digest trailer.

@@ -49,7 +49,8 @@ void SynchroniseDirectoryOf(const std::string& path) {
     if (result != 0) Fail(directory);
 }
 
-// The temporary file that a signal must remove before it ends the process. Null if there is none.
+// The path of the temporary file, which a signal handler removes before the process ends. Null if
+// there is no such file.
 std::atomic<const char*> gTemporaryPath{nullptr};
 static_assert(std::atomic<const char*>::is_always_lock_free,
               "a signal handler may read lock-free atomics only");

@@ -11,7 +11,6 @@ namespace {
 
 constexpr double kKilometresPerDegree = 111.195;
 constexpr double kDegreesPerRadian = 57.29577951308232;
-constexpr int kBandPrecision = 21;
 constexpr double kBandDegrees = 15.0;  // Width of a nautical zone, centred on a multiple of it.
 
 double Sine(double degrees) {
@@ -48,9 +47,10 @@ bool IsTiled(const ZDDatabase& database) {
 
 double SafeRadiusKilometres(const ZDDatabase& database, double lat, double lon,
                             const Answer& answer) {
-    // The reader's nautical zones are right in databases of kBandPrecision only.
-    if (!answer.error.empty() || (answer.isNautical && database.precision != kBandPrecision))
+    if (!answer.error.empty() ||
+        (answer.isNautical && database.precision != zonedetect::kNauticalPrecision)) {
         return 0.0;
+    }
     const double unit = 90.0 / std::ldexp(1.0, database.precision - 1);
     double plane = kSafeShare * static_cast<double>(answer.distance) - kSafeMarginUnits * unit;
     // The plane ends at the antimeridian, where longitudes wrap around.

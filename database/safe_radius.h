@@ -8,8 +8,8 @@
 namespace offlinetz {
 
 // A lookup in a tiled database measures at most 1.4207 times the distance to the nearest border
-// (docs/design.md proves it), plus kSafeMarginUnits units of latitude for truncation. So no point
-// has other zones within this share of the measured distance, less the margin.
+// (docs/design.md proves it), plus kSafeMarginUnits units of latitude for truncation. So all points
+// within this share of the measured distance, less the margin, have the same zones.
 constexpr double kSafeShare = 0.7;
 constexpr double kSafeMarginUnits = 3.0;
 

@@ -6,8 +6,6 @@ namespace offlinetz {
 
 namespace {
 
-constexpr std::string_view kErrorPrefix = "error:";  // The service's error answers begin with it.
-
 // Whether a UTF-8 text holds a control character: U+0000 to U+001F, U+007F, or U+0080 to U+009F,
 // which are the bytes C2 80 to C2 9F.
 bool HoldsControlCharacter(std::string_view text) {

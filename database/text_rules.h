@@ -5,6 +5,9 @@
 
 namespace offlinetz {
 
+// The error answers of the service begin with this.
+constexpr std::string_view kErrorPrefix = "error:";
+
 // The functions return why a text is not allowed, as a phrase such as "is empty" that follows the
 // name of the text, or null if the text is allowed. The phrase is a string literal. The length is
 // not checked; see kMaxStringLength. Both kinds of text are printed to terminals and logs, so they

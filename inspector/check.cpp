@@ -1,6 +1,7 @@
 #include "check.h"
 
 #include <fmt/format.h>
+#include <reader/format.h>
 #include <reader/read_budget.h>
 #include <reader/units.h>
 
@@ -14,7 +15,6 @@
 #include "areas.h"
 #include "check_tiles.h"
 #include "database/answer.h"
-#include "database/encode.h"
 #include "database/text_rules.h"
 #include "findings.h"
 #include "lookup_load.h"
@@ -24,10 +24,8 @@ namespace offlinetz {
 
 namespace {
 
-// The nautical zones of the reader fit this precision only.
-constexpr int kSeaPrecision = 21;
 constexpr size_t kProgressInterval = 4096;
-constexpr size_t kSamples = 4096;
+constexpr size_t kSamples = 4096;  // Vertices from which the cost of a lookup is estimated.
 
 class Checker {
   public:
@@ -36,7 +34,7 @@ class Checker {
 
     std::vector<Finding> Run() {
         CheckHeader();
-        if (mDb.precision < 1 || mDb.precision > 31) return mFindings.Take();
+        if (!zonedetect::HasScale(mDb)) return mFindings.Take();
         mScale = int32_t{1} << (mDb.precision - 1);
         mLoad.emplace(mDb, mScale);
         mEntries = DecodeTable(mDb, &mTableEnd);
@@ -59,17 +57,20 @@ class Checker {
 
   private:
     void CheckHeader() {
-        if (mDb.precision < 1 || mDb.precision > 31) {
-            mFindings.Add(kNoScale, 5, {}, fmt::format("the precision is {}", mDb.precision));
-        } else if (mDb.precision != kSeaPrecision) {
-            mFindings.Add(kOtherScale, 5, {}, fmt::format("the precision is {}", mDb.precision));
+        if (!zonedetect::HasScale(mDb)) {
+            mFindings.Add(kNoScale, zonedetect::kPrecisionOffset, {},
+                          fmt::format("the precision is {}", mDb.precision));
+        } else if (mDb.precision != zonedetect::kNauticalPrecision) {
+            mFindings.Add(kOtherScale, zonedetect::kPrecisionOffset, {},
+                          fmt::format("the precision is {}", mDb.precision));
         }
         if (mDb.notice[0] == '\0') mFindings.Add(kNoNotice, {}, {}, "the notice is empty");
         if (const char* fault = FaultOfNotice(mDb.notice))
             mFindings.Add(kNoticeText, {}, {}, fmt::format("the notice {}", fault));
         for (int i = 0; i < mDb.fieldCount; ++i) {
             if (mDb.fieldNames[i] == nullptr)
-                mFindings.Add(kField, 6, {}, fmt::format("the name of field {} cannot be read", i));
+                mFindings.Add(kField, zonedetect::kFieldCountOffset, {},
+                              fmt::format("the name of field {} cannot be read", i));
         }
     }
 

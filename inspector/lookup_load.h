@@ -29,8 +29,8 @@ struct StoredRing {
 int64_t StepBudget(const ZDDatabase& database);
 
 // What lookups read, by place. A lookup reads the ring of each entry whose bounding box contains
-// its point, and collects those that contain the point. It reads a ring that several entries share
-// once for each of them.
+// its point, and collects the rings that contain the point. If several entries share a ring, the
+// lookup reads it once for each of them.
 class LookupLoad {
   public:
     // Borrows the database. `scale` is the number of units in 90 degrees of latitude.

@@ -44,9 +44,9 @@ struct InspectedDatabase {
 };
 
 // Reassembles the zones. An edge is taken from the entry whose bounding box contains its first
-// point: every grid point lies in exactly one tile, whose entries hold the edges there whole; clip
-// rectangles and closing paths run outside. So the rings are those before tiling, edge for edge.
-// In a database without tiles, the bounding box of an entry contains its whole ring.
+// point. Every grid point lies in exactly one tile, whose entries hold the edges there whole; clip
+// rectangles and closing paths run outside the tile. So the result has the rings before tiling,
+// edge for edge. In a database without tiles, the bounding box of an entry contains its whole ring.
 //
 // Calls `progress` on the calling thread. Throws std::runtime_error if this would read more bytes
 // than kLookupsOfInspection lookups may.

@@ -1,6 +1,7 @@
 // The functions that the page calls, compiled to WebAssembly together with the library's reader.
 // The page has one thread.
 #include <LookupInterface.h>
+#include <fixed_answers.h>
 #include <reader/open_bytes.h>
 #include <reader/units.h>
 #include <zonedetect.h>
@@ -58,14 +59,14 @@ char* Look(int number, double lat, double lon) {
     const std::unique_ptr<char, decltype(&std::free)> raw(
             LookupTzIdIn(&database, queryLat, queryLon, &distance), &std::free);
     nlohmann::ordered_json object = offlinetz::AnswerJson(lat, lon, answer);
-    object["raw"] = raw != nullptr ? raw.get() : "error:malloc failed";
+    object["raw"] = raw != nullptr ? raw.get() : kMallocFailed;
     if (offlinetz::IsTiled(database))
         object["radius_km"] = offlinetz::SafeRadiusKilometres(database, lat, lon, answer);
     return strdup(offlinetz::OneLine(object).c_str());
 }
 
-// The indexes of the entries whose bounding boxes intersect a box in degrees, without the entries
-// that a lookup skips.
+// The indexes of the entries whose bounding boxes intersect a rectangle in degrees, without the
+// entries that a lookup skips.
 char* EntriesIn(int number, double south, double west, double north, double east) {
     const OpenDatabase& open = gDatabases[static_cast<size_t>(number)];
     const offlinetz::GridPoint min = UnitsOf(*open.database, south, west);
@@ -87,7 +88,7 @@ char* EntriesIn(int number, double south, double west, double north, double east
 
 // The entry with an index from EntriesIn: an object with "zone" (empty if the record cannot be
 // read), "record" (its position in the file), "box" (south, west, north, east) and "points"
-// (latitude, longitude and so on; empty if the ring cannot be read). Coordinates are in units.
+// (latitude and longitude in turn; empty if the ring cannot be read). Coordinates are in units.
 char* Entry(int number, int index) {
     const OpenDatabase& open = gDatabases[static_cast<size_t>(number)];
     const offlinetz::DecodedEntry& entry = open.entries[static_cast<size_t>(index)];

@@ -77,6 +77,5 @@ class OFFLINETZ_EXPORT OfflinetimezoneCallback : public IOfflinetimezoneCallback
 // The entry point of the library. Returns a new service object; the caller takes a strong reference
 // to it. Returns null if the worker cannot start or without memory. Ignores `name`. Any thread may
 // call.
-extern "C" __attribute__((
-        visibility("default"))) ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone*
+extern "C" OFFLINETZ_EXPORT ::vendor::quor::hardware::offlinetimezone::V1_0::IOfflinetimezone*
 HIDL_FETCH_IOfflinetimezone(const char* name);

@@ -94,11 +94,10 @@ enum DownloadStatus : uint32_t {
     DOWNLOAD_END = 3,
 };
 
-// The state of a download: none since the start, collecting chunks, or written to the backup file.
 enum DownloadState : int32_t {
-    DOWNLOAD_STATE_NONE = 0,
-    DOWNLOAD_STATE_RECEIVING = 1,
-    DOWNLOAD_STATE_COMPLETE = 2,
+    DOWNLOAD_STATE_NONE = 0,       // No download was started or discarded so far.
+    DOWNLOAD_STATE_RECEIVING = 1,  // A download was started or discarded.
+    DOWNLOAD_STATE_COMPLETE = 2,   // A download has all its bytes. Writing them may have failed.
 };
 
 // The worker: a queue of messages and the thread that handles them.

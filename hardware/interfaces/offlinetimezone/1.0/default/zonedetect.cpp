@@ -57,7 +57,7 @@ bool MapFile(const char* path, ZDDatabase* db) {
 // Decodes the field names and the notice, and advances `*position` past them. A field name that
 // cannot be decoded becomes null. A notice that cannot be decoded makes the reader refuse the file.
 Refusal ReadHeaderStrings(ZDDatabase* db, uint32_t* position) {
-    const uint8_t fieldCount = db->mapping[kFixedHeaderSize - 1];
+    const uint8_t fieldCount = db->mapping[kFieldCountOffset];
     // One slot more than needed: calloc may return null for an empty array.
     db->fieldNames = static_cast<char**>(std::calloc(fieldCount + size_t{1}, sizeof(char*)));
     if (db->fieldNames == nullptr) return Refusal::kNoMemory;
@@ -77,9 +77,9 @@ OpenFailure ReadHeader(ZDDatabase* db) {
     if (length < sizeof kMagic || std::memcmp(db->mapping, kMagic, sizeof kMagic) != 0)
         return {Refusal::kNotADatabase, 0};
     if (length < kFixedHeaderSize) return {Refusal::kHeader, 0};
-    db->tableType = db->mapping[3];
-    db->version = db->mapping[4];
-    db->precision = db->mapping[5];
+    db->tableType = db->mapping[kTableTypeOffset];
+    db->version = db->mapping[kVersionOffset];
+    db->precision = db->mapping[kPrecisionOffset];
     uint32_t position = kFixedHeaderSize;
     const Refusal strings = ReadHeaderStrings(db, &position);
     if (strings != Refusal::kNone) return {strings, 0};

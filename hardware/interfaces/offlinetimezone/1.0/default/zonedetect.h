@@ -49,7 +49,7 @@ typedef struct ZDDatabase {
     uint8_t precision;  // 2^(precision - 1) units are 90 degrees of latitude, 180 of longitude.
     uint8_t fieldCount;
     char* notice;
-    char** fieldNames;  // fieldCount entries; null if a name cannot be decoded or without memory.
+    char** fieldNames;  // fieldCount names; one that could not be decoded or copied is null.
     uint32_t boxTableOffset;
     uint32_t metadataOffset;
     uint32_t polygonDataOffset;

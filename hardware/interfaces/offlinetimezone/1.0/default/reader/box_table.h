@@ -22,12 +22,12 @@ struct Box {
     }
 };
 
-// A place between two entries: the position of the next entry in the content, and the two running
-// offsets that the entries before it add up to.
+// A place between two entries. The entries store their offsets as deltas, so a reader that starts
+// here needs the sums of the deltas before it.
 struct TablePlace {
-    uint32_t position;
-    uint32_t recordOffset;
-    uint32_t polygonOffset;
+    uint32_t position;       // Of the next entry, in the content.
+    uint32_t recordOffset;   // Of the last entry's record, from metadataOffset; 0 at the start.
+    uint32_t polygonOffset;  // Of the last entry's ring, from polygonDataOffset; 0 at the start.
 };
 
 // Reads the entries of a table in order, from a given place on. Never reads outside the content.
@@ -46,7 +46,8 @@ class TableReader {
     TablePlace Place() const { return {PositionOf(mDb, mCursor), mRecordOffset, mPolygonOffset}; }
 
     // Reads the next entry. CurrentBox and the offsets of Place are then those of this entry.
-    // Returns false at the end of the table and at an entry that cannot be decoded.
+    // Returns false at the end of the table and at an entry that cannot be decoded; CurrentBox and
+    // Place are then meaningless.
     bool Next() {
         if (PositionOf(mDb, mCursor) >= mDb.metadataOffset) return false;
         int32_t recordDelta;
@@ -61,11 +62,13 @@ class TableReader {
     }
 
     const Box& CurrentBox() const { return mBox; }
-    bool IsSameBox() const { return mIsSameBox; }  // As the entry before. May miss some.
+    // Whether the current box is stored with the same bytes as the one before. Equal boxes with
+    // different bytes, which a compiler does not write, count as different.
+    bool IsSameBox() const { return mIsSameBox; }
 
   private:
-    // Reads a box. Compares its bytes with those of the last box decoded, which is faster than
-    // decoding: the same bytes are the same box.
+    // Reads a box. If its bytes equal those of the last box decoded, it is the same box. Comparing
+    // is faster than decoding.
     bool NextBox() {
         const uint8_t* const start = mCursor.next;
         mIsSameBox = mBoxBytes != 0 && mCursor.end - start >= mBoxBytes && IsBoxAt(start);

@@ -1,5 +1,5 @@
 // Makes float arithmetic give the same results with every compiler and on every processor. Sources
-// of the reader that compute in floats include this first.
+// of the reader that compute in floats include this header before all others.
 //
 // A product and a sum in one expression must be rounded twice, never fused (FMA). With fusing about
 // one distance in a thousand would differ.

@@ -1,17 +1,21 @@
 // Constants of the file format (docs/format.md).
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 namespace zonedetect {
 
 constexpr uint8_t kMagic[3] = {'P', 'L', 'B'};
 
-// Size of the header before the field names: magic, table type, version, precision, field count.
+// The header begins with the magic bytes and four fields of one byte each, at these offsets. The
+// field names follow.
+constexpr uint32_t kTableTypeOffset = 3;
+constexpr uint32_t kVersionOffset = 4;
+constexpr uint32_t kPrecisionOffset = 5;
+constexpr uint32_t kFieldCountOffset = 6;
 constexpr uint32_t kFixedHeaderSize = 7;
 
-// Size of the digest trailer, the SHA-1 of the content, behind the content.
+// Size in bytes of the digest trailer: the SHA-1 of the content, stored behind it.
 constexpr int32_t kTrailerSize = 20;
 
 // Table types. Only the tools distinguish them: the reader handles both in the same way.
@@ -28,8 +32,13 @@ constexpr uint8_t kStringMask = 0x80;
 // A ring with more points counts as one that cannot be decoded.
 constexpr uint32_t kMaxRingPoints = 1000000;
 
-// A lookup tests a point against bounding boxes as it is, but against rings this many units of
-// longitude further west. Rings are stored shifted west by as much, so the two shifts cancel.
+// Rings are stored this many units of longitude further west than they are. A lookup shifts its
+// point by as much before it compares the point with a ring, but not before it compares the point
+// with a bounding box.
 constexpr int32_t kRingShift = 3;
+
+// The reader computes the bands of the nautical zones in units of this precision. They are right
+// only in databases of this precision.
+constexpr int kNauticalPrecision = 21;
 
 }  // namespace zonedetect

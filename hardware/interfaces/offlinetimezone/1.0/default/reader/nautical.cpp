@@ -1,6 +1,7 @@
-#include "exact_floats.h"
-// Must precede everything else.
+#include "exact_floats.h"  // Must be the first include.
+
 #include "fixed_answers.h"
+#include "format.h"
 #include "units.h"
 #include "zonedetect.h"
 
@@ -18,7 +19,8 @@ const char* GetEtcAreaTimezone(const ZDDatabase* db, float lon, float lat) {
             "\"Etc/GMT\"",    "\"Etc/GMT-1\"",  "\"Etc/GMT-2\"", "\"Etc/GMT-3\"", "\"Etc/GMT-4\"",
             "\"Etc/GMT-5\"",  "\"Etc/GMT-6\"",  "\"Etc/GMT-7\"", "\"Etc/GMT-8\"", "\"Etc/GMT-9\"",
             "\"Etc/GMT-10\"", "\"Etc/GMT-11\"", "\"Etc/GMT-12\""};
-    constexpr int32_t kWorldEdge = 1048576;  // 90 or 180 degrees at precision 21.
+    // 90 degrees of latitude and 180 degrees of longitude in units.
+    constexpr int32_t kWorldEdge = int32_t{1} << (zonedetect::kNauticalPrecision - 1);
 
     if (!HasScale(*db)) return kErrorInput;
     const float scale = Scale(*db);

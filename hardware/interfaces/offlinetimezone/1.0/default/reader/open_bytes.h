@@ -15,13 +15,13 @@ enum class Refusal {
     kTooShort,      // The file has no content besides the digest trailer.
     kTooLong,       // 2 GiB or more.
     kNotADatabase,  // The content does not begin with the magic bytes.
-    kHeader,        // The header cannot be decoded: it is truncated or overwritten.
+    kHeader,        // The header cannot be decoded: it is truncated or damaged.
     kSize,          // The header states another file size: OpenFailure::statedSize.
 };
 
 struct OpenFailure {
     Refusal reason = Refusal::kNone;
-    uint64_t statedSize = 0;  // File size in bytes by the header; 0 unless kSize.
+    uint64_t statedSize = 0;  // The file size in bytes that the header states; 0 unless kSize.
 };
 
 // Opens the database file whose `size` bytes, digest trailer included, are at `bytes`. The handle

@@ -1,5 +1,5 @@
-#include "exact_floats.h"
-// Must precede everything else.
+#include "exact_floats.h"  // Must be the first include.
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -27,7 +27,7 @@ namespace {
 #define OFFLINETZ_UNINITIALIZED
 #endif
 
-// A ring that contains the point; after MergeZones a zone.
+// A ring that contains the point or has it on its border. After MergeZones: a zone.
 struct Hit {
     int32_t result;
     uint32_t recordOffset;
@@ -118,9 +118,9 @@ class Scan {
     HitList* const mHits;
 };
 
-// Combines the classifications of a zone's rings, in list order. If the point is on a border or a
-// vertex of any ring, the last such result is the zone's. Otherwise the zone contains the point if
-// the numbers of exterior rings and holes around it differ.
+// Combines the classifications of a zone's rings, in list order. If the point is on an edge or a
+// vertex of any ring, the last such result is the result of the zone. Otherwise the zone contains
+// the point if different numbers of exterior rings and holes contain it.
 struct ZoneTally {
     int64_t net = 0;
     int32_t other = ZDLookupIgnore;

@@ -6,9 +6,10 @@
 
 namespace zonedetect {
 
-// The most rings around its point that a lookup collects. At the limit the search ends, as at a
-// ring that cannot be decoded. In a valid database a point lies in a few rings. Without the limit a
-// hostile table could demand lists of many times its own size, for which no device has the memory.
+// The greatest number of rings that a lookup collects: rings that contain its point or have it on
+// their border. One ring more ends the search, as a ring that cannot be decoded does. In a valid
+// database a point lies in a few rings. Without the limit a hostile table could demand a list of
+// many times its own size, for which no device has the memory.
 constexpr size_t kMaxHits = 4096;
 
 // A number of bytes that may be read. Opening has one budget for its strings. A lookup has one for
@@ -26,6 +27,7 @@ class ReadBudget {
     explicit ReadBudget(int32_t contentLength, int64_t lookups = 1)
         : mLeft(lookups * Bytes(contentLength)) {}
 
+    // The budget of one lookup for rings, and also for strings, in bytes.
     static constexpr int64_t Bytes(int32_t contentLength) {
         return 4 * int64_t{contentLength} + (int64_t{1} << 20);
     }

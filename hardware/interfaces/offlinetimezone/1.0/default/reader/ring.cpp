@@ -1,5 +1,5 @@
-#include "exact_floats.h"
-// Must precede everything else.
+#include "exact_floats.h"  // Must be the first include.
+
 #include "ring.h"
 
 #include <algorithm>

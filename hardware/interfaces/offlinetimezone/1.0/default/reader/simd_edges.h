@@ -43,9 +43,9 @@ class TurnCounter {
         mAmbiguous |= (turns == Broadcast(-2)) | ((edges.lat == mLat) & (edges.lon == mLon));
     }
 
-    // Whether the quadrants alone do not decide an edge added: it leads to the opposite quadrant,
-    // so the side on which it passes the target is open, or it ends in the target. The count is
-    // then meaningless.
+    // Whether the quadrants do not decide the turn of an edge added: it leads to the opposite
+    // quadrant and may pass the target on either side, or it ends in the target. The count is then
+    // meaningless.
     bool HasAmbiguousEdge() const { return AnyOf(mAmbiguous); }
     int32_t QuarterTurns() const {
         return mQuarterTurns[0] + mQuarterTurns[1] + mQuarterTurns[2] + mQuarterTurns[3];
@@ -95,10 +95,11 @@ class NearestDistance {
     void Add(const FourEdges& edges) {
         Check(edges.lat, edges.lon);
         // Skip edges whose lower bound exceeds the limit. The bound is the distance to the edge's
-        // bounding box, less one unit in each direction. It holds because the distance is taken to
-        // the edge's end or to a foot that truncates into the box: such a foot is less than one
-        // unit nearer than the box. Its difference to the target is then rounded to a float and
-        // truncated; both are monotonic and keep whole numbers, so it does not fall below it.
+        // bounding box, less one unit along each axis. The distance is measured to the edge's end
+        // or to a foot that truncates into the bounding box, so along each axis the foot is less
+        // than one unit nearer than the box. The difference between foot and target is then rounded
+        // to a float and truncated. Both steps are monotonic and leave whole numbers unchanged, so
+        // the measured distance is not below the bound.
         const Float32x4 awayLat = Away(edges.lat, edges.fromLat, mLat);
         const Float32x4 awayLon = Away(edges.lon, edges.fromLon, mLon);
         if (!AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit)) return;

@@ -26,9 +26,10 @@
 
 namespace zonedetect {
 
-// The index of one table. Bisection of a cell stops when a part meets one run, or when it would
-// take more memory than the bounds above. Boxes made by bisection, as the compiler makes its tiles,
-// end up in leaves with one run. After Build the index is immutable: any thread may query it.
+// The index of one table. Bisection of a cell stops at a part that meets only one run, and where it
+// would take more memory than the bounds above. The compiler makes tiles by the same bisection, so
+// each tile ends up in leaves with one run. After Build the index is immutable: any thread may
+// query it.
 class SpatialIndex {
   public:
     // A list of runs, in the order of the table. Borrowed from the index.

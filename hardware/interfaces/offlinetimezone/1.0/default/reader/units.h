@@ -9,13 +9,14 @@
 
 namespace zonedetect {
 
-// Adds with 32-bit two's complement wrap-around, as all sums of a database are defined.
+// Adds with 32-bit two's complement wrap-around: the deltas of a hostile database may exceed the
+// range, and all readers must compute the same sums.
 inline int32_t WrappingAdd(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
-// Truncates toward zero. Clamps to the range of the type and returns 0 for NaN, where a cast alone
-// has undefined behaviour.
+// Truncate toward zero. They clamp values outside the range of the type and return 0 for NaN; a
+// cast alone has undefined behaviour for these.
 inline int32_t TruncateToInt32(float value) {
     if (std::isnan(value)) return 0;
     if (value >= 2147483648.0f) return INT32_MAX;
