@@ -51,8 +51,8 @@ std::string ClientText(const ZDDatabase& database, const PointText& point) {
 
 LineAnswer AnswerAt(const LookupOptions& options, const ZDDatabase& database,
                     const PointText& point, bool* isError) {
-    const offlinetz::Answer answer = offlinetz::LookUp(
-            database, static_cast<float>(point.lat), static_cast<float>(point.lon), options.radius);
+    const offlinetz::Answer answer = offlinetz::LookUp(database, static_cast<float>(point.lat),
+                                                       static_cast<float>(point.lon));
     const double radius =
             options.radius ? offlinetz::SafeRadiusKilometres(database, point.lat, point.lon, answer)
                            : 0.0;

@@ -54,7 +54,11 @@ class RowMaker {
 
     std::string ErrorRow(const std::string& line, const char* reason) const {
         if (mFormat.json) return offlinetz::OneLine({{"input", line}, {"error", reason}});
-        if (mTable.has_value()) return Extended(line, {"error: " + Printable(reason)});
+        if (mTable.has_value()) {
+            std::vector<std::string> columns(mFormat.answerColumns.size());
+            columns[0] = "error: " + Printable(reason);
+            return Extended(line, columns);
+        }
         return fmt::format("{}\terror: {}", Printable(line), Printable(reason));
     }
 
@@ -86,9 +90,9 @@ class RowMaker {
         const std::vector<std::string> fields = SplitRow(WithoutReturn(row), mTable->separator);
         for (const size_t column : {*mTable->lat, *mTable->lon}) {
             if (column >= fields.size()) {
-                throw std::invalid_argument(
-                        fmt::format("the row has {} fields, but '{}' is column {}", fields.size(),
-                                    mTable->names[column], column + 1));
+                throw std::invalid_argument(fmt::format(
+                        "the row has {} field{}, but '{}' is column {}", fields.size(),
+                        fields.size() == 1 ? "" : "s", mTable->names[column], column + 1));
             }
         }
         return ParsePoint(fields[*mTable->lat], fields[*mTable->lon]);

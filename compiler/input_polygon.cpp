@@ -90,6 +90,17 @@ struct InputRings {
                         p[0], p[1], p[2], p[3], std::fabs(p[2] - p[0])));
 }
 
+// An edge of more than a turn could cross the antimeridian once or twice.
+void RequireEdgesWithinTurn(const Positions& ring, const std::string& where) {
+    for (size_t i = 2; i < ring.size(); i += 2) {
+        const double span = std::fabs(ring[i] - ring[i - 2]);
+        if (span <= 360.0) continue;
+        ThrowInputError(where, fmt::format("the edge from {}, {} to {}, {} (longitude, latitude) "
+                                           "spans {} degrees of longitude, more than the world",
+                                           ring[i - 2], ring[i - 1], ring[i], ring[i + 1], span));
+    }
+}
+
 InputRings ReadRings(const dom::element& element, const std::string& where,
                      bool crossAntimeridian) {
     dom::array array;
@@ -99,6 +110,7 @@ InputRings ReadRings(const dom::element& element, const std::string& where,
     InputRings input;
     for (const dom::element ring : array) {
         input.rings.push_back(ReadRing(ring, where));
+        RequireEdgesWithinTurn(input.rings.back(), where);
         input.points += input.rings.back().size() / 2 - 1;
         const LongEdges more = CountLongEdges(input.rings.back());
         if (more.crossing > 0 && !crossAntimeridian) {
@@ -240,11 +252,16 @@ GeometryPtr MakeCutPolygon(std::vector<Positions> rings, bool allCross, const st
         }
         const GeometryPtr area = MakeValid(MakePolygon(&ring, 1, where), where, input);
         GeometryPtr cut = RequireGeometry(CutAtAntimeridian(area.get()).release(), where);
+        if (polygon == nullptr) {
+            polygon = std::move(cut);
+            continue;
+        }
         // Before the cut the exterior ring and a hole may lie on different sides of the
         // antimeridian, so a hole is subtracted only after both were cut and moved.
-        polygon = polygon == nullptr
-                          ? std::move(cut)
-                          : RequireGeometry(GEOSDifference(polygon.get(), cut.get()), where);
+        const double expected = SquareDegrees(polygon.get()) - SquareDegrees(cut.get());
+        polygon = RequireGeometry(GEOSDifference(polygon.get(), cut.get()), where);
+        if (SquareDegrees(polygon.get()) - expected > kRepairSquareDegrees)
+            ThrowInputError(where, "a hole lies outside the exterior ring, or in another hole");
     }
     return polygon;
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "text_rules.h"
 
@@ -25,23 +26,22 @@ std::vector<std::string> SplitAtQuotes(const std::string& text) {
 
 }  // namespace
 
-Answer LookUp(const ZDDatabase& database, float lat, float lon, bool withDistance) {
-    Answer answer;
+Answer LookUp(const ZDDatabase& database, float lat, float lon) {
     const std::unique_ptr<ZDResult, void (*)(ZDResult*)> results(
-            ZDLookup(&database, lat, lon, withDistance ? &answer.distance : nullptr),
-            ZDFreeResults);
+            ZDLookup(&database, lat, lon, nullptr), ZDFreeResults);
     if (results == nullptr) throw std::bad_alloc();
+    Answer answer;
     if (results->result == ZDLookupEnd) {
-        const float distance = answer.distance;
         answer = ParseAnswer(GetEtcAreaTimezone(&database, lon, lat));
         answer.isNautical = answer.error.empty();
-        answer.distance = distance;
         return answer;
     }
     for (const ZDResult* entry = results.get(); entry->result != ZDLookupEnd; ++entry) {
         if (entry->fieldNames[0] == nullptr || entry->fieldValues[0] == nullptr) continue;
-        answer.zones.push_back(
-                {WithoutQuotes(entry->fieldValues[0]), static_cast<ZDLookupResult>(entry->result)});
+        for (std::string& identifier : SplitAtQuotes(entry->fieldValues[0])) {
+            answer.zones.push_back(
+                    {std::move(identifier), static_cast<ZDLookupResult>(entry->result)});
+        }
     }
     return answer;
 }

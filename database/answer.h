@@ -19,16 +19,15 @@ struct Answer {
     std::vector<ZoneAt> zones;  // In the reader's order. Exactly one at sea.
     bool isNautical = false;    // No polygon contains the point, so the zone is the nautical one.
     std::string error;          // Such as "error input". Empty if there are zones.
-    float distance = 0.0f;      // Degrees to the nearest edge examined. 0 if not asked for.
 };
 
-// Looks up a point in degrees. Zones whose records cannot be read are left out. Throws
-// std::bad_alloc.
-Answer LookUp(const ZDDatabase& database, float lat, float lon, bool withDistance = false);
+// Looks up a point in degrees. Zones whose records cannot be read are left out. A record that holds
+// several identifiers in double quotes counts as several zones, as for a client of the service.
+// Throws std::bad_alloc.
+Answer LookUp(const ZDDatabase& database, float lat, float lon);
 
 // Parses the text of the service's answer: identifiers in double quotes, or one identifier without
-// quotes, or "error:" and the error. Classification and distance keep their defaults, because the
-// text does not contain them.
+// quotes, or "error:" and the error. The text does not tell the classification.
 Answer ParseAnswer(const std::string& text);
 
 // The identifiers of the answer's zones, in the same order.

@@ -2,6 +2,7 @@
 
 #include <reader/box_table.h>
 #include <reader/format.h>
+#include <reader/spatial_index.h>
 #include <reader/stored_string.h>
 
 #include <cstdlib>
@@ -9,19 +10,51 @@
 
 namespace offlinetz {
 
+namespace {
+
+DecodedEntry EntryAt(const ZDDatabase& database, uint32_t position,
+                     const zonedetect::TableReader& reader) {
+    const zonedetect::Box& box = reader.CurrentBox();
+    const zonedetect::TablePlace place = reader.Place();
+    return {position,
+            {{box.minLat, box.minLon}, {box.maxLat, box.maxLon}},
+            database.metadataOffset + place.recordOffset,
+            database.polygonDataOffset + place.polygonOffset};
+}
+
+}  // namespace
+
 std::vector<DecodedEntry> DecodeTable(const ZDDatabase& database, uint32_t* end) {
     std::vector<DecodedEntry> entries;
     zonedetect::TableReader reader(database, zonedetect::TableReader::Start(database));
     *end = reader.Place().position;
     while (reader.Next()) {
-        const zonedetect::Box& box = reader.CurrentBox();
-        const zonedetect::TablePlace place = reader.Place();
-        entries.push_back({*end,
-                           {{box.minLat, box.minLon}, {box.maxLat, box.maxLon}},
-                           database.metadataOffset + place.recordOffset,
-                           database.polygonDataOffset + place.polygonOffset});
-        *end = place.position;
+        entries.push_back(EntryAt(database, *end, reader));
+        *end = reader.Place().position;
     }
+    return entries;
+}
+
+std::vector<DecodedEntry> EntriesAt(const ZDDatabase& database, const zonedetect::Point& point) {
+    std::vector<DecodedEntry> entries;
+    const auto addFrom = [&](const zonedetect::TablePlace& start, uint32_t end) {
+        zonedetect::TableReader reader(database, start);
+        uint32_t position = reader.Place().position;
+        while (position < end && reader.Next() && entries.size() < zonedetect::kMaxHits) {
+            if (reader.CurrentBox().Contains(point))
+                entries.push_back(EntryAt(database, position, reader));
+            position = reader.Place().position;
+        }
+    };
+    const zonedetect::SpatialIndex* index =
+            database.spatialIndex != nullptr ? database.spatialIndex->Get(database) : nullptr;
+    if (index == nullptr) {
+        addFrom(zonedetect::TableReader::Start(database), database.metadataOffset);
+        return entries;
+    }
+    const zonedetect::SpatialIndex::Runs runs = index->RunsAt(point);
+    for (uint32_t i = 0; i < runs.count; ++i)
+        addFrom(index->PlaceOf(runs.At(i)), index->EndOf(runs.At(i)));
     return entries;
 }
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -45,7 +46,7 @@ bool HasDigest(const FileBytes& bytes) {
 
 }  // namespace
 
-FileBytes ReadFileBytes(const std::string& path) {
+FileBytes ReadFileBytes(const std::string& path) try {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat status = {};
     if (file.fd < 0 || fstat(file.fd, &status) != 0) Fail(path, std::strerror(errno));
@@ -70,6 +71,8 @@ FileBytes ReadFileBytes(const std::string& path) {
         if (got == 0) return bytes;
     }
     Fail(path, "has 2 GiB or more");
+} catch (const std::bad_alloc&) {
+    Fail(path, "too large for the free memory");
 }
 
 DatabasePtr OpenBytes(std::shared_ptr<const FileBytes> bytes, zonedetect::OpenFailure* failure) {

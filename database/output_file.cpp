@@ -55,7 +55,7 @@ std::atomic<const char*> gTemporaryPath{nullptr};
 static_assert(std::atomic<const char*>::is_always_lock_free,
               "a signal handler may read lock-free atomics only");
 
-constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGTERM};
+constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXFSZ};
 
 extern "C" void RemoveAndEnd(int signal) {
     const char* path = gTemporaryPath.load();

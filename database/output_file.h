@@ -21,7 +21,7 @@ void CheckOutputPath(const std::string& path, const std::vector<std::string>& in
 // it, and renames it. Symbolic links are followed. The new file has the old one's permissions and,
 // if permitted, its owner. The path "-" is standard output.
 //
-// SIGHUP, SIGINT and SIGTERM remove the temporary file before they end the process, unless the
+// SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGXFSZ remove the temporary file before they end the process, unless the
 // process handles or ignores them itself. Not thread-safe: one call at a time in a process.
 //
 // Throws std::invalid_argument if `path` is empty or names something other than a regular file, and

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+
+#include "decode.h"
 
 namespace offlinetz {
 
@@ -12,6 +15,15 @@ namespace {
 constexpr double kKilometresPerDegree = 111.195;
 constexpr double kDegreesPerRadian = 57.29577951308232;
 constexpr double kBandDegrees = 15.0;  // Width of a nautical zone, centred on a multiple of it.
+
+// How far from an edge, in units of latitude, the reader may answer for the other side. A query is
+// truncated by up to a unit in each direction, and a whole unit of longitude counts as border. The
+// longitude of a crossing has, in single precision, an error of up to a quarter of a unit at
+// precision 21 and a unit at 23. That makes 2.25 or 3 units of longitude, which count twice, and a
+// little more than one of latitude.
+double MarginUnits(int precision) {
+    return precision <= zonedetect::kNauticalPrecision ? 5.0 : 8.0;
+}
 
 double Sine(double degrees) {
     return std::sin(degrees / kDegreesPerRadian);
@@ -39,6 +51,46 @@ double ArcRadius(double lat, double plane) {
     return low;
 }
 
+// Squared distance from the origin to the segment from (aLat, aLon) to (bLat, bLon).
+double SquaredDistanceToSegment(double aLat, double aLon, double bLat, double bLon) {
+    const double lat = bLat - aLat;
+    const double lon = bLon - aLon;
+    const double squaredLength = lat * lat + lon * lon;
+    const double along = squaredLength > 0.0
+                                 ? std::clamp(-(aLat * lat + aLon * lon) / squaredLength, 0.0, 1.0)
+                                 : 0.0;
+    const double footLat = aLat + along * lat;
+    const double footLon = aLon + along * lon;
+    return footLat * footLat + footLon * footLon;
+}
+
+// The distance in units of latitude from a point to the nearest edge of the rings in its tile, a
+// degree of longitude counted as one of latitude. 0 if a ring cannot be read, and in a table whose
+// boxes overlap so much that a lookup would come to its limits.
+double UnitsToBorder(const ZDDatabase& database, double lat, double lon) {
+    const float scale = zonedetect::Scale(database);
+    const zonedetect::Point point = {zonedetect::LatitudeUnits(static_cast<float>(lat), scale),
+                                     zonedetect::LongitudeUnits(static_cast<float>(lon), scale)};
+    const double pointLat = lat / 90.0 * static_cast<double>(scale);
+    const double pointLon = lon / 180.0 * static_cast<double>(scale);
+    zonedetect::ReadBudget budget(database.length);
+    double squared = std::numeric_limits<double>::infinity();
+    GridRing ring;
+    for (const DecodedEntry& entry : EntriesAt(database, point)) {
+        uint32_t end;
+        if (budget.IsSpent() || !DecodeRing(database, entry.ring, &ring, &end)) return 0.0;
+        budget.Spend(int64_t{end} - entry.ring);
+        for (size_t i = 0; i < ring.size(); ++i) {
+            const GridPoint& a = ring[i];
+            const GridPoint& b = ring[NextIndex(i, ring.size())];
+            squared = std::min(
+                    squared, SquaredDistanceToSegment(a.lat - pointLat, 2.0 * (a.lon - pointLon),
+                                                      b.lat - pointLat, 2.0 * (b.lon - pointLon)));
+        }
+    }
+    return std::isinf(squared) ? 0.0 : std::sqrt(squared);
+}
+
 }  // namespace
 
 bool IsTiled(const ZDDatabase& database) {
@@ -52,7 +104,7 @@ double SafeRadiusKilometres(const ZDDatabase& database, double lat, double lon,
         return 0.0;
     }
     const double unit = 90.0 / std::ldexp(1.0, database.precision - 1);
-    double plane = kSafeShare * static_cast<double>(answer.distance) - kSafeMarginUnits * unit;
+    double plane = (UnitsToBorder(database, lat, lon) - MarginUnits(database.precision)) * unit;
     // The plane ends at the antimeridian, where longitudes wrap around.
     plane = std::min(plane, 180.0 - std::fabs(lon));
     if (answer.isNautical) plane = std::min(plane, DegreesToBandEdge(lon) - 2.0 * unit);

@@ -7,19 +7,18 @@
 
 namespace offlinetz {
 
-// A lookup in a tiled database measures at most 1.4207 times the distance to the nearest border
-// (docs/design.md proves it), plus kSafeMarginUnits units of latitude for truncation. So all points
-// within this share of the measured distance, less the margin, have the same zones.
-constexpr double kSafeShare = 0.7;
-constexpr double kSafeMarginUnits = 3.0;
-
-// Whether a database is tiled. If it is, the distance that a lookup returns covers all borders
-// around the point. If not, it covers only the rings whose bounding boxes contain the point.
+// Whether a database is tiled. If it is, the rings of a tile tell how near any border is. If not,
+// the rings whose bounding boxes contain a point say nothing about the others.
 bool IsTiled(const ZDDatabase& database);
 
 // The radius in kilometres within which every point has the same zones as the point `lat`, `lon` in
-// degrees. `answer` is the answer at that point; it must have a distance and be from a tiled
-// database. Returns 0 if nothing can be guaranteed.
+// degrees. `answer` is the answer there. The database must be tiled. Returns 0 if nothing can be
+// guaranteed.
+//
+// Decodes the rings of the point's tile and measures to every edge in double precision. The
+// distance that ZDLookup reports does not serve: it is defined in single precision, and may be too
+// large beside an edge that runs nearly along a meridian or parallel. Any number of threads may
+// call.
 double SafeRadiusKilometres(const ZDDatabase& database, double lat, double lon,
                             const Answer& answer);
 

@@ -40,7 +40,11 @@ extern "C" {
 // life of the page. Returns the number of the database, or -1 if the reader refuses it.
 int Open(const uint8_t* bytes, size_t size) {
     ZDDatabase* database = zonedetect::OpenBytes(bytes, size, nullptr);
-    if (database == nullptr || !zonedetect::HasScale(*database)) return -1;
+    if (database == nullptr) return -1;
+    if (!zonedetect::HasScale(*database)) {
+        ZDCloseDatabase(database);
+        return -1;
+    }
     uint32_t end;
     gDatabases.push_back({database, offlinetz::DecodeTable(*database, &end)});
     return static_cast<int>(gDatabases.size()) - 1;
@@ -54,7 +58,7 @@ char* Look(int number, double lat, double lon) {
     const ZDDatabase& database = *gDatabases[static_cast<size_t>(number)].database;
     const auto queryLat = static_cast<float>(lat);
     const auto queryLon = static_cast<float>(lon);
-    const offlinetz::Answer answer = offlinetz::LookUp(database, queryLat, queryLon, true);
+    const offlinetz::Answer answer = offlinetz::LookUp(database, queryLat, queryLon);
     float distance = 0.0f;
     const std::unique_ptr<char, decltype(&std::free)> raw(
             LookupTzIdIn(&database, queryLat, queryLon, &distance), &std::free);

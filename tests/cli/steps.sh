@@ -27,3 +27,10 @@ features() {
 embedded() {
   grep -o '"content":"[^"]*' "$1" | cut -d '"' -f 4 | sed -n "$2p" | base64 -d
 }
+
+# beyond WEST EAST HOLE_WEST HOLE_EAST: a polygon between these longitudes with a hole.
+beyond() {
+  printf '{"type":"Feature","properties":{"tzid":"A"},"geometry":{"type":"Polygon","coordinates":['
+  printf '[[%s,0],[%s,0],[%s,20],[%s,20],[%s,0]],' "$1" "$2" "$2" "$1" "$1"
+  printf '[[%s,5],[%s,5],[%s,9],[%s,9],[%s,5]]]}}\n' "$3" "$4" "$4" "$3" "$3"
+}

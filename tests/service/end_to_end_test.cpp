@@ -47,18 +47,6 @@ TEST(EndToEnd, TheDocumentedClientIsServed) {
     EXPECT_EQ(ask("30", "-40"), Zones{"Etc/GMT+3"});
     EXPECT_EQ(ask("91", "0"), Zones{});
 
-    const DatabasePtr world(ZDOpenDatabase(OFFLINETZ_WORLD_DATABASE));
-    const auto radius = [&](float lat, float lon, const Zones& zones) {
-        return timezone_client::SafeKilometres(world.get(), lat, lon, zones);
-    };
-    EXPECT_GT(radius(48.85f, 2.35f, paris), 10.0);
-    EXPECT_LT(radius(48.85f, 2.35f, paris), 160.0);  // The border to Belgium is that far.
-    EXPECT_LT(radius(30.0f, -37.6f, {"Etc/GMT+3"}), 10.0);
-    EXPECT_LT(radius(0.0f, 179.99f, {"Etc/GMT-12"}), 1.2);
-    EXPECT_EQ(radius(48.85f, 2.35f, {}), 0.0);
-    const DatabasePtr uncut = OpenBytes(SampleDatabase("A", 1));
-    EXPECT_EQ(timezone_client::SafeKilometres(uncut.get(), 1.0f, 2.0f, {"A"}), 0.0);
-
     // The client registers again when its service has died.
     const sp<IOfflinetimezone> dead = latest;
     platform::EndOwnerOf(dead);

@@ -1,7 +1,6 @@
 // Faults of the compiler that neither its whole runs (cli/compile.transcript,
 // world/world.transcript, compiler_fuzz) nor its self-check would show.
 #include <gtest/gtest.h>
-#include <reader/ring.h>
 
 #include <algorithm>
 #include <array>
@@ -25,7 +24,6 @@
 #include "database/encode.h"
 #include "database/grid.h"
 #include "database/output_file.h"
-#include "database/safe_radius.h"
 #include "raw_database.h"
 #include "temporary_directory.h"
 
@@ -162,44 +160,6 @@ TEST(OutputDeathTest, ASignalRemovesTheTemporaryFile) {
                 ::testing::KilledBySignal(SIGTERM), "");
     EXPECT_EQ(Bytes{'o'}, ReadFile("out"));
     EXPECT_EQ(1u, CountEntries("."));
-}
-
-// The reader's distance is that to an edge's foot or end, on a grid whose units have two lengths.
-// It is longest, beside the truth, where a border has a corner.
-TEST(SafeRadius, IsNoLongerThanTheDistanceToTheBorder) {
-    std::mt19937 random(1);
-    const auto number = [&] { return static_cast<int32_t>(random() % 200001) - 100000; };
-    double longest = 0.0;
-    for (int i = 0; i < 200000; ++i) {
-        const GridRing ring = {{number(), number()}, {number(), number()}, {number(), number()}};
-        Bytes bytes;
-        offlinetz::AppendUnsigned(3, &bytes);
-        double truth = std::numeric_limits<double>::infinity();
-        GridPoint last;
-        for (size_t k = 0; k < 3; ++k) {
-            offlinetz::AppendSigned(ring[k].lat - last.lat, &bytes);
-            offlinetz::AppendSigned(ring[k].lon - last.lon, &bytes);
-            last = ring[k];
-            const double lat = ring[k].lat;
-            const double lon = 2.0 * ring[k].lon;
-            const GridPoint& next = ring[offlinetz::NextIndex(k, 3)];
-            const double alongLat = next.lat - lat;
-            const double alongLon = 2.0 * next.lon - lon;
-            const double share =
-                    std::clamp(-(lat * alongLat + lon * alongLon) /
-                                       std::max(alongLat * alongLat + alongLon * alongLon, 1.0),
-                               0.0, 1.0);
-            truth = std::min(truth, std::hypot(lat + share * alongLat, lon + share * alongLon));
-        }
-        zonedetect::Cursor cursor = {bytes.data(), bytes.data() + bytes.size()};
-        uint64_t squared = UINT64_MAX;
-        zonedetect::ClassifyAgainstRing(&cursor, {0, 0}, &squared);
-        const double safe = offlinetz::kSafeShare * std::sqrt(static_cast<double>(squared)) -
-                            offlinetz::kSafeMarginUnits;
-        longest = std::max(longest, safe / std::max(truth, 1.0));
-    }
-    EXPECT_LE(longest, 1.0);
-    EXPECT_GT(longest, 0.95);  // And not much shorter than it may be.
 }
 
 TEST(Encoding, RefusesRingsThatNoReaderTakes) {

@@ -110,9 +110,9 @@ OFFLINETZ_EXPORT int32_t ZDGetLength(const ZDDatabase* db);           // Bytes o
 //
 // If `safezone` is not null it receives the distance in degrees from the point to the nearest edge
 // of the rings examined. A degree of longitude counts as much as a degree of latitude. The distance
-// is 0 on a border, and 2^32 units of latitude if no edge was examined. In a tiled database all
-// points within seven tenths of that distance, less three units, have the same zones: a device
-// that moves need not ask again before it has moved that far.
+// is 0 on a border, and 2^32 units of latitude if no edge was examined. It is not a bound: single
+// precision and the way in which it is measured may make it larger than the true distance, beside a
+// corner and beside an edge that runs nearly along a meridian or parallel by any factor.
 OFFLINETZ_EXPORT ZDResult* ZDLookup(const ZDDatabase* db, float lat, float lon, float* safezone);
 
 // Frees a result list; ignores null.
