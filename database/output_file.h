@@ -21,8 +21,9 @@ void CheckOutputPath(const std::string& path, const std::vector<std::string>& in
 // it, and renames it. Symbolic links are followed. The new file has the old one's permissions and,
 // if permitted, its owner. The path "-" is standard output.
 //
-// SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGXFSZ remove the temporary file before they end the process, unless the
-// process handles or ignores them itself. Not thread-safe: one call at a time in a process.
+// SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGXFSZ remove the temporary file before they end the
+// process, unless the process handles or ignores them itself. Not thread-safe: one call at a time
+// in a process.
 //
 // Throws std::invalid_argument if `path` is empty or names something other than a regular file, and
 // std::system_error for all other failures. The old file then stays as it was, unless only the
