@@ -3,10 +3,12 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <set>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "loaded_service.h"
 #include "log_capture.h"
@@ -27,7 +29,8 @@ void Behave(LoadedService* service, const sp<Recorder>& client, int number) {
     EXPECT_LE(1, static_cast<int32_t>((*service)->getDBVersion()));
 }
 
-void ComeAndGo() {
+// Adds the number of reports to clients that came and went to `*allReports`.
+void ComeAndGo(size_t* allReports) {
     const Bytes databases[] = {SampleDatabase("A", 1), SampleDatabase("B", 2)};
     WriteFile(kActive, databases[0]);
     LoadedService service;
@@ -63,6 +66,8 @@ void ComeAndGo() {
                 service->startLookup(client);
                 for (int k = 0; k < 5; ++k)
                     service->Lookup("1", "2");
+                // Else most are gone before the worker comes to their questions.
+                if (i % 4 == t) client->WaitFor(1, std::chrono::milliseconds(20));
                 if (i % 3 == 0) service->stopLookup(client);
                 if (i % 2 == t % 2) platform::EndOwnerOf(client);
             }
@@ -71,20 +76,24 @@ void ComeAndGo() {
     for (std::thread& client : clients)
         client.join();
     updater.join();
-    // Whichever client is registered now, a death makes room for the next one.
+    // Whichever client is registered now, a death makes room for the next one. A client in its
+    // report may take that room.
     const sp<Recorder> last = new Recorder;
-    service->startLookup(last);
-    platform::EndOwnerOf(last);
-    service->startLookup(last);
-    service->Lookup("1", "2.5");
+    for (int attempt = 0; attempt < 10 && last->Reports().empty(); ++attempt) {
+        service->startLookup(last);
+        platform::EndOwnerOf(last);
+        service->startLookup(last);
+        service->Lookup("1", "2.5");
+        last->WaitFor(1, std::chrono::seconds(1));
+    }
     stop = true;
     watcher.join();
     service.Unload();
     EXPECT_EQ(0, wrongStates);
-    ASSERT_FALSE(last->Reports().empty());
-    EXPECT_EQ((ClientReport{"1", "2.5", "A"}), last->Reports().back());
+    const std::vector<ClientReport> answers = last->Reports();  // To others' questions first.
+    ASSERT_FALSE(answers.empty());
+    EXPECT_EQ((ClientReport{"1", "2.5", "A"}), answers.back());
 
-    everyone.push_back(last);
     const std::set<std::string> possible = {"A", "B", "error:Server is not supportted"};
     size_t reports = 0;
     for (const sp<Recorder>& client : everyone) {
@@ -93,18 +102,20 @@ void ComeAndGo() {
             EXPECT_EQ(1u, possible.count(report.tzId)) << report;
         }
     }
-    EXPECT_GT(reports, 1u);
-    EXPECT_LE(reports, 501u);
+    EXPECT_LE(reports, 500u);
+    *allReports += reports;
 }
 
 TEST(Stress, AHundredClientsComeAndGoWithEachLibrary) {
     const ServiceDirectory directory;
     LogCapture log;
-    ComeAndGo();
+    size_t reports = 0;
+    ComeAndGo(&reports);
     const size_t descriptors = CountEntries("/proc/self/fd");
     const size_t threads = CountEntries("/proc/self/task");
     for (int round = 0; round < 2; ++round)
-        ComeAndGo();
+        ComeAndGo(&reports);
+    EXPECT_GT(reports, 10u);
     EXPECT_EQ(descriptors, CountEntries("/proc/self/fd"));
     EXPECT_EQ(threads, CountEntries("/proc/self/task"));
     const Bytes file = ReadFile("/proc/self/maps");

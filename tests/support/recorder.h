@@ -44,11 +44,10 @@ class Recorder : public IOfflinetimezoneCallback {
         return android::hardware::Void();
     }
 
-    // Waits until `count` reports have come in all. False if they have not come within a minute.
-    bool WaitFor(size_t count) {
+    // Waits until `count` reports have come in all. False if they have not come within `patience`.
+    bool WaitFor(size_t count, std::chrono::milliseconds patience = std::chrono::minutes(1)) {
         std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, std::chrono::minutes(1),
-                                 [&] { return mReports.size() >= count; });
+        return mChanged.wait_for(lock, patience, [&] { return mReports.size() >= count; });
     }
 
     std::vector<ClientReport> Reports() {
