@@ -7,18 +7,22 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
 
 #include "measure.h"
 
 namespace {
 
 using namespace bench;
-
 constexpr size_t kPoints = 100000;
 constexpr int kMeasurements = 9;
 constexpr int kRounds = 5;  // Of each measurement.
+
+[[noreturn]] void Fail(const char* reason) {
+    std::fprintf(stderr, "compare_readers: %s\n", reason);
+    std::exit(1);
+}
 
 // The reader in a library. Neither the library nor the database is closed before the process ends.
 class Reader {
@@ -26,13 +30,13 @@ class Reader {
     explicit Reader(const char* path) {
         // dlopen takes a name without a slash for that of an installed library.
         mLibrary = dlopen(std::filesystem::absolute(path).c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (mLibrary == nullptr) throw std::runtime_error(dlerror());
+        if (mLibrary == nullptr) Fail(dlerror());
         Find("ZDLookup", &mLookUp);
         Find("ZDFreeResults", &mFree);
         decltype(&ZDOpenDatabase) open;
         Find("ZDOpenDatabase", &open);
         mDatabase = open(OFFLINETZ_WORLD_DATABASE);
-        if (mDatabase == nullptr) throw std::runtime_error("the reader refuses the database");
+        if (mDatabase == nullptr) Fail("the reader refuses the database");
     }
 
     void Look(const Point& p, float* distance) const {
@@ -54,7 +58,7 @@ class Reader {
     template <typename Function>
     void Find(const char* name, Function* function) const {
         *function = reinterpret_cast<Function>(dlsym(mLibrary, name));
-        if (*function == nullptr) throw std::runtime_error(dlerror());
+        if (*function == nullptr) Fail(dlerror());
     }
 
     void* mLibrary;
@@ -95,10 +99,7 @@ void Compare(const Reader& before, const Reader& after, const char* name, const 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: %s BEFORE.so AFTER.so\n", argv[0]);
-        return 2;
-    }
+    if (argc != 3) Fail("usage: compare_readers BEFORE.so AFTER.so");
     const Reader before(argv[1]);
     const Reader after(argv[2]);
     const Points land = LandPoints(*MapDatabase(OFFLINETZ_WORLD_DATABASE), kPoints);
