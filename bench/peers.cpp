@@ -126,7 +126,7 @@ std::string LoadTable(const std::vector<PeerKind>& peers, const Points& points) 
             "|---|--:|--:|--:|--:|\n";
     for (const PeerKind& kind : peers) {
         // Reading the file puts it into the page cache.
-        const auto size = static_cast<double>(offlinetz::ReadFileBytes(kind.file).size());
+        const auto size = static_cast<double>(offlinetz::ReadFileBytes(kind.file)->size());
         const LoadCost cost = CostOfLoadingAlone(kind, points);
         text += fmt::format("| {} | {:.1f} | {:.1f} | {:.1f} | {:.1f} |\n", kind.name, size / 1e6,
                             cost.milliseconds, cost.resident / 1e6, cost.anonymous / 1e6);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -83,13 +84,7 @@ LineAnswer AnswerAt(const LookupOptions& options, const ZDDatabase& database,
 
 int RunLookup(const LookupOptions& options, bool onePoint) {
     UseLog(options.verbose);
-    PointText point;
-    try {
-        if (onePoint) point = ParsePoint(options.lat + " " + options.lon);
-    } catch (const std::invalid_argument& error) {
-        PrintMessage(error.what());
-        return kExitUsage;
-    }
+    const std::optional<PointText> point = PointOfArguments(onePoint, options.lat, options.lon);
     const offlinetz::DatabasePtr database =
             offlinetz::OpenDatabase(options.database, !options.noVerify);
     if (options.radius && !offlinetz::IsTiled(*database)) {
@@ -102,11 +97,8 @@ int RunLookup(const LookupOptions& options, bool onePoint) {
         if (isError) exitCode = kExitFailed;
         return row;
     };
-    if (onePoint) {
-        const LineAnswer found = answer(point);
-        std::printf("%s\n",
-                    options.json ? offlinetz::OneLine(found.object).c_str() : found.text.c_str());
-    } else if (!AnswerLines({options.json, options.latColumn, options.lonColumn,
+    if (!AnswerPointOrLines(point,
+                            {options.json, options.latColumn, options.lonColumn,
                              options.radius ? std::vector<std::string>{"zone", "radius_km"}
                                             : std::vector<std::string>{"zone"},
                              true},

@@ -60,8 +60,8 @@ std::string Base64(const uint8_t* bytes, size_t length) {
 }
 
 std::string ReadPage(const std::string& path) {
-    const offlinetz::FileBytes bytes = offlinetz::ReadFileBytes(path);
-    return {bytes.begin(), bytes.end()};
+    const auto bytes = offlinetz::ReadFileBytes(path);
+    return {bytes->begin(), bytes->end()};
 }
 
 // The rings of all zones, simplified for drawing. A database with points far beyond the world's

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -102,13 +103,7 @@ int RunStatus(const ServiceOptions& options) {
 }
 
 int RunLookup(const ServiceOptions& options, bool onePoint) {
-    PointText point;
-    try {
-        if (onePoint) point = ParsePoint(options.lat + " " + options.lon);
-    } catch (const std::invalid_argument& error) {
-        PrintMessage(error.what());
-        return kExitUsage;
-    }
+    const std::optional<PointText> point = PointOfArguments(onePoint, options.lat, options.lon);
     const std::unique_ptr<ServiceClient> service = StartService(options);
     int exitCode = kExitOk;
     const auto answer = [&](const PointText& where) {
@@ -119,11 +114,7 @@ int RunLookup(const ServiceOptions& options, bool onePoint) {
         object["raw"] = raw;
         return LineAnswer{raw, {raw}, std::move(object)};
     };
-    if (onePoint) {
-        const LineAnswer found = answer(point);
-        std::printf("%s\n",
-                    options.json ? offlinetz::OneLine(found.object).c_str() : found.text.c_str());
-    } else if (!AnswerLines({options.json, "", "", {"zone"}, false}, answer)) {
+    if (!AnswerPointOrLines(point, {options.json, "", "", {"zone"}, false}, answer)) {
         exitCode = kExitFailed;
     }
     return exitCode;
@@ -142,8 +133,7 @@ int Refuse(const std::string& reason, const ServiceClient::State& state) {
 }
 
 int RunUpdate(const ServiceOptions& options) {
-    const auto bytes =
-            std::make_shared<const offlinetz::FileBytes>(offlinetz::ReadFileBytes(options.file));
+    const auto bytes = offlinetz::ReadFileBytes(options.file);
     const DatabaseDirectory directory(options.directory);
     const int32_t version = VersionOf(*bytes);
     const std::unique_ptr<ServiceClient> service = StartService(options);
@@ -152,9 +142,7 @@ int RunUpdate(const ServiceOptions& options) {
     if (!options.force) {
         // The service installs what it gets: a bad file would replace the active database and its
         // backup. The installation of a file with the same version could not be confirmed.
-        zonedetect::OpenFailure failure;
-        offlinetz::OpenBytes(bytes, &failure);
-        const std::string fault = offlinetz::FaultOf(*bytes, failure);
+        const std::string fault = offlinetz::CheckFile(bytes).fault;
         if (!fault.empty()) return Refuse(options.file + " is " + fault, before);
         if (before.IsUsable() && version == before.version) {
             return Refuse(options.file +

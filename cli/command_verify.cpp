@@ -89,10 +89,7 @@ void PrintJson(const std::string& path, const std::string& verdict,
 }
 
 int RunVerify(const std::string& path, bool json) {
-    const auto bytes = std::make_shared<const offlinetz::FileBytes>(offlinetz::ReadFileBytes(path));
-    zonedetect::OpenFailure failure;
-    const offlinetz::DatabasePtr database = offlinetz::OpenBytes(bytes, &failure);
-    const std::string fault = offlinetz::FaultOf(*bytes, failure);
+    const auto [database, fault] = offlinetz::CheckFile(offlinetz::ReadFileBytes(path));
     if (!fault.empty()) {
         if (json) {
             PrintJson(path, fault, {});

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <stdexcept>
 
 // The exit codes of the program.
 enum ExitCode {
@@ -10,6 +11,12 @@ enum ExitCode {
     kExitFailed = 1,  // The command failed, or its answer is no.
     kExitUsage = 2,   // The command line, or a coordinate on it, is not valid.
     kExitWarned = 3,  // The command found warnings only.
+};
+
+// An argument that the command line's own checks accept is not valid. The program prints the
+// message and exits with kExitUsage.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
 };
 
 // A command stores its exit code in `*exitCode` when it runs, and throws std::exception with a

@@ -27,11 +27,7 @@ bool Judge(const std::string& path, std::string* verdict) {
         return false;
     }
     try {
-        const auto bytes =
-                std::make_shared<const offlinetz::FileBytes>(offlinetz::ReadFileBytes(path));
-        zonedetect::OpenFailure failure;
-        const offlinetz::DatabasePtr database = offlinetz::OpenBytes(bytes, &failure);
-        const std::string fault = offlinetz::FaultOf(*bytes, failure);
+        const auto [database, fault] = offlinetz::CheckFile(offlinetz::ReadFileBytes(path));
         *verdict = fmt::format(
                 "{}: {}", path,
                 fault.empty() ? fmt::format("good, version {}", ZDgetDBVersion(database.get()))

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "commands.h"
 #include "csv.h"
 #include "database/answer.h"
 #include "message.h"
@@ -169,4 +170,23 @@ bool AnswerLines(const LineFormat& format,
         throw std::runtime_error("standard input is closed or cannot be read");
     }
     return isAllGood;
+}
+
+std::optional<PointText> PointOfArguments(bool isGiven, const std::string& lat,
+                                          const std::string& lon) {
+    if (!isGiven) return std::nullopt;
+    try {
+        return ParsePoint(lat + " " + lon);
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(error.what());
+    }
+}
+
+bool AnswerPointOrLines(const std::optional<PointText>& point, const LineFormat& format,
+                        const std::function<LineAnswer(const PointText& point)>& answer) {
+    if (!point.has_value()) return AnswerLines(format, answer);
+    const LineAnswer found = answer(*point);
+    std::printf("%s\n",
+                format.json ? offlinetz::OneLine(found.object).c_str() : found.text.c_str());
+    return true;
 }

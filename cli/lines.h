@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,3 +41,12 @@ struct LineAnswer {
 // its header lacks a column; rows printed so far stay.
 bool AnswerLines(const LineFormat& format,
                  const std::function<LineAnswer(const PointText& point)>& answer);
+
+// The point of a command line's arguments; none if `isGiven` is false, for lines of points instead.
+// Throws UsageError (commands.h) if they are not a point.
+std::optional<PointText> PointOfArguments(bool isGiven, const std::string& lat,
+                                          const std::string& lon);
+
+// Prints the answer for `point`, or, without one, does what AnswerLines does.
+bool AnswerPointOrLines(const std::optional<PointText>& point, const LineFormat& format,
+                        const std::function<LineAnswer(const PointText& point)>& answer);

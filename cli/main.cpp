@@ -87,6 +87,9 @@ int Run(int argc, char** argv) {
         PrintMessage(error.what());
         std::fputs(Advice(app).c_str(), stderr);
         return kExitUsage;
+    } catch (const UsageError& error) {
+        PrintMessage(error.what());
+        return kExitUsage;
     } catch (const std::bad_alloc&) {
         PrintMessage("out of memory");
         return kExitFailed;

@@ -20,7 +20,6 @@ constexpr size_t kChunkPoints = 32;
 // a border moved further.
 constexpr double kLeastNearMetres = 100.0;
 constexpr double kNearPerAllowed = 1.5;
-constexpr double kDegreesPerRadian = 57.29577951308232;
 
 GeometryPtr PointAt(double x, double y) {
     return GeometryPtr(GEOSGeom_createPointFromXY(x, y));

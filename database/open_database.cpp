@@ -44,48 +44,12 @@ bool HasDigest(const FileBytes& bytes) {
     return std::equal(digest.begin(), digest.end(), bytes.data() + length);
 }
 
-}  // namespace
-
-FileBytes ReadFileBytes(const std::string& path) try {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat status = {};
-    if (file.fd < 0 || fstat(file.fd, &status) != 0) Fail(path, std::strerror(errno));
-    // Reading a device might never end.
-    if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
-        Fail(path, "is a device, neither a file nor a pipe");
-    }
-    FileBytes bytes;
-    if (S_ISREG(status.st_mode) && status.st_size <= INT32_MAX) {
-        bytes.reserve(static_cast<size_t>(status.st_size) + kReadBytes);  // Avoids a second copy.
-    }
-    size_t size = 0;
-    while (status.st_size <= INT32_MAX && size <= INT32_MAX) {
-        bytes.resize(size + kReadBytes);
-        ssize_t got = -1;
-        do {
-            got = read(file.fd, bytes.data() + size, kReadBytes);
-        } while (got < 0 && errno == EINTR);
-        if (got < 0) Fail(path, std::strerror(errno));
-        size += static_cast<size_t>(got);
-        bytes.resize(size);
-        if (got == 0) return bytes;
-    }
-    Fail(path, "has 2 GiB or more");
-} catch (const std::bad_alloc&) {
-    Fail(path, "too large for the free memory");
-}
-
-DatabasePtr OpenBytes(std::shared_ptr<const FileBytes> bytes, zonedetect::OpenFailure* failure) {
-    ZDDatabase* database = zonedetect::OpenBytes(bytes->data(), bytes->size(), failure);
-    return {database, DatabaseCloser{std::move(bytes)}};
-}
-
-std::string FaultOf(const FileBytes& bytes, const zonedetect::OpenFailure& failure) {
+// Why the reader refuses a file. `failure` is the result of OpenBytes for its bytes.
+std::string ReasonOf(const FileBytes& bytes, const zonedetect::OpenFailure& failure) {
     if (bytes.empty()) return "empty";
     switch (failure.reason) {
         case Refusal::kNone:
-            return HasDigest(bytes) ? ""
-                                    : "damaged: the digest at its end does not match its content";
+            return "";
         case Refusal::kNoMemory:
             return "too large for the free memory";
         case Refusal::kTooLong:
@@ -109,18 +73,58 @@ std::string FaultOf(const FileBytes& bytes, const zonedetect::OpenFailure& failu
                        failure.statedSize);
 }
 
+}  // namespace
+
+std::shared_ptr<const FileBytes> ReadFileBytes(const std::string& path) try {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status = {};
+    if (file.fd < 0 || fstat(file.fd, &status) != 0) Fail(path, std::strerror(errno));
+    // Reading a device might never end.
+    if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
+        Fail(path, "is a device, neither a file nor a pipe");
+    }
+    FileBytes bytes;
+    if (S_ISREG(status.st_mode) && status.st_size <= INT32_MAX) {
+        bytes.reserve(static_cast<size_t>(status.st_size) + kReadBytes);  // Avoids a second copy.
+    }
+    size_t size = 0;
+    while (status.st_size <= INT32_MAX && size <= INT32_MAX) {
+        bytes.resize(size + kReadBytes);
+        ssize_t got = -1;
+        do {
+            got = read(file.fd, bytes.data() + size, kReadBytes);
+        } while (got < 0 && errno == EINTR);
+        if (got < 0) Fail(path, std::strerror(errno));
+        size += static_cast<size_t>(got);
+        bytes.resize(size);
+        if (got == 0) return std::make_shared<const FileBytes>(std::move(bytes));
+    }
+    Fail(path, "has 2 GiB or more");
+} catch (const std::bad_alloc&) {
+    Fail(path, "is too large for the free memory");
+}
+
 size_t FileSize(const ZDDatabase& database) {
     return static_cast<size_t>(ZDGetLength(&database)) + zonedetect::kTrailerSize;
 }
 
-DatabasePtr OpenDatabase(const std::string& path, bool verify) {
-    const auto bytes = std::make_shared<const FileBytes>(ReadFileBytes(path));
+CheckedDatabase CheckFile(std::shared_ptr<const FileBytes> bytes, bool verify) {
     zonedetect::OpenFailure failure;
-    DatabasePtr database = OpenBytes(bytes, &failure);
-    if (!verify && database != nullptr) return database;
-    const std::string fault = FaultOf(*bytes, failure);
-    if (!fault.empty()) Fail(path, "is " + fault);
-    return database;
+    CheckedDatabase checked;
+    checked.database =
+            DatabasePtr(zonedetect::OpenBytes(bytes->data(), bytes->size(), &failure), {bytes});
+    if (checked.database == nullptr) {
+        checked.fault = ReasonOf(*bytes, failure);
+    } else if (verify && !HasDigest(*bytes)) {
+        checked.fault = "damaged: the digest at its end does not match its content";
+    }
+    return checked;
+}
+
+DatabasePtr OpenDatabase(const std::string& path, bool verify) {
+    CheckedDatabase checked = CheckFile(ReadFileBytes(path), verify);
+    if (!checked.fault.empty()) Fail(path, "is " + checked.fault);
+    return std::move(checked.database);
 }
 
 }  // namespace offlinetz

@@ -27,18 +27,17 @@ using DatabasePtr = std::unique_ptr<ZDDatabase, DatabaseCloser>;
 // replaces the file; a mapping would raise SIGBUS in this process if the file became shorter.
 // Throws std::runtime_error with the path and the reason, also for a file of 2 GiB or more and for
 // a device.
-FileBytes ReadFileBytes(const std::string& path);
+std::shared_ptr<const FileBytes> ReadFileBytes(const std::string& path);
 
-// Opens a database, and keeps `bytes` alive as long as it is open. The digest is not checked.
-// Returns null if the reader refuses the database, with the reason in `*failure`; `failure` may be
-// null.
-DatabasePtr OpenBytes(std::shared_ptr<const FileBytes> bytes,
-                      zonedetect::OpenFailure* failure = nullptr);
+// A database, opened, and what is wrong with its file.
+struct CheckedDatabase {
+    DatabasePtr database;  // Null if the reader refuses it.
+    std::string fault;     // A phrase that may follow "is"; empty if the file is good.
+};
 
-// Returns what is wrong with a database file, as a phrase that may follow "is"; empty if the file
-// is good. `failure` is the result of OpenBytes for these bytes. If the reader accepted them, this
-// checks the digest.
-std::string FaultOf(const FileBytes& bytes, const zonedetect::OpenFailure& failure);
+// Opens a database, and keeps `bytes` alive as long as it is open. With `verify`, a database that
+// the reader accepts has a fault if its digest does not match its content.
+CheckedDatabase CheckFile(std::shared_ptr<const FileBytes> bytes, bool verify = true);
 
 // The size of an open database's file in bytes: content and digest trailer.
 size_t FileSize(const ZDDatabase& database);

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <random>
 
+#include "grid.h"
+
 namespace offlinetz {
 
 struct Degrees {
@@ -23,7 +25,6 @@ class RandomPoints {
 
     // Uniform on the sphere.
     Degrees OnSphere() {
-        constexpr double kDegreesPerRadian = 57.29577951308232;
         const double lat = std::asin(2.0 * Uniform() - 1.0) * kDegreesPerRadian;
         return {lat, 360.0 * Uniform() - 180.0};
     }

@@ -13,7 +13,6 @@ namespace offlinetz {
 namespace {
 
 constexpr double kKilometresPerDegree = 111.195;
-constexpr double kDegreesPerRadian = 57.29577951308232;
 constexpr double kBandDegrees = 15.0;  // Width of a nautical zone, centred on a multiple of it.
 
 // How far from an edge, in units of latitude, the reader may answer for the other side. A query is
@@ -51,19 +50,6 @@ double ArcRadius(double lat, double plane) {
     return low;
 }
 
-// Squared distance from the origin to the segment from (aLat, aLon) to (bLat, bLon).
-double SquaredDistanceToSegment(double aLat, double aLon, double bLat, double bLon) {
-    const double lat = bLat - aLat;
-    const double lon = bLon - aLon;
-    const double squaredLength = lat * lat + lon * lon;
-    const double along = squaredLength > 0.0
-                                 ? std::clamp(-(aLat * lat + aLon * lon) / squaredLength, 0.0, 1.0)
-                                 : 0.0;
-    const double footLat = aLat + along * lat;
-    const double footLon = aLon + along * lon;
-    return footLat * footLat + footLon * footLon;
-}
-
 // The distance in units of latitude from a point to the nearest edge of the rings in its tile, a
 // degree of longitude counted as one of latitude. 0 if a ring cannot be read, and in a table whose
 // boxes overlap so much that a lookup would come to its limits.
@@ -84,8 +70,9 @@ double UnitsToBorder(const ZDDatabase& database, double lat, double lon) {
             const GridPoint& a = ring[i];
             const GridPoint& b = ring[NextIndex(i, ring.size())];
             squared = std::min(
-                    squared, SquaredDistanceToSegment(a.lat - pointLat, 2.0 * (a.lon - pointLon),
-                                                      b.lat - pointLat, 2.0 * (b.lon - pointLon)));
+                    squared,
+                    SquaredDistanceToSegment(0.0, 0.0, a.lat - pointLat, 2.0 * (a.lon - pointLon),
+                                             b.lat - pointLat, 2.0 * (b.lon - pointLon)));
         }
     }
     return std::isinf(squared) ? 0.0 : std::sqrt(squared);
