@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <fstream>
 #include <stdexcept>
 
 namespace bench {
@@ -14,6 +15,7 @@ using std::chrono::steady_clock;
 
 constexpr uint64_t kLandSeed = 1;
 constexpr uint64_t kSphereSeed = 2;
+constexpr char kCities[] = "/usr/share/libtimezonemap/ui/cities15000.txt";
 
 bool HasZone(const ZDDatabase& database, const Point& p) {
     ZDResult* results = ZDLookup(&database, p.lat, p.lon, nullptr);
@@ -89,6 +91,20 @@ Points SpherePoints(size_t count) {
 
 Points LandPoints(const ZDDatabase& database, size_t count) {
     return DrawPoints(count, kLandSeed, std::mem_fn(&RandomPoints::OnSphere), &database);
+}
+
+Points Cities() {
+    std::ifstream file(kCities);
+    Points points;
+    std::string columns[6];
+    while (std::getline(file, columns[0], '\t')) {
+        for (size_t i = 1; i < 6; ++i)
+            std::getline(file, columns[i], '\t');
+        points.push_back({std::stof(columns[4]), std::stof(columns[5])});
+        std::getline(file, columns[0]);  // The rest of the line.
+    }
+    if (points.empty()) throw std::runtime_error(std::string(kCities) + ": cannot be read");
+    return points;
 }
 
 double NanosecondsSince(steady_clock::time_point start) {

@@ -37,6 +37,8 @@ Points DrawPoints(size_t count, uint64_t seed,
 // Points evenly on the sphere. Those of LandPoints all lie in zones of the database.
 Points SpherePoints(size_t count);
 Points LandPoints(const ZDDatabase& database, size_t count);
+// The cities of a table of geonames.org, by countries. Throws std::exception.
+Points Cities();
 
 double NanosecondsSince(std::chrono::steady_clock::time_point start);
 

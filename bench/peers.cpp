@@ -20,7 +20,6 @@ constexpr size_t kPoints = 100000;
 constexpr int kRounds = 5;
 // Peers that differ at more than one in so many points do not do the same work.
 constexpr size_t kPointsPerDifference = 1000;
-constexpr char kCities[] = "/usr/share/libtimezonemap/ui/cities15000.txt";
 
 class Reader : public Peer {
   public:
@@ -53,21 +52,6 @@ std::vector<PeerKind> AllPeers(const std::string& directory) {
     for (const auto& others : {GeosPeers(directory), S2Peers(directory)})
         peers.insert(peers.end(), others.begin(), others.end());
     return peers;
-}
-
-// The cities of a table of geonames.org. Throws std::exception.
-Points Cities() {
-    std::ifstream file(kCities);
-    Points points;
-    std::string columns[6];
-    while (std::getline(file, columns[0], '\t')) {
-        for (size_t i = 1; i < 6; ++i)
-            std::getline(file, columns[i], '\t');
-        points.push_back({std::stof(columns[4]), std::stof(columns[5])});
-        std::getline(file, columns[0]);  // The rest of the line.
-    }
-    if (points.empty()) throw std::runtime_error(std::string(kCities) + ": cannot be read");
-    return points;
 }
 
 using PointSets = std::vector<std::pair<std::string, Points>>;  // With their names.

@@ -35,7 +35,7 @@ if(OFFLINETZ_COVERAGE)
 endif()
 
 function(offlinetz_settings name)
-  target_link_libraries(${name} PRIVATE offlinetz::settings)
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:offlinetz::settings>)
   set_target_properties(${name} PROPERTIES
     CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "choices.h"
+#include "compare_library.h"
 #include "compare_readers.h"
 #include "database/encode.h"
 
@@ -128,6 +129,14 @@ Bytes Describe(Choices* c, Draft* draft) {
     return content;
 }
 
+// Whether the library refuses what the reader accepts: sizes in the header that overflow, or
+// records that take more reading than the file.
+bool IsDamaged(const ZDDatabase& database) {
+    return database.boxTableOffset > database.metadataOffset ||
+           database.metadataOffset > database.polygonDataOffset ||
+           database.polygonDataOffset > static_cast<uint32_t>(database.length);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -145,6 +154,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require((database != nullptr) == reference.has_value(), "whether it opens");
     if (database == nullptr) return 0;
     Require(reference->Notice() == ZDGetNotice(database.get()), "the notice");
+    // A heap block of exactly the content, so a sanitizer reports each read beyond it.
+    const Bytes content(file.begin(), file.end() - 20);
+    offlinetz_database* opened;
+    const offlinetz_status status =
+            offlinetz_open_memory(content.data(), file.size(), OFFLINETZ_SKIP_DIGEST, &opened);
+    const LibraryPtr library(opened, offlinetz_close);
+    Require((status == OFFLINETZ_OK) == (*offlinetz_message(opened) == '\0'), "a message");
+    const uint8_t precision = database->precision;
+    Require(status == OFFLINETZ_OK || (status == OFFLINETZ_REFUSED &&
+                                       (precision < 1 || precision > 31 || IsDamaged(*database))),
+            "whether the library opens it");
+    std::vector<float> points;
     Choices places(first.data(), first.size());
     while (!places.IsAtEnd()) {  // Points on and near corners, at the centre, and anywhere.
         const uint32_t row = 256u * places.Byte();
@@ -152,11 +173,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (row >= 256u * 192u) p = {};
         p.lat = WrappingAdd(p.lat, places.Number());
         p.lon = WrappingAdd(p.lon, places.Number());
-        const int precision = std::clamp<int>(database->precision, 1, 31);
-        float degrees[] = {DegreesAtUnits(p.lat, precision, 90.0),
-                           DegreesAtUnits(p.lon, precision, 180.0)};
+        const int scaled = std::clamp<int>(precision, 1, 31);
+        float degrees[] = {DegreesAtUnits(p.lat, scaled, 90.0),
+                           DegreesAtUnits(p.lon, scaled, 180.0)};
         if (places.OneIn(8)) std::memcpy(degrees, (places.Take(8) + Bytes(8)).data(), 8);
         RequireSame(DifferenceWithText(*database, *reference, degrees[0], degrees[1]));
+        points.insert(points.end(), {degrees[0], degrees[1]});
     }
+    if (status == OFFLINETZ_OK) RequireSame(DifferenceOfLibrary(library.get(), *reference, points));
     return 0;
 }

@@ -10,13 +10,6 @@ namespace zonedetect {
 
 namespace {
 
-struct NoDistance {
-    static constexpr bool kMeasures = false;
-    struct Lanes {
-        Lanes(const Point& /*target*/, const Point& /*start*/, const NoDistance& /*measure*/) {}
-    };
-};
-
 // The distance of the reader's interface.
 struct ReaderDistance {
     static constexpr bool kMeasures = true;

@@ -77,6 +77,30 @@ class RingReader {
     StepBlock mBlock;
 };
 
+// Computes the vertices of four edges from their deltas: a prefix sum over the lanes.
+struct VertexSums {
+    Uint32x4 last;  // The last vertex, twice: latitude, longitude.
+
+    explicit VertexSums(const Point& at)
+        : last(AsUnsigned(Int32x4{at.lat, at.lon, at.lat, at.lon})) {}
+
+    // Returns the edges of the next four steps, which are the eight numbers at `deltas`.
+    FourEdges Next(const int32_t* deltas) {
+        const Uint32x4 none = {0, 0, 0, 0};
+        const Uint32x4 a = LoadUnaligned(deltas);
+        const Uint32x4 b = LoadUnaligned(deltas + kLanes);
+        const Uint32x4 pointsA = last + a + __builtin_shufflevector(none, a, 0, 1, 4, 5);
+        const Uint32x4 lastA = __builtin_shufflevector(pointsA, pointsA, 2, 3, 2, 3);
+        const Uint32x4 pointsB = lastA + b + __builtin_shufflevector(none, b, 0, 1, 4, 5);
+        last = __builtin_shufflevector(pointsB, pointsB, 2, 3, 2, 3);
+        const Uint32x4 lat = __builtin_shufflevector(pointsA, pointsB, 0, 2, 4, 6);
+        const Uint32x4 lon = __builtin_shufflevector(pointsA, pointsB, 1, 3, 5, 7);
+        return {AsSigned(lat - __builtin_shufflevector(a, b, 0, 2, 4, 6)),
+                AsSigned(lon - __builtin_shufflevector(a, b, 1, 3, 5, 7)), AsSigned(lat),
+                AsSigned(lon)};
+    }
+};
+
 // Computes the winding number of a ring around a target, in quarter turns, and the smallest squared
 // distance from the target to an edge. Call BeginAt with the first vertex, then Take for each
 // block.
@@ -114,41 +138,17 @@ class RingWalk {
     int64_t QuarterTurns() const { return mQuarterTurns; }
 
   private:
-    // Computes the vertices of four edges from their deltas: a prefix sum over the lanes.
-    struct VertexSums {
-        Uint32x4 last;  // The last vertex, twice: latitude, longitude.
-
-        explicit VertexSums(const Point& at)
-            : last(AsUnsigned(Int32x4{at.lat, at.lon, at.lat, at.lon})) {}
-
-        // Returns the edges of the next four steps, which are the eight numbers at `deltas`.
-        FourEdges Next(const int32_t* deltas) {
-            const Uint32x4 none = {0, 0, 0, 0};
-            const Uint32x4 a = LoadUnaligned(deltas);
-            const Uint32x4 b = LoadUnaligned(deltas + kLanes);
-            const Uint32x4 pointsA = last + a + __builtin_shufflevector(none, a, 0, 1, 4, 5);
-            const Uint32x4 lastA = __builtin_shufflevector(pointsA, pointsA, 2, 3, 2, 3);
-            const Uint32x4 pointsB = lastA + b + __builtin_shufflevector(none, b, 0, 1, 4, 5);
-            last = __builtin_shufflevector(pointsB, pointsB, 2, 3, 2, 3);
-            const Uint32x4 lat = __builtin_shufflevector(pointsA, pointsB, 0, 2, 4, 6);
-            const Uint32x4 lon = __builtin_shufflevector(pointsA, pointsB, 1, 3, 5, 7);
-            return {AsSigned(lat - __builtin_shufflevector(a, b, 0, 2, 4, 6)),
-                    AsSigned(lon - __builtin_shufflevector(a, b, 1, 3, 5, 7)), AsSigned(lat),
-                    AsSigned(lon)};
-        }
-    };
-
     // SIMD path. Returns false and changes nothing if an edge needs the scalar path: it ends in the
     // target, leads to the opposite quadrant, or, if distances are measured, has coordinates that
     // floats do not hold exactly.
     bool TakeWithSimd(const StepBlock& block) {
         VertexSums points(mAt);
-        TurnCounter turns(mTarget);
+        TurnCounter turns(mTarget, mAt);
         typename Measure::Lanes distances(mTarget, mAt, mMeasure);
         size_t step = 0;
         for (; step + kLanes <= block.steps; step += kLanes) {
             const FourEdges edges = points.Next(block.deltas + 2 * step);
-            turns.Add(edges, Broadcast(-1));
+            turns.Add(edges.lat, edges.lon);
             if constexpr (Measure::kMeasures) {
                 distances.Add(edges);
                 if (step % kStepsToNarrow == 0) distances.Narrow();
@@ -156,13 +156,13 @@ class RingWalk {
         }
         if (block.closes) {
             FourEdges edges = points.Next(block.deltas + 2 * step);
-            // The first lanes take the remaining steps. All others hold the closing edge; the first
-            // of them is counted.
+            // The first lanes take the remaining steps. All others go to the ring's first vertex:
+            // the closing edge, and edges without length.
             const Int32x4 lane = {0, 1, 2, 3};
             const Int32x4 rest = Broadcast(static_cast<int32_t>(block.steps - step));
             edges.lat = Select(lane < rest, edges.lat, Broadcast(mFirst.lat));
             edges.lon = Select(lane < rest, edges.lon, Broadcast(mFirst.lon));
-            turns.Add(edges, lane <= rest);
+            turns.Add(edges.lat, edges.lon);
             if constexpr (Measure::kMeasures) distances.Add(edges);
         }
         if (turns.HasAmbiguousEdge()) return false;
@@ -217,6 +217,14 @@ class RingWalk {
     Point mAt = {0, 0};
     int64_t mQuarterTurns = 0;
     ZDLookupResult mStop = ZDLookupNotInZone;
+};
+
+// Measures nothing.
+struct NoDistance {
+    static constexpr bool kMeasures = false;
+    struct Lanes {
+        Lanes(const Point& /*target*/, const Point& /*start*/, const NoDistance& /*measure*/) {}
+    };
 };
 
 // -4 is a clockwise ring around the target, 4 a counterclockwise one.

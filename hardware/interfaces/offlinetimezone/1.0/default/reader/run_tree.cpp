@@ -21,10 +21,6 @@ constexpr size_t ChildListRoom(size_t runs) {
     return 6 * runs + 64;
 }
 
-constexpr uint32_t kSingleRun = 0x80000000u;  // A leaf; the payload is a run.
-constexpr uint32_t kRunList = 0x40000000u;    // A leaf; the payload is a count.
-constexpr uint32_t kPayloadMask = 0x3FFFFFFFu;
-
 // The size of a leaf in words.
 constexpr size_t LeafWords(size_t runs) {
     return runs == 1 ? 1 : 1 + runs;
@@ -32,23 +28,12 @@ constexpr size_t LeafWords(size_t runs) {
 
 }  // namespace
 
-uint8_t RunTree::Axis::CellOf(int32_t units) const {
-    if (units <= min) return 0;
-    const uint32_t above = static_cast<uint32_t>(units) - static_cast<uint32_t>(min);
-    return static_cast<uint8_t>(std::min(above / cellUnits, kCellsPerAxis - 1));
-}
-
 // Same as CellOf, for units that lie in `cell` or not far above it: searches upward instead of
 // dividing.
 uint8_t RunTree::Axis::CellFrom(uint8_t cell, int32_t units) const {
     while (cell + 1u < kCellsPerAxis && units > IntervalOf(cell).max)
         ++cell;
     return cell;
-}
-
-RunTree::Interval RunTree::Axis::IntervalOf(size_t cell) const {
-    const int64_t from = min + static_cast<int64_t>(cell * cellUnits);
-    return {from, from + cellUnits - 1};
 }
 
 // Builds a tree. Holds the data that only the building needs.
@@ -87,7 +72,7 @@ class RunTree::Builder {
 
     // Makes the grid cover all boxes.
     void SetAxes() {
-        Box all = {0, 0, 0, 0};
+        Box& all = mWorld;
         if (mBoxes.Size() > 0) all = mBoxes[0];
         for (const Box& box : mBoxes) {
             all.minLat = std::min(all.minLat, box.minLat);
@@ -179,7 +164,8 @@ class RunTree::Builder {
     void AddNode(const Region& region, const Range& runs, uint32_t* room, size_t limit) {
         GrowingArray<uint32_t>& words = mTree.mNodes;
         if (runs.count == 1) {
-            words.Push(kSingleRun | *runs.begin);
+            const uint32_t run = *runs.begin;
+            words.Push(kSingleRun | (Covers(mBoxes[run], region) ? kIsInBox : 0u) | run);
             return;
         }
         const bool isSplitByLat = region.lat.max - region.lat.min > region.lon.max - region.lon.min;
@@ -219,11 +205,20 @@ class RunTree::Builder {
                 limit);
     }
 
+    // Whether all points of a region that lie in the grid are in a box. The grid's last cells reach
+    // beyond its boxes.
+    bool Covers(const Box& box, const Region& region) const {
+        return box.minLat <= region.lat.min && box.minLon <= region.lon.min &&
+               box.maxLat >= std::min<int64_t>(region.lat.max, mWorld.maxLat) &&
+               box.maxLon >= std::min<int64_t>(region.lon.max, mWorld.maxLon);
+    }
+
     static constexpr size_t kCells = size_t{kCellsPerAxis} * kCellsPerAxis;
 
     const GrowingArray<Box>& mBoxes;  // The bounding box of each run.
     RunTree& mTree;
     const size_t mLimit;                // Of the node array, in words.
+    Box mWorld = {0, 0, 0, 0};          // Covers all boxes.
     uint32_t mBegins[kCells + 1] = {};  // Start of each cell's runs in mListed.
     uint32_t mNext[kCells] = {};        // Where the cell's next run goes.
     GrowingArray<uint32_t> mListed;
@@ -234,25 +229,6 @@ class RunTree::Builder {
 RunTree::Outcome RunTree::Build(const GrowingArray<Box>& boxes) {
     const std::unique_ptr<Builder> builder(new (std::nothrow) Builder(boxes, this));
     return builder != nullptr ? builder->Build() : Outcome::kNoMemory;
-}
-
-RunTree::Runs RunTree::RunsAt(const Point& point) const {
-    const size_t row = mLat.CellOf(point.lat);
-    const size_t column = mLon.CellOf(point.lon);
-    Interval lat = mLat.IntervalOf(row);
-    Interval lon = mLon.IntervalOf(column);
-    size_t node = mRoots[row * kCellsPerAxis + column];
-    while ((mNodes[node] & (kSingleRun | kRunList)) == 0) {
-        const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
-        Interval& part = isSplitByLat ? lat : lon;
-        const int64_t middle = part.Middle();
-        const bool isSecond = (isSplitByLat ? point.lat : point.lon) > middle;
-        part = isSecond ? Interval{middle + 1, part.max} : Interval{part.min, middle};
-        node = isSecond ? mNodes[node] : node + 1;
-    }
-    const uint32_t payload = mNodes[node] & kPayloadMask;
-    if ((mNodes[node] & kSingleRun) != 0) return {nullptr, 1, payload};
-    return {&mNodes[node + 1], payload, 0};
 }
 
 }  // namespace zonedetect

@@ -10,6 +10,7 @@
 // bisection.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -25,11 +26,11 @@ class RunTree {
   public:
     // A list of runs, in the order of the table. Borrowed from the tree.
     struct Runs {
-        const uint32_t* list;  // Null if `single` is the only run.
+        const uint32_t* list;  // Null: the runs from `first` on.
         uint32_t count;
-        uint32_t single;
+        uint32_t first;
 
-        uint32_t At(uint32_t i) const { return list != nullptr ? list[i] : single; }
+        uint32_t At(uint32_t i) const { return list != nullptr ? list[i] : first + i; }
     };
 
     enum class Outcome {
@@ -43,7 +44,45 @@ class RunTree {
     Outcome Build(const GrowingArray<Box>& boxes);
 
     // Returns the runs whose bounding box may contain `point`.
-    Runs RunsAt(const Point& point) const;
+    Runs RunsAt(const Point& point) const {
+        const size_t row = mLat.CellOf(point.lat);
+        const size_t column = mLon.CellOf(point.lon);
+        Interval lat = mLat.IntervalOf(row);
+        Interval lon = mLon.IntervalOf(column);
+        size_t node = mRoots[row * kCellsPerAxis + column];
+        while (!IsLeaf(node)) {
+            const bool isSplitByLat = lat.max - lat.min > lon.max - lon.min;
+            Interval& part = isSplitByLat ? lat : lon;
+            const int64_t middle = part.Middle();
+            const bool isSecond = (isSplitByLat ? point.lat : point.lon) > middle;
+            part = isSecond ? Interval{middle + 1, part.max} : Interval{part.min, middle};
+            node = isSecond ? mNodes[node] : node + 1;
+        }
+        return RunsOf(node);
+    }
+
+    // Replaces the runs in the leaves by numbers, which RunsAt returns from then on: run i by
+    // numbers[i], which must be less than 2^30. Calls mayLieOutside(run) for each run in a leaf
+    // that lists another run, too, or that has points outside the bounding box of its run.
+    template <typename Visit>
+    void Renumber(const uint32_t* numbers, const Visit& mayLieOutside) {
+        for (size_t node = 0; node < mNodes.Size(); ++node) {
+            const uint32_t word = mNodes[node];
+            // Without a branch for most words: their order is unpredictable.
+            const uint32_t isSingle = 0u - (word >> 31);
+            mNodes[node] = word ^ ((word ^ (kSingleRun | numbers[word & kPayloadMask & isSingle])) &
+                                   isSingle);
+            const uint32_t kind = word & ~kPayloadMask;
+            if (kind == kSingleRun) {
+                mayLieOutside(word & kPayloadMask);
+            } else if (kind == kRunList) {
+                for (uint32_t i = word & kPayloadMask; i > 0; --i) {
+                    mayLieOutside(mNodes[++node]);
+                    mNodes[node] = numbers[mNodes[node]];
+                }
+            }
+        }
+    }
 
   private:
     static constexpr uint32_t kCellsPerAxis = 64;
@@ -62,12 +101,32 @@ class RunTree {
         int32_t min = 0;
         uint32_t cellUnits = 1;
 
-        uint8_t CellOf(int32_t units) const;
+        uint8_t CellOf(int32_t units) const {
+            if (units <= min) return 0;
+            const uint32_t above = static_cast<uint32_t>(units) - static_cast<uint32_t>(min);
+            return static_cast<uint8_t>(std::min(above / cellUnits, kCellsPerAxis - 1));
+        }
         uint8_t CellFrom(uint8_t cell, int32_t units) const;
-        Interval IntervalOf(size_t cell) const;
+        Interval IntervalOf(size_t cell) const {
+            const int64_t from = min + static_cast<int64_t>(cell * cellUnits);
+            return {from, from + cellUnits - 1};
+        }
     };
 
     class Builder;
+
+    bool IsLeaf(size_t node) const { return (mNodes[node] & (kSingleRun | kRunList)) != 0; }
+    Runs RunsOf(size_t leaf) const {
+        const uint32_t payload = mNodes[leaf] & kPayloadMask;
+        if ((mNodes[leaf] & kSingleRun) != 0) return {nullptr, 1, payload};
+        return {&mNodes[leaf + 1], payload, 0};
+    }
+
+    static constexpr uint32_t kSingleRun = 0x80000000u;  // A leaf; the payload is a run.
+    static constexpr uint32_t kRunList = 0x40000000u;    // A leaf; the payload is a count.
+    // With kSingleRun: the whole leaf lies in the bounding box of its run.
+    static constexpr uint32_t kIsInBox = 0x40000000u;
+    static constexpr uint32_t kPayloadMask = 0x3FFFFFFFu;
 
     Axis mLat;
     Axis mLon;

@@ -27,20 +27,24 @@ struct FourEdges {
     Int32x4 lon;
 };
 
-// Adds up the quarter turns of edges around a target: four times the winding number of a ring.
+// Adds up the quarter turns around a target along a chain of vertices: four times the winding
+// number of a ring.
 class TurnCounter {
   public:
-    explicit TurnCounter(const Point& target)
-        : mLat(Broadcast(target.lat)), mLon(Broadcast(target.lon)) {}
+    // The chain begins at `start`.
+    TurnCounter(const Point& target, const Point& start)
+        : mLat(Broadcast(target.lat)),
+          mLon(Broadcast(target.lon)),
+          mLast(QuadrantsOf(Broadcast(start.lat), Broadcast(start.lon))) {}
 
-    // Adds the quarter turns of the lanes whose mask `counted` is -1. All four lanes are checked
-    // for HasAmbiguousEdge.
-    void Add(const FourEdges& edges, Int32x4 counted) {
-        const Int32x4 change =
-                QuadrantsOf(edges.lat, edges.lon) - QuadrantsOf(edges.fromLat, edges.fromLon);
+    // Goes on to the next four vertices.
+    void Add(Int32x4 lat, Int32x4 lon) {
+        const Int32x4 quadrants = QuadrantsOf(lat, lon);
+        const Int32x4 change = quadrants - __builtin_shufflevector(mLast, quadrants, 3, 4, 5, 6);
         const Int32x4 turns = AsSigned(AsUnsigned(change) << 30) >> 30;  // Modulo 4: -2 to 1.
-        mQuarterTurns += turns & counted;
-        mAmbiguous |= (turns == Broadcast(-2)) | ((edges.lat == mLat) & (edges.lon == mLon));
+        mLast = quadrants;
+        mQuarterTurns += turns;
+        mAmbiguous |= (turns == Broadcast(-2)) | ((lat == mLat) & (lon == mLon));
     }
 
     // Whether the quadrants do not decide the turn of an edge added: it leads to the opposite
@@ -60,6 +64,7 @@ class TurnCounter {
 
     const Int32x4 mLat;
     const Int32x4 mLon;
+    Int32x4 mLast;  // The quadrants of the last four vertices.
     Int32x4 mQuarterTurns = Broadcast(0);
     Int32x4 mAmbiguous = Broadcast(0);
 };

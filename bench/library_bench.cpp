@@ -1,0 +1,167 @@
+// Measures the C library beside the reader: one point at a time, many points, many points in the
+// order of places, with cold caches, and on two threads.
+//
+// Usage: library_bench DIRECTORY    writes library.md there
+#include <fmt/format.h>
+#include <offlinetz.h>
+
+#include <cmath>
+#include <ctime>
+#include <thread>
+
+#include "inputs.h"
+#include "measure.h"
+
+namespace {
+
+using namespace bench;
+
+constexpr size_t kPoints = 100000;
+constexpr int kRounds = 15;
+constexpr size_t kColdPoints = 200;  // Between two times that the caches are emptied.
+
+// Degrees, as the library takes them.
+struct Place {
+    double lat;
+    double lon;
+};
+using Places = std::vector<Place>;
+
+Places PlacesOf(const Points& points) {
+    Places places;
+    for (const Point& p : points)
+        places.push_back({static_cast<double>(p.lat), static_cast<double>(p.lon)});
+    return places;
+}
+
+// By rows of a degree, and in each row from west to east.
+Places InOrder(Places places) {
+    std::sort(places.begin(), places.end(), [](const Place& a, const Place& b) {
+        return std::pair(std::floor(a.lat), a.lon) < std::pair(std::floor(b.lat), b.lon);
+    });
+    return places;
+}
+
+double NanosecondsOf(clockid_t clock) {
+    timespec time;
+    clock_gettime(clock, &time);
+    return 1e9 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec);
+}
+
+// Removes bytes from the processor's caches, where that can be done.
+void Flush(const void* bytes, size_t size) {
+#ifdef __x86_64__
+    for (size_t i = 0; i < size; i += 64)
+        __builtin_ia32_clflush(static_cast<const char*>(bytes) + i);
+    __builtin_ia32_mfence();
+#endif
+}
+
+struct Way {
+    std::string name;
+    std::function<void(const Place* places, size_t count)> look;
+    bool isCold = false;
+    clockid_t clock = CLOCK_PROCESS_CPUTIME_ID;
+};
+
+// Nanoseconds a point of each way: medians over rounds, in which the ways take turns.
+std::vector<double> Measure(const std::vector<Way>& ways, const Places& places,
+                            const std::vector<uint8_t>& file) {
+    std::vector<std::vector<double>> all(ways.size());
+    for (int round = -1; round < kRounds; ++round) {  // The first round does not count.
+        for (size_t i = 0; i < ways.size(); ++i) {
+            double time = 0.0;
+            const size_t step = ways[i].isCold ? kColdPoints : places.size();
+            const size_t count = ways[i].isCold ? 100 * kColdPoints : places.size();
+            for (size_t begin = 0; begin < count; begin += step) {
+                if (ways[i].isCold) Flush(file.data(), file.size());
+                const double start = NanosecondsOf(ways[i].clock);
+                ways[i].look(&places[begin], std::min(step, count - begin));
+                time += NanosecondsOf(ways[i].clock) - start;
+            }
+            if (round >= 0) all[i].push_back(time / static_cast<double>(count));
+        }
+    }
+    std::vector<double> medians;
+    for (std::vector<double>& times : all)
+        medians.push_back(Median(std::move(times)));
+    return medians;
+}
+
+void Run(const std::string& directory) {
+    const auto file = offlinetz::ReadFileBytes(WorldFile(directory));
+    const offlinetz::DatabasePtr reader = offlinetz::CheckFile(file, false).database;
+    offlinetz_database* database;
+    if (offlinetz_open_memory(file->data(), file->size(), 0, &database) != OFFLINETZ_OK)
+        throw std::runtime_error(offlinetz_message(database));
+    const offlinetz::DatabasePtr none;
+
+    std::vector<int32_t> ids(kPoints);
+    std::vector<double> radii(kPoints);
+    const auto many = [&](const Place* p, size_t count, size_t to, bool withRadius) {
+        offlinetz_find_many(database, count, &p->lat, sizeof *p, &p->lon, sizeof *p, &ids[to],
+                            sizeof ids[0], withRadius ? &radii[to] : nullptr, sizeof radii[0]);
+    };
+    const auto readEach = [&](const Place* p, size_t count, bool withDistance) {
+        for (const Place* end = p + count; p < end; ++p) {
+            float distance;
+            ZDFreeResults(ZDLookup(reader.get(), static_cast<float>(p->lat),
+                                   static_cast<float>(p->lon), withDistance ? &distance : nullptr));
+        }
+    };
+    const auto findEach = [&](const Place* p, size_t count, bool withRadius) {
+        for (size_t i = 0; i < count; ++i) {
+            offlinetz_find(database, p[i].lat, p[i].lon, &ids[i], 1, nullptr,
+                           withRadius ? &radii[i] : nullptr);
+        }
+    };
+    const auto read = [&](auto* p, size_t n) { readEach(p, n, false); };
+    const auto find = [&](auto* p, size_t n) { findEach(p, n, false); };
+    const auto findMany = [&](auto* p, size_t n) { many(p, n, 0, false); };
+    const std::vector<Way> ways = {
+            {"`ZDLookup`", read},
+            {"`ZDLookup` with a distance", [&](auto* p, size_t n) { readEach(p, n, true); }},
+            {"`offlinetz_find`", find},
+            {"`offlinetz_find` with a radius", [&](auto* p, size_t n) { findEach(p, n, true); }},
+            {"`offlinetz_find_many`", findMany},
+            {"`offlinetz_find_many` with radii", [&](auto* p, size_t n) { many(p, n, 0, true); }},
+            {"`ZDLookup`, the file flushed from the caches", read, true},
+            {"`offlinetz_find`, the file flushed", find, true},
+            {"`offlinetz_find_many`, the file flushed", findMany, true},
+            {"`offlinetz_find_many`, wall time", findMany, false, CLOCK_MONOTONIC},
+            {"`offlinetz_find_many`, wall time of two threads",
+             [&](const Place* p, size_t n) {
+                 std::thread other([&] { many(p, n / 2, 0, false); });
+                 many(p + n / 2, n - n / 2, n / 2, false);
+                 other.join();
+             },
+             false, CLOCK_MONOTONIC}};
+
+    const Places land = PlacesOf(LandPoints(*reader, kPoints));
+    std::vector<std::vector<double>> sets;
+    for (const Places& places :
+         {land, PlacesOf(SpherePoints(kPoints)), PlacesOf(Cities()), InOrder(land)})
+        sets.push_back(Measure(ways, places, *file));
+    std::string text =
+            "| ns a point | land | sphere | cities | land, in the order of places |\n"
+            "|---|--:|--:|--:|--:|\n";
+    for (size_t i = 0; i < ways.size(); ++i) {
+        text += "| " + ways[i].name;
+        for (const std::vector<double>& times : sets)
+            text += fmt::format(" | {:.0f} ({:.2f})", times[i], times[i] / times[0]);
+        text += " |\n";
+    }
+    offlinetz_close(database);
+    WriteText(directory + "/library.md", text);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
+        return 2;
+    }
+    Run(argv[1]);
+    return 0;
+}
