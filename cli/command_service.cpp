@@ -11,6 +11,7 @@
 #include <string>
 
 #include "commands.h"
+#include "csv.h"
 #include "database/answer.h"
 #include "database/open_database.h"
 #include "database_directory.h"
@@ -102,22 +103,51 @@ int RunStatus(const ServiceOptions& options) {
     return state.IsUsable() ? kExitOk : kExitFailed;
 }
 
+// The answers of the service.
+class ServiceAnswers : public Answers {
+  public:
+    ServiceAnswers(ServiceClient* service, const PointColumns& points) {
+        for (size_t i = 0; i < points.lats.size(); ++i) {
+            mRaw.push_back(service->Lookup(std::string(points.latTexts[i]),
+                                           std::string(points.lonTexts[i])));
+            mParsed.push_back(offlinetz::ParseAnswer(mRaw.back()));
+        }
+    }
+
+    bool IsError(size_t i) const override { return !mParsed[i].error.empty(); }
+    void AppendText(size_t i, std::string* row) const override { row->append(mRaw[i]); }
+    void AppendFields(size_t i, char separator, std::string* row) const override {
+        row->push_back(separator);
+        AppendField(mRaw[i], separator, row);
+    }
+    void AppendMembers(size_t i, const AnswerKeys& keys, std::string* row) const override {
+        nlohmann::ordered_json object;
+        if (IsError(i)) {
+            object[keys.error] = mParsed[i].error;
+        } else {
+            object[keys.zones] = mParsed[i].zones;
+        }
+        object[keys.raw] = mRaw[i];
+        const std::string members = offlinetz::OneLine(object);
+        row->append(",").append(members, 1, members.size() - 2);
+    }
+
+  private:
+    std::vector<std::string> mRaw;
+    std::vector<offlinetz::Answer> mParsed;
+};
+
 int RunLookup(const ServiceOptions& options, bool onePoint) {
     const std::optional<PointText> point = PointOfArguments(onePoint, options.lat, options.lon);
     const std::unique_ptr<ServiceClient> service = StartService(options);
-    int exitCode = kExitOk;
-    const auto answer = [&](const PointText& where) {
-        std::string raw = service->Lookup(where.latText, where.lonText);
-        const offlinetz::Answer parsed = offlinetz::ParseAnswer(raw);
-        if (!parsed.error.empty()) exitCode = kExitFailed;
-        nlohmann::ordered_json object = offlinetz::AnswerJson(where.lat, where.lon, parsed);
-        object["raw"] = raw;
-        return LineAnswer{raw, {raw}, std::move(object)};
+    LineFormat format;
+    format.json = options.json;
+    format.answerColumns = {"zone"};
+    format.needsTexts = true;
+    format.answer = [&](const PointColumns& points) {
+        return std::make_unique<ServiceAnswers>(service.get(), points);
     };
-    if (!AnswerPointOrLines(point, {options.json, "", "", {"zone"}, false}, answer)) {
-        exitCode = kExitFailed;
-    }
-    return exitCode;
+    return AnswerPointOrLines(point, format) ? kExitOk : kExitFailed;
 }
 
 // The version byte in a database file's header, or kNoVersion if the file is too short.

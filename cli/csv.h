@@ -1,24 +1,40 @@
-// Rows of a table as text (CSV, RFC 4180). Rows pass through byte for byte; columns are appended.
+// Rows of a table as text: CSV (RFC 4180), with commas or semicolons, or values separated by tabs.
+// Rows pass through byte for byte; columns are appended.
+//
+// A quoted field begins with a double quote and ends with the next one that is not doubled. A quote
+// within a field that does not begin with one is an ordinary character. Tables separated by tabs
+// have no quoted fields. Written here because Debian's CSV libraries give the values of fields, but
+// not their place in the row, so rows could not pass through.
 #pragma once
 
 #include <cstddef>
-#include <istream>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-// Reads a row: one line, or several if a quoted field contains line ends. Adds the number of lines
-// read to `*lines`. Returns false at the end of the input.
-bool ReadRow(std::istream& input, std::string* row, size_t* lines);
+// The length of the row that `text` begins with, without its line end (LF); quoted fields may
+// contain line ends. Returns nothing if the text ends before the row. `*isOpen` receives whether it
+// then ends within a quoted field.
+std::optional<size_t> RowLength(std::string_view text, char separator, bool* isOpen);
 
-// The fields of a row, without the quotes around them.
-std::vector<std::string> SplitRow(std::string_view row, char separator);
+// A field of a row, as it stands there.
+struct CsvField {
+    std::string_view text;
 
-// The field that stands for `text` in a row: quoted if it must be.
-std::string CsvField(const std::string& text, char separator);
+    // Without the quotes around it. `*room` holds the value if it differs from the text.
+    std::string_view Value(char separator, std::string* room) const;
+};
 
-// The columns that a header names. `lat` and `lon` are indexes into `names`.
+// Replaces `*fields` by the fields of a row.
+void SplitRow(std::string_view row, char separator, std::vector<CsvField>* fields);
+
+// Appends a field that stands for `value`: quoted if it must be. In a table separated by tabs, the
+// value must not contain tabs and line ends.
+void AppendField(std::string_view value, char separator, std::string* row);
+
+// The columns that a header names, without blanks around the names. `lat` and `lon` are indexes
+// into `names`.
 struct CsvColumns {
     char separator = ',';
     std::vector<std::string> names;
@@ -28,5 +44,5 @@ struct CsvColumns {
 
 // Finds the latitude and longitude columns of a header by the names `lat` and `lon`, or by usual
 // names (of any case) where these are empty. Fields are separated by commas, semicolons or tabs,
-// whichever gives more of the two columns, then more columns. A UTF-8 byte order mark is ignored.
+// whichever gives more of the two columns, then more columns.
 CsvColumns FindColumns(std::string_view header, const std::string& lat, const std::string& lon);

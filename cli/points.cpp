@@ -119,3 +119,43 @@ PointText ParsePoint(std::string_view text) {
     if (!lon.empty() && (lon.front() == ',' || lon.front() == ';')) lon = Trim(lon.substr(1));
     return ParsePoint(text.substr(0, latEnd), lon);
 }
+
+namespace {
+
+// Removes a number at the beginning, and stores its value and its text.
+bool TakeNumber(std::string_view* text, double limit, double* value, std::string_view* digits) {
+    const char* const begin = text->data();
+    const auto [end, error] = std::from_chars(begin, begin + text->size(), *value);
+    if (error != std::errc() || !(std::fabs(*value) <= limit)) return false;
+    const auto length = static_cast<size_t>(end - begin);
+    *digits = text->substr(0, length);
+    text->remove_prefix(length);
+    return true;
+}
+
+void SkipBlanks(std::string_view* text) {
+    text->remove_prefix(std::min(text->find_first_not_of(kBlanks), text->size()));
+}
+
+}  // namespace
+
+bool ParsePlainPoint(std::string_view text, PointView* point) {
+    SkipBlanks(&text);
+    if (!TakeNumber(&text, kMaxLatitude, &point->lat, &point->latText) || text.empty() ||
+        kSeparators.find(text.front()) == std::string_view::npos) {
+        return false;
+    }
+    SkipBlanks(&text);
+    if (!text.empty() && (text.front() == ',' || text.front() == ';')) text.remove_prefix(1);
+    SkipBlanks(&text);
+    if (!TakeNumber(&text, kMaxLongitude, &point->lon, &point->lonText)) return false;
+    SkipBlanks(&text);
+    return text.empty();
+}
+
+bool ParsePlainPoint(std::string_view lat, std::string_view lon, PointView* point) {
+    lat = Trim(lat);
+    lon = Trim(lon);
+    return TakeNumber(&lat, kMaxLatitude, &point->lat, &point->latText) && lat.empty() &&
+           TakeNumber(&lon, kMaxLongitude, &point->lon, &point->lonText) && lon.empty();
+}

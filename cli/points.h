@@ -12,6 +12,14 @@ struct PointText {
     double lon = 0.0;
 };
 
+// The same with texts that lie in the text that was parsed.
+struct PointView {
+    std::string_view latText;
+    std::string_view lonText;
+    double lat = 0.0;
+    double lon = 0.0;
+};
+
 // Whether a line contains nothing but blanks, tabs and carriage returns.
 bool IsBlank(std::string_view line);
 
@@ -23,3 +31,8 @@ PointText ParsePoint(std::string_view text);
 
 // Parses a latitude and a longitude, each in a text of its own.
 PointText ParsePoint(std::string_view lat, std::string_view lon);
+
+// Do what ParsePoint does for two decimal numbers without a plus, and many times as fast. Return
+// false for any other text; ParsePoint decides then.
+bool ParsePlainPoint(std::string_view text, PointView* point);
+bool ParsePlainPoint(std::string_view lat, std::string_view lon, PointView* point);

@@ -152,11 +152,10 @@ void SourceLookup::PointNearBorder(double metres, const double (&random)[4], dou
 }
 
 std::vector<std::string> ZonesAt(const ZDDatabase& database, float lat, float lon) {
-    const Answer answer = LookUp(database, lat, lon);
+    Answer answer = LookUp(database, lat, lon);
     if (answer.isNautical) return {};
-    std::vector<std::string> zones = IdentifiersOf(answer);
-    std::sort(zones.begin(), zones.end());
-    return zones;
+    std::sort(answer.zones.begin(), answer.zones.end());
+    return std::move(answer.zones);
 }
 
 SelfCheckResult SelfCheck(const Source& source, const ZDDatabase& database, const Grid& grid,

@@ -38,10 +38,8 @@ Answer LookUp(const ZDDatabase& database, float lat, float lon) {
     }
     for (const ZDResult* entry = results.get(); entry->result != ZDLookupEnd; ++entry) {
         if (entry->fieldNames[0] == nullptr || entry->fieldValues[0] == nullptr) continue;
-        for (std::string& identifier : SplitAtQuotes(entry->fieldValues[0])) {
-            answer.zones.push_back(
-                    {std::move(identifier), static_cast<ZDLookupResult>(entry->result)});
-        }
+        for (std::string& identifier : SplitAtQuotes(entry->fieldValues[0]))
+            answer.zones.push_back(std::move(identifier));
     }
     return answer;
 }
@@ -53,16 +51,8 @@ Answer ParseAnswer(const std::string& text) {
         answer.error = parts[0].substr(kErrorPrefix.size());
         return answer;
     }
-    for (const std::string& part : parts)
-        answer.zones.push_back({part});
+    answer.zones = parts;
     return answer;
-}
-
-std::vector<std::string> IdentifiersOf(const Answer& answer) {
-    std::vector<std::string> identifiers;
-    for (const ZoneAt& zone : answer.zones)
-        identifiers.push_back(zone.identifier);
-    return identifiers;
 }
 
 std::string WithoutQuotes(const std::string& stored) {
@@ -73,7 +63,7 @@ std::string WithoutQuotes(const std::string& stored) {
 nlohmann::ordered_json AnswerJson(double lat, double lon, const Answer& answer) {
     nlohmann::ordered_json object = {{"lat", lat}, {"lon", lon}};
     if (answer.error.empty()) {
-        object["zones"] = IdentifiersOf(answer);
+        object["zones"] = answer.zones;
     } else {
         object["error"] = answer.error;
     }

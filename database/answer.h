@@ -10,15 +10,12 @@
 
 namespace offlinetz {
 
-struct ZoneAt {
-    std::string identifier;  // Without the double quotes of the stored record.
-    ZDLookupResult classification = ZDLookupInZone;  // In the zone, on a vertex or on an edge.
-};
-
 struct Answer {
-    std::vector<ZoneAt> zones;  // In the reader's order. Exactly one at sea.
-    bool isNautical = false;    // No polygon contains the point, so the zone is the nautical one.
-    std::string error;          // Such as "error input". Empty if there are zones.
+    // The identifiers, without the double quotes of the stored records, in the reader's order.
+    // Exactly one at sea.
+    std::vector<std::string> zones;
+    bool isNautical = false;  // No polygon contains the point, so the zone is the nautical one.
+    std::string error;        // Such as "error input". Empty if there are zones.
 };
 
 // Looks up a point in degrees. Zones whose records cannot be read are left out. A record that holds
@@ -27,11 +24,8 @@ struct Answer {
 Answer LookUp(const ZDDatabase& database, float lat, float lon);
 
 // Parses the text of the service's answer: identifiers in double quotes, or one identifier without
-// quotes, or "error:" and the error. The text does not tell the classification.
+// quotes, or "error:" and the error.
 Answer ParseAnswer(const std::string& text);
-
-// The identifiers of the answer's zones, in the same order.
-std::vector<std::string> IdentifiersOf(const Answer& answer);
 
 // Removes the double quotes at both ends of a stored text, if it has both.
 std::string WithoutQuotes(const std::string& stored);

@@ -35,29 +35,6 @@ std::vector<DecodedEntry> DecodeTable(const ZDDatabase& database, uint32_t* end)
     return entries;
 }
 
-std::vector<DecodedEntry> EntriesAt(const ZDDatabase& database, const zonedetect::Point& point) {
-    std::vector<DecodedEntry> entries;
-    const auto addFrom = [&](const zonedetect::TablePlace& start, uint32_t end) {
-        zonedetect::TableReader reader(database, start);
-        uint32_t position = reader.Place().position;
-        while (position < end && reader.Next() && entries.size() < zonedetect::kMaxHits) {
-            if (reader.CurrentBox().Contains(point))
-                entries.push_back(EntryAt(database, position, reader));
-            position = reader.Place().position;
-        }
-    };
-    const zonedetect::SpatialIndex* index =
-            database.spatialIndex != nullptr ? database.spatialIndex->Get(database) : nullptr;
-    if (index == nullptr) {
-        addFrom(zonedetect::TableReader::Start(database), database.metadataOffset);
-        return entries;
-    }
-    const zonedetect::SpatialIndex::Runs runs = index->RunsAt(point);
-    for (uint32_t i = 0; i < runs.count; ++i)
-        addFrom(index->PlaceOf(runs.At(i)), index->EndOf(runs.At(i)));
-    return entries;
-}
-
 bool DecodeRing(const ZDDatabase& database, uint32_t position, GridRing* ring, uint32_t* end) {
     zonedetect::Cursor cursor = zonedetect::CursorAt(database, position);
     uint32_t count;

@@ -28,10 +28,6 @@ struct DecodedEntry {
 // the position after the last entry returned: the end of the table if all could be read.
 std::vector<DecodedEntry> DecodeTable(const ZDDatabase& database, uint32_t* end);
 
-// The entries that a lookup at a point reads: those whose bounding boxes contain it, in their
-// order, at most kMaxHits. Uses the spatial index, which it may build, or scans the table.
-std::vector<DecodedEntry> EntriesAt(const ZDDatabase& database, const zonedetect::Point& point);
-
 // Reads the ring at `position` into `*ring`, in true coordinates: without kRingShift, by which
 // stored rings are shifted. `*end` receives the position after the ring. Returns false if the ring
 // cannot be read; `*ring` then holds the points before the failure, and no byte from `*end` on was

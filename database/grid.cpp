@@ -5,6 +5,22 @@
 
 namespace offlinetz {
 
+namespace {
+
+// The squared distance from the origin to the segment from (ax, ay) to (bx, by), in the plane.
+double SquaredDistanceToSegment(double ax, double ay, double bx, double by) {
+    const double dx = bx - ax;
+    const double dy = by - ay;
+    const double length2 = dx * dx + dy * dy;
+    double t = length2 > 0.0 ? (-ax * dx + -ay * dy) / length2 : 0.0;
+    t = std::clamp(t, 0.0, 1.0);
+    const double ex = ax + t * dx;
+    const double ey = ay + t * dy;
+    return ex * ex + ey * ey;
+}
+
+}  // namespace
+
 GridBox BoxOf(const GridRing& ring) {
     GridBox box = {ring.front(), ring.front()};
     for (const GridPoint& p : ring) {
@@ -89,27 +105,16 @@ double Grid::SquaredMetresToSegment(const GridPoint& p, const GridPoint& a, cons
         p.lon >= std::min(a.lon, b.lon) && p.lon <= std::max(a.lon, b.lon)) {
         return 0.0;
     }
-    return SquaredDistanceToSegment(0.0, 0.0, (a.lon - p.lon) * mx, (a.lat - p.lat) * my,
+    return SquaredDistanceToSegment((a.lon - p.lon) * mx, (a.lat - p.lat) * my,
                                     (b.lon - p.lon) * mx, (b.lat - p.lat) * my);
-}
-
-double SquaredDistanceToSegment(double x, double y, double ax, double ay, double bx, double by) {
-    const double dx = bx - ax;
-    const double dy = by - ay;
-    const double length2 = dx * dx + dy * dy;
-    double t = length2 > 0.0 ? ((x - ax) * dx + (y - ay) * dy) / length2 : 0.0;
-    t = std::clamp(t, 0.0, 1.0);
-    const double ex = ax + t * dx - x;
-    const double ey = ay + t * dy - y;
-    return ex * ex + ey * ey;
 }
 
 double SquaredMetresToSegment(double lat, double lon, double aLat, double aLon, double bLat,
                               double bLon) {
     const double my = Grid::kMetresPerDegree;
     const double mx = my * CosineOfDegrees(lat);
-    return SquaredDistanceToSegment(0.0, 0.0, (aLon - lon) * mx, (aLat - lat) * my,
-                                    (bLon - lon) * mx, (bLat - lat) * my);
+    return SquaredDistanceToSegment((aLon - lon) * mx, (aLat - lat) * my, (bLon - lon) * mx,
+                                    (bLat - lat) * my);
 }
 
 }  // namespace offlinetz

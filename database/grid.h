@@ -126,9 +126,6 @@ constexpr double kDegreesPerRadian = 57.29577951308232;
 // The cosine of an angle from -90 to 90 degrees, with an error below 1e-9, by arithmetic only.
 double CosineOfDegrees(double degrees);
 
-// The squared distance from (x, y) to the segment from (ax, ay) to (bx, by), in the plane.
-double SquaredDistanceToSegment(double x, double y, double ax, double ay, double bx, double by);
-
 // The squared distance in metres from a point to the segment a-b, all in degrees, on a plane that
 // is true to scale at the point.
 double SquaredMetresToSegment(double lat, double lon, double aLat, double aLon, double bLat,

@@ -9,11 +9,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "library/file_bytes.h"
 
 namespace offlinetz {
-
-using FileBytes = std::vector<uint8_t>;
 
 // Releases a handle, and then the bytes that it borrows.
 struct DatabaseCloser {

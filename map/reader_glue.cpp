@@ -2,6 +2,7 @@
 // The page has one thread.
 #include <LookupInterface.h>
 #include <fixed_answers.h>
+#include <offlinetz.h>
 #include <reader/open_bytes.h>
 #include <reader/units.h>
 #include <zonedetect.h>
@@ -14,7 +15,6 @@
 
 #include "database/answer.h"
 #include "database/decode.h"
-#include "database/safe_radius.h"
 
 namespace {
 
@@ -22,6 +22,7 @@ using vendor::quor::hardware::offlinetimezone::V1_0::implementation::LookupTzIdI
 
 struct OpenDatabase {
     ZDDatabase* database;
+    offlinetz_database* library;
     std::vector<offlinetz::DecodedEntry> entries;
 };
 std::vector<OpenDatabase> gDatabases;  // The index is the number that Open returns.
@@ -41,12 +42,14 @@ extern "C" {
 int Open(const uint8_t* bytes, size_t size) {
     ZDDatabase* database = zonedetect::OpenBytes(bytes, size, nullptr);
     if (database == nullptr) return -1;
-    if (!zonedetect::HasScale(*database)) {
+    offlinetz_database* library;
+    if (offlinetz_open_memory(bytes, size, OFFLINETZ_SKIP_DIGEST, &library) != OFFLINETZ_OK) {
+        offlinetz_close(library);
         ZDCloseDatabase(database);
         return -1;
     }
     uint32_t end;
-    gDatabases.push_back({database, offlinetz::DecodeTable(*database, &end)});
+    gDatabases.push_back({database, library, offlinetz::DecodeTable(*database, &end)});
     return static_cast<int>(gDatabases.size()) - 1;
 }
 
@@ -55,17 +58,26 @@ int Open(const uint8_t* bytes, size_t size) {
 // The answer at a point in degrees: an object with "lat", "lon", "zones" or "error", "raw" (the
 // text that a client gets), and, if the database is tiled, "radius_km" (the safe radius).
 char* Look(int number, double lat, double lon) {
-    const ZDDatabase& database = *gDatabases[static_cast<size_t>(number)].database;
-    const auto queryLat = static_cast<float>(lat);
-    const auto queryLon = static_cast<float>(lon);
-    const offlinetz::Answer answer = offlinetz::LookUp(database, queryLat, queryLon);
+    const OpenDatabase& open = gDatabases[static_cast<size_t>(number)];
+    std::vector<int32_t> ids(1);
+    double radius = 0.0;
+    const size_t count = offlinetz_find(open.library, lat, lon, ids.data(), 1, nullptr, &radius);
+    if (count > ids.size()) {
+        ids.resize(count);
+        offlinetz_find(open.library, lat, lon, ids.data(), count, nullptr, nullptr);
+    }
+    offlinetz::Answer answer;
+    for (size_t i = 0; i < count; ++i)
+        answer.zones.push_back(offlinetz_zone_name(open.library, ids[i]));
+    if (count == 0) answer.error = "no zone";
     float distance = 0.0f;
     const std::unique_ptr<char, decltype(&std::free)> raw(
-            LookupTzIdIn(&database, queryLat, queryLon, &distance), &std::free);
+            LookupTzIdIn(open.database, static_cast<float>(lat), static_cast<float>(lon),
+                         &distance),
+            &std::free);
     nlohmann::ordered_json object = offlinetz::AnswerJson(lat, lon, answer);
     object["raw"] = raw != nullptr ? raw.get() : kMallocFailed;
-    if (offlinetz::IsTiled(database))
-        object["radius_km"] = offlinetz::SafeRadiusKilometres(database, lat, lon, answer);
+    if (offlinetz_has_radius(open.library) != 0) object["radius_km"] = radius;
     return strdup(offlinetz::OneLine(object).c_str());
 }
 

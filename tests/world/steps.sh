@@ -107,6 +107,30 @@ tiles() {
   done
 }
 
+# forms: looks up 100,000 points of the globe as lines, as a table and as objects, by one thread and by
+# three. Prints where an answer is not the text that a client of the service gets for the point.
+forms() {
+  awk 'BEGIN {
+    srand(5)
+    for (i = 0; i < 100000; ++i) {
+      s = 2 * rand() - 1
+      printf "%.6f %.6f\n", atan2(s, sqrt(1 - s * s)) * 57.29578, 360 * rand() - 180
+    }
+  }' >points
+  (echo id,lat,lon; awk '{ printf "\"%d,\",%s,%s\n", NR, $1, $2 }' points) >table
+  offlinetz lookup --raw <points | sed 's/""/ /g; s/"//g' >expected
+  offlinetz lookup --jobs 1 --radius <table >radii
+  for jobs in 1 3; do
+    offlinetz lookup --jobs $jobs <points | cmp - expected
+    offlinetz lookup --jobs $jobs <table | tail -n +2 | tr ',' '\t' | cut -f 3- |
+      sed 's/\t/ /' | cmp - expected
+    offlinetz lookup --jobs $jobs --json <points | tr -d '[]}"' | sed 's/.*lat://; s/,lon:/ /' |
+      sed 's/,zones:/\t/; s/,/ /' | cmp - expected
+    offlinetz lookup --jobs $jobs --radius <table | cmp - radii
+  done
+  wc -l <expected
+}
+
 # digits: a line of 150 million digits.
 digits() {
   head -c 150000000 /dev/zero | tr '\0' 1
