@@ -1,5 +1,6 @@
 #include "zone_index.h"
 
+#include <reader/format.h>
 #include <reader/growing_array.h>
 #include <reader/read_budget.h>
 #include <reader/stored_string.h>
@@ -107,7 +108,10 @@ class ZoneIndex::Builder {
         zonedetect::ReadBudget budget(mDatabase.length);
         std::vector<uint32_t> unreadable;
         // Clients of the service get no names either where the name of their field is unreadable.
-        const bool hasNames = mDatabase.fieldNames[0] != nullptr;
+        uint32_t fieldName = zonedetect::kFixedHeaderSize;
+        zonedetect::StoredString ignored;
+        const bool hasNames = mDatabase.fieldCount > 0 &&
+                              zonedetect::FindString(mDatabase, &fieldName, &budget, &ignored);
         uint32_t count = 0;
         for (uint32_t i = 0; i < numbers.size(); ++i) {
             if (numbers[i] == 0) continue;

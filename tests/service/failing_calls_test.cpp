@@ -2,6 +2,7 @@
 // of each kind, for every n, in every scenario. The service must not crash, hang or leak; it logs
 // what happened, handles the next request, and finds its database at the next start.
 #include <gtest/gtest.h>
+#include <offlinetz.h>
 #include <reader/spatial_index.h>
 #include <unistd.h>
 
@@ -325,6 +326,40 @@ TEST_F(FailingCalls, StateIsToldDuringEveryCall) {
     for (const Scenario& scenario : kScenarios)
         Run(scenario, calls::kKinds, 0);
     calls::SetObserver(nullptr);
+}
+
+// The C library: opening either gives a database that answers, or says that it cannot, and keeps
+// nothing.
+TEST(Library, OpensOrSaysThatItCannot) {
+    const TemporaryDirectory directory;
+    WriteFile("file", SampleDatabase("Zone/A", 1));
+    for (const unsigned flags : {0u, unsigned{OFFLINETZ_MAP}}) {
+        for (const calls::Kind kind :
+             {calls::kAllocation, calls::kOpen, calls::kStatus, calls::kMap}) {
+            int failures = 0;
+            for (bool hasFailed = true; hasFailed;) {
+                const long live = calls::LiveAllocations();
+                calls::LetFail(kind, failures + 1);
+                offlinetz_database* database;
+                const offlinetz_status status = offlinetz_open("file", flags, &database);
+                hasFailed = calls::HasFailed();
+                calls::LetFail(kind, 0);
+                int32_t id = -1;
+                if (database != nullptr) offlinetz_find(database, 1, 2, &id, 1, nullptr, nullptr);
+                EXPECT_EQ(status == OFFLINETZ_OK ? 0 : OFFLINETZ_NO_ZONE,
+                          database != nullptr ? id : OFFLINETZ_NO_ZONE);
+                if (kind != calls::kAllocation) {
+                    EXPECT_EQ(hasFailed ? OFFLINETZ_UNREADABLE : OFFLINETZ_OK, status);
+                }
+                EXPECT_TRUE(status == OFFLINETZ_OK || hasFailed) << calls::Name(kind) << failures;
+                offlinetz_close(database);
+                EXPECT_EQ(live, calls::LiveAllocations()) << calls::Name(kind) << failures;
+                failures += hasFailed ? 1 : 0;
+            }
+            const bool isUsed = kind != calls::kMap || flags == OFFLINETZ_MAP;
+            EXPECT_EQ(isUsed, failures > 0) << calls::Name(kind);
+        }
+    }
 }
 
 }  // namespace
