@@ -21,8 +21,7 @@ bool BeginsAsDatabase(const uint8_t* bytes, size_t size) {
 
 FileFault FaultOf(const uint8_t* bytes, size_t size, const zonedetect::OpenFailure& failure) {
     if (size == 0) return {OFFLINETZ_EMPTY, "empty"};
-    const FileFault isOther = {OFFLINETZ_NOT_A_DATABASE,
-                               "not a zone database: it does not begin with PLB"};
+    FileFault other = {OFFLINETZ_NOT_A_DATABASE, "not a zone database: it does not begin with PLB"};
     switch (failure.reason) {
         case Refusal::kNone:
             return {};
@@ -31,10 +30,10 @@ FileFault FaultOf(const uint8_t* bytes, size_t size, const zonedetect::OpenFailu
         case Refusal::kTooLong:
             return {OFFLINETZ_REFUSED, "too large: it has 2 GiB or more"};
         case Refusal::kTooShort:
-            if (!BeginsAsDatabase(bytes, size)) return isOther;
+            if (!BeginsAsDatabase(bytes, size)) return other;
             return {OFFLINETZ_CUT_SHORT, "cut short: it ends within its header"};
         case Refusal::kNotADatabase:
-            return isOther;
+            return other;
         case Refusal::kHeader:
             return {OFFLINETZ_REFUSED, "damaged or cut short: its header cannot be read"};
         case Refusal::kSize:

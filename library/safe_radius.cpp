@@ -29,9 +29,10 @@ double MarginUnits(int precision) {
 
 // Degrees of longitude to the nearest meridian at which another nautical zone begins.
 double DegreesToBandEdge(double lon) {
-    const double east = std::fabs(lon);
-    const int band = static_cast<int>(east * (1.0 / kBandDegrees) + 0.5);
-    return kBandDegrees / 2 - std::fabs(east - kBandDegrees * band);
+    // From the western edge of the band of Greenwich, whole bands left out.
+    const double east = std::fabs(lon) + kBandDegrees / 2;
+    const double inBand = east - kBandDegrees * static_cast<int>(east * (1.0 / kBandDegrees));
+    return std::min(inBand, kBandDegrees - inBand);
 }
 
 // The sine and the cosine of an angle from 0 to 90 degrees, with an error of at most kTrigError: by

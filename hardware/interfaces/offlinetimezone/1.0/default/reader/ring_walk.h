@@ -27,9 +27,9 @@ static_assert(kBlockSteps % kLanes == 0, "only a ring's last block has a rest");
 // of the closing edge reaches past the last step.
 struct StepBlock {
     int32_t deltas[2 * kBlockSteps + kDeltaSlack];
-    size_t steps;
-    bool isWhole;  // All steps wanted could be decoded.
-    bool closes;   // The edge back to the ring's first vertex follows.
+    size_t steps = 0;
+    bool isWhole = false;  // All steps wanted could be decoded.
+    bool closes = false;   // The edge back to the ring's first vertex follows.
 
     static_assert(kDeltaSlack >= 4 * kLanes, "zeros must fit");
 
@@ -44,6 +44,7 @@ struct StepBlock {
 // Decodes a ring block by block. The cursor is advanced past what is decoded.
 class RingReader {
   public:
+    // cppcheck-suppress uninitMemberVar ; Next reads the deltas that it has filled.
     explicit RingReader(Cursor* cursor) : mCursor(*cursor) {}
 
     // Reads the number of points and the first vertex; 0,0 in a ring without points. Returns false
