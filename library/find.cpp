@@ -84,6 +84,7 @@ class RingsOnce {
 // Keeps the last rings decoded: points in the order of places ask for the same ones again.
 class KeptRings {
   public:
+    // cppcheck-suppress uninitMemberVar ; an empty slot says so.
     explicit KeptRings(const offlinetz_database& database) : mDatabase(database) {}
 
     template <typename Measure>

@@ -130,7 +130,7 @@ class RunTree {
 
     Axis mLat;
     Axis mLon;
-    uint32_t mRoots[kCellsPerAxis * kCellsPerAxis];  // The root node of each cell, row by row.
+    uint32_t mRoots[kCellsPerAxis * kCellsPerAxis] = {};  // The root node of each cell, row by row.
     // The nodes. An inner node is the index of its second child; its first child follows it. A leaf
     // is one run, or a count followed by that many runs.
     GrowingArray<uint32_t> mNodes;
