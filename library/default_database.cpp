@@ -14,7 +14,7 @@ std::string DefaultDatabasePath() {
         std::string path = library.dli_fname;
         const size_t slash = path.rfind('/');
         if (slash != std::string::npos) {
-            path = path.substr(0, slash) + "/" OFFLINETZ_LIBRARIES_TO_DATA "/world.bin";
+            path.replace(slash + 1, std::string::npos, OFFLINETZ_LIBRARIES_TO_DATA "/world.bin");
             if (access(path.c_str(), R_OK) == 0) return path;
         }
     }
