@@ -1,9 +1,15 @@
 # What `cmake --install` installs: the program with its man pages and completion, the service's
 # library and the platform stand-in that both need, the world database and the map page, the headers
-# of the interface, the stand-in and the reader, and the documents.
+# of the interface, the stand-in and the reader, and the documents. library/CMakeLists.txt adds the
+# C library.
+#
+# Each file belongs to a component. A plain installation has all of them; Packages.cmake makes a
+# Debian package of each. The service's library and its headers belong to the program: on a host it
+# is the only one that loads the service.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME program)
 install(TARGETS offlinetz offlinetimezone_impl platform_runtime)
 install(FILES ${OFFLINETZ_WORLD_DATABASE} DESTINATION ${CMAKE_INSTALL_DATADIR}/offlinetz
-        RENAME world.bin)
+        RENAME world.bin COMPONENT data)
 install(FILES data/map.html DESTINATION ${CMAKE_INSTALL_DATADIR}/offlinetz)
 
 set(package ${PROJECT_SOURCE_DIR}/hardware/interfaces/offlinetimezone/1.0)

@@ -13,7 +13,9 @@ file(RELATIVE_PATH OFFLINETZ_LIBRARIES_TO_DATA
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/cli/${OFFLINETZ_PROGRAM_TO_LIBRARIES})
 # Every program is one directory below the top of the build tree, so one path fits all.
 set(CMAKE_INSTALL_RPATH "$ORIGIN" "$ORIGIN/${OFFLINETZ_PROGRAM_TO_LIBRARIES}")
-set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+if(NOT CMAKE_SKIP_INSTALL_RPATH)  # Debian packages have no such paths (Packages.cmake).
+  set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+endif()
 
 # Links a data file into the build tree where an installation has it, with a relative link.
 function(link_data file name)

@@ -1,6 +1,7 @@
 // The transcripts whose steps are shell commands: the host program, the service on storage that
-// fails, the world database and the library file. The outcome of a step is its standard output, its
-// standard error after "! ", and its exit code unless that is 0.
+// fails, the world database, the service's library file, and the C library as it is installed. The
+// outcome of a step is its standard output, its standard error after "! ", and its exit code unless
+// that is 0.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -162,6 +163,16 @@ TEST(Storage, DisksAreShort) {
 
 TEST(Library, IsAsTheTranscriptSays) {
     CheckCommands("service/library.transcript", [] {});
+}
+
+TEST(Examples, BehaveAsTheTranscriptSays) {
+    CheckCommands("library/installed.transcript", [] {
+        RawDatabase texts;
+        texts.headerStrings = String("TimezoneId") + String("");
+        texts.AddRing(texts.AddRecord("\"a\"\\\x1f\n\xc3\xa9\""),
+                      {{0, 0}, {100000, 0}, {0, 100000}});
+        WriteFile("texts.bin", texts.File());
+    });
 }
 
 TEST(World, AnswersAsTheTranscriptSays) {
