@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <stdexcept>
 
 #include "csv.h"
@@ -37,9 +36,11 @@ bool RecordReader::Fill() {
 }
 
 std::optional<std::string_view> RecordReader::FirstLine() {
-    size_t searched = 0;
-    while (mBytes.size() <= mLimit &&
-           std::memchr(mBytes.data() + searched, '\n', mBytes.size() - searched) == nullptr) {
+    const auto hasLineEnd = [this](size_t from) {
+        return std::find(mBytes.begin() + static_cast<std::ptrdiff_t>(from), mBytes.end(), '\n') !=
+               mBytes.end();
+    };
+    for (size_t searched = 0; mBytes.size() <= mLimit && !hasLineEnd(searched);) {
         searched = mBytes.size();
         if (!Fill()) break;
     }
