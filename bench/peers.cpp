@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <malloc.h>
+#include <offlinetz.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,15 +41,56 @@ class Reader : public Peer {
     bool mWithDistance;
 };
 
+// The C library, asked for one point at a time.
+class Library : public Peer {
+  public:
+    Library(const std::string& path, bool withRadius) : mWithRadius(withRadius) {
+        if (offlinetz_open(path.c_str(), OFFLINETZ_SKIP_DIGEST | OFFLINETZ_MAP, &mDatabase) !=
+            OFFLINETZ_OK) {
+            const std::string message = offlinetz_message(mDatabase);
+            offlinetz_close(mDatabase);
+            throw std::runtime_error(message);
+        }
+    }
+    ~Library() override { offlinetz_close(mDatabase); }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    std::vector<std::string> ZonesAt(const Point& p) override {
+        int32_t ids[8];
+        const size_t count = offlinetz_find(mDatabase, static_cast<double>(p.lat),
+                                            static_cast<double>(p.lon), ids, 8, nullptr, nullptr);
+        std::vector<std::string> zones;
+        for (size_t i = 0; i < count && ids[i] < offlinetz_zone_count(mDatabase) - 25; ++i)
+            zones.emplace_back(offlinetz_zone_name(mDatabase, ids[i]));
+        std::sort(zones.begin(), zones.end());
+        return zones;
+    }
+
+    void Look(const Point& p) override {
+        int32_t id;
+        double radius;
+        offlinetz_find(mDatabase, static_cast<double>(p.lat), static_cast<double>(p.lon), &id, 1,
+                       nullptr, mWithRadius ? &radius : nullptr);
+    }
+
+  private:
+    offlinetz_database* mDatabase = nullptr;
+    bool mWithRadius;
+};
+
 // Places in AllPeers; kS2, the encoded index, only where this build has S2.
-enum : size_t { kReader = 0, kGeos = 2, kS2 = 3 };
+enum : size_t { kReader = 0, kLibrary = 2, kGeos = 4, kS2 = 5 };
 
 std::vector<PeerKind> AllPeers(const std::string& directory) {
     const std::string path = WorldFile(directory);
     std::vector<PeerKind> peers = {
             {"reader", path, [path] { return std::make_shared<Reader>(path, false); }},
             {"reader, with a distance", path,
-             [path] { return std::make_shared<Reader>(path, true); }}};
+             [path] { return std::make_shared<Reader>(path, true); }},
+            {"C library", path, [path] { return std::make_shared<Library>(path, false); }},
+            {"C library, with a radius", path,
+             [path] { return std::make_shared<Library>(path, true); }}};
     for (const auto& others : {GeosPeers(directory), S2Peers(directory)})
         peers.insert(peers.end(), others.begin(), others.end());
     return peers;
@@ -142,8 +184,10 @@ std::string DifferencesTable(const std::vector<PeerKind>& peers, const PointSets
     for (const auto& set : sets)
         text += " " + set.first + " |";
     text += "\n|---|--:|--:|--:|\n";
-    for (const auto& [a, b] :
-         {std::pair<size_t, size_t>(kReader, kGeos), {kReader, kS2}, {kGeos, kS2}}) {
+    for (const auto& [a, b] : {std::pair<size_t, size_t>(kReader, kLibrary),
+                               {kReader, kGeos},
+                               {kReader, kS2},
+                               {kGeos, kS2}}) {
         if (b >= peers.size()) continue;
         const std::string names = peers[a].name + " and " + peers[b].name;
         text += "| " + names + " |";

@@ -293,9 +293,10 @@ Walked AskRings(const offlinetz_database& database, const Query& query, Rings* r
         } else if (result != ZDLookupNotInZone) {
             return AskAllRings(database, query, rings, measure, ids);
         }
+        if (allBytes > kFewBytes) return AskAllRings(database, query, rings, measure, ids);
         if (run[ring].IsLast()) break;
     }
-    if (allBytes > kFewBytes || (zone != kNone && zone >= database.index.Unreadable()))
+    if (zone != kNone && zone >= database.index.Unreadable())
         return AskAllRings(database, query, rings, measure, ids);
     zone != kNone ? ids->Add(static_cast<int32_t>(zone))
                   : ids->SetNautical(NauticalAt(database, query));
