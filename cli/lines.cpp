@@ -1,20 +1,15 @@
 #include "lines.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
 #include <cstdio>
 #include <deque>
 #include <exception>
 #include <future>
-#include <new>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
 #include "commands.h"
 #include "json_text.h"
-#include "message.h"
 #include "progress.h"
 #include "records.h"
 #include "rows.h"
