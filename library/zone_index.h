@@ -72,7 +72,7 @@ class ZoneIndex {
     }
     bool HasTree() const { return mHasTree; }
     const Step* StepsFrom(uint32_t first) const { return mSteps.data() + first; }
-    size_t StepCount() const { return mSteps.empty() ? 0 : mSteps.size() - 1; }
+    size_t StepCount() const { return mSteps.size() - 1; }
     // A box that lookups compare, and the first ring of its run.
     struct BoxedRing {
         zonedetect::Box box;
