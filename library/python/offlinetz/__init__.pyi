@@ -1,0 +1,51 @@
+from os import PathLike
+from types import TracebackType
+from typing import Final, SupportsFloat, SupportsIndex, TypeVar, overload
+
+from numpy import float64, int32, int64
+from numpy.typing import ArrayLike, NDArray
+
+__version__: Final[str]
+INVALID_POINT: Final = -1
+NO_ZONE: Final = -2
+
+_Self = TypeVar("_Self", bound=Database)
+
+class Database:
+    def __init__(
+        self,
+        path: str | bytes | PathLike[str] | PathLike[bytes] | None = None,
+        *,
+        verify: bool = True,
+        mapped: bool = False,
+        nautical: bool = True,
+    ) -> None: ...
+    def zone(self, lat: SupportsFloat | SupportsIndex, lon: SupportsFloat | SupportsIndex) -> str | None: ...
+    def zones(self, lat: SupportsFloat | SupportsIndex, lon: SupportsFloat | SupportsIndex) -> list[str]: ...
+    def find(self, lats: ArrayLike, lons: ArrayLike, *, threads: int = 1) -> NDArray[int32]: ...
+    def find_all(
+        self, lats: ArrayLike, lons: ArrayLike, *, threads: int = 1
+    ) -> tuple[NDArray[int64], NDArray[int32]]: ...
+    @overload  # A number is array-like, too.
+    def radius_km(  # type: ignore[misc]
+        self, lats: float, lons: float, *, threads: int = 1
+    ) -> float: ...
+    @overload
+    def radius_km(self, lats: ArrayLike, lons: ArrayLike, *, threads: int = 1) -> NDArray[float64]: ...
+    def zone_id(self, name: str) -> int: ...
+    @property
+    def names(self) -> tuple[str, ...]: ...
+    @property
+    def version(self) -> int: ...
+    @property
+    def notice(self) -> str: ...
+    @property
+    def path(self) -> str: ...
+    def close(self) -> None: ...
+    def __enter__(self: _Self) -> _Self: ...
+    def __exit__(
+        self,
+        type: type[BaseException] | None,
+        value: BaseException | None,
+        traceback: TracebackType | None,
+    ) -> None: ...
