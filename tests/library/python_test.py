@@ -239,7 +239,7 @@ class PythonTest(unittest.TestCase):
         self.assertRegex(metadata, "(?s)Apache-2.0.*ODbL-1.0.*OpenStreetMap contributors")
 
     def test_examples(self):
-        for text in (ROOT / "docs/library-python.md.part").read_text().replace("```", "\n"), offlinetz.__doc__:
+        for text in (ROOT / "docs/library.md").read_text().replace("```", "\n"), offlinetz.__doc__:
             test = doctest.DocTestParser().get_doctest(text, {}, "examples", None, 0)
             self.assertGreater(len(test.examples), 1)
             self.assertEqual(doctest.DocTestRunner().run(test).failed, 0)
