@@ -73,7 +73,13 @@ databases that hold them, and shows them on a map. Also holds the time zone
 service of a device, as a library with its headers.")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/packages/triggers)
 
-debian_package(python python3-offlinetz python "python3, offlinetz-data" "Python module"
+# The module fits one minor version of Python.
+if(Python_VERSION MATCHES "^3\\.([0-9]+)")
+  math(EXPR next "${CMAKE_MATCH_1} + 1")
+  set(pythons "python3 (>= 3.${CMAKE_MATCH_1}), python3 (<< 3.${next})")
+endif()
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-numpy)
+debian_package(python python3-offlinetz python "${pythons}, offlinetz-data" "Python module"
 "Finds the time zones that contain a latitude and longitude, for points and for
 whole tables.")
 
