@@ -16,6 +16,7 @@
 
 namespace {
 
+constexpr size_t kProgressFrom = 10000;  // Records.
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // Prints rows, and their messages.
@@ -28,7 +29,8 @@ class RowPrinter {
         mIsGood = mIsGood && rows.isGood;
         mCount += rows.count;
         if (!Write(rows.text)) return false;
-        mProgress.Show("looking up", mCount, 0);
+        // Not while a user types lines.
+        if (mCount >= kProgressFrom) mProgress.Show("looking up", mCount, 0);
         return true;
     }
 
@@ -70,6 +72,7 @@ bool AnswerLines(const LineFormat& format) {
     RowPrinter printer;
     if (maker.Separator().has_value()) {
         const bool isWritten = format.json || printer.Write(maker.Header(*line));
+        if (reader.MayWait()) std::fflush(stdout);
         reader.TakeFirstLine();
         reader.ReadRows(*maker.Separator());
         if (!isWritten) return false;
@@ -98,7 +101,7 @@ bool AnswerLines(const LineFormat& format) {
             isWritable = printer.Print(running.front().get());
             running.pop_front();
         }
-        if (mayWait) std::fflush(stdout);
+        if (mayWait && std::fflush(stdout) != 0) isWritable = false;
     }
     if (failure != nullptr) std::rethrow_exception(failure);
     return printer.IsGood();

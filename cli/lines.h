@@ -59,7 +59,8 @@ struct LineFormat {
 // Reads standard input to its end and prints one row for each record, in order.
 //
 // - A line is a point (points.h). Its row is the point, a tab and the answer's text.
-// - If the first line is a header, the input is a table (csv.h). Its rows get the answer's columns
+// - If the first line is a header, without line ends within it, the input is a table (csv.h). Its
+// rows get the answer's columns
 //   behind those of the header. A column whose name the header has already gets another name.
 // - With `json`, a row is an object: the point and the answer, after the fields of a table's row by
 //   their names.

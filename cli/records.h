@@ -33,8 +33,9 @@ class RecordReader {
     // `limit`: the length of the longest record that is kept, in bytes.
     explicit RecordReader(size_t limit) : mLimit(limit) {}
 
-    // The first line, which is still to be read by Read. Nothing at the end of the input. Throws
-    // std::runtime_error if the input cannot be read.
+    // The first line, which is still to be read by Read; of a longer one the first `limit` + 1
+    // bytes. Nothing at the end of the input. Throws std::runtime_error if the input cannot be
+    // read.
     std::optional<std::string_view> FirstLine();
 
     // Remove the first line, or some of its bytes, from what Read reads.
@@ -54,7 +55,9 @@ class RecordReader {
 
   private:
     bool Fill();
+    void FillMore();
     bool Divide(std::vector<Record>* list);
+    void NoteOpenQuote(RecordFault fault, size_t searched);
 
     const size_t mLimit;
     std::optional<char> mSeparator;  // Of a table.
@@ -62,6 +65,11 @@ class RecordReader {
     size_t mBegin = 0;               // Of what is not divided yet.
     size_t mLine = 1;                // Of mBegin.
     bool mIsAtEnd = false;
-    bool mIsInRest =
-            false;  // mBegin is in a record that is too long, whose beginning is given out.
+    // mBegin is in a record that is too long, whose beginning is given out.
+    bool mIsInRest = false;
+    // After some quotes that are not closed up to here, lines are rows of their own: otherwise each
+    // of them could be searched for a closing quote up to the limit.
+    size_t mSearchedTo = 0;
+    size_t mOpenQuotes = 0;  // Before mSearchedTo.
+    RecordFault mQuoteFault = RecordFault::kOpenQuote;
 };

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "json_text.h"
@@ -11,16 +13,27 @@
 
 namespace {
 
-bool IsIn(const std::vector<std::string>& names, const std::string& name) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
+// Names that are in use.
+class Names {
+  public:
+    // Returns `name`, or, if it is taken, the first of name_2, name_3, ... that is not. Takes it.
+    std::string Take(const std::string& name) {
+        std::string free = name;
+        for (size_t& last = mLast[name]; !mTaken.insert(free).second;)
+            free = fmt::format("{}_{}", name, last = std::max<size_t>(last, 1) + 1);
+        return free;
+    }
 
-// `name`, or, if it is taken, the first of name_2, name_3, ... that is not.
-std::string FreeName(const std::string& name, const std::vector<std::string>& taken) {
-    std::string free = name;
-    for (int i = 2; IsIn(taken, free); ++i)
-        free = fmt::format("{}_{}", name, i);
-    return free;
+  private:
+    std::unordered_set<std::string> mTaken;
+    std::unordered_map<std::string, size_t> mLast;  // The last number tried for each name.
+};
+
+// The text of a name in JSON, without quotes.
+std::string JsonText(const std::string& name) {
+    std::string text;
+    AppendJsonString(name, &text);
+    return text.substr(1, text.size() - 2);
 }
 
 // What is wrong with a header that lacks a column.
@@ -41,6 +54,11 @@ std::string FaultOfHeader(const CsvColumns& columns, const LineFormat& format) {
     return fault;
 }
 
+// What a user may do about the length of a row.
+const char* AdviceOn(const LineFormat& format) {
+    return format.hasColumnOptions ? "; --max-row raises the limit" : "";
+}
+
 }  // namespace
 
 std::optional<CsvColumns> FindHeader(std::string_view line, const LineFormat& format) {
@@ -51,30 +69,33 @@ std::optional<CsvColumns> FindHeader(std::string_view line, const LineFormat& fo
         if (!isWanted && (!hasOne || columns.names.size() < 2)) return std::nullopt;
         throw std::runtime_error(FaultOfHeader(columns, format));
     }
+    if (line.size() > format.maxRow) {
+        throw std::runtime_error(fmt::format("the first line is longer than {} bytes{}",
+                                             format.maxRow, AdviceOn(format)));
+    }
+    bool isOpen;
+    RowLength(line, columns.separator, &isOpen);
+    if (isOpen) throw std::runtime_error("the first line has a quote that it does not close");
     return columns;
 }
 
 RowMaker::RowMaker(const LineFormat& format, std::optional<CsvColumns> table)
     : mFormat(format), mTable(std::move(table)) {
     if (!mTable.has_value()) return;
-    std::vector<std::string> taken;
-    const auto key = [&](std::string* name) {
-        *name = FreeName(*name, taken);
-        taken.push_back(*name);
-    };
-    // A coordinate's own column gives its place to the number.
+    // Names are compared as they are written: bytes that are not UTF-8 become the same character.
+    Names names;
     const CsvColumns& columns = *mTable;
     for (size_t i = 0; i < columns.names.size(); ++i) {
-        std::string name = columns.names[i];
-        key(&name);
-        mColumnKeys.push_back(KeyText(name));
+        const std::string name = names.Take(JsonText(columns.names[i]));
+        mColumnKeys.push_back('"' + name + "\":");
+        // A coordinate's own column gives its place to the number.
         mHidesLat = mHidesLat || (i == *columns.lat && name == mLatKey);
         mHidesLon = mHidesLon || (i == *columns.lon && name == mLonKey);
     }
-    if (!mHidesLat) key(&mLatKey);
-    if (!mHidesLon) key(&mLonKey);
+    if (!mHidesLat) mLatKey = names.Take(mLatKey);
+    if (!mHidesLon) mLonKey = names.Take(mLonKey);
     for (std::string* name : {&mKeys.zones, &mKeys.error, &mKeys.raw, &mKeys.radius})
-        key(name);
+        *name = names.Take(*name);
 }
 
 std::optional<char> RowMaker::Separator() const {
@@ -82,12 +103,13 @@ std::optional<char> RowMaker::Separator() const {
 }
 
 std::string RowMaker::Header(std::string_view line) const {
-    std::vector<std::string> taken = mTable->names;
+    Names names;
+    for (const std::string& name : mTable->names)
+        names.Take(name);
     std::string row(WithoutReturn(line));
     for (const std::string& column : mFormat.answerColumns) {
-        taken.push_back(FreeName(column, taken));
         row += mTable->separator;
-        AppendField(taken.back(), mTable->separator, &row);
+        AppendField(names.Take(column), mTable->separator, &row);
     }
     return row + (HasReturn(line) ? "\r\n" : "\n");
 }
@@ -123,6 +145,8 @@ Rows RowMaker::Make(const Records& records) const {
             rows.messages.push_back(fmt::format("line {}: {}", record.line, fault));
             AppendErrorRow(record, fault, &rows.text);
         }
+        if (all[i].kind == Parsed::kBlank && mTable.has_value() && HasReturn(record.text))
+            rows.text += '\r';
         rows.text += '\n';
     }
     return rows;
@@ -132,18 +156,14 @@ std::string_view RowMaker::WithoutReturn(std::string_view line) {
     return line.substr(0, line.size() - (HasReturn(line) ? 1 : 0));
 }
 
-std::string RowMaker::KeyText(const std::string& name) {
-    std::string text;
-    AppendJsonString(name, &text);
-    return text + ':';
-}
-
 RowMaker::Parsed RowMaker::Parse(const Record& record) const {
     Parsed parsed;
     const std::string_view row = WithoutReturn(record.text);
     try {
         RequireWhole(record.fault);
-        if (IsBlank(row)) return parsed;
+        const bool hasFields =
+                mTable.has_value() && row.find(mTable->separator) != std::string_view::npos;
+        if (IsBlank(row) && !hasFields) return parsed;
         parsed.kind = Parsed::kPoint;
         if (mTable.has_value()) {
             ParseRow(row, &parsed);
@@ -161,11 +181,11 @@ RowMaker::Parsed RowMaker::Parse(const Record& record) const {
 void RowMaker::RequireWhole(RecordFault fault) const {
     if (fault == RecordFault::kNone) return;
     if (fault == RecordFault::kOpenQuote) throw std::invalid_argument("a quote is never closed");
-    throw std::invalid_argument(fmt::format(
-            "{} {} bytes{}",
-            fault == RecordFault::kTooLong ? "the row is longer than"
-                                           : "a quote is not closed within",
-            mFormat.maxRow, mFormat.hasColumnOptions ? "; --max-row raises the limit" : ""));
+    throw std::invalid_argument(fmt::format("{} {} bytes{}",
+                                            fault == RecordFault::kTooLong
+                                                    ? "the row is longer than"
+                                                    : "a quote is not closed within",
+                                            mFormat.maxRow, AdviceOn(mFormat)));
 }
 
 void RowMaker::SetSlow(PointText point, Parsed* parsed) {
@@ -246,7 +266,7 @@ void RowMaker::AppendErrorRow(const Record& record, const std::string& reason,
             AppendJsonString(row, text);
         }
         if (text->back() != '{') text->push_back(',');
-        text->append(KeyText(mKeys.error));
+        text->append(1, '"').append(mKeys.error).append("\":");
         AppendJsonString(reason, text);
         text->push_back('}');
         return;

@@ -15,7 +15,7 @@
 #include "records.h"
 
 // The columns of the table whose header is `line`; nothing if the line is not a header. Throws
-// std::runtime_error for a header that lacks a column.
+// std::runtime_error for a header that lacks a column, is too long or does not close a quote.
 std::optional<CsvColumns> FindHeader(std::string_view line, const LineFormat& format);
 
 // Some rows of output.
@@ -61,7 +61,6 @@ class RowMaker {
 
     static bool HasReturn(std::string_view line) { return !line.empty() && line.back() == '\r'; }
     static std::string_view WithoutReturn(std::string_view line);
-    static std::string KeyText(const std::string& name);
 
     Parsed Parse(const Record& record) const;
 

@@ -14,7 +14,8 @@
  * number of threads may ask it at the same time. No thread may use it during or after
  * offlinetz_close.
  *
- * The library has no global state and prints nothing. After opening, no function allocates memory.
+ * The library prints nothing, and has no global state but the choice of instructions that this
+ * processor has. After opening, no function allocates memory.
  *
  * Hostile bytes. Whatever bytes a database holds, no function reads outside of them or takes longer
  * than in proportion to them.
