@@ -63,16 +63,17 @@ const char* AdviceOn(const LineFormat& format) {
 
 std::optional<CsvColumns> FindHeader(std::string_view line, const LineFormat& format) {
     CsvColumns columns = FindColumns(line, format.latColumn, format.lonColumn);
-    if (!columns.lat.has_value() || !columns.lon.has_value()) {
-        const bool isWanted = !format.latColumn.empty() || !format.lonColumn.empty();
-        const bool hasOne = columns.lat.has_value() || columns.lon.has_value();
-        if (!isWanted && (!hasOne || columns.names.size() < 2)) return std::nullopt;
-        throw std::runtime_error(FaultOfHeader(columns, format));
-    }
+    const bool hasLat = columns.lat.has_value();
+    const bool hasLon = columns.lon.has_value();
+    const bool isWanted = !format.latColumn.empty() || !format.lonColumn.empty();
+    const bool isHeader =
+            (hasLat && hasLon) || isWanted || ((hasLat || hasLon) && columns.names.size() >= 2);
+    if (!isHeader) return std::nullopt;
     if (line.size() > format.maxRow) {
         throw std::runtime_error(fmt::format("the first line is longer than {} bytes{}",
                                              format.maxRow, AdviceOn(format)));
     }
+    if (!hasLat || !hasLon) throw std::runtime_error(FaultOfHeader(columns, format));
     bool isOpen;
     RowLength(line, columns.separator, &isOpen);
     if (isOpen) throw std::runtime_error("the first line has a quote that it does not close");
