@@ -1,11 +1,15 @@
 #include "lines.h"
 
+#include <condition_variable>
 #include <cstdio>
 #include <deque>
 #include <exception>
 #include <future>
+#include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "commands.h"
@@ -46,19 +50,69 @@ class RowPrinter {
     bool mIsGood = true;
 };
 
-// Makes rows on a thread of its own if `isParallel`, and if a thread can start; otherwise when the
-// result is asked for.
-std::future<Rows> StartMaking(const RowMaker& maker, Records records, bool isParallel) {
-    const auto work = std::make_shared<Records>(std::move(records));
-    const auto make = [&maker, work] { return maker.Make(*work); };
-    if (isParallel) {
+// Makes rows on threads of its own.
+class Workers {
+  public:
+    // Without threads if `count` is 1 or none can start: rows are then made when they are asked
+    // for.
+    Workers(const RowMaker& maker, size_t count) : mMaker(maker) {
         try {
-            return std::async(std::launch::async, make);
-        } catch (const std::system_error&) {
+            while (count > 1 && mThreads.size() < count)
+                mThreads.emplace_back([this] { Work(); });
+        } catch (const std::system_error&) {  // Those that have started do the work.
         }
     }
-    return std::async(std::launch::deferred, make);
-}
+    // Drops what is not begun.
+    ~Workers() {
+        {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mQueue.clear();
+            mIsClosed = true;
+        }
+        mChanged.notify_all();
+        for (std::thread& thread : mThreads)
+            thread.join();
+    }
+    Workers(const Workers&) = delete;
+    Workers& operator=(const Workers&) = delete;
+
+    size_t Count() const { return mThreads.size(); }
+
+    std::future<Rows> Start(Records records) {
+        const auto work = std::make_shared<Records>(std::move(records));
+        const auto make = [this, work] { return mMaker.Make(*work); };
+        if (mThreads.empty()) return std::async(std::launch::deferred, make);
+        std::packaged_task<Rows()> task(make);
+        std::future<Rows> rows = task.get_future();
+        {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mQueue.push_back(std::move(task));
+        }
+        mChanged.notify_one();
+        return rows;
+    }
+
+  private:
+    void Work() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        for (;;) {
+            mChanged.wait(lock, [this] { return mIsClosed || !mQueue.empty(); });
+            if (mQueue.empty()) return;
+            std::packaged_task<Rows()> task = std::move(mQueue.front());
+            mQueue.pop_front();
+            lock.unlock();
+            task();
+            lock.lock();
+        }
+    }
+
+    const RowMaker& mMaker;
+    std::mutex mMutex;  // Guards the two members that follow.
+    std::deque<std::packaged_task<Rows()>> mQueue;
+    bool mIsClosed = false;
+    std::condition_variable mChanged;
+    std::vector<std::thread> mThreads;
+};
 
 }  // namespace
 
@@ -80,7 +134,8 @@ bool AnswerLines(const LineFormat& format) {
         reader.SkipBytes(kByteOrderMark.size());
     }
 
-    const size_t most = format.jobs > 1 ? format.jobs : 0;  // Parts that may be in work.
+    Workers workers(maker, format.jobs);
+    const size_t most = 2 * workers.Count();  // Parts that may be in work, or wait for it.
     std::deque<std::future<Rows>> running;
     std::exception_ptr failure;
     bool isWritable = true;
@@ -89,8 +144,7 @@ bool AnswerLines(const LineFormat& format) {
             try {
                 Records records = reader.Read();
                 isAtEnd = records.list.empty();
-                if (!isAtEnd)
-                    running.push_back(StartMaking(maker, std::move(records), format.jobs > 1));
+                if (!isAtEnd) running.push_back(workers.Start(std::move(records)));
             } catch (const std::runtime_error&) {
                 isAtEnd = true;
                 failure = std::current_exception();

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr size_t kReadBytes = size_t{1} << 16;
+constexpr size_t kReadBytes = size_t{1} << 17;
 constexpr size_t kShownBytes = 80;  // Of a record that is too long.
 constexpr size_t kMostOpenQuotes = 8;
 
