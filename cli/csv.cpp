@@ -5,11 +5,12 @@
 #include <cstring>
 #include <utility>
 
+#include "points.h"
+
 namespace {
 
 constexpr std::string_view kUsualLat[] = {"lat", "latitude", "y"};
 constexpr std::string_view kUsualLon[] = {"lon", "lng", "long", "longitude", "x"};
-constexpr std::string_view kBlanks = " \t\r";
 constexpr size_t kOpen = std::string_view::npos;
 
 bool HasQuotes(char separator) {
@@ -125,11 +126,7 @@ CsvColumns FindColumns(std::string_view header, const std::string& lat, const st
         SplitRow(header, separator, &fields);
         for (const CsvField& field : fields) {
             std::string room;
-            std::string_view name = field.Value(separator, &room);
-            const size_t first = std::min(name.find_first_not_of(kBlanks), name.size());
-            name.remove_prefix(first);
-            name.remove_suffix(name.size() - (name.find_last_not_of(kBlanks) + 1));
-            columns.names.emplace_back(name);
+            columns.names.emplace_back(Trim(field.Value(separator, &room)));
         }
         columns.lat = FindColumn(columns.names, kUsualLat, lat);
         columns.lon = FindColumn(columns.names, kUsualLon, lon);

@@ -80,14 +80,13 @@ std::vector<std::string> Words(std::string_view text) {
     return {words[0] + words[1], words[2] + words[3]};
 }
 
-// `text` without white space at its ends.
+}  // namespace
+
 std::string_view Trim(std::string_view text) {
     const size_t first = text.find_first_not_of(kBlanks);
     if (first == std::string_view::npos) return {};
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
-
-}  // namespace
 
 bool IsBlank(std::string_view line) {
     return Trim(line).empty();

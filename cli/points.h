@@ -20,6 +20,9 @@ struct PointView {
     double lon = 0.0;
 };
 
+// The text without blanks, tabs and carriage returns at its ends.
+std::string_view Trim(std::string_view text);
+
 // Whether a line contains nothing but blanks, tabs and carriage returns.
 bool IsBlank(std::string_view line);
 

@@ -13,6 +13,7 @@ namespace {
 
 constexpr size_t kReadBytes = size_t{1} << 17;
 constexpr size_t kShownBytes = 80;  // Of a record that is too long.
+// So many open quotes are each searched for their end before lines are taken as rows.
 constexpr size_t kMostOpenQuotes = 8;
 
 // The length of the line that `text` begins with; of the whole text if it has no line end.

@@ -162,9 +162,9 @@ RowMaker::Parsed RowMaker::Parse(const Record& record) const {
     const std::string_view row = WithoutReturn(record.text);
     try {
         RequireWhole(record.fault);
-        const bool hasFields =
-                mTable.has_value() && row.find(mTable->separator) != std::string_view::npos;
-        if (IsBlank(row) && !hasFields) return parsed;
+        // A row of tabs is a row of empty fields.
+        if (IsBlank(row) && (!mTable.has_value() || row.find(mTable->separator) == row.npos))
+            return parsed;
         parsed.kind = Parsed::kPoint;
         if (mTable.has_value()) {
             ParseRow(row, &parsed);
