@@ -10,7 +10,7 @@
 
 #include <vector>
 
-#include "database/sha1_digest.h"
+#include "library/sha1_digest.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "sha1_digest.h"
+#include "library/sha1_digest.h"
 
 namespace offlinetz {
 

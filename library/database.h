@@ -1,11 +1,11 @@
 // An open database of the library, or what is wrong with it.
 #pragma once
 
+#include <offlinetz.h>
 #include <zonedetect.h>
 
 #include <string>
 
-#include <offlinetz.h>
 #include "file_bytes.h"
 #include "zone_index.h"
 #include "zone_names.h"

@@ -1,9 +1,8 @@
 #include "default_database.h"
 
 #include <dlfcn.h>
-#include <unistd.h>
-
 #include <offlinetz.h>
+#include <unistd.h>
 
 namespace offlinetz {
 

@@ -13,8 +13,8 @@ using FileBytes = std::vector<uint8_t>;
 // Why a file cannot be read.
 struct ReadFault {
     int number = 0;  // The system's error number; 0 if the file is not of a kind that is read.
-    std::string
-            reason;  // In words, which may follow the path and a colon. Empty if it can be read.
+    // In words, which may follow the path and a colon. Empty if the file can be read.
+    std::string reason;
 };
 
 // Reads a regular file, or a pipe up to its end. The copy in memory stays valid if another process

@@ -1,10 +1,10 @@
 #include "file_fault.h"
 
 #include <reader/format.h>
-#include <sha1.h>
 
 #include <algorithm>
-#include <cstring>
+
+#include "sha1_digest.h"
 
 namespace offlinetz {
 
@@ -47,13 +47,8 @@ FileFault FaultOf(const uint8_t* bytes, size_t size, const zonedetect::OpenFailu
 
 FileFault DigestFaultOf(const uint8_t* bytes, size_t size) {
     const size_t length = size - zonedetect::kTrailerSize;
-    uint8_t digest[SHA1HashSize];
-    SHA1Context context;
-    SHA1Reset(&context);
-    // Neither fails for a content of less than 2 GiB.
-    SHA1Input(&context, bytes, static_cast<uint32_t>(length));
-    SHA1Result(&context, digest);
-    if (std::memcmp(digest, bytes + length, sizeof digest) == 0) return {};
+    const Digest digest = DigestOf(bytes, length);
+    if (std::equal(digest.begin(), digest.end(), bytes + length)) return {};
     return {OFFLINETZ_WRONG_DIGEST, "damaged: the digest at its end does not match its content"};
 }
 

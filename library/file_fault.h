@@ -1,13 +1,12 @@
 // What is wrong with the bytes of a database file. All functions may be called on any thread.
 #pragma once
 
+#include <offlinetz.h>
 #include <reader/open_bytes.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include <offlinetz.h>
 
 namespace offlinetz {
 

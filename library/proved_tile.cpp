@@ -6,8 +6,6 @@
 #include <reader/read_budget.h>
 #include <reader/ring_walk.h>
 
-#include <optional>
-
 namespace offlinetz {
 
 namespace {
@@ -52,36 +50,36 @@ bool WindsAround(const Box& box, zonedetect::Cursor* cursor, int64_t* quarterTur
     return true;
 }
 
-// The place in the run of the only ring that contains the points of `box`; the number of the rings
-// if none does. Returns nothing if that is not proved.
-std::optional<size_t> ProvedRing(const ZDDatabase& database, const Box& box, uint32_t unreadable,
-                                 const ZoneIndex::Step* steps) {
+// Whether the rings prove that at most one of them contains points of `box`, and all of them.
+// `*answer` receives that ring, or null.
+bool IsProved(const ZDDatabase& database, const Box& box, uint32_t unreadable,
+              ZoneIndex::Step* steps, ZoneIndex::Step** answer) {
+    *answer = nullptr;
     // Lookups shift their points west before they compare them with rings.
     if (box.minLon < INT32_MIN + zonedetect::kRingShift || box.minLat > box.maxLat ||
         box.minLon > box.maxLon) {
-        return std::nullopt;
+        return false;
     }
     const Box shifted = {box.minLat, box.minLon - zonedetect::kRingShift, box.maxLat,
                          box.maxLon - zonedetect::kRingShift};
     zonedetect::ReadBudget budget(database.length);
-    std::optional<size_t> answer;
-    for (size_t i = 0;; ++i) {
+    for (ZoneIndex::Step* step = steps;; ++step) {
         // Where the next ring follows, its place tells the size of this one without a look at it.
-        const uint32_t place = steps[i].Place();
-        const uint32_t next = steps[i + 1].Place();
-        if (next > place && next - place > kMostBytes) return std::nullopt;
+        const uint32_t place = step->Place();
+        const uint32_t next = step[1].Place();
+        if (next > place && next - place > kMostBytes) return false;
         zonedetect::Cursor cursor = zonedetect::CursorAt(database, place);
         int64_t quarterTurns;
-        if (!WindsAround(shifted, &cursor, &quarterTurns)) return std::nullopt;
+        if (!WindsAround(shifted, &cursor, &quarterTurns)) return false;
         budget.Spend(zonedetect::PositionOf(database, cursor) - int64_t{place});
-        if (budget.IsSpent()) return std::nullopt;
+        if (budget.IsSpent()) return false;
         const ZDLookupResult result = zonedetect::ResultOf(quarterTurns);
-        if (result == ZDLookupInZone && !answer.has_value() && steps[i].Zone() < unreadable) {
-            answer = i;
+        if (result == ZDLookupInZone && *answer == nullptr && step->Zone() < unreadable) {
+            *answer = step;
         } else if (result != ZDLookupNotInZone) {
-            return std::nullopt;
+            return false;
         }
-        if (steps[i].IsLast()) return answer.value_or(i + 1);
+        if (step->IsLast()) return true;
     }
 }
 
@@ -90,16 +88,16 @@ std::optional<size_t> ProvedRing(const ZDDatabase& database, const Box& box, uin
 void MarkProved(const ZDDatabase& database, const Box& box, uint32_t unreadable,
                 ZoneIndex::Step* steps) {
     using Kind = ZoneIndex::Kind;
-    const std::optional<size_t> proved = ProvedRing(database, box, unreadable, steps);
-    if (!proved.has_value()) return;
+    ZoneIndex::Step* ring;
+    if (!IsProved(database, box, unreadable, steps, &ring)) return;
     const ZoneIndex::Step first = steps[0];
-    if (*proved > 0 && steps[*proved - 1].IsLast()) {  // No ring.
+    if (ring == nullptr) {
         steps[0] = {Kind::kNoAnswer, first.Place(), first.Zone(), first.IsLast()};
         return;
     }
     // The order of the rings does not matter where only one of them is hit.
-    const ZoneIndex::Step answer = steps[*proved];
-    steps[*proved] = {Kind::kRing, first.Place(), first.Zone(), answer.IsLast()};
+    const ZoneIndex::Step answer = *ring;
+    *ring = {Kind::kRing, first.Place(), first.Zone(), answer.IsLast()};
     steps[0] = {Kind::kAnswer, answer.Place(), answer.Zone(), first.IsLast()};
 }
 

@@ -46,21 +46,13 @@ struct SineAndCosine {
     explicit SineAndCosine(double degrees) {
         const double half = degrees * (0.5 / kDegreesPerRadian);
         const double x = half * half;
-        const double s =
-                half *
-                (1.0 -
-                 x * (1.0 / 6) *
-                         (1.0 - x * (1.0 / 20) *
-                                        (1.0 - x * (1.0 / 42) *
-                                                       (1.0 - x * (1.0 / 72) *
-                                                                      (1.0 - x * (1.0 / 110))))));
-        const double c =
-                1.0 -
-                x * (1.0 / 2) *
-                        (1.0 -
-                         x * (1.0 / 12) *
-                                 (1.0 - x * (1.0 / 30) *
-                                                (1.0 - x * (1.0 / 56) * (1.0 - x * (1.0 / 90)))));
+        double s = 1.0;
+        for (const double next : {1.0 / 110, 1.0 / 72, 1.0 / 42, 1.0 / 20, 1.0 / 6})
+            s = 1.0 - x * next * s;
+        s *= half;
+        double c = 1.0;
+        for (const double next : {1.0 / 90, 1.0 / 56, 1.0 / 30, 1.0 / 12, 1.0 / 2})
+            c = 1.0 - x * next * c;
         sine = 2.0 * s * c;
         cosine = 1.0 - 2.0 * s * s;
     }

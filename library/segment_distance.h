@@ -62,9 +62,9 @@ class SegmentDistance {
                     ToFloats(AsSigned(AsUnsigned(edges.lat) - AsUnsigned(edges.fromLat)));
             const Floats edgeLon =
                     ToFloats(AsSigned((AsUnsigned(edges.lon) - AsUnsigned(edges.fromLon)) << 1));
-            mSmallest = Min(mSmallest, SquaredDistances(lat, lon, edgeLat, edgeLon));
+            mSmallest = zonedetect::Min(mSmallest, SquaredDistances(lat, lon, edgeLat, edgeLon));
         }
-        void Narrow() {}
+        void Narrow() {}  // Measuring all edges is faster than choosing the near ones.
 
         // Whether all vertices so far are near enough to the target for kError.
         bool AreExact() const {
@@ -112,15 +112,6 @@ class SegmentDistance {
     }
 
   private:
-    template <typename Values>
-    static Values Min(Values a, Values b) {
-        return a < b ? a : b;
-    }
-    template <typename Values>
-    static Values Max(Values a, Values b) {
-        return a > b ? a : b;
-    }
-
     // The squared distances from the origin to edges with these ends: to the point of the edge's
     // line that is nearest, but not beyond an end.
     template <typename Values>
@@ -129,9 +120,9 @@ class SegmentDistance {
         const Values whole = Values{} + 1;
         // The share of the edge between its end and the nearest point. The squared length of an
         // edge is 0 or at least 1.
-        const Values share =
-                (lat * edgeLat + lon * edgeLon) / Max(edgeLat * edgeLat + edgeLon * edgeLon, whole);
-        const Values inEdge = Min(Max(share, none), whole);
+        const Values share = (lat * edgeLat + lon * edgeLon) /
+                             zonedetect::Max(edgeLat * edgeLat + edgeLon * edgeLon, whole);
+        const Values inEdge = zonedetect::Min(zonedetect::Max(share, none), whole);
         const Values nearLat = lat - inEdge * edgeLat;
         const Values nearLon = lon - inEdge * edgeLon;
         return nearLat * nearLat + nearLon * nearLon;

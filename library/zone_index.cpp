@@ -151,13 +151,6 @@ class ZoneIndex::Builder {
         const RunTree::Outcome outcome = mIndex.mTree.Build(mBoxes);
         Require(outcome != RunTree::Outcome::kNoMemory);
         mIndex.mHasTree = outcome == RunTree::Outcome::kBuilt;
-        if (!mIndex.mHasTree || mBoxes.Size() == 0) return;
-        Box& world = mIndex.mWorld;
-        world = mBoxes[0];
-        for (const Box& box : mBoxes) {
-            world = {std::min(world.minLat, box.minLat), std::min(world.minLon, box.minLon),
-                     std::max(world.maxLat, box.maxLat), std::max(world.maxLon, box.maxLon)};
-        }
     }
 
     // Makes lookups compare a box for a run.

@@ -1,7 +1,7 @@
 // The index of the library: the box table, decoded, with the ids of the zones, below the tree of
 // the reader (reader/run_tree.h).
 //
-// Cost. The index of the world takes 0.7 MB. In general it keeps at most 8 bytes per entry, 34
+// Cost. The index of the world takes 0.7 MB. In general it keeps at most 8 bytes per entry, 42
 // bytes per run and 280 KB. Building it takes time in proportion to the table, to the names of the
 // zones and to the rings of tiles without a border.
 #pragma once
@@ -67,7 +67,7 @@ class ZoneIndex {
     // tree (HasTree) the list is empty, and a lookup takes all steps, up to the first box that
     // begins north of the point.
     zonedetect::RunTree::Runs RunsAt(const zonedetect::Point& point) const {
-        if (!mWorld.Contains(point)) return {nullptr, 0, 0};
+        if (!mHasTree || !mTree.World().Contains(point)) return {nullptr, 0, 0};
         return mTree.RunsAt(point);
     }
     bool HasTree() const { return mHasTree; }
@@ -87,7 +87,6 @@ class ZoneIndex {
 
     std::vector<Step> mSteps;  // And one behind the last.
     std::vector<BoxedRing> mBoxes;
-    zonedetect::Box mWorld = {0, 0, -1, -1};  // Covers all boxes. Empty without a tree.
     zonedetect::RunTree mTree;
     bool mHasTree = false;
     uint32_t mUnreadable = 0;

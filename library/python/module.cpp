@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include <library/default_database.h>
+#include "library/default_database.h"
 #include "point_blocks.h"
 
 namespace {

@@ -46,7 +46,9 @@ class RunTree::Builder {
         if (mLimit > kPayloadMask) return Outcome::kUseless;
         SetAxes();
         const Outcome outcome = ListRunsByCell();
-        return outcome == Outcome::kBuilt ? AddCells() : outcome;
+        if (outcome != Outcome::kBuilt) return outcome;
+        mTree.mWorld = mWorld;
+        return AddCells();
     }
 
   private:

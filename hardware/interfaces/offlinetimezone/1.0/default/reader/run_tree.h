@@ -61,6 +61,9 @@ class RunTree {
         return RunsOf(node);
     }
 
+    // The smallest box that covers all bounding boxes; it contains no point before Build.
+    const Box& World() const { return mWorld; }
+
     // Replaces the runs in the leaves by numbers, which RunsAt returns from then on: run i by
     // numbers[i], which must be less than 2^30. Calls mayLieOutside(run) for each run in a leaf
     // that lists another run, too, or that has points outside the bounding box of its run.
@@ -128,6 +131,7 @@ class RunTree {
     static constexpr uint32_t kIsInBox = 0x40000000u;
     static constexpr uint32_t kPayloadMask = 0x3FFFFFFFu;
 
+    Box mWorld = {0, 0, -1, -1};
     Axis mLat;
     Axis mLon;
     uint32_t mRoots[kCellsPerAxis * kCellsPerAxis] = {};  // The root node of each cell, row by row.

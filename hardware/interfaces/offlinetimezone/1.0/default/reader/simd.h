@@ -61,6 +61,16 @@ inline Float32x4 Select(Int32x4 mask, Float32x4 yes, Float32x4 no) {
             Select(mask, reinterpret_cast<Int32x4>(yes), reinterpret_cast<Int32x4>(no)));
 }
 
+// The smaller and the greater of each pair of lanes.
+template <typename Lanes>
+inline Lanes Min(Lanes a, Lanes b) {
+    return a < b ? a : b;
+}
+template <typename Lanes>
+inline Lanes Max(Lanes a, Lanes b) {
+    return a > b ? a : b;
+}
+
 // Whether any bit of any lane is set.
 inline bool AnyOf(Int32x4 mask) {
     using Words = uint64_t __attribute__((vector_size(16)));

@@ -72,50 +72,75 @@ class TurnCounter {
 // Floats hold coordinates in [-kExactLimit, kExactLimit) and their differences exactly.
 constexpr int32_t kExactLimit = 1 << 23;
 
-// Skips edges that are too far from a target to have a smaller squared distance than the smallest
-// so far, while floats hold all coordinates exactly (AreExact).
-class NearEdges {
+// Finds the smallest squared distance from edges to a target while floats hold all coordinates
+// exactly (AreExact). No operation then overflows or underflows: for coordinates of magnitude c and
+// slopes of at most 2^24, all sums and quotients on the way to a foot stay below 2^72, the foot has
+// a magnitude of at most 3c, rounding included, and every quotient or product is 0 or at least
+// 2^-100.
+class NearestDistance {
   public:
     // The first edge begins at `start`. Distances of `squared` or more need not be found.
-    NearEdges(const Point& target, const Point& start, double squared)
+    NearestDistance(const Point& target, const Point& start, uint64_t squared)
         : mLat(Broadcast(target.lat)),
           mLon(Broadcast(target.lon)),
+          mFloatLat(ToFloats(mLat)),
+          mFloatLon(ToFloats(mLon)),
           mLimit(LimitOf(static_cast<float>(squared))) {
         Check(mLat, mLon);
         Check(Broadcast(start.lat), Broadcast(start.lon));
     }
 
-    // Whether floats hold all coordinates so far exactly. If not, distances are meaningless.
+    // Lowers the limit to the smallest distance so far, so that Add can skip more edges. It waits
+    // for the results of the last edges, so it pays only once in a while.
+    void Narrow() {
+        const auto smallest = static_cast<float>(std::min(mSmallest[0], mSmallest[1]));
+        mLimit = Min(mLimit, LimitOf(smallest));
+    }
+
+    void Add(const FourEdges& edges) {
+        Check(edges.lat, edges.lon);
+        // Skip edges whose lower bound exceeds the limit. The bound is the distance to the edge's
+        // bounding box, less one unit along each axis. The distance is measured to the edge's end
+        // or to a foot that truncates into the bounding box, so along each axis the foot is less
+        // than one unit nearer than the box. The difference between foot and target is then rounded
+        // to a float and truncated. Both steps are monotonic and leave whole numbers unchanged, so
+        // the measured distance is not below the bound.
+        const Float32x4 awayLat = Away(edges.lat, edges.fromLat, mLat);
+        const Float32x4 awayLon = Away(edges.lon, edges.fromLon, mLon);
+        if (!AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit)) return;
+        if (!AreExact()) return;
+
+        const Int32x4 isVertical = edges.lon == edges.fromLon;
+        const Float32x4 lat = ToFloats(edges.lat);
+        const Float32x4 lon = ToFloats(edges.lon);
+        const Float32x4 run = ToFloats(edges.lon - edges.fromLon + isVertical);  // Never 0.
+        const Float32x4 slope = ToFloats(edges.lat - edges.fromLat) / run;
+        const Float32x4 intercept = lat - slope * lon;
+        const Float32x4 s = mFloatLon + slope * mFloatLat;
+        const Float32x4 m = 1.0f + slope * slope;
+        // edge.h has a case of its own for horizontal edges; here the slope 0 gives the same foot.
+        const Float32x4 footLat = Select(isVertical, mFloatLat, (intercept + slope * s) / m);
+        const Float32x4 footLon = Select(isVertical, lon, (s - slope * intercept) / m);
+        const Int32x4 isOutside = OutsideMask(Truncate(footLat), edges.lat, edges.fromLat) |
+                                  OutsideMask(Truncate(footLon), edges.lon, edges.fromLon);
+        const Int32x4 deltaLat = Select(isOutside, edges.lat - mLat, Truncate(footLat - mFloatLat));
+        const Int32x4 deltaLon = Select(isOutside, edges.lon - mLon, Truncate(footLon - mFloatLon));
+        const Float64x2 first = SquaredDistances(LowDoubles(deltaLat), LowDoubles(deltaLon));
+        const Float64x2 last = SquaredDistances(HighDoubles(deltaLat), HighDoubles(deltaLon));
+        mSmallest = Min(mSmallest, Min(first, last));
+    }
+
+    // Whether floats hold all coordinates so far exactly. If not, Smallest is meaningless.
     bool AreExact() const {
         constexpr uint32_t kRest = ~(2u * kExactLimit - 1u);
         return !AnyOf(AsSigned(mCoordinateBits & Uint32x4{kRest, kRest, kRest, kRest}));
     }
 
-  protected:
-    // Checks the coordinates of four edges, and returns whether one of the edges may be nearer than
-    // the limit. The bound is the distance to the edge's bounding box, less one unit along each
-    // axis.
-    bool MayHaveNearer(const FourEdges& edges) {
-        Check(edges.lat, edges.lon);
-        const Float32x4 awayLat = Away(edges.lat, edges.fromLat, mLat);
-        const Float32x4 awayLon = Away(edges.lon, edges.fromLon, mLon);
-        return AnyOf(awayLat * awayLat + 4.0f * (awayLon * awayLon) <= mLimit) && AreExact();
+    // The smallest squared distance, or `squared` if no distance is smaller. Requires AreExact.
+    uint64_t Smallest(uint64_t squared) const {
+        const double smallest = std::min(mSmallest[0], mSmallest[1]);
+        return std::min(squared, static_cast<uint64_t>(smallest));
     }
-
-    // Lowers the limit, so that more edges are skipped.
-    void NarrowTo(double squared) { mLimit = Min(mLimit, LimitOf(static_cast<float>(squared))); }
-
-    template <typename Lanes>
-    static Lanes Min(Lanes a, Lanes b) {
-        return a < b ? a : b;
-    }
-    template <typename Lanes>
-    static Lanes Max(Lanes a, Lanes b) {
-        return a > b ? a : b;
-    }
-
-    const Int32x4 mLat;
-    const Int32x4 mLon;
 
   private:
     // A coordinate is in [-limit, limit) if coordinate + limit has no bit set from 2 * limit up.
@@ -137,60 +162,6 @@ class NearEdges {
         return Max(away - 1.0f, Float32x4{0.0f, 0.0f, 0.0f, 0.0f});
     }
 
-    Float32x4 mLimit;
-    Uint32x4 mCoordinateBits = {0, 0, 0, 0};
-};
-
-// Finds the smallest squared distance from edges to a target while floats hold all coordinates
-// exactly. No operation then overflows or underflows: for coordinates of magnitude c and slopes of
-// at most 2^24, all sums and quotients on the way to a foot stay below 2^72, the foot has a
-// magnitude of at most 3c, rounding included, and every quotient or product is 0 or at least
-// 2^-100.
-class NearestDistance : public NearEdges {
-  public:
-    NearestDistance(const Point& target, const Point& start, uint64_t squared)
-        : NearEdges(target, start, static_cast<double>(squared)),
-          mFloatLat(ToFloats(mLat)),
-          mFloatLon(ToFloats(mLon)) {}
-
-    // Narrows the search to the smallest distance so far. It waits for the results of the last
-    // edges, so it pays only once in a while.
-    void Narrow() { NarrowTo(std::min(mSmallest[0], mSmallest[1])); }
-
-    void Add(const FourEdges& edges) {
-        // The distance is measured to the edge's end or to a foot that truncates into the bounding
-        // box, so along each axis the foot is less than one unit nearer than the box. The
-        // difference between foot and target is then rounded to a float and truncated. Both steps
-        // are monotonic and leave whole numbers unchanged, so the measured distance is not below
-        // the bound.
-        if (!MayHaveNearer(edges)) return;
-        const Int32x4 isVertical = edges.lon == edges.fromLon;
-        const Float32x4 lat = ToFloats(edges.lat);
-        const Float32x4 lon = ToFloats(edges.lon);
-        const Float32x4 run = ToFloats(edges.lon - edges.fromLon + isVertical);  // Never 0.
-        const Float32x4 slope = ToFloats(edges.lat - edges.fromLat) / run;
-        const Float32x4 intercept = lat - slope * lon;
-        const Float32x4 s = mFloatLon + slope * mFloatLat;
-        const Float32x4 m = 1.0f + slope * slope;
-        // edge.h has a case of its own for horizontal edges; here the slope 0 gives the same foot.
-        const Float32x4 footLat = Select(isVertical, mFloatLat, (intercept + slope * s) / m);
-        const Float32x4 footLon = Select(isVertical, lon, (s - slope * intercept) / m);
-        const Int32x4 isOutside = OutsideMask(Truncate(footLat), edges.lat, edges.fromLat) |
-                                  OutsideMask(Truncate(footLon), edges.lon, edges.fromLon);
-        const Int32x4 deltaLat = Select(isOutside, edges.lat - mLat, Truncate(footLat - mFloatLat));
-        const Int32x4 deltaLon = Select(isOutside, edges.lon - mLon, Truncate(footLon - mFloatLon));
-        const Float64x2 first = SquaredDistances(LowDoubles(deltaLat), LowDoubles(deltaLon));
-        const Float64x2 last = SquaredDistances(HighDoubles(deltaLat), HighDoubles(deltaLon));
-        mSmallest = Min(mSmallest, Min(first, last));
-    }
-
-    // The smallest squared distance, or `squared` if no distance is smaller. Requires AreExact.
-    uint64_t Smallest(uint64_t squared) const {
-        const double smallest = std::min(mSmallest[0], mSmallest[1]);
-        return std::min(squared, static_cast<uint64_t>(smallest));
-    }
-
-  private:
     // Mask of the lanes whose value is not between a and b.
     static Int32x4 OutsideMask(Int32x4 value, Int32x4 a, Int32x4 b) {
         return ((value > a) & (value > b)) | ((value < a) & (value < b));
@@ -200,8 +171,12 @@ class NearestDistance : public NearEdges {
     static Float64x2 SquaredDistances(Float64x2 lat, Float64x2 lon) {
         return lat * lat + 4.0 * (lon * lon);
     }
+    const Int32x4 mLat;
+    const Int32x4 mLon;
     const Float32x4 mFloatLat;
     const Float32x4 mFloatLon;
+    Float32x4 mLimit;
+    Uint32x4 mCoordinateBits = {0, 0, 0, 0};
     Float64x2 mSmallest = {0x1p63, 0x1p63};
 };
 
