@@ -13,17 +13,17 @@ namespace bench {
 constexpr size_t kWhole = 0;  // Instead of the points of a tile: rings are kept whole.
 constexpr size_t kTilePoints[] = {64,  128, 200,   256, offlinetz::kDefaultMaxTilePoints,
                                   512, 768, kWhole};
-constexpr int kTolerances[] = {5, 10, 15, 20};  // Metres.
-constexpr int kDefaultTolerance = 20;
+constexpr int kMaxErrors[] = {37, 40, 50, 63, 100};  // Certified, in metres.
+constexpr auto kDefaultMaxError = static_cast<int>(offlinetz::kDefaultMaxErrorMetres);
 constexpr int kCopiesPerSide[] = {1, 2, 4, 8};  // Of the coarse world.
-constexpr int kCoarseTolerance = 2000;          // Metres.
+constexpr int kCoarseMetres = 2000;             // By which its borders were moved.
 constexpr size_t kRingPoints[] = {10, 100, 1000, 10000, 100000, 1000000};
 
-// The world, simplified within `tolerance` metres, with at most `tilePoints` points a tile.
+// The world with a certified error of `maxError` metres, and at most `tilePoints` points a tile.
 inline std::string WorldFile(const std::string& directory,
                              size_t tilePoints = offlinetz::kDefaultMaxTilePoints,
-                             int tolerance = kDefaultTolerance) {
-    return directory + "/world-" + std::to_string(tilePoints) + "-" + std::to_string(tolerance) +
+                             int maxError = kDefaultMaxError) {
+    return directory + "/world-" + std::to_string(tilePoints) + "-" + std::to_string(maxError) +
            ".bin";
 }
 

@@ -112,13 +112,12 @@ void MeasureSizes(const std::string& directory, const Points& land) {
                          WorldFile(directory, points), isWhole ? fewPoints : land});
     }
     MeasureTable(directory + "/size-tiles.md", "points a tile", tiles);
-    std::vector<Subject> tolerances;
-    for (const int metres : kTolerances) {
-        tolerances.push_back({fmt::format("{} m", metres),
-                              WorldFile(directory, offlinetz::kDefaultMaxTilePoints, metres),
-                              land});
+    std::vector<Subject> errors;
+    for (const int metres : kMaxErrors) {
+        errors.push_back({fmt::format("{} m", metres),
+                          WorldFile(directory, offlinetz::kDefaultMaxTilePoints, metres), land});
     }
-    MeasureTable(directory + "/size-tolerance.md", "tolerance", tolerances);
+    MeasureTable(directory + "/size-error.md", "certified error", errors);
 }
 
 void MeasureCopies(const std::string& directory) {

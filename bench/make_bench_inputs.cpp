@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <stdexcept>
 #include <utility>
 
+#include "compiler/certify.h"
 #include "compiler/rebuild_rings.h"
 #include "compiler/simplify.h"
 #include "compiler/tile.h"
@@ -30,15 +32,31 @@ struct Zones {
     std::vector<ZoneRings> rings;  // Of each zone, in the same order.
 };
 
-Zones ZonesOnGrid(const offlinetz::Source& source) {
+// Adds to `*originals` the points from which the vertices were made.
+Zones ZonesOnGrid(const offlinetz::Source& source, offlinetz::Originals* originals) {
     Zones zones;
     offlinetz::SnapCounts ignored;
+    std::vector<const GEOSGeometry*> areas;
+    for (const offlinetz::Zone& zone : source.zones)
+        areas.push_back(zone.area.get());
+    const offlinetz::FilledHoles filledHoles = offlinetz::TinyFilledHoles(areas, kGrid);
     for (const offlinetz::Zone& zone : source.zones) {
         zones.tzids.push_back(zone.tzid);
-        zones.rings.push_back(offlinetz::SnapToGrid(zone.area.get(), kGrid, &ignored));
+        zones.rings.push_back(offlinetz::SnapToGrid(zone.area.get(), kGrid, filledHoles,
+                                                    kMaxErrors[0], &ignored, originals));
     }
-    offlinetz::RebuildRings(&zones.rings, IgnoreProgress);
+    offlinetz::RebuildRings(&zones.rings, IgnoreProgress, originals);
     return zones;
+}
+
+// The zones, simplified. Throws std::runtime_error if the error is greater than `metres`.
+Zones Simplified(const Zones& zones, const offlinetz::Originals& originals, int metres) {
+    Zones simplified = zones;
+    const auto moved = offlinetz::Simplify(&simplified.rings, kGrid, metres, &originals);
+    if (offlinetz::Certify(zones.rings, simplified.rings, moved, originals, kGrid, metres, 1)
+                .exceeding > 0)
+        throw std::runtime_error("the error of the world is greater than it should be");
+    return simplified;
 }
 
 void WriteDatabase(const Zones& zones, size_t tilePoints, const std::string& path) {
@@ -123,18 +141,18 @@ void Make(const std::string& sourcePath, const std::string& directory) {
     WriteS2Polygons(source, directory);
 
     std::fprintf(stderr, "the world on the grid\n");
-    const Zones full = ZonesOnGrid(source);
-    for (const int tolerance : kTolerances) {
-        std::fprintf(stderr, "the world within %d m\n", tolerance);
-        Zones world = full;
-        offlinetz::Simplify(&world.rings, kGrid, tolerance);
+    offlinetz::Originals originals;
+    const Zones full = ZonesOnGrid(source, &originals);
+    for (const int metres : kMaxErrors) {
+        std::fprintf(stderr, "the world within %d m\n", metres);
+        const Zones world = Simplified(full, originals, metres);
         for (const size_t tilePoints : kTilePoints) {
-            if (tolerance == kDefaultTolerance || tilePoints == offlinetz::kDefaultMaxTilePoints)
-                WriteDatabase(world, tilePoints, WorldFile(directory, tilePoints, tolerance));
+            if (metres == kDefaultMaxError || tilePoints == offlinetz::kDefaultMaxTilePoints)
+                WriteDatabase(world, tilePoints, WorldFile(directory, tilePoints, metres));
         }
     }
     Zones coarse = full;
-    offlinetz::Simplify(&coarse.rings, kGrid, kCoarseTolerance);
+    offlinetz::Simplify(&coarse.rings, kGrid, kCoarseMetres);
     for (const int perSide : kCopiesPerSide) {
         std::fprintf(stderr, "%d copies of a coarse world\n", perSide * perSide);
         WriteDatabase(CopiesOf(coarse, perSide), offlinetz::kDefaultMaxTilePoints,

@@ -55,17 +55,18 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
           fmt::format(
                   "points added where edges meet: {}; flat rings kept as boxes: {}, dropped: {}",
                   s.pointsAdded, s.snap.boxed, s.snap.dropped));
-    print("displacement", fmt::format("at most {:.1f} m by simplification and {:.1f} m by the grid",
-                                      s.greatestSimplification, s.greatestRounding));
+    std::fprintf(to, "%s\n", TextOf(s.certificate).c_str());
     print("bytes", fmt::format("{}: header {}, box table {}, metadata {}, polygons {}, digest {}",
                                s.fileSize, s.sizes.header, s.sizes.boxTable, s.sizes.metadata,
                                s.sizes.polygons, int{SHA1HashSize}));
     if (options.selfCheckPoints > 0) {
         print("self-check",
-              fmt::format("{} points, {} of them near a border: {} differ from the source, at most "
-                          "{:.1f} m from a border; {} further than allowed",
-                          s.selfCheck.points, s.selfCheck.nearBorder, s.selfCheck.differences,
-                          s.selfCheck.greatestMetres, s.selfCheck.failures.size()));
+              fmt::format("{} points, {} of them near a border, and {} beside the worst edges: {} "
+                          "differ from the source, at most {:.1f} m from a border; {} further than "
+                          "certified",
+                          s.selfCheck.points, s.selfCheck.nearBorder, s.selfCheck.probes,
+                          s.selfCheck.differences, s.selfCheck.greatestMetres,
+                          s.selfCheck.failures.size()));
     }
     print("took", fmt::format("{:.1f} s and {:.0f} MB of memory", seconds, PeakMegabytes()));
 }
@@ -140,10 +141,11 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
             ->check(CLI::Range(offlinetz::Grid::kMinPrecision, offlinetz::Grid::kMaxPrecision)
                             .description(""))
             ->type_name("N");
-    command->add_option("--tolerance", options->toleranceMetres,
-                        fmt::format("Metres that simplification may move a border (0 to 100000, "
-                                    "default {}); 0 drops points on straight lines only",
-                                    options->toleranceMetres))
+    command->add_option("--max-error", options->maxErrorMetres,
+                        fmt::format("Metres from a source border within which answers may differ "
+                                    "from the source (0 to 100000, default {}); more makes a "
+                                    "smaller file; 0 keeps every bend",
+                                    options->maxErrorMetres))
             ->check(CLI::Range(0.0, 100000.0).description(""))
             ->check(CLI::Validator(
                     [](const std::string& text) {
@@ -153,6 +155,9 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
                     },
                     ""))
             ->type_name("METRES");
+    command->add_flag("--exceed-max-error", options->exceedMaxError,
+                      "Write the database even if some edges cannot meet --max-error (default: "
+                      "list them and fail)");
     // Smaller tiles would mostly hold the corners of their own clip rectangles.
     constexpr uint64_t kFewestTilePoints = 32;
     constexpr uint64_t kMostTilePoints = 1000000;

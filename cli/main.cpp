@@ -90,21 +90,27 @@ int Run(int argc, char** argv) {
     } catch (const UsageError& error) {
         PrintMessage(error.what());
         return kExitUsage;
-    } catch (const std::bad_alloc&) {
-        PrintMessage("out of memory");
-        return kExitFailed;
-    } catch (const std::exception& error) {
-        PrintMessage(error.what());
-        return kExitFailed;
     }
     return exitCode;
+}
+
+// Memory may be short even for the options of the commands.
+int RunSafely(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        PrintMessage("out of memory");
+    } catch (const std::exception& error) {
+        PrintMessage(error.what());
+    }
+    return kExitFailed;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     GuardStandardStreams();
-    const int exitCode = Run(argc, argv);
+    const int exitCode = RunSafely(argc, argv);
     // Output that could not be written is a failure.
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return exitCode;
     PrintMessage("standard output cannot be written");

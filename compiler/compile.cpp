@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -24,6 +25,8 @@ constexpr char kFieldName[] = "TimezoneId";
 constexpr uint64_t kSelfCheckSeed = 1;
 constexpr uint64_t kBytesPerPoint = 4;  // About the size of a vertex in the file.
 constexpr size_t kNamedZones = 5;       // The greatest number of zones that an error names.
+constexpr size_t kNamedEdges = 10;      // The greatest number of edges that an error names.
+constexpr size_t kProbedEdges = 500;    // The number of worst edges that the self-check looks at.
 
 std::string StoredIdentifier(const std::string& tzid, bool bare) {
     return bare ? tzid : '"' + tzid + '"';
@@ -87,24 +90,55 @@ InputError DescribeLimit(const OutputLimitError& error, const std::vector<Zone>&
             "many borders cross, or lie beside or over each other, most of them near {:.4f} {:.4f} "
             "(latitude, longitude), of {} zones: {}",
             zones[error.zones.empty() ? 0 : error.zones.front()].where, maxBytes,
-            error.at.lat * 90.0 / grid.Scale(), error.at.lon * 180.0 / grid.Scale(),
+            grid.LatitudeDegrees(error.at.lat), grid.LongitudeDegrees(error.at.lon),
             error.zones.size(), names));
+}
+
+// The error for edges that exceed the greatest error, which names them.
+InputError DescribeExcess(const Certificate& certificate, double limit,
+                          const std::vector<Zone>& zones, const Grid& grid) {
+    std::vector<std::string> lines;
+    for (const CertifiedEdge& edge : certificate.worst) {
+        if (edge.metres <= limit || lines.size() == kNamedEdges) break;
+        lines.push_back(fmt::format("{}: an edge of {} at {:.6f} {:.6f} has an error of {:.1f} m",
+                                    zones[edge.zone].where, zones[edge.zone].tzid,
+                                    grid.LatitudeDegrees(edge.original.Lat()),
+                                    grid.LongitudeDegrees(edge.original.Lon()), edge.metres));
+    }
+    return InputError(
+            lines, fmt::format("{} edges exceed the error of {} m; the least that this input can "
+                               "have is {:.1f} m (--exceed-max-error writes it all the same)",
+                               certificate.exceeding, limit, certificate.metres));
 }
 
 std::vector<ZoneRings> RingsOnGrid(const CompileOptions& options, const Grid& grid,
                                    const CompileListener& listener, Source* source,
                                    CompileSummary* summary) {
+    const bool keepsBends = options.maxErrorMetres == 0.0;
+    const double limit =
+            keepsBends ? std::numeric_limits<double>::infinity() : options.maxErrorMetres;
     std::vector<ZoneRings> zones;
+    Originals originals;
+    std::vector<const GEOSGeometry*> areas;
+    for (const Zone& zone : source->zones)
+        areas.push_back(zone.area.get());
+    const FilledHoles filledHoles = TinyFilledHoles(areas, grid);
     for (const Zone& zone : source->zones) {
         listener.progress("rounding", zones.size(), source->zones.size());
-        zones.push_back(SnapToGrid(zone.area.get(), grid, &summary->snap));
+        zones.push_back(
+                SnapToGrid(zone.area.get(), grid, filledHoles, limit, &summary->snap, &originals));
     }
-    summary->pointsAdded =
-            RebuildRings(&zones, listener.progress, options.maxOutputBytes / kBytesPerPoint);
+    summary->pointsAdded = RebuildRings(&zones, listener.progress, &originals,
+                                        options.maxOutputBytes / kBytesPerPoint);
     RemoveCollapsedZones(options.skipBad, listener, source, &zones);
+    const std::vector<ZoneRings> noded = zones;
     listener.progress("simplifying", 0, 0);
-    summary->greatestSimplification = Simplify(&zones, grid, options.toleranceMetres);
-    summary->greatestRounding = grid.RoundingMetres(0);
+    const std::vector<MovedVertex> moved =
+            Simplify(&zones, grid, options.maxErrorMetres, keepsBends ? nullptr : &originals);
+    listener.progress("certifying", 0, 0);
+    summary->certificate = Certify(noded, zones, moved, originals, grid, limit, kProbedEdges);
+    if (summary->certificate.exceeding > 0 && !options.exceedMaxError)
+        throw DescribeExcess(summary->certificate, limit, source->zones, grid);
     if (!MeetInVerticesOnly(zones)) throw std::logic_error("simplified borders cross");
     CountRings(zones, &summary->rings, &summary->pointsOut);
     return zones;
@@ -126,8 +160,8 @@ std::vector<TableEntry> MakeEntries(const CompileOptions& options, const Grid& g
 }  // namespace
 
 CompileSummary Compile(const CompileOptions& options, const CompileListener& listener) {
-    if (!(options.toleranceMetres >= 0.0) || std::isinf(options.toleranceMetres)) {
-        throw InputError("the tolerance is not a number of metres");
+    if (!(options.maxErrorMetres >= 0.0) || std::isinf(options.maxErrorMetres)) {
+        throw InputError("the greatest error is not a number of metres");
     }
     if (options.notice.size() > kMaxStringLength) {
         throw InputError(fmt::format("the notice has {} bytes; the database holds up to {}",
@@ -175,7 +209,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     if (options.selfCheckPoints > 0) {
         const DatabasePtr database(zonedetect::OpenBytes(bytes.data(), bytes.size(), nullptr));
         if (database == nullptr) throw std::logic_error("the reader refuses the new database");
-        summary.selfCheck = SelfCheck(source, *database, grid, options.toleranceMetres,
+        summary.selfCheck = SelfCheck(source, *database, grid, summary.certificate,
                                       options.selfCheckPoints, kSelfCheckSeed, listener.progress);
         if (!summary.selfCheck.failures.empty()) return summary;
     }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "certify.h"
 #include "database/encode.h"
 #include "output_limit.h"
 #include "self_check.h"
@@ -18,6 +19,9 @@ namespace offlinetz {
 // Fewer points a tile make lookups faster and the file larger; bench/RESULTS.md has measurements.
 constexpr size_t kDefaultMaxTilePoints = 350;
 
+// That of the world database.
+constexpr double kDefaultMaxErrorMetres = 40.0;
+
 struct CompileOptions {
     std::vector<std::string> inputs;    // "-" is standard input.
     std::string output;                 // "-" is standard output.
@@ -25,8 +29,11 @@ struct CompileOptions {
     int version = 1;                    // The database's version byte, 0 to 255.
     std::string notice;                 // Up to kMaxStringLength bytes; see FaultOfNotice.
     int precision = zonedetect::kNauticalPrecision;  // Of Grid.
-    double toleranceMetres = 20.0;                   // Of simplification; 0 keeps every bend.
-    size_t maxTilePoints = kDefaultMaxTilePoints;    // Of TileWorld; 0 keeps rings whole.
+    // No answer may differ further from a source border, in metres. 0: keep every bend, whatever
+    // the error.
+    double maxErrorMetres = kDefaultMaxErrorMetres;
+    bool exceedMaxError = false;  // Write the database even if some edges exceed that.
+    size_t maxTilePoints = kDefaultMaxTilePoints;  // Of TileWorld; 0 keeps rings whole.
     bool bareIdentifiers = false;    // Store identifiers without double quotes at both ends.
     bool crossAntimeridian = false;  // See SourceOptions.
     bool skipBad = false;            // Leave out invalid features, polygons and zones.
@@ -48,10 +55,9 @@ struct CompileSummary {
     size_t entryPoints = 0;  // Of the entries' rings.
     size_t pointsAdded = 0;  // By snap rounding, where edges met.
     SnapCounts snap;
-    double greatestSimplification = 0.0;  // The greatest displacement by it, in metres.
-    double greatestRounding = 0.0;        // The greatest displacement by the grid, in metres.
-    SectionSizes sizes;                   // In bytes.
-    size_t fileSize = 0;                  // In bytes.
+    Certificate certificate;
+    SectionSizes sizes;   // In bytes.
+    size_t fileSize = 0;  // In bytes.
     SelfCheckResult selfCheck;
 };
 
@@ -70,7 +76,7 @@ struct CompileListener {
 //   limit, with the place where most zones overlap.
 // - Other std::exceptions: the machine refuses memory, files or space.
 //
-// The world, 183 MB of GeoJSON, takes about 30 s and 940 MB of memory on one core.
+// The world, 183 MB of GeoJSON, takes about 100 s and 1.1 GB of memory on two cores.
 CompileSummary Compile(const CompileOptions& options, const CompileListener& listener);
 
 }  // namespace offlinetz

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <numeric>
 #include <tuple>
 #include <utility>
 
@@ -12,8 +11,8 @@ namespace offlinetz {
 
 namespace {
 
-// The wedge test uses a tolerance this many metres larger. Its rounding errors are a hundredth of
-// that once around the world, so it never rejects an edge that the exact test accepts.
+// The wedge test uses a distance this many metres larger. Its rounding errors are a hundredth of
+// that once around the world, so it never rejects an edge that passes all points.
 constexpr double kSlack = 1e-6;
 
 struct Direction {
@@ -79,12 +78,15 @@ uint32_t StoredBytes(int32_t difference) {
     return bytes;
 }
 
-// The cheapest path found from the first stop to another: its cost, and the stop before its end.
+// The cheapest path found from the first vertex to another: its cost, and the vertex before its
+// end.
 struct Path {
-    uint32_t edges = 0;
+    uint32_t edges = kUnreached;
     uint32_t bytes = 0;
     int64_t doubleArea = 0;
     size_t from = 0;
+
+    static constexpr uint32_t kUnreached = UINT32_MAX;
 
     // Orders by cost; of equal ones, the path with the shorter last edge comes first.
     friend bool operator<(const Path& x, const Path& y) {
@@ -93,111 +95,145 @@ struct Path {
     }
 };
 
-// Finds the cheapest path in the graph of allowed edges between the points of a line.
+// Finds the cheapest path in the graph of allowed edges.
 class PathSearch {
   public:
-    PathSearch(const std::vector<GridPoint>& line, const Grid& grid, double tolerance,
-               const std::function<bool(size_t, size_t)>& isClear)
-        : mLine(line), mGrid(grid), mTolerance(tolerance), mIsClear(isClear) {
+    PathSearch(const LineToSimplify& line, const Grid& grid, const EdgeTest& isAllowed)
+        : mLine(line), mGrid(grid), mIsAllowed(isAllowed) {
         int64_t doubleArea = 0;
-        for (size_t i = 0; i < line.size(); ++i) {
-            mLonMetres.push_back(grid.LongitudeMetres(line[i].lat));
-            if (i > 0) doubleArea += Cross(line[0], line[i - 1], line[i]);
+        for (size_t i = 0; i < line.points.size(); ++i) {
+            mLonMetres.push_back(grid.LongitudeMetres(line.points[i].lat));
+            if (i > 0) doubleArea += Cross(line.points[0], line.points[i - 1], line.points[i]);
             mDoubleAreas.push_back(doubleArea);
         }
     }
 
-    // The stops on the cheapest path from the first to the last. Stops are positions in the line;
-    // the edge from each to the next must be allowed.
-    std::vector<size_t> CheapestPath(const std::vector<size_t>& stops) {
-        std::vector<Path> paths(stops.size());
-        for (size_t to = 1; to < stops.size(); ++to)
-            paths[to] = CheapestPathTo(to, stops, paths);
-        std::vector<size_t> kept = {stops.back()};
-        for (size_t stop = stops.size() - 1; stop > 0; stop = paths[stop].from)
-            kept.push_back(stops[paths[stop].from]);
+    // The cheapest path from the first to the last of some vertices, which are sorted by position.
+    std::vector<LineVertex> CheapestPath(const std::vector<LineVertex>& vertices) {
+        std::vector<Path> paths(vertices.size());
+        paths[0].edges = 0;
+        for (size_t to = 1; to < vertices.size(); ++to)
+            paths[to] = CheapestPathTo(to, vertices, paths);
+        std::vector<LineVertex> kept = {vertices.back()};
+        for (size_t v = vertices.size() - 1; v > 0; v = paths[v].from)
+            kept.push_back(vertices[paths[v].from]);
         std::reverse(kept.begin(), kept.end());
         return kept;
     }
 
   private:
-    Path CheapestPathTo(size_t to, const std::vector<size_t>& stops,
+    Path CheapestPathTo(size_t to, const std::vector<LineVertex>& vertices,
                         const std::vector<Path>& paths) {
-        ListPathsTo(to, stops, paths);
+        ListReachable(to, vertices, paths);
         // Testing an edge costs more than all else, and the cheapest path nearly always passes, so
-        // paths are tested in order of cost. The path from the stop before `to` is among them, so
-        // they never run out.
-        for (;;) {
-            const auto best = std::min_element(mPaths.begin(), mPaths.end());
-            if (best->from + 1 == to || IsAllowed(stops[best->from], stops[to])) return *best;
-            *best = mPaths.back();
-            mPaths.pop_back();
+        // paths are tested in order of cost. Those with the fewest edges come first.
+        while (!mReachable.empty()) {
+            uint32_t fewest = Path::kUnreached;
+            for (const size_t from : mReachable)
+                fewest = std::min(fewest, paths[from].edges);
+            mPaths.clear();
+            size_t others = 0;
+            for (const size_t from : mReachable) {
+                if (paths[from].edges == fewest) {
+                    mPaths.push_back(Extend(paths[from], from, vertices[from], vertices[to]));
+                } else {
+                    mReachable[others++] = from;
+                }
+            }
+            mReachable.resize(others);
+            while (!mPaths.empty()) {
+                const auto best = std::min_element(mPaths.begin(), mPaths.end());
+                if (IsAllowed(vertices[best->from], vertices[to])) return *best;
+                *best = mPaths.back();
+                mPaths.pop_back();
+            }
         }
+        return {};
     }
 
-    // Sets mPaths to the paths to a stop, without those whose last edge certainly passes a point
-    // too far away.
-    void ListPathsTo(size_t to, const std::vector<size_t>& stops, const std::vector<Path>& paths) {
-        mPaths.clear();
-        const GridPoint& end = mLine[stops[to]];
+    bool IsAllowed(const LineVertex& from, const LineVertex& to) const {
+        const bool isOfLine = from.position + 1 == to.position &&
+                              from.at == mLine.points[from.position] &&
+                              to.at == mLine.points[to.position];
+        return isOfLine || mIsAllowed(from, to);
+    }
+
+    // Sets mReachable to the vertices before `to` from which an edge may lead there: without those
+    // from where it certainly passes a point too far away.
+    void ListReachable(size_t to, const std::vector<LineVertex>& vertices,
+                       const std::vector<Path>& paths) {
+        mReachable.clear();
+        const LineVertex& end = vertices[to];
+        size_t next = to;  // The vertices from this one on were looked at.
+        while (next > 0 && vertices[next - 1].position == end.position)
+            --next;
         Wedge wedge;
-        size_t stop = to - 1;
-        for (size_t i = stops[to] - 1;; --i) {
-            const Direction offset = {static_cast<double>(mLine[i].lat - end.lat),
-                                      static_cast<double>(mLine[i].lon - end.lon)};
-            if (i == stops[stop]) {
-                if (wedge.Contains(offset))
-                    mPaths.push_back(Extend(paths[stop], stop, i, stops[to]));
-                if (stop == 0 || to - stop == kReach) return;
-                --stop;
+        size_t reached = 0;
+        for (size_t i = end.position; next > 0;) {
+            --i;
+            if (vertices[next - 1].position == i) {
+                for (; next > 0 && vertices[next - 1].position == i; --next) {
+                    const GridPoint& at = vertices[next - 1].at;
+                    if (paths[next - 1].edges != Path::kUnreached && at != end.at &&
+                        wedge.Contains(OffsetOf(at, end.at)))
+                        mReachable.push_back(next - 1);
+                }
+                if (++reached == kReach) return;
             }
-            if (!wedge.Narrow(offset, mGrid.LatitudeMetres(), mLonMetres[i], mTolerance + kSlack)) {
-                return;
+            const Direction offset = OffsetOf(mLine.points[i], end.at);
+            for (size_t k = mLine.firstPassing[i]; k < mLine.firstPassing[i + 1]; ++k) {
+                const Direction passed = {offset.lat + mLine.passing[k].lat,
+                                          offset.lon + mLine.passing[k].lon};
+                if (!wedge.Narrow(passed, mGrid.LatitudeMetres(), mLonMetres[i],
+                                  mLine.metres + kSlack)) {
+                    return;
+                }
             }
         }
     }
 
-    // The path to `stop`, extended by the edge between two positions.
-    Path Extend(const Path& path, size_t stop, size_t from, size_t to) const {
-        const GridPoint& a = mLine[from];
-        const GridPoint& b = mLine[to];
-        const int64_t between = mDoubleAreas[to] - mDoubleAreas[from] - Cross(mLine[0], a, b);
+    static Direction OffsetOf(const GridPoint& p, const GridPoint& from) {
+        return {static_cast<double>(p.lat - from.lat), static_cast<double>(p.lon - from.lon)};
+    }
+
+    // The path to `from`, which is vertex `index`, extended by the edge to `to`.
+    Path Extend(const Path& path, size_t index, const LineVertex& from,
+                const LineVertex& to) const {
+        // The area between the line, the edge, and the ways between their ends.
+        const GridPoint& origin = mLine.points[0];
+        const int64_t between = mDoubleAreas[to.position] - mDoubleAreas[from.position] +
+                                Cross(origin, mLine.points[to.position], to.at) +
+                                Cross(origin, to.at, from.at) +
+                                Cross(origin, from.at, mLine.points[from.position]);
         return {path.edges + 1,
-                path.bytes + StoredBytes(b.lat - a.lat) + StoredBytes(b.lon - a.lon),
-                path.doubleArea + std::abs(between), stop};
+                path.bytes + StoredBytes(to.at.lat - from.at.lat) +
+                        StoredBytes(to.at.lon - from.at.lon),
+                path.doubleArea + std::abs(between), index};
     }
 
-    bool IsAllowed(size_t from, size_t to) const {
-        for (size_t i = from + 1; i < to; ++i) {
-            if (mGrid.SquaredMetresToSegment(mLine[i], mLine[from], mLine[to], mLonMetres[i]) >
-                mTolerance * mTolerance) {
-                return false;
-            }
-        }
-        return mIsClear(from, to);
-    }
-
-    const std::vector<GridPoint>& mLine;
+    const LineToSimplify& mLine;
     const Grid& mGrid;
-    double mTolerance;
-    const std::function<bool(size_t, size_t)>& mIsClear;
+    const EdgeTest& mIsAllowed;
     std::vector<double> mLonMetres;     // Metres that a unit of longitude spans at each point.
     std::vector<int64_t> mDoubleAreas;  // Twice the area swept from the first point to each.
-    std::vector<Path> mPaths;           // To the current stop, not yet rejected.
+    std::vector<size_t> mReachable;     // For the current vertex: where its edge may begin,
+    std::vector<Path> mPaths;           // and the cheapest paths with such an edge.
 };
 
 }  // namespace
 
-std::vector<size_t> MinimumVertices(const std::vector<GridPoint>& line, const Grid& grid,
-                                    double tolerance,
-                                    const std::function<bool(size_t from, size_t to)>& isClear) {
-    PathSearch search(line, grid, tolerance, isClear);
-    std::vector<size_t> stops(line.size());
-    std::iota(stops.begin(), stops.end(), size_t{0});
+std::vector<LineVertex> MinimumVertices(const LineToSimplify& line, const Grid& grid,
+                                        const EdgeTest& isAllowed) {
+    PathSearch search(line, grid, isAllowed);
+    std::vector<LineVertex> vertices;
+    for (size_t i = 0; i < line.points.size(); ++i) {
+        for (size_t k = line.firstPlace[i]; k < line.firstPlace[i + 1]; ++k)
+            vertices.push_back({i, line.places[k]});
+    }
     for (;;) {
-        std::vector<size_t> kept = search.CheapestPath(stops);
-        if (kept.size() == stops.size()) return kept;
-        stops = std::move(kept);
+        std::vector<LineVertex> kept = search.CheapestPath(vertices);
+        if (kept.size() == vertices.size()) return kept;
+        vertices = std::move(kept);
     }
 }
 

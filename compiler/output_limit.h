@@ -10,7 +10,7 @@
 
 namespace offlinetz {
 
-// Ten times the world at the default tolerance, and more than the world takes at any tolerance.
+// Thirteen times the world at the default error, and more than the world takes at any error.
 constexpr uint64_t kDefaultMaxOutputBytes = uint64_t{64} << 20;
 
 // The database would become larger than the limit. Overlaps cause that: each zone that covers a

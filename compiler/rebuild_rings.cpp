@@ -85,7 +85,8 @@ std::vector<uint32_t> ZonesAlong(const std::vector<EdgeUse>& uses,
 
 // Bends the edges by snap rounding and returns the uses of their parts.
 std::vector<EdgeUse> NodeEdges(const std::vector<EdgeUse>& uses, size_t maxPoints,
-                               const ProgressCallback& progress, size_t* pointsAdded) {
+                               const ProgressCallback& progress, Originals* originals,
+                               size_t* pointsAdded) {
     std::vector<size_t> firstUses;
     const std::vector<Edge> edges = EdgesOf(uses, &firstUses);
     std::vector<SnapPoint> snapPoints;
@@ -95,6 +96,14 @@ std::vector<EdgeUse> NodeEdges(const std::vector<EdgeUse>& uses, size_t maxPoint
         throw OutputLimitError(error.at, ZonesAlong(uses, firstUses, error.edges));
     }
     *pointsAdded = snapPoints.size();
+    if (originals != nullptr) {
+        originals->Sort();
+        for (const SnapPoint& snapPoint : snapPoints) {
+            const Edge& edge = edges[snapPoint.edge];
+            originals->AddBetween(edge.a, edge.b, snapPoint.at);
+        }
+        originals->Sort();
+    }
     std::vector<EdgeUse> noded;
     VisitParts(edges, snapPoints, [&](size_t edge, const GridPoint& from, const GridPoint& to) {
         for (size_t u = firstUses[edge]; u < firstUses[edge + 1]; ++u) {
@@ -331,11 +340,11 @@ ZoneRings KeepBorders(ZoneRings rings) {
 }  // namespace
 
 size_t RebuildRings(std::vector<ZoneRings>* zones, const ProgressCallback& progress,
-                    size_t maxPoints) {
+                    Originals* originals, size_t maxPoints) {
     size_t pointsAdded = 0;
     std::vector<EdgeUse> uses = UsesOf(*zones);
     Combine(&uses);
-    uses = NodeEdges(uses, maxPoints, progress, &pointsAdded);
+    uses = NodeEdges(uses, maxPoints, progress, originals, &pointsAdded);
 
     std::vector<std::vector<DirectedEdge>> edges(zones->size());
     for (const EdgeUse& use : uses) {
@@ -354,7 +363,7 @@ bool MeetInVerticesOnly(const std::vector<ZoneRings>& zones) {
     std::vector<EdgeUse> uses = UsesOf(zones);
     Combine(&uses);
     std::vector<size_t> firstUses;
-    return AreNoded(EdgesOf(uses, &firstUses));
+    return !CrossingsExceed(EdgesOf(uses, &firstUses), 0);
 }
 
 }  // namespace offlinetz

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "database/zone_rings.h"
+#include "originals.h"
 #include "progress_callback.h"
 
 namespace offlinetz {
@@ -21,10 +22,12 @@ namespace offlinetz {
 // still overlap, and no border moves further than half a unit in latitude and in longitude. The
 // given rings of one zone may overlap or share borders; they are united.
 //
+// `originals` may be null. It receives the points of the source beside which edges were bent.
+//
 // Returns the number of points added to edges. `progress` receives the number of the round. Throws
 // OutputLimitError if more than `maxPoints` points would be added; `*zones` is then unchanged.
 size_t RebuildRings(std::vector<ZoneRings>* zones, const ProgressCallback& progress,
-                    size_t maxPoints = SIZE_MAX);
+                    Originals* originals = nullptr, size_t maxPoints = SIZE_MAX);
 
 // Whether no two edges of the zones' rings cross, overlap in part, or touch elsewhere than in
 // vertices of both, as RebuildRings leaves them.

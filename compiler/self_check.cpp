@@ -9,6 +9,7 @@
 
 #include "database/answer.h"
 #include "database/random_points.h"
+#include "edge_error.h"
 
 namespace offlinetz {
 
@@ -20,6 +21,14 @@ constexpr size_t kChunkPoints = 32;
 // a border moved further.
 constexpr double kLeastNearMetres = 100.0;
 constexpr double kNearPerAllowed = 1.5;
+
+// Points beside each of the worst edges: their greatest number, the number of other points for each
+// of them, the part of the error within which they lie, and how far along the edge they are spread,
+// in units of latitude.
+constexpr size_t kMostProbes = 200;
+constexpr size_t kPointsPerProbe = 100;
+constexpr double kProbeBand = 0.3;
+constexpr double kProbeUnits = 16.0;
 
 GeometryPtr PointAt(double x, double y) {
     return GeometryPtr(GEOSGeom_createPointFromXY(x, y));
@@ -158,55 +167,101 @@ std::vector<std::string> ZonesAt(const ZDDatabase& database, float lat, float lo
     return std::move(answer.zones);
 }
 
-SelfCheckResult SelfCheck(const Source& source, const ZDDatabase& database, const Grid& grid,
-                          double tolerance, size_t points, uint64_t seed,
-                          const ProgressCallback& progress) {
-    const SourceLookup truth(source);
-    RandomPoints random(seed);
-    SelfCheckResult result;
-    result.points = points;
-    const double nearMetres =
-            std::max(kLeastNearMetres, kNearPerAllowed * (tolerance + grid.RoundingMetres(0)));
-    for (size_t i = 0; i < points; ++i) {
-        double lat;
-        double lon;
-        if (i % 2 == 0) {
-            const double numbers[4] = {random.Uniform(), random.Uniform(), random.Uniform(),
-                                       random.Uniform()};
-            truth.PointNearBorder(nearMetres, numbers, &lat, &lon);
-            ++result.nearBorder;
-        } else {
-            const Degrees point = random.OnSphere();
-            lat = point.lat;
-            lon = point.lon;
-        }
+namespace {
+
+// Compares answers at single points.
+class Comparison {
+  public:
+    Comparison(const SourceLookup& truth, const ZDDatabase& database, double allowedMetres,
+               SelfCheckResult* result)
+        : mTruth(truth), mDatabase(database), mAllowedMetres(allowedMetres), mResult(*result) {}
+
+    void At(double lat, double lon) {
         // The reader takes floats, so the source is asked about the same rounded point.
         const auto queryLat = static_cast<float>(lat);
         const auto queryLon = static_cast<float>(lon);
         lat = static_cast<double>(queryLat);
         lon = static_cast<double>(queryLon);
-
-        const std::vector<std::string> expected = truth.ZonesAt(lat, lon);
-        const std::vector<std::string> actual = ZonesAt(database, queryLat, queryLon);
-        progress("checking", i + 1, points);
-        if (expected == actual) continue;
-        ++result.differences;
+        const std::vector<std::string> expected = mTruth.ZonesAt(lat, lon);
+        const std::vector<std::string> actual = ZonesAt(mDatabase, queryLat, queryLon);
+        if (expected == actual) return;
+        ++mResult.differences;
         std::vector<std::string> disputed;
         std::set_symmetric_difference(expected.begin(), expected.end(), actual.begin(),
                                       actual.end(), std::back_inserter(disputed));
-        const GridPoint units = grid.FromDegrees(lat, lon);
-        const double allowed = tolerance + grid.RoundingMetres(units.lat);
         double metres = 0.0;
-        for (const std::string& tzid : disputed) {
-            metres = std::max(metres, truth.MetresToBorder(lat, lon, tzid, 10.0 * allowed));
+        for (const std::string& tzid : disputed)
+            metres = std::max(metres, mTruth.MetresToBorder(lat, lon, tzid, 10.0 * mAllowedMetres));
+        mResult.greatestMetres = std::max(mResult.greatestMetres, metres);
+        if (metres <= mAllowedMetres) return;
+        mResult.failures.push_back(fmt::format(
+                "{:.6f} {:.6f}: the source says [{}], the database says [{}], {:.1f} m from a "
+                "border",
+                lat, lon, fmt::join(expected, ", "), fmt::join(actual, ", "), metres));
+    }
+
+  private:
+    const SourceLookup& mTruth;
+    const ZDDatabase& mDatabase;
+    const double mAllowedMetres;
+    SelfCheckResult& mResult;
+};
+
+// Looks at points beside an edge, as far from the point of the source that decides its error as
+// that error, on the other side of the edge. There the reader is expected to be wrong, if its
+// rounding is as unfavourable as the certificate assumes.
+void ProbeEdge(const CertifiedEdge& edge, const Grid& grid, size_t probes, RandomPoints* random,
+               Comparison* compare) {
+    const double my = grid.LatitudeMetres();
+    const double mx = grid.LongitudeMetres(edge.original.vertex.lat);
+    const double dx = (static_cast<double>(edge.to.lon) - edge.from.lon) * mx;
+    const double dy = (static_cast<double>(edge.to.lat) - edge.from.lat) * my;
+    const double length = std::sqrt(dx * dx + dy * dy);
+    const double px = (edge.original.Lon() - edge.from.lon) * mx;
+    const double py = (edge.original.Lat() + LatitudeShift(edge.original) - edge.from.lat) * my;
+    const double side = dx * py - dy * px > 0.0 ? -1.0 : 1.0;
+    for (size_t i = 0; i < probes; ++i) {
+        const double across = side * edge.metres * (1.0 - kProbeBand * random->Uniform());
+        const double along = kProbeUnits * my * (2.0 * random->Uniform() - 1.0);
+        const double x = (along * dx - across * dy) / length;
+        const double y = (along * dy + across * dx) / length;
+        const double lat = grid.LatitudeDegrees(edge.original.Lat() + y / my);
+        const double lon = grid.LongitudeDegrees(edge.original.Lon() + x / std::max(mx, 1e-6));
+        if (std::abs(lat) <= 90.0 && std::abs(lon) <= 180.0) compare->At(lat, lon);
+    }
+}
+
+}  // namespace
+
+SelfCheckResult SelfCheck(const Source& source, const ZDDatabase& database, const Grid& grid,
+                          const Certificate& certificate, size_t points, uint64_t seed,
+                          const ProgressCallback& progress) {
+    const SourceLookup truth(source);
+    RandomPoints random(seed);
+    SelfCheckResult result;
+    result.points = points;
+    Comparison compare(truth, database, certificate.metres, &result);
+    const double nearMetres = std::max(kLeastNearMetres, kNearPerAllowed * certificate.metres);
+    for (size_t i = 0; i < points; ++i) {
+        if (i % 2 == 0) {
+            const double numbers[4] = {random.Uniform(), random.Uniform(), random.Uniform(),
+                                       random.Uniform()};
+            double lat;
+            double lon;
+            truth.PointNearBorder(nearMetres, numbers, &lat, &lon);
+            ++result.nearBorder;
+            compare.At(lat, lon);
+        } else {
+            const Degrees point = random.OnSphere();
+            compare.At(point.lat, point.lon);
         }
-        result.greatestMetres = std::max(result.greatestMetres, metres);
-        if (metres > allowed) {
-            result.failures.push_back(fmt::format(
-                    "{:.6f} {:.6f}: the source says [{}], the database says [{}], {:.1f} m from "
-                    "a border",
-                    lat, lon, fmt::join(expected, ", "), fmt::join(actual, ", "), metres));
-        }
+        progress("checking", i + 1, points);
+    }
+    const size_t probes = std::min(kMostProbes, 1 + points / kPointsPerProbe);
+    for (const CertifiedEdge& edge : certificate.worst) {
+        progress("probing", result.probes / probes, certificate.worst.size());
+        ProbeEdge(edge, grid, probes, &random, &compare);
+        result.probes += probes;
     }
     return result;
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "certify.h"
 #include "database/grid.h"
 #include "progress_callback.h"
 #include "source.h"
@@ -48,20 +49,22 @@ std::vector<std::string> ZonesAt(const ZDDatabase& database, float lat, float lo
 struct SelfCheckResult {
     size_t points = 0;
     size_t nearBorder = 0;              // Points chosen near a border.
+    size_t probes = 0;                  // Points chosen beside the worst edges; not in `points`.
     size_t differences = 0;             // Answers that differ from the source.
     double greatestMetres = 0.0;        // Greatest distance of a difference from a disputed border.
     std::vector<std::string> failures;  // One line for each difference further away than allowed.
 };
 
 // Looks up `points` points in the source and in the database and compares the answers. Half of the
-// points lie within 100 m of a border, or within one and a half times the allowed distance if that
-// is more. The others are spread evenly over the sphere. The same seed gives the same points.
+// points lie within 100 m of a border, or within one and a half times the certified error if that
+// is more. The others are spread evenly over the sphere. Further points lie beside each of the
+// worst edges that the certificate lists, where it expects the reader to be wrong. The same seed
+// gives the same points.
 //
-// The allowed distance is `tolerance` metres plus Grid::RoundingMetres. A zone is in dispute if
-// only one of both answers has it. A different answer is a failure if the border of a zone in
-// dispute is further away than allowed.
+// A zone is in dispute if only one of both answers has it. A different answer is a failure if the
+// border of a zone in dispute is further away than the certificate says.
 SelfCheckResult SelfCheck(const Source& source, const ZDDatabase& database, const Grid& grid,
-                          double tolerance, size_t points, uint64_t seed,
+                          const Certificate& certificate, size_t points, uint64_t seed,
                           const ProgressCallback& progress);
 
 }  // namespace offlinetz

@@ -1,12 +1,20 @@
 #include "simplify.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <future>
 #include <limits>
 #include <map>
+#include <numeric>
+#include <system_error>
+#include <thread>
+#include <tuple>
 #include <utility>
 
+#include "edge_error.h"
 #include "minimum_vertices.h"
+#include "snap_rounding.h"
 
 namespace offlinetz {
 
@@ -65,9 +73,14 @@ using Arc = std::vector<VertexId>;
 
 class Simplifier {
   public:
-    Simplifier(const std::vector<ZoneRings>& zones, const Grid& grid, double tolerance)
-        : mGrid(grid), mTolerance(tolerance), mVertices(zones) {
-        mKept.assign(mVertices.Count(), false);
+    Simplifier(const std::vector<ZoneRings>& zones, const Grid& grid, double metres,
+               const Originals* originals)
+        : mGrid(grid), mMetres(metres), mVertices(zones) {
+        for (const GridPoint& p : mVertices.Points()) {
+            mPlaces.push_back({p});
+            mLonMetres.push_back(grid.LongitudeMetres(p.lat));
+            if (originals != nullptr) mOriginalsOf.push_back(originals->At(p));
+        }
         mArcOf.assign(mVertices.Count(), kNone);
         mPositionInArc.assign(mVertices.Count(), 0);
         IndexCells();
@@ -75,12 +88,26 @@ class Simplifier {
     }
 
     void Run() {
-        for (size_t i = 0; i < mArcs.size(); ++i)
-            SimplifyArc(static_cast<uint32_t>(i));
+        std::vector<uint32_t> open(mArcs.size());
+        std::iota(open.begin(), open.end(), uint32_t{0});
+        while (!open.empty()) {
+            SimplifyArcs(std::move(open));
+            open = FixClashingVertices();
+        }
     }
 
-    bool IsKept(const GridPoint& p) const { return mKept[mVertices.IdOf(p)]; }
-    double GreatestDistance() const { return std::sqrt(mGreatestSquared); }
+    bool IsKept(const GridPoint& p) const { return mPlaces[mVertices.IdOf(p)].isKept; }
+    const GridPoint& PlaceOf(const GridPoint& p) const { return mPlaces[mVertices.IdOf(p)].at; }
+
+    std::vector<MovedVertex> MovedVertices() const {
+        std::vector<MovedVertex> moved;
+        for (VertexId id = 0; id < mVertices.Count(); ++id) {
+            if (mPlaces[id].isKept && mPlaces[id].at != mVertices.At(id))
+                moved.push_back({mPlaces[id].at, mVertices.At(id)});
+        }
+        std::sort(moved.begin(), moved.end());
+        return moved;
+    }
 
   private:
     struct CellVertex {
@@ -92,11 +119,25 @@ class Simplifier {
         }
     };
 
+    // Where a vertex of the arrangement stands in the simplified one.
+    struct Place {
+        GridPoint at;
+        bool isKept = false;
+        bool isFixed = false;  // It may only stand where it was.
+    };
+
+    // A part of an arc, and an edge that may replace it.
     struct Stretch {
         uint32_t arc;
         size_t from;
         size_t to;
+        GridPoint a;  // The edge's ends: where the vertices at `from` and `to` may stand.
+        GridPoint b;
     };
+
+    Stretch StretchOf(uint32_t arc, size_t from, size_t to) const {
+        return {arc, from, to, mVertices.At(mArcs[arc][from]), mVertices.At(mArcs[arc][to])};
+    }
 
     const GridPoint& PointAt(const Stretch& stretch, size_t position) const {
         return mVertices.At(mArcs[stretch.arc][position]);
@@ -161,14 +202,38 @@ class Simplifier {
             mArcOf[arc[i]] = index;
             mPositionInArc[arc[i]] = static_cast<uint32_t>(i);
         }
+        mPlaces[arc.front()].isKept = true;
+        mPlaces[arc.back()].isKept = true;
         mArcs.push_back(std::move(arc));
+    }
+
+    // Simplifies arcs on all processors. An arc is read and written by one thread only; nodes,
+    // which arcs share, are not written.
+    void SimplifyArcs(std::vector<uint32_t> arcs) {
+        // Long arcs first, so that no thread is left with one at the end.
+        std::stable_sort(arcs.begin(), arcs.end(), [this](uint32_t x, uint32_t y) {
+            return mArcs[x].size() > mArcs[y].size();
+        });
+        std::atomic<size_t> next = 0;
+        const auto work = [&] {
+            for (size_t i; (i = next++) < arcs.size();)
+                SimplifyArc(arcs[i]);
+        };
+        std::vector<std::future<void>> others;
+        try {
+            for (unsigned i = 1; i < std::thread::hardware_concurrency(); ++i)
+                others.push_back(std::async(std::launch::async, work));
+        } catch (const std::system_error&) {
+            // No further thread can start. Those that run do all the work.
+        }
+        work();
+        for (std::future<void>& other : others)
+            other.get();
     }
 
     void SimplifyArc(uint32_t index) {
         const Arc& arc = mArcs[index];
         const size_t last = arc.size() - 1;
-        mKept[arc.front()] = true;
-        mKept[arc.back()] = true;
         std::vector<size_t> anchors = {0, last};
         for (size_t i = 1; i < last; ++i) {
             const GridPoint& p = mVertices.At(arc[i]);
@@ -186,10 +251,10 @@ class Simplifier {
         while (anchors.size() < needed && anchors.size() <= last) {
             AddFarthest(index, &anchors);
         }
-        for (size_t i = 0; i + 1 < anchors.size(); ++i) {
-            mKept[arc[anchors[i]]] = true;
-            SimplifyStretch({index, anchors[i], anchors[i + 1]});
-        }
+        for (size_t i = 1; i < last; ++i)
+            mPlaces[arc[i]].isKept = false;
+        for (size_t i = 0; i + 1 < anchors.size(); ++i)
+            SimplifyStretch(index, anchors[i], anchors[i + 1]);
     }
 
     static void SortUnique(std::vector<size_t>* anchors) {
@@ -219,7 +284,7 @@ class Simplifier {
         size_t best = 0;
         double bestSquared = -1.0;
         for (size_t i = 0; i + 1 < anchors->size(); ++i) {
-            const Stretch stretch = {index, (*anchors)[i], (*anchors)[i + 1]};
+            const Stretch stretch = StretchOf(index, (*anchors)[i], (*anchors)[i + 1]);
             if (stretch.to - stretch.from < 2) continue;
             double squared;
             const size_t farthest = FarthestPoint(stretch, &squared);
@@ -234,8 +299,8 @@ class Simplifier {
 
     // The inner point of a stretch that lies farthest from its straight edge.
     size_t FarthestPoint(const Stretch& stretch, double* squared) const {
-        const GridPoint& a = PointAt(stretch, stretch.from);
-        const GridPoint& b = PointAt(stretch, stretch.to);
+        const GridPoint& a = stretch.a;
+        const GridPoint& b = stretch.b;
         size_t farthest = stretch.from + 1;
         *squared = -1.0;
         for (size_t i = stretch.from + 1; i < stretch.to; ++i) {
@@ -248,39 +313,151 @@ class Simplifier {
         return farthest;
     }
 
-    void SimplifyStretch(const Stretch& whole) {
-        std::vector<GridPoint> line;
-        line.reserve(whole.to - whole.from + 1);
-        for (size_t i = whole.from; i <= whole.to; ++i)
-            line.push_back(PointAt(whole, i));
-        const std::vector<size_t> kept =
-                MinimumVertices(line, mGrid, mTolerance, [&](size_t from, size_t to) {
-                    return IsClear({whole.arc, whole.from + from, whole.from + to});
+    void SimplifyStretch(uint32_t arc, size_t from, size_t to) {
+        const std::vector<LineVertex> kept = MinimumVertices(
+                LineOf(arc, from, to), mGrid, [&](const LineVertex& a, const LineVertex& b) {
+                    const Stretch stretch = {arc, from + a.position, from + b.position, a.at, b.at};
+                    return IsNear(stretch) && IsClear(stretch);
                 });
-        for (size_t i = 0; i + 1 < kept.size(); ++i) {
-            const Stretch stretch = {whole.arc, whole.from + kept[i], whole.from + kept[i + 1]};
-            mKept[mArcs[whole.arc][stretch.to]] = true;
-            if (stretch.to - stretch.from < 2) continue;
+        for (const LineVertex& vertex : kept) {
+            const size_t position = from + vertex.position;
+            if (position == 0 || position + 1 == mArcs[arc].size()) continue;  // Nodes stay.
+            Place& place = mPlaces[mArcs[arc][position]];
+            place.at = vertex.at;
+            place.isKept = true;
+        }
+    }
+
+    LineToSimplify LineOf(uint32_t arc, size_t from, size_t to) const {
+        LineToSimplify line;
+        line.metres = mMetres;
+        for (size_t i = from; i <= to; ++i) {
+            const VertexId vertex = mArcs[arc][i];
+            line.points.push_back(mVertices.At(vertex));
+            line.firstPlace.push_back(line.places.size());
+            line.firstPassing.push_back(line.passing.size());
+            line.places.push_back(line.points.back());
+            if (i > from && i < to) {
+                AddPlaces(vertex, &line.places);
+                AddPassing(vertex, &line.passing);
+            }
+        }
+        line.firstPlace.push_back(line.places.size());
+        line.firstPassing.push_back(line.passing.size());
+        return line;
+    }
+
+    // Adds the grid points beside a vertex where it may stand instead.
+    void AddPlaces(VertexId vertex, std::vector<GridPoint>* places) const {
+        if (mOriginalsOf.empty() || mPlaces[vertex].isFixed) return;
+        const GridPoint& p = mVertices.At(vertex);
+        for (const int32_t lat : {-1, 0, 1}) {
+            for (const int32_t lon : {-1, 0, 1}) {
+                const GridPoint place = {p.lat + lat, p.lon + lon};
+                if (place != p && std::abs(place.lat) < mGrid.Scale() &&
+                    std::abs(place.lon) < mGrid.Scale())
+                    places->push_back(place);
+            }
+        }
+    }
+
+    // Adds the positions that IsNear measures for an edge that replaces a vertex.
+    void AddPassing(VertexId vertex, std::vector<LineToSimplify::Offset>* passing) const {
+        if (mOriginalsOf.empty()) {
+            passing->push_back({0.0, 0.0});
+            return;
+        }
+        for (const Original& o : mOriginalsOf[vertex]) {
+            const double lat = static_cast<double>(o.lat) + LatitudeShift(o);
+            const auto lon = static_cast<double>(o.lon);
+            for (const double y : {-EdgeError::kLeastReachLat, EdgeError::kLeastReachLat}) {
+                for (const double x : {-EdgeError::kLeastReachLon, EdgeError::kLeastReachLon})
+                    passing->push_back({lat + y, lon + x});
+            }
+        }
+    }
+
+    // Whether the edge of a stretch is near enough to it.
+    bool IsNear(const Stretch& stretch) const {
+        if (mOriginalsOf.empty()) {
             double squared;
             FarthestPoint(stretch, &squared);
-            mGreatestSquared = std::max(mGreatestSquared, squared);
+            return squared <= mMetres * mMetres;
         }
+        const EdgeError error(mGrid, stretch.a, stretch.b);
+        for (size_t i = stretch.from; i <= stretch.to; ++i) {
+            const VertexId vertex = mArcs[stretch.arc][i];
+            const double lonMetres = mLonMetres[vertex];
+            for (const Original& o : mOriginalsOf[vertex]) {
+                if (error.At(o, lonMetres) > mMetres) return false;
+                if (i == stretch.from && error.BeyondEnd(o, stretch.a, lonMetres) > mMetres)
+                    return false;
+                if (i == stretch.to && error.BeyondEnd(o, stretch.b, lonMetres) > mMetres)
+                    return false;
+            }
+        }
+        return true;
+    }
+
+    // Finds edges of simplified arcs that cross, and vertices that stand in one place. Fixes the
+    // vertices of the stretches there, one of which was not fixed before. Returns the arcs of these
+    // stretches, which are to be simplified again. Edges between vertices that stand where they
+    // were do not cross, so this ends.
+    std::vector<uint32_t> FixClashingVertices() {
+        std::vector<uint32_t> arcs;
+        if (mOriginalsOf.empty()) return arcs;
+        std::vector<Edge> edges;
+        std::vector<Stretch> stretches;
+        // Where vertices stand, and the stretch that ends there.
+        std::vector<std::tuple<GridPoint, VertexId, size_t>> standing;
+        for (uint32_t arc = 0; arc < mArcs.size(); ++arc) {
+            size_t from = 0;
+            for (size_t i = 1; i < mArcs[arc].size(); ++i) {
+                const Place& place = mPlaces[mArcs[arc][i]];
+                if (!place.isKept) continue;
+                standing.emplace_back(place.at, mArcs[arc][i], edges.size());
+                edges.push_back({mPlaces[mArcs[arc][from]].at, place.at});
+                stretches.push_back({arc, from, i, edges.back().a, edges.back().b});
+                from = i;
+            }
+        }
+        const auto fix = [&](const Stretch& stretch) {
+            for (size_t i = stretch.from; i <= stretch.to; ++i)
+                mPlaces[mArcs[stretch.arc][i]].isFixed = true;
+            arcs.push_back(stretch.arc);
+        };
+        VisitClashes(edges, [&](uint32_t s, uint32_t t) {
+            fix(stretches[s]);
+            fix(stretches[t]);
+            return true;
+        });
+        std::sort(standing.begin(), standing.end());
+        for (size_t i = 1; i < standing.size(); ++i) {
+            const auto& [at, vertex, stretch] = standing[i];
+            const auto& [otherAt, otherVertex, otherStretch] = standing[i - 1];
+            if (at != otherAt || vertex == otherVertex) continue;
+            fix(stretches[stretch]);
+            fix(stretches[otherStretch]);
+        }
+        std::sort(arcs.begin(), arcs.end());
+        arcs.erase(std::unique(arcs.begin(), arcs.end()), arcs.end());
+        return arcs;
     }
 
     // Whether no vertex of any border lies on the straight edge of a stretch or between the two.
     bool IsClear(const Stretch& stretch) const {
-        const GridPoint& a = PointAt(stretch, stretch.from);
-        const GridPoint& b = PointAt(stretch, stretch.to);
-        GridBox box = {a, a};
-        for (size_t i = stretch.from + 1; i <= stretch.to; ++i) {
+        const GridPoint& a = stretch.a;
+        const GridPoint& b = stretch.b;
+        GridBox box = BoxOf({a, b});
+        for (size_t i = stretch.from; i <= stretch.to; ++i) {
             const GridPoint& p = PointAt(stretch, i);
             box.min = {std::min(box.min.lat, p.lat), std::min(box.min.lon, p.lon)};
             box.max = {std::max(box.max.lat, p.lat), std::max(box.max.lon, p.lon)};
         }
-        // A point between edge and stretch lies within the tolerance of the edge. So only cells
+        // A point between edge and stretch lies within that many metres of the edge. So only cells
         // along the edge are searched, row by row, with some room for the change of scale with
         // latitude.
-        const double reach = 1.1 * mTolerance;
+        const double reach = 1.1 * mMetres;
         const double reachLat = reach / mGrid.LatitudeMetres() + 1.0;
         for (int32_t row = box.min.lat >> kCellShift; row <= box.max.lat >> kCellShift; ++row) {
             const double south = row * double{1 << kCellShift} - reachLat;
@@ -331,8 +508,8 @@ class Simplifier {
             mPositionInArc[vertex] <= stretch.to) {
             return false;
         }
-        const GridPoint& a = PointAt(stretch, stretch.from);
-        const GridPoint& b = PointAt(stretch, stretch.to);
+        const GridPoint& a = stretch.a;
+        const GridPoint& b = stretch.b;
         if (Cross(a, b, p) == 0 && GridBox{{std::min(a.lat, b.lat), std::min(a.lon, b.lon)},
                                            {std::max(a.lat, b.lat), std::max(a.lon, b.lon)}}
                                            .Contains(p)) {
@@ -341,18 +518,20 @@ class Simplifier {
         // p is between edge and stretch if a ray to the east crosses them an odd number of times.
         bool inside = false;
         const GridPoint* q = &b;
-        for (size_t i = stretch.from; i <= stretch.to; ++i) {
-            const GridPoint& r = PointAt(stretch, i);
-            if ((q->lat > p.lat) != (r.lat > p.lat) && (Cross(*q, r, p) > 0) == (r.lat > q->lat)) {
+        const auto goTo = [&](const GridPoint& r) {
+            if ((q->lat > p.lat) != (r.lat > p.lat) && (Cross(*q, r, p) > 0) == (r.lat > q->lat))
                 inside = !inside;
-            }
             q = &r;
-        }
+        };
+        goTo(a);
+        for (size_t i = stretch.from; i <= stretch.to; ++i)
+            goTo(PointAt(stretch, i));
+        goTo(b);
         return inside;
     }
 
     const Grid& mGrid;
-    double mTolerance;
+    double mMetres;
     VertexTable mVertices;
     std::vector<CellVertex> mCells;  // All vertices, sorted by cell.
     std::vector<Arc> mArcs;
@@ -360,24 +539,28 @@ class Simplifier {
     std::vector<uint32_t> mPositionInArc;
     std::map<std::pair<VertexId, VertexId>, uint32_t> mSingleEdges;
     std::map<std::pair<VertexId, VertexId>, int> mArcsBetween;
-    std::vector<bool> mKept;
-    double mGreatestSquared = 0.0;
+    std::vector<Place> mPlaces;
+    std::vector<double> mLonMetres;              // Of a unit of longitude at each vertex.
+    std::vector<Originals::Range> mOriginalsOf;  // Empty without originals.
 };
 
 }  // namespace
 
-double Simplify(std::vector<ZoneRings>* zones, const Grid& grid, double tolerance) {
-    Simplifier simplifier(*zones, grid, tolerance);
+std::vector<MovedVertex> Simplify(std::vector<ZoneRings>* zones, const Grid& grid, double metres,
+                                  const Originals* originals) {
+    Simplifier simplifier(*zones, grid, metres, originals);
     simplifier.Run();
     for (ZoneRings& rings : *zones) {
         for (GridRing& ring : rings) {
             ring.erase(std::remove_if(ring.begin(), ring.end(),
                                       [&](const GridPoint& p) { return !simplifier.IsKept(p); }),
                        ring.end());
+            for (GridPoint& p : ring)
+                p = simplifier.PlaceOf(p);
             ring.shrink_to_fit();
         }
     }
-    return simplifier.GreatestDistance();
+    return simplifier.MovedVertices();
 }
 
 }  // namespace offlinetz

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
+#include <limits>
 
+#include "edge_error.h"
 #include "rebuild_rings.h"
 
 namespace offlinetz {
@@ -70,32 +73,140 @@ GridRing ExtendPastEdge(const GridRing& ring, int32_t GridPoint::*coordinate, in
     return extended;
 }
 
+RingExtent ExtentOf(const std::vector<double>& xy) {
+    RingExtent extent = {xy[0], xy[1], xy[0], xy[1]};
+    for (size_t i = 0; i < xy.size(); i += 2) {
+        extent = {std::min(extent[0], xy[i]), std::min(extent[1], xy[i + 1]),
+                  std::max(extent[2], xy[i]), std::max(extent[3], xy[i + 1])};
+    }
+    return extent;
+}
+
+bool IsIslet(const GridBox& box) {
+    return box.max.lat - box.min.lat <= kIsletUnits && box.max.lon - box.min.lon <= kIsletUnits;
+}
+
+// A box that stands for an islet.
+struct IsletBox {
+    GridBox box;
+    double lat;  // The point of the islet's ring that counts as original of the corners, in units.
+    double lon;
+    double error;  // Because of that point, in metres; see BoxError.
+};
+
+// Takes the point of the ring `xy` that is nearest to the middle of what the reader finds in the
+// box.
+IsletBox WithMiddlePoint(const GridBox& box, const std::vector<double>& xy, const Grid& grid) {
+    // Where truncation has put the points that the reader finds.
+    const auto middle = [](int32_t min, int32_t max) {
+        return 0.5 * (static_cast<double>(min) + max + (max > 0 ? 1.0 : -1.0));
+    };
+    const double lat = middle(box.min.lat, box.max.lat);
+    const double lon = middle(box.min.lon, box.max.lon);
+    IsletBox islet = {box, 0.0, 0.0, 0.0};
+    double least = std::numeric_limits<double>::infinity();
+    for (size_t i = 0; i < xy.size(); i += 2) {
+        const size_t next = NextIndex(i / 2, xy.size() / 2) * 2;
+        const double y = grid.LatitudeUnits(xy[i + 1]) - lat;
+        const double x = 2.0 * (grid.LongitudeUnits(xy[i]) - lon);
+        const double dy = grid.LatitudeUnits(xy[next + 1]) - lat - y;
+        const double dx = 2.0 * (grid.LongitudeUnits(xy[next]) - lon) - x;
+        const double length2 = std::max(dy * dy + dx * dx, 1e-12);  // Points may be repeated.
+        const double t = std::clamp(-(y * dy + x * dx) / length2, 0.0, 1.0);
+        const double awayLat = y + t * dy;
+        const double awayLon = x + t * dx;
+        const double squared = awayLat * awayLat + awayLon * awayLon;
+        if (squared >= least) continue;
+        least = squared;
+        islet.lat = lat + awayLat;
+        islet.lon = lon + 0.5 * awayLon;
+    }
+    islet.error = BoxError(grid, box, islet.lat, islet.lon);
+    return islet;
+}
+
+// The box that stands for an islet with the ring `xy`. The reader finds it from every unit in which
+// the islet has a point, if the greatest error permits that; otherwise from fewer units, one at
+// least.
+IsletBox BoxOfIslet(const std::vector<double>& xy, const Grid& grid, double maxErrorMetres) {
+    GridRing units;
+    for (size_t i = 0; i < xy.size(); i += 2)
+        units.push_back(grid.UnitAt(xy[i + 1], xy[i]));
+    GridBox box = BoxOf(units);
+    // A point on the western or southern side of a ring is outside, but for the world's edge, past
+    // which rings are extended.
+    for (const auto axis : {&GridPoint::lat, &GridPoint::lon}) {
+        box.min.*axis = std::max(box.min.*axis - 1, -grid.Scale());
+        box.max.*axis = std::max(box.max.*axis, box.min.*axis + 1);
+    }
+    IsletBox islet = WithMiddlePoint(box, xy, grid);
+    while (islet.error > maxErrorMetres) {
+        std::vector<IsletBox> cuts;
+        for (const auto axis : {&GridPoint::lat, &GridPoint::lon}) {
+            GridBox low = islet.box;
+            GridBox high = islet.box;
+            if ((low.min.*axis += 1) == low.max.*axis) continue;
+            high.max.*axis -= 1;
+            cuts.push_back(WithMiddlePoint(low, xy, grid));
+            cuts.push_back(WithMiddlePoint(high, xy, grid));
+        }
+        if (cuts.empty()) break;
+        islet = *std::min_element(
+                cuts.begin(), cuts.end(),
+                [](const IsletBox& x, const IsletBox& y) { return x.error < y.error; });
+    }
+    return islet;
+}
+
 }  // namespace
 
-std::vector<GridRing> SnapToGrid(const GEOSGeometry* area, const Grid& grid, SnapCounts* counts) {
+FilledHoles TinyFilledHoles(const std::vector<const GEOSGeometry*>& areas, const Grid& grid) {
+    std::set<RingExtent> exteriors;
+    std::set<RingExtent> holes;
+    for (const GEOSGeometry* area : areas) {
+        VisitRings(area, [&](const std::vector<double>& xy, bool isHole, bool) {
+            const RingExtent extent = ExtentOf(xy);
+            const GridBox box = {grid.VertexAt(extent[1], extent[0]),
+                                 grid.VertexAt(extent[3], extent[2])};
+            if (IsIslet(box)) (isHole ? holes : exteriors).insert(extent);
+        });
+    }
+    FilledHoles filled;
+    std::set_intersection(exteriors.begin(), exteriors.end(), holes.begin(), holes.end(),
+                          std::inserter(filled, filled.end()));
+    return filled;
+}
+
+std::vector<GridRing> SnapToGrid(const GEOSGeometry* area, const Grid& grid,
+                                 const FilledHoles& filledHoles, double maxErrorMetres,
+                                 SnapCounts* counts, Originals* originals) {
     std::vector<GridRing> rings;
     VisitRings(area, [&](const std::vector<double>& xy, bool isHole, bool isClockwise) {
         GridRing ring;
         ring.reserve(xy.size() / 2);
         for (size_t i = 0; i < xy.size(); i += 2) {
-            ring.push_back(grid.FromDegrees(xy[i + 1], xy[i]));
+            ring.push_back(grid.VertexAt(xy[i + 1], xy[i]));
         }
         // The area lies on the right of a stored ring's direction.
         if (isHole == isClockwise) std::reverse(ring.begin(), ring.end());
         RemoveRepeats(&ring);
-        GridBox box = BoxOf(ring);
-        const bool isSmall = box.max.lat - box.min.lat <= kIsletUnits &&
-                             box.max.lon - box.min.lon <= kIsletUnits;
+        const bool isSmall = IsIslet(BoxOf(ring));
         if (IsFlat(ring, isSmall)) {
-            if (!isSmall) {
+            if (!isSmall || filledHoles.count(ExtentOf(xy)) > 0) {
                 ++counts->dropped;
                 return;
             }
-            if (box.max.lat == box.min.lat) ++box.max.lat;
-            if (box.max.lon == box.min.lon) ++box.max.lon;
-            ring = ClockwiseBox(box);
+            const IsletBox islet = BoxOfIslet(xy, grid, maxErrorMetres);
+            ring = ClockwiseBox(islet.box);
+            for (const GridPoint& corner : ring)
+                originals->Add(corner, islet.lat, islet.lon);
             if (isHole) std::reverse(ring.begin(), ring.end());
             ++counts->boxed;
+        } else {
+            for (size_t i = 0; i < xy.size(); i += 2) {
+                originals->Add(grid.VertexAt(xy[i + 1], xy[i]), grid.LatitudeUnits(xy[i + 1]),
+                               grid.LongitudeUnits(xy[i]));
+            }
         }
         ring = ExtendPastEdge(ring, &GridPoint::lon, grid.Scale());
         ring = ExtendPastEdge(ring, &GridPoint::lat, grid.Scale());

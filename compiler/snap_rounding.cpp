@@ -274,20 +274,19 @@ std::vector<SnapPoint> SnapRound(const std::vector<Edge>& edges, size_t maxSnapP
     }
 }
 
-bool AreNoded(const std::vector<Edge>& edges) {
-    return !CrossingsExceed(edges, 0);
-}
-
-bool CrossingsExceed(const std::vector<Edge>& edges, size_t count) {
+void VisitClashes(const std::vector<Edge>& edges,
+                  const std::function<bool(uint32_t, uint32_t)>& visit) {
     std::vector<Part> parts;
     parts.reserve(edges.size());
     for (const Edge& edge : edges)
-        parts.push_back({edge.a, edge.b, 0, true});
+        parts.push_back({edge.a, edge.b, static_cast<uint32_t>(parts.size()), true});
+    VisitPairs(parts,
+               [&](const Part& s, const Part& t) { return !Clash(s, t) || visit(s.edge, t.edge); });
+}
+
+bool CrossingsExceed(const std::vector<Edge>& edges, size_t count) {
     size_t clashes = 0;
-    VisitPairs(parts, [&](const Part& s, const Part& t) {
-        if (Clash(s, t)) ++clashes;
-        return clashes <= count;
-    });
+    VisitClashes(edges, [&](uint32_t, uint32_t) { return ++clashes <= count; });
     return clashes > count;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "database/grid.h"
@@ -36,11 +37,14 @@ struct TooManySnapPoints {
     GridPoint at;       // An end of a part of the first one, near where they met.
 };
 
-// Whether edges meet only in ends of both: none cross, overlap, or touch elsewhere.
-bool AreNoded(const std::vector<Edge>& edges);
+// Calls `visit` with the indexes of each two edges that meet elsewhere than in ends of both: that
+// cross, overlap, or touch. Stops when it returns false. May visit a pair more than once, such as
+// two long edges close to each other.
+void VisitClashes(const std::vector<Edge>& edges,
+                  const std::function<bool(uint32_t, uint32_t)>& visit);
 
-// Whether more than `count` pairs of edges meet elsewhere than in ends of both. Stops as soon as
-// that is known. May count a pair more than once, such as two long edges close to each other.
+// Whether more than `count` pairs of edges meet elsewhere than in ends of both; pairs are counted
+// as VisitClashes visits them. Stops as soon as that is known.
 bool CrossingsExceed(const std::vector<Edge>& edges, size_t count);
 
 // Calls `visit(edge, from, to)` for each part of each edge, in order. `edge` is the index;

@@ -85,12 +85,6 @@ double Grid::LongitudeMetres(int32_t lat) const {
     return kMetresPerDegree * 180.0 / mScale * CosineOfDegrees(degrees);
 }
 
-double Grid::RoundingMetres(int32_t lat) const {
-    const double y = 2.0 * LatitudeMetres();
-    const double x = 2.0 * LongitudeMetres(lat);
-    return std::sqrt(y * y + x * x);
-}
-
 double Grid::SquaredMetresToSegment(const GridPoint& p, const GridPoint& a,
                                     const GridPoint& b) const {
     return SquaredMetresToSegment(p, a, b, LongitudeMetres(p.lat));

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -86,25 +87,31 @@ class Grid {
     // Units in 90 degrees of latitude, and in 180 degrees of longitude.
     int32_t Scale() const { return mScale; }
 
-    // Truncates toward zero, as the reader truncates a query. An edge and the points beside it then
-    // move the same way, so truncation adds no bias between them.
-    GridPoint FromDegrees(double lat, double lon) const {
-        return {static_cast<int32_t>(lat / 90.0 * mScale),
-                static_cast<int32_t>(lon / 180.0 * mScale)};
+    // A position in units, and in degrees.
+    double LatitudeUnits(double degrees) const { return degrees / 90.0 * mScale; }
+    double LongitudeUnits(double degrees) const { return degrees / 180.0 * mScale; }
+    double LatitudeDegrees(double units) const { return units * 90.0 / mScale; }
+    double LongitudeDegrees(double units) const { return units * 180.0 / mScale; }
+
+    // The unit in which the reader looks for a position: it truncates toward zero.
+    GridPoint UnitAt(double lat, double lon) const {
+        return {static_cast<int32_t>(LatitudeUnits(lat)),
+                static_cast<int32_t>(LongitudeUnits(lon))};
+    }
+
+    // The vertex that stands for a position. Its latitude is truncated toward zero, as the reader
+    // truncates the latitude of a query: both move the same way, so truncation adds no bias. Its
+    // longitude is rounded to the nearest unit: the reader truncates the longitudes of a query and
+    // of the crossing with which it compares it, so those two already move the same way.
+    GridPoint VertexAt(double lat, double lon) const {
+        return {static_cast<int32_t>(LatitudeUnits(lat)),
+                static_cast<int32_t>(std::lround(LongitudeUnits(lon)))};
     }
 
     // Metres in a unit of latitude.
     double LatitudeMetres() const { return kMetresPerDegree * 90.0 / mScale; }
     // Metres in a unit of longitude at the latitude `lat`, in units.
     double LongitudeMetres(int32_t lat) const;
-
-    // The greatest distance in metres from a border at which the reader may answer wrongly because
-    // of the grid, at the latitude `lat` in units: two units in both directions. Truncation moves a
-    // query and a vertex by up to one unit each. On one side of the equator and of the zero
-    // meridian both move the same way, so they shift by at most one unit against each other; across
-    // these lines they shift by up to two. The reader also truncates the longitude at which an edge
-    // passes a point, and treats that whole unit as border.
-    double RoundingMetres(int32_t lat) const;
 
     // The squared distance in metres from `p` to the segment a-b; exactly 0 if p lies on it.
     double SquaredMetresToSegment(const GridPoint& p, const GridPoint& a, const GridPoint& b) const;

@@ -72,13 +72,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     options.output = kOutput;
     const uint8_t switches = choices.Byte();
     if (switches % 4 == 1) options.precision = 8 + static_cast<int>(choices.Below(16));
-    if (switches % 8 >= 6) options.toleranceMetres = 100.0 * choices.Byte();
+    if (switches % 8 >= 6) options.maxErrorMetres = 100.0 * choices.Byte();
     options.maxTilePoints = switches % 16 < 8 ? 32 : switches % 32 < 24 ? 0 : 200;
     options.bareIdentifiers = switches >= 128;
     options.crossAntimeridian = true;
     options.skipBad = switches % 64 < 32;
     options.maxInputBytes = 1 << 20;
     options.selfCheckPoints = 64;
+    options.exceedMaxError = switches % 16 != 5;
     std::vector<Position> corners = {{0, 0}};
     const bool isText = choices.OneIn(4);
     const std::string text = isText ? "" : Describe(&choices, &corners);

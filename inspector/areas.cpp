@@ -27,8 +27,8 @@ GEOSGeometry* LineOf(const GridRing& ring, int32_t scale) {
     GEOSCoordSequence* sequence = GEOSCoordSeq_create(static_cast<unsigned>(points.size()), 2);
     for (size_t i = 0; i < points.size(); ++i) {
         GEOSCoordSeq_setXY(sequence, static_cast<unsigned>(i),
-                           DegreesOf(points[i].lon, scale, 180.0),
-                           DegreesOf(points[i].lat, scale, 90.0));
+                           VertexLongitude(points[i].lon, scale),
+                           VertexLatitude(points[i].lat, scale));
     }
     return GEOSGeom_createLineString(sequence);
 }
@@ -42,6 +42,14 @@ double DegreesOf(int32_t units, int32_t scale, double span) {
     return middle * span / scale;
 }
 
+double VertexLatitude(int32_t units, int32_t scale) {
+    return DegreesOf(units, scale, 90.0);
+}
+
+double VertexLongitude(int32_t units, int32_t scale) {
+    return std::clamp(units * 180.0 / scale, -180.0, 180.0);
+}
+
 std::array<double, 4> BoundsOf(const ZoneRings& rings, int32_t scale) {
     GridBox box = BoxOf(rings.front());
     for (const GridRing& ring : rings) {
@@ -49,8 +57,8 @@ std::array<double, 4> BoundsOf(const ZoneRings& rings, int32_t scale) {
         box = {{std::min(box.min.lat, other.min.lat), std::min(box.min.lon, other.min.lon)},
                {std::max(box.max.lat, other.max.lat), std::max(box.max.lon, other.max.lon)}};
     }
-    return {DegreesOf(box.min.lon, scale, 180.0), DegreesOf(box.min.lat, scale, 90.0),
-            DegreesOf(box.max.lon, scale, 180.0), DegreesOf(box.max.lat, scale, 90.0)};
+    return {VertexLongitude(box.min.lon, scale), VertexLatitude(box.min.lat, scale),
+            VertexLongitude(box.max.lon, scale), VertexLatitude(box.max.lat, scale)};
 }
 
 double SquareKilometres(const ZoneRings& rings, int32_t scale) {
@@ -58,8 +66,8 @@ double SquareKilometres(const ZoneRings& rings, int32_t scale) {
     for (const GridRing& ring : rings) {
         std::vector<double> xy;
         for (const GridPoint& p : ring) {
-            xy.push_back(DegreesOf(p.lon, scale, 180.0));
-            xy.push_back(DegreesOf(p.lat, scale, 90.0));
+            xy.push_back(VertexLongitude(p.lon, scale));
+            xy.push_back(VertexLatitude(p.lat, scale));
         }
         sum += ClockwiseSquareKilometres(xy);
     }

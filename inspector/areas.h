@@ -9,11 +9,16 @@
 
 namespace offlinetz {
 
-// The degrees of a coordinate. `span` is 90 for latitudes and 180 for longitudes; `scale` is the
-// number of units in it. Returns the middle of the interval that the grid truncates to `units`, so
-// truncation gives `units` again. Rings may reach beyond the world's edge: the result is clamped to
-// -span and span.
+// The degrees of a point of a unit. `span` is 90 for latitudes and 180 for longitudes; `scale` is
+// the number of units in it. Returns the middle of the interval that the grid truncates to `units`,
+// so truncation gives `units` again. Rings may reach beyond the world's edge: the result is clamped
+// to -span and span.
 double DegreesOf(int32_t units, int32_t scale, double span);
+
+// Where a vertex stands, in degrees, clamped to the world: its latitude is the middle of its unit,
+// its longitude is the multiple of the unit. Grid::VertexAt (grid.h) gives the vertex again.
+double VertexLatitude(int32_t units, int32_t scale);
+double VertexLongitude(int32_t units, int32_t scale);
 
 // The bounding box of all rings: west, south, east and north in degrees. `rings` must not be empty.
 std::array<double, 4> BoundsOf(const ZoneRings& rings, int32_t scale);

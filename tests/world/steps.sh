@@ -98,10 +98,10 @@ tiles() {
     offlinetz lookup --db "$1" <near |
       awk -F, -v OFS=, '{ split($3, z, " "); if (z[2] != "" && z[1] > z[2]) $3 = z[2] " " z[1]; print }'
   }
-  offlinetz compile some.geojson -o whole.bin --tolerance 0 --max-tile-points 0 >all
+  offlinetz compile some.geojson -o whole.bin --max-error 0 --max-tile-points 0 >all
   answers whole.bin >expected
   for points in 40 90 350; do
-    offlinetz compile some.geojson -o tiled.bin --tolerance 0 --max-tile-points $points >all
+    offlinetz compile some.geojson -o tiled.bin --max-error 0 --max-tile-points $points >all
     answers tiled.bin | cmp - expected
     within_radius --db tiled.bin <wide
   done
