@@ -144,7 +144,7 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
     command->add_option("--max-error", options->maxErrorMetres,
                         fmt::format("Metres from a source border within which answers may differ "
                                     "from the source (0 to 100000, default {}); more makes a "
-                                    "smaller file; 0 keeps every bend",
+                                    "smaller file; 0 keeps every point",
                                     options->maxErrorMetres))
             ->check(CLI::Range(0.0, 100000.0).description(""))
             ->check(CLI::Validator(

@@ -114,9 +114,9 @@ InputError DescribeExcess(const Certificate& certificate, double limit,
 std::vector<ZoneRings> RingsOnGrid(const CompileOptions& options, const Grid& grid,
                                    const CompileListener& listener, Source* source,
                                    CompileSummary* summary) {
-    const bool keepsBends = options.maxErrorMetres == 0.0;
+    const bool keepsAll = options.maxErrorMetres == 0.0;
     const double limit =
-            keepsBends ? std::numeric_limits<double>::infinity() : options.maxErrorMetres;
+            keepsAll ? std::numeric_limits<double>::infinity() : options.maxErrorMetres;
     std::vector<ZoneRings> zones;
     Originals originals;
     std::vector<const GEOSGeometry*> areas;
@@ -133,8 +133,8 @@ std::vector<ZoneRings> RingsOnGrid(const CompileOptions& options, const Grid& gr
     RemoveCollapsedZones(options.skipBad, listener, source, &zones);
     const std::vector<ZoneRings> noded = zones;
     listener.progress("simplifying", 0, 0);
-    const std::vector<MovedVertex> moved =
-            Simplify(&zones, grid, options.maxErrorMetres, keepsBends ? nullptr : &originals);
+    std::vector<MovedVertex> moved;
+    if (!keepsAll) moved = Simplify(&zones, grid, limit, &originals);
     listener.progress("certifying", 0, 0);
     summary->certificate = Certify(noded, zones, moved, originals, grid, limit, kProbedEdges);
     if (summary->certificate.exceeding > 0 && !options.exceedMaxError)

@@ -29,7 +29,7 @@ struct CompileOptions {
     int version = 1;                    // The database's version byte, 0 to 255.
     std::string notice;                 // Up to kMaxStringLength bytes; see FaultOfNotice.
     int precision = zonedetect::kNauticalPrecision;  // Of Grid.
-    // No answer may differ further from a source border, in metres. 0: keep every bend, whatever
+    // No answer may differ further from a source border, in metres. 0: keep every point, whatever
     // the error.
     double maxErrorMetres = kDefaultMaxErrorMetres;
     bool exceedMaxError = false;  // Write the database even if some edges exceed that.

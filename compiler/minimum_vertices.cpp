@@ -30,20 +30,33 @@ class Wedge {
   public:
     bool Contains(const Direction& x) const { return mIsWhole || IsBetween(mRight, x, mLeft); }
 
-    // Removes the directions that do not pass within `metres` of the point at `offset`; its units
-    // are `latMetres` and `lonMetres` long. Returns whether any direction is left.
-    bool Narrow(const Direction& offset, double latMetres, double lonMetres, double metres) {
+    // Removes directions that do not pass within `metres` of all points of the rectangle that
+    // reaches `reach` each way around the point at `offset`; their units are `latMetres` and
+    // `lonMetres` long. Returns whether any direction is left.
+    bool Narrow(const Direction& offset, const Direction& reach, double latMetres, double lonMetres,
+                double metres) {
+        // Seen from here, one corner of the rectangle is the leftmost, and the opposite one the
+        // rightmost. Directions may lead as far to the right as the tangent to the circle around
+        // the left corner, and the other way round.
         const double y = offset.lat * latMetres;
         const double x = offset.lon * lonMetres;
-        const double squared = x * x + y * y - metres * metres;
-        if (squared <= 0.0) return true;
-        // The tangents to the circle around that point. Metres become units by a division by each
-        // scale. Multiplied by both scales, the direction is the same without a division.
-        const double length = std::sqrt(squared);
-        const Direction right = {(y * length - x * metres) * lonMetres,
-                                 (x * length + y * metres) * latMetres};
-        const Direction left = {(y * length + x * metres) * lonMetres,
-                                (x * length - y * metres) * latMetres};
+        const double toLeftY = std::copysign(reach.lat * latMetres, x);
+        const double toRightX = std::copysign(reach.lon * lonMetres, y);
+        const double leftY = y + toLeftY;
+        const double leftX = x - toRightX;
+        const double rightY = y - toLeftY;
+        const double rightX = x + toRightX;
+        const double leftSquared = leftX * leftX + leftY * leftY - metres * metres;
+        const double rightSquared = rightX * rightX + rightY * rightY - metres * metres;
+        if (leftSquared <= 0.0 || rightSquared <= 0.0) return true;
+        // Metres become units by a division by each scale. Multiplied by both scales, the direction
+        // is the same without a division.
+        const double leftLength = std::sqrt(leftSquared);
+        const double rightLength = std::sqrt(rightSquared);
+        const Direction right = {(leftY * leftLength - leftX * metres) * lonMetres,
+                                 (leftX * leftLength + leftY * metres) * latMetres};
+        const Direction left = {(rightY * rightLength + rightX * metres) * lonMetres,
+                                (rightX * rightLength - rightY * metres) * latMetres};
         if (mIsWhole) {
             mIsWhole = false;
             mRight = right;
@@ -184,8 +197,8 @@ class PathSearch {
             for (size_t k = mLine.firstPassing[i]; k < mLine.firstPassing[i + 1]; ++k) {
                 const Direction passed = {offset.lat + mLine.passing[k].lat,
                                           offset.lon + mLine.passing[k].lon};
-                if (!wedge.Narrow(passed, mGrid.LatitudeMetres(), mLonMetres[i],
-                                  mLine.metres + kSlack)) {
+                if (!wedge.Narrow(passed, {mLine.reachLat, mLine.reachLon}, mGrid.LatitudeMetres(),
+                                  mLonMetres[i], mLine.metres + kSlack)) {
                     return;
                 }
             }

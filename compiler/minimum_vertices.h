@@ -30,6 +30,8 @@ struct LineToSimplify {
     std::vector<Offset> passing;
     std::vector<size_t> firstPassing;
     double metres = 0.0;
+    double reachLat = 0.0;  // In units.
+    double reachLon = 0.0;
 };
 
 // A vertex of the simplified line: where it stands, and for which point of the line.

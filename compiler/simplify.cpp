@@ -331,6 +331,10 @@ class Simplifier {
     LineToSimplify LineOf(uint32_t arc, size_t from, size_t to) const {
         LineToSimplify line;
         line.metres = mMetres;
+        if (!mOriginalsOf.empty()) {
+            line.reachLat = EdgeError::kLeastReachLat;
+            line.reachLon = EdgeError::kLeastReachLon;
+        }
         for (size_t i = from; i <= to; ++i) {
             const VertexId vertex = mArcs[arc][i];
             line.points.push_back(mVertices.At(vertex));
@@ -368,12 +372,8 @@ class Simplifier {
             return;
         }
         for (const Original& o : mOriginalsOf[vertex]) {
-            const double lat = static_cast<double>(o.lat) + LatitudeShift(o);
-            const auto lon = static_cast<double>(o.lon);
-            for (const double y : {-EdgeError::kLeastReachLat, EdgeError::kLeastReachLat}) {
-                for (const double x : {-EdgeError::kLeastReachLon, EdgeError::kLeastReachLon})
-                    passing->push_back({lat + y, lon + x});
-            }
+            passing->push_back(
+                    {static_cast<double>(o.lat) + LatitudeShift(o), static_cast<double>(o.lon)});
         }
     }
 

@@ -114,11 +114,12 @@ TEST(Stress, AHundredClientsComeAndGoWithEachLibrary) {
     ComeAndGo(&reports);
     const size_t descriptors = CountEntries("/proc/self/fd");
     const size_t threads = CountEntries("/proc/self/task");
-    for (int round = 0; round < 2; ++round)
+    alarm(120);  // A hang ends the test.
+    // On a busy machine most clients are gone before they are answered.
+    for (int round = 0; round < 2 || reports <= 10; ++round)
         ComeAndGo(&reports);
-    EXPECT_GT(reports, 10u);
     EXPECT_EQ(descriptors, CountEntries("/proc/self/fd"));
-    alarm(120);  // A thread that has ended may linger; one that leaks ends the test.
+    // A thread that has ended may linger.
     while (CountEntries("/proc/self/task") > threads)
         std::this_thread::yield();
     alarm(0);
