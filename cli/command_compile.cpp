@@ -56,6 +56,8 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
                   "points added where edges meet: {}; flat rings kept as boxes: {}, dropped: {}",
                   s.pointsAdded, s.snap.boxed, s.snap.dropped));
     std::fprintf(to, "%s\n", TextOf(s.certificate).c_str());
+    if (s.certificate.exceeding > 0)
+        print("exceeding", fmt::format("{} edges exceed --max-error", s.certificate.exceeding));
     print("bytes", fmt::format("{}: header {}, box table {}, metadata {}, polygons {}, digest {}",
                                s.fileSize, s.sizes.header, s.sizes.boxTable, s.sizes.metadata,
                                s.sizes.polygons, int{SHA1HashSize}));
@@ -201,8 +203,9 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
             "A feature is a Polygon or a MultiPolygon in degrees (WGS 84) with a property\n"
             "that names its zone. Features of one zone are joined.\n"
             "\n"
-            "Exit code: 0 the database is written; 1 the input is not valid or the self-check\n"
-            "failed, and nothing is written; 2 the command line is not valid.\n"
+            "Exit code: 0 the database is written; 1 the input is not valid, it cannot meet\n"
+            "--max-error, or the self-check failed, and nothing is written; 2 the command line\n"
+            "is not valid.\n"
             "\n"
             "Examples:\n"
             "  $ offlinetz compile zones.geojson -o new.bin --data-version 2\n"

@@ -67,10 +67,16 @@ class Certifier {
     void AddEdge(uint32_t zone, const GridPoint& from, const GridPoint& to, const GridRing& chain) {
         const EdgeError error(mGrid, from, to);
         CertifiedEdge edge = {-1.0, from, to, zone, {}};
+        const auto unitAt = [&](size_t i) { return mGrid.LongitudeMetres(chain[i].lat); };
         for (size_t i = 0; i < chain.size(); ++i) {
             const Originals::Range originals = mOriginals.At(chain[i]);
             if (originals.size() == 0) throw std::logic_error("a vertex has no source");
-            const double lonMetres = mGrid.LongitudeMetres(chain[i].lat);
+            double lonMetres = unitAt(i);
+            for (const size_t next : {i - 1, i + 1}) {
+                if (next >= chain.size()) continue;
+                lonMetres = std::max(lonMetres, WidestUnit(mGrid, chain[i], unitAt(i), chain[next],
+                                                           unitAt(next)));
+            }
             for (const Original& o : originals) {
                 double metres = error.At(o, lonMetres);
                 if (i == 0) metres = std::max(metres, error.BeyondEnd(o, from, lonMetres));
@@ -105,7 +111,7 @@ Certificate Certify(const std::vector<ZoneRings>& noded, const std::vector<ZoneR
     certificate.worst = std::move(certifier).Edges();
     if (certificate.worst.empty()) return certificate;
     const CertifiedEdge& worst = certificate.worst.front();
-    certificate.metres = worst.metres;
+    certificate.metres = std::max(worst.metres, originals.GreatestDiagonal(grid));
     certificate.lat = grid.LatitudeDegrees(worst.original.Lat());
     certificate.lon = grid.LongitudeDegrees(worst.original.Lon());
     for (const CertifiedEdge& edge : certificate.worst)
@@ -114,11 +120,15 @@ Certificate Certify(const std::vector<ZoneRings>& noded, const std::vector<ZoneR
     return certificate;
 }
 
+double RoundedUp(double metres) {
+    return std::ceil(10.0 * metres) / 10.0;
+}
+
 std::string TextOf(const Certificate& certificate) {
     return fmt::format(
             "certified: no answer differs further than {:.1f} m from a source border (worst at "
             "{:.6f}, {:.6f})",
-            std::ceil(10.0 * certificate.metres) / 10.0, certificate.lat, certificate.lon);
+            RoundedUp(certificate.metres), certificate.lat, certificate.lon);
 }
 
 }  // namespace offlinetz

@@ -34,9 +34,16 @@ struct Certificate {
 // Measures each edge of `simplified` against the originals of the vertices that it replaces.
 // `noded` are the rings as RebuildRings leaves them, `simplified` and `moved` what Simplify made of
 // them. Edges past the world's edge are no borders and are left out. Lists up to `count` edges.
+//
+// Parts of rings that have no edge left are not measured: slivers that rounding closed or turned
+// inside out, and borders that it moved to the world's edge. They moved by a unit's diagonal at the
+// most, which the certificate covers.
 Certificate Certify(const std::vector<ZoneRings>& noded, const std::vector<ZoneRings>& simplified,
                     const std::vector<MovedVertex>& moved, const Originals& originals,
                     const Grid& grid, double limit, size_t count);
+
+// Rounds metres up to a tenth.
+double RoundedUp(double metres);
 
 // The certificate in words, rounded up.
 std::string TextOf(const Certificate& certificate);

@@ -103,12 +103,14 @@ InputError DescribeExcess(const Certificate& certificate, double limit,
         lines.push_back(fmt::format("{}: an edge of {} at {:.6f} {:.6f} has an error of {:.1f} m",
                                     zones[edge.zone].where, zones[edge.zone].tzid,
                                     grid.LatitudeDegrees(edge.original.Lat()),
-                                    grid.LongitudeDegrees(edge.original.Lon()), edge.metres));
+                                    grid.LongitudeDegrees(edge.original.Lon()),
+                                    RoundedUp(edge.metres)));
     }
     return InputError(
-            lines, fmt::format("{} edges exceed the error of {} m; the least that this input can "
-                               "have is {:.1f} m (--exceed-max-error writes it all the same)",
-                               certificate.exceeding, limit, certificate.metres));
+            lines, fmt::format("the error would be {:.1f} m, and {} edges exceed {} m; a greater "
+                               "--max-error permits that, --exceed-max-error writes the database "
+                               "all the same",
+                               RoundedUp(certificate.metres), certificate.exceeding, limit));
 }
 
 std::vector<ZoneRings> RingsOnGrid(const CompileOptions& options, const Grid& grid,
@@ -137,7 +139,9 @@ std::vector<ZoneRings> RingsOnGrid(const CompileOptions& options, const Grid& gr
     if (!keepsAll) moved = Simplify(&zones, grid, limit, &originals);
     listener.progress("certifying", 0, 0);
     summary->certificate = Certify(noded, zones, moved, originals, grid, limit, kProbedEdges);
-    if (summary->certificate.exceeding > 0 && !options.exceedMaxError)
+    double& metres = summary->certificate.metres;
+    metres = std::max(metres, summary->snap.droppedMetres);
+    if ((summary->certificate.exceeding > 0 || metres > limit) && !options.exceedMaxError)
         throw DescribeExcess(summary->certificate, limit, source->zones, grid);
     if (!MeetInVerticesOnly(zones)) throw std::logic_error("simplified borders cross");
     CountRings(zones, &summary->rings, &summary->pointsOut);

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 
 namespace offlinetz {
 
@@ -45,12 +46,6 @@ double CrossingError(const GridPoint& from, const GridPoint& to) {
 
 }  // namespace
 
-double LatitudeShift(const Original& original) {
-    const bool isNorth =
-            original.vertex.lat > 0 || (original.vertex.lat == 0 && original.lat >= 0.0f);
-    return isNorth ? -0.5 : 0.5;
-}
-
 EdgeError::EdgeError(const Grid& grid, const GridPoint& from, const GridPoint& to)
     : mFrom(std::min(from, to)), mTo(std::max(from, to)), mLatMetres(grid.LatitudeMetres()) {
     const int32_t west = std::min(from.lon, to.lon);
@@ -77,25 +72,33 @@ EdgeError::EdgeError(const Grid& grid, const GridPoint& from, const GridPoint& t
         // is rounded down and that of a crossing, which is stored shifted, is rounded up.
         if (west <= zonedetect::kRingShift + 1 && east >= -1) mReach.east += 1.0;
     }
-    // At an end a point may lie on either side.
-    mEndReach = {errorLon, errorLon, kLeastReachLat + errorLat, kLeastReachLat + errorLat};
+    mErrorLon = errorLon;
+    mEndReachLat = kLeastReachLat + errorLat;
     // Two units have the latitude 0.
     if (south <= 0 && north >= 0) {
-        for (double* reach : {&mReach.south, &mReach.north, &mEndReach.south, &mEndReach.north})
+        for (double* reach : {&mReach.south, &mReach.north, &mEndReachLat})
             *reach += 1.0;
     }
 }
 
-double EdgeError::Across(const Offset& p, const Offset& direction, double length,
-                         double lonMetres) const {
+double EdgeError::LatitudeShift(const Original& original) const {
+    if (mFrom.lat > 0) return -0.5;
+    if (mTo.lat < 0) return 0.5;
+    return original.Lat() >= 0.0 ? -0.5 : 0.5;
+}
+
+EdgeError::Offset EdgeError::Direction(double lonMetres) const {
+    return {(static_cast<double>(mTo.lon) - mFrom.lon) * lonMetres,
+            (static_cast<double>(mTo.lat) - mFrom.lat) * mLatMetres};
+}
+
+EdgeError::Sides EdgeError::SidesOf(const Offset& direction, double lonMetres) const {
     const double dx = direction.x * mLatMetres;
     const double dy = direction.y * lonMetres;
-    const double left = std::max(dy * mReach.west, -dy * mReach.east) +
-                        std::max(dx * mReach.north, -dx * mReach.south);
-    const double right = std::max(dy * mReach.east, -dy * mReach.west) +
-                         std::max(dx * mReach.south, -dx * mReach.north);
-    const double across = direction.x * p.y - direction.y * p.x;
-    return std::max(left - across, right + across) / length;
+    return {std::max(dy * mReach.west, -dy * mReach.east) +
+                    std::max(dx * mReach.north, -dx * mReach.south),
+            std::max(dy * mReach.east, -dy * mReach.west) +
+                    std::max(dx * mReach.south, -dx * mReach.north)};
 }
 
 EdgeError::Offset EdgeError::OffsetFrom(const GridPoint& p, const Original& original,
@@ -108,10 +111,11 @@ EdgeError::Offset EdgeError::OffsetFrom(const GridPoint& p, const Original& orig
 
 double EdgeError::At(const Original& original, double lonMetres) const {
     const Offset p = OffsetFrom(mFrom, original, lonMetres);
-    const Offset direction = {(static_cast<double>(mTo.lon) - mFrom.lon) * lonMetres,
-                              (static_cast<double>(mTo.lat) - mFrom.lat) * mLatMetres};
+    const Offset direction = Direction(lonMetres);
     const double squared = direction.x * direction.x + direction.y * direction.y;
-    const double across = Across(p, direction, std::sqrt(squared), lonMetres);
+    const Sides sides = SidesOf(direction, lonMetres);
+    const double left = direction.x * p.y - direction.y * p.x;
+    const double across = std::max(sides.left - left, sides.right + left) / std::sqrt(squared);
     const double along = p.x * direction.x + p.y * direction.y;
     if (along >= 0.0 && along <= squared) return across;
     const Offset beyond = along < 0.0 ? p : OffsetFrom(mTo, original, lonMetres);
@@ -120,19 +124,45 @@ double EdgeError::At(const Original& original, double lonMetres) const {
 
 double EdgeError::BeyondEnd(const Original& original, const GridPoint& end,
                             double lonMetres) const {
+    // The points beyond the end that the reader may put onto the edge, seen from the end: no
+    // further left or right than elsewhere, and truncated into the edge's bounding box. The corners
+    // of that area count, and the points beside the end.
     const Offset p = OffsetFrom(end, original, lonMetres);
-    // The reader puts a point there only if the point's truncated longitude is that of the end.
-    const double east = mEndReach.east + (end.lon >= 0 ? 1.0 : 0.0);
-    const double west = mEndReach.west + (end.lon <= 0 ? 1.0 : 0.0);
-    const double x = std::max(east * lonMetres - p.x, west * lonMetres + p.x);
-    const double y =
-            std::max(mEndReach.north * mLatMetres - p.y, mEndReach.south * mLatMetres + p.y);
-    const Offset direction = {(static_cast<double>(mTo.lon) - mFrom.lon) * lonMetres,
-                              (static_cast<double>(mTo.lat) - mFrom.lat) * mLatMetres};
+    const Offset direction = Direction(lonMetres);
     const double length = std::sqrt(direction.x * direction.x + direction.y * direction.y);
-    const double across = Across(p, direction, length, lonMetres);
-    const double along = (p.x * direction.x + p.y * direction.y) / length;
-    return std::sqrt(std::max(x * x + y * y, across * across + along * along));
+    const double sign = end == mTo ? 1.0 : -1.0;
+    const Offset along = {sign * direction.x / length, sign * direction.y / length};
+    const Sides sides = SidesOf(direction, lonMetres);
+    const double left = sides.left / length;
+    const double right = sides.right / length;
+    const bool takesUnit = along.x > 0.0 ? end.lon >= 0 : end.lon <= 0;
+    const double mostX = (mErrorLon + (takesUnit ? 1.0 : 0.0)) * lonMetres;
+    const double mostY = mEndReachLat * mLatMetres;
+    double squared = 0.0;
+    const auto add = [&](double x, double y) {
+        squared = std::max(squared, (x - p.x) * (x - p.x) + (y - p.y) * (y - p.y));
+    };
+    for (const double across : {left, -right}) {
+        // Left of the edge's direction, whichever end this is.
+        const double x = -sign * along.y * across;
+        const double y = sign * along.x * across;
+        double beyond = std::numeric_limits<double>::infinity();
+        if (along.x != 0.0)
+            beyond = std::min(beyond, (mostX - std::copysign(x, x * along.x)) / std::abs(along.x));
+        if (along.y != 0.0)
+            beyond = std::min(beyond, (mostY - std::copysign(y, y * along.y)) / std::abs(along.y));
+        beyond = std::max(beyond, 0.0);
+        add(x, y);
+        add(x + beyond * along.x, y + beyond * along.y);
+    }
+    add(std::copysign(mostX, along.x), std::copysign(mostY, along.y));
+    return std::sqrt(squared);
+}
+
+double WidestUnit(const Grid& grid, const GridPoint& a, double aMetres, const GridPoint& b,
+                  double bMetres) {
+    if ((a.lat < 0) != (b.lat < 0)) return grid.LongitudeMetres(0);
+    return std::max(aMetres, bMetres);
 }
 
 double BoxError(const Grid& grid, const GridBox& box, double lat, double lon) {

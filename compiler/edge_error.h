@@ -21,9 +21,9 @@ class EdgeError {
     EdgeError(const Grid& grid, const GridPoint& from, const GridPoint& to);
 
     // The error because of an original of a vertex that the edge replaces, or of one of its ends.
-    // `lonMetres` is grid.LongitudeMetres(original.vertex.lat). The error of the edge is the
-    // greatest over all of these, since distances along the straight edges between originals are
-    // convex.
+    // `lonMetres` is WidestUnit of the vertex in its chain. The error of the edge is the greatest
+    // over all of these: distances along the straight edges between originals are convex, and grow
+    // with the length of a unit of longitude.
     double At(const Original& original, double lonMetres) const;
     // The error beyond an end of the edge, because of an original of the vertex for which it
     // stands.
@@ -34,15 +34,25 @@ class EdgeError {
     static constexpr double kLeastReachLat = 0.5;
     static constexpr double kLeastReachLon = 1.0;
 
+    // Half a unit, to be added to the latitude of an original: vertices and points are truncated,
+    // so both are taken in the middle of their units. Away from the equator the side of the edge
+    // decides, since the points that matter are there.
+    double LatitudeShift(const Original& original) const;
+
   private:
     struct Offset {  // In metres.
         double x;
         double y;
     };
     Offset OffsetFrom(const GridPoint& p, const Original& original, double lonMetres) const;
-    // How far a point at the offset `p` from a point of the edge's line is across that line from
-    // the furthest point that the reader may put onto the line.
-    double Across(const Offset& p, const Offset& direction, double length, double lonMetres) const;
+    Offset Direction(double lonMetres) const;  // From the first end to the second.
+    // How far from the edge's line, on its left and on its right, the reader may put a point onto
+    // it: times the length of the direction.
+    struct Sides {
+        double left;
+        double right;
+    };
+    Sides SidesOf(const Offset& direction, double lonMetres) const;
 
     struct Reach {  // In units.
         double west;
@@ -55,15 +65,17 @@ class EdgeError {
     GridPoint mTo;
     double mLatMetres;
     Reach mReach;  // How far a point may lie from a point of the edge if the reader puts it there.
-    Reach mEndReach;  // The same for an end, but for the unit of longitude that truncation takes.
+    double mErrorLon;     // Of the coordinates of a point, in units.
+    double mEndReachLat;  // How far beyond an end, in units.
 };
+
+// The greatest length in metres of a unit of longitude between the latitudes of two consecutive
+// vertices, whose own units have the given lengths.
+double WidestUnit(const Grid& grid, const GridPoint& a, double aMetres, const GridPoint& b,
+                  double bMetres);
 
 // The error, in metres, of a box that stands for a tiny ring. `lat`, `lon`: a point of that ring,
 // in units, that is taken for the whole ring.
 double BoxError(const Grid& grid, const GridBox& box, double lat, double lon);
-
-// Half a unit, to be added to the latitude of an original: vertices and points are truncated, so
-// both are taken in the middle of their units.
-double LatitudeShift(const Original& original);
 
 }  // namespace offlinetz

@@ -1,6 +1,7 @@
 #include "originals.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <tuple>
 
 namespace offlinetz {
@@ -92,6 +93,14 @@ void Originals::Sort() {
     }
     mSorted.resize(kept);
     mSorted.shrink_to_fit();
+}
+
+double Originals::GreatestDiagonal(const Grid& grid) const {
+    const auto isNearer = [](const Original& x, const Original& y) {
+        return std::abs(x.vertex.lat) < std::abs(y.vertex.lat);
+    };
+    const auto nearest = std::min_element(mSorted.begin(), mSorted.end(), isNearer);
+    return nearest == mSorted.end() ? 0.0 : grid.UnitDiagonal(nearest->vertex.lat);
 }
 
 Originals::Range Originals::At(const GridPoint& vertex) const {

@@ -37,6 +37,9 @@ class Originals {
     // vertex; where there are more, the corners of their bounding box stand for them.
     void Sort();
 
+    // The greatest Grid::UnitDiagonal at a vertex.
+    double GreatestDiagonal(const Grid& grid) const;
+
     // The originals of a vertex; none for a vertex beyond the world's edge, or of no source.
     Range At(const GridPoint& vertex) const;
 

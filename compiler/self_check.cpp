@@ -218,7 +218,10 @@ void ProbeEdge(const CertifiedEdge& edge, const Grid& grid, size_t probes, Rando
     const double dy = (static_cast<double>(edge.to.lat) - edge.from.lat) * my;
     const double length = std::sqrt(dx * dx + dy * dy);
     const double px = (edge.original.Lon() - edge.from.lon) * mx;
-    const double py = (edge.original.Lat() + LatitudeShift(edge.original) - edge.from.lat) * my;
+    const double py =
+            (edge.original.Lat() +
+             EdgeError(grid, edge.from, edge.to).LatitudeShift(edge.original) - edge.from.lat) *
+            my;
     const double side = dx * py - dy * px > 0.0 ? -1.0 : 1.0;
     for (size_t i = 0; i < probes; ++i) {
         const double across = side * edge.metres * (1.0 - kProbeBand * random->Uniform());

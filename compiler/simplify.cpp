@@ -7,6 +7,7 @@
 #include <limits>
 #include <map>
 #include <numeric>
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 #include <tuple>
@@ -304,7 +305,8 @@ class Simplifier {
         size_t farthest = stretch.from + 1;
         *squared = -1.0;
         for (size_t i = stretch.from + 1; i < stretch.to; ++i) {
-            const double d = mGrid.SquaredMetresToSegment(PointAt(stretch, i), a, b);
+            const double d = mGrid.SquaredMetresToSegment(PointAt(stretch, i), a, b,
+                                                          LonMetresAt(stretch, i));
             if (d > *squared) {
                 *squared = d;
                 farthest = i;
@@ -372,9 +374,22 @@ class Simplifier {
             return;
         }
         for (const Original& o : mOriginalsOf[vertex]) {
-            passing->push_back(
-                    {static_cast<double>(o.lat) + LatitudeShift(o), static_cast<double>(o.lon)});
+            passing->push_back({static_cast<double>(o.lat) + (o.Lat() >= 0.0 ? -0.5 : 0.5),
+                                static_cast<double>(o.lon)});
         }
+    }
+
+    // The length of a unit of longitude that counts at a position of a stretch.
+    double LonMetresAt(const Stretch& stretch, size_t position) const {
+        const Arc& arc = mArcs[stretch.arc];
+        const VertexId vertex = arc[position];
+        double metres = mLonMetres[vertex];
+        for (const size_t next : {position - 1, position + 1}) {
+            if (next < stretch.from || next > stretch.to) continue;
+            metres = std::max(metres, WidestUnit(mGrid, mVertices.At(vertex), mLonMetres[vertex],
+                                                 mVertices.At(arc[next]), mLonMetres[arc[next]]));
+        }
+        return metres;
     }
 
     // Whether the edge of a stretch is near enough to it.
@@ -386,9 +401,8 @@ class Simplifier {
         }
         const EdgeError error(mGrid, stretch.a, stretch.b);
         for (size_t i = stretch.from; i <= stretch.to; ++i) {
-            const VertexId vertex = mArcs[stretch.arc][i];
-            const double lonMetres = mLonMetres[vertex];
-            for (const Original& o : mOriginalsOf[vertex]) {
+            const double lonMetres = LonMetresAt(stretch, i);
+            for (const Original& o : mOriginalsOf[mArcs[stretch.arc][i]]) {
                 if (error.At(o, lonMetres) > mMetres) return false;
                 if (i == stretch.from && error.BeyondEnd(o, stretch.a, lonMetres) > mMetres)
                     return false;
@@ -421,9 +435,13 @@ class Simplifier {
                 from = i;
             }
         }
+        bool hasFixed = false;
         const auto fix = [&](const Stretch& stretch) {
-            for (size_t i = stretch.from; i <= stretch.to; ++i)
-                mPlaces[mArcs[stretch.arc][i]].isFixed = true;
+            for (size_t i = stretch.from; i <= stretch.to; ++i) {
+                Place& place = mPlaces[mArcs[stretch.arc][i]];
+                hasFixed = hasFixed || !place.isFixed;
+                place.isFixed = true;
+            }
             arcs.push_back(stretch.arc);
         };
         VisitClashes(edges, [&](uint32_t s, uint32_t t) {
@@ -441,6 +459,7 @@ class Simplifier {
         }
         std::sort(arcs.begin(), arcs.end());
         arcs.erase(std::unique(arcs.begin(), arcs.end()), arcs.end());
+        if (!arcs.empty() && !hasFixed) throw std::logic_error("simplified borders cross");
         return arcs;
     }
 

@@ -19,15 +19,14 @@ void RemoveRepeats(GridRing* ring) {
 }
 
 // Whether a ring encloses nothing: its points lie on a line, or, for a small ring, no exterior ring
-// can be rebuilt from its edges.
-bool IsFlat(const GridRing& ring, bool isSmall) {
+// can be rebuilt from its edges, because rounding closed it or turned it inside out.
+bool IsFlat(const GridRing& ring, bool isSmall, bool isHole) {
     if (!isSmall) {
         return std::all_of(ring.begin(), ring.end(),
                            [&ring](const GridPoint& p) { return Cross(ring[0], ring[1], p) == 0; });
     }
     // A hole alone has no area, so it is tested as an exterior ring.
-    std::vector<ZoneRings> alone = {
-            {DoubleArea(ring) > 0 ? GridRing(ring.rbegin(), ring.rend()) : ring}};
+    std::vector<ZoneRings> alone = {{isHole ? GridRing(ring.rbegin(), ring.rend()) : ring}};
     RebuildRings(&alone, [](const char*, size_t, size_t) {});
     return alone[0].empty();
 }
@@ -191,9 +190,12 @@ std::vector<GridRing> SnapToGrid(const GEOSGeometry* area, const Grid& grid,
         if (isHole == isClockwise) std::reverse(ring.begin(), ring.end());
         RemoveRepeats(&ring);
         const bool isSmall = IsIslet(BoxOf(ring));
-        if (IsFlat(ring, isSmall)) {
+        if (IsFlat(ring, isSmall, isHole)) {
             if (!isSmall || filledHoles.count(ExtentOf(xy)) > 0) {
                 ++counts->dropped;
+                for (const GridPoint& p : ring)
+                    counts->droppedMetres =
+                            std::max(counts->droppedMetres, grid.UnitDiagonal(p.lat));
                 return;
             }
             const IsletBox islet = BoxOfIslet(xy, grid, maxErrorMetres);

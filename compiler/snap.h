@@ -14,8 +14,9 @@ namespace offlinetz {
 
 // The number of rings that rounding made flat.
 struct SnapCounts {
-    size_t boxed = 0;    // Islets and holes that became a box.
-    size_t dropped = 0;  // Slivers of less than a unit's width, which were removed.
+    size_t boxed = 0;            // Islets and holes that became a box.
+    size_t dropped = 0;          // Slivers of less than a unit's width, which were removed.
+    double droppedMetres = 0.0;  // The greatest Grid::UnitDiagonal at one of these.
 };
 
 // The bounding box of a ring in degrees: west, south, east, north.

@@ -85,6 +85,12 @@ double Grid::LongitudeMetres(int32_t lat) const {
     return kMetresPerDegree * 180.0 / mScale * CosineOfDegrees(degrees);
 }
 
+double Grid::UnitDiagonal(int32_t lat) const {
+    const double y = LatitudeMetres() * (lat == 0 ? 2.0 : 1.0);  // Two units have the latitude 0.
+    const double x = LongitudeMetres(lat);
+    return std::sqrt(y * y + x * x);
+}
+
 double Grid::SquaredMetresToSegment(const GridPoint& p, const GridPoint& a,
                                     const GridPoint& b) const {
     return SquaredMetresToSegment(p, a, b, LongitudeMetres(p.lat));

@@ -113,6 +113,9 @@ class Grid {
     // Metres in a unit of longitude at the latitude `lat`, in units.
     double LongitudeMetres(int32_t lat) const;
 
+    // The greatest distance in metres between positions that truncation puts into the same unit.
+    double UnitDiagonal(int32_t lat) const;
+
     // The squared distance in metres from `p` to the segment a-b; exactly 0 if p lies on it.
     double SquaredMetresToSegment(const GridPoint& p, const GridPoint& a, const GridPoint& b) const;
     // The same for a caller that keeps `lonMetres` = LongitudeMetres(p.lat), which takes most of

@@ -288,6 +288,55 @@ TEST(Certificate, HoldsAndIsTight) {
     }
 }
 
+// Edges along which the length of a unit of longitude changes, an islet that such an edge must not
+// pass, a chain that crosses the equator where its edge does not, a steep tip, and a sliver that
+// rounding closes at another latitude than that of the other borders.
+TEST(Certificate, HoldsForOddShapes) {
+    const TemporaryDirectory directory;
+    offlinetz::StartGeometry();
+    struct Shape {
+        const char* rings[2];  // Of zone A/A, and of another one or the same.
+        const char* second;
+    };
+    const Shape shapes[] = {
+            {{"[10,0],[10.15,89.9],[10,89.95],[30,89.8],[30,0],[10,0]", nullptr}, nullptr},
+            {{"[10,0],[10.15,89.9],[10,89.95],[30,89.8],[30,0],[10,0]",
+              "[10.0749,45],[10.07,45.02],[9.9,45.02],[9.9,45],[10.0749,45]"},
+             "B/B"},
+            {{"[10,-80],[10,80],[30,80],[30,-80],[10,-80]", nullptr}, nullptr},
+            {{"[10,89.9],[11.5,89.99],[10,89.995],[50,89.98],[50,89.9],[10,89.9]", nullptr},
+             nullptr},
+            {{"[10,0.000176],[10.005,-0.000176],[10.01,0.000176],[10.01,-1],[10,-1],[10,0.000176]",
+              nullptr},
+             nullptr},
+            {{"[34.541098,67.967006],[34.540501,67.537894],[41.40747,67.537894],"
+              "[34.541098,67.967006]",
+              nullptr},
+             nullptr},
+            {{"[10,-8e-5],[10.01,-8e-5],[10.01,8e-5],[10,8e-5],[10,-8e-5]",
+              "[-100,85.00006],[-90,85.00006],[-90,86.00006],[-100,86.00006],[-100,85.00006]"},
+             "A/A"},
+    };
+    for (const auto& shape : shapes) {
+        std::ofstream file("shape.geojson");
+        for (const char* const ring : shape.rings) {
+            if (ring == nullptr) continue;
+            file << R"({"type":"Feature","properties":{"tzid":")"
+                 << (ring == shape.rings[0] ? "A/A" : shape.second)
+                 << R"("},"geometry":{"type":"Polygon","coordinates":[[)" << ring << "]]}}\n";
+        }
+        file.close();
+        offlinetz::CompileOptions options;
+        options.inputs = {"shape.geojson"};
+        options.output = "out.bin";
+        options.exceedMaxError = true;
+        options.selfCheckPoints = 20000;
+        const auto summary = offlinetz::Compile(options, kSilent);
+        EXPECT_EQ(std::vector<std::string>(), summary.selfCheck.failures) << shape.rings[0];
+        EXPECT_GT(summary.selfCheck.differences, 0u) << shape.rings[0];
+    }
+}
+
 // The self-check finds a border that is four units off, and a certificate that promises too much.
 // compiler_fuzz shows that it reports nothing for a correct database.
 TEST(SelfCheck, AllowsForTheCertificateAndNoMore) {
