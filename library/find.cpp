@@ -49,8 +49,7 @@ Point ShiftedWest(const Point& target) {
 
 // Whether the index holds the answer.
 bool IsAnswered(const Query& query) {
-    return query.onlyRun != nullptr &&
-           (query.onlyRun->KindOf() == Kind::kAnswer || query.onlyRun->KindOf() == Kind::kNoAnswer);
+    return query.onlyRun != nullptr && query.onlyRun->IsAnswer();
 }
 
 void PrefetchRings(const offlinetz_database& database, const Query& query) {

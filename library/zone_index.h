@@ -39,6 +39,8 @@ class ZoneIndex {
               mZone(zone | static_cast<uint32_t>(kind) << kKindShift) {}
 
         Kind KindOf() const { return static_cast<Kind>(mZone >> kKindShift); }
+        // Whether one answer holds in the whole leaf, and no border touches it.
+        bool IsAnswer() const { return KindOf() == Kind::kAnswer || KindOf() == Kind::kNoAnswer; }
         // The position of the ring in the content; for kBox the number of the box.
         uint32_t Place() const { return mPlace & ~kLast; }
         // The id of the zone; from Unreadable on: a zone whose record cannot be read.
@@ -71,6 +73,8 @@ class ZoneIndex {
         return mTree.RunsAt(point);
     }
     bool HasTree() const { return mHasTree; }
+    // Its leaves list first steps of runs.
+    const zonedetect::RunTree& Tree() const { return mTree; }
     const Step* StepsFrom(uint32_t first) const { return mSteps.data() + first; }
     size_t StepCount() const { return mSteps.size() - 1; }
     // A box that lookups compare, and the first ring of its run.

@@ -1,7 +1,5 @@
 #include "zone_names.h"
 
-#include <reader/nautical.h>
-
 #include <algorithm>
 #include <cstring>
 #include <numeric>

@@ -1,6 +1,7 @@
 // The zones of a database and their ids.
 #pragma once
 
+#include <reader/nautical.h>
 #include <zonedetect.h>
 
 #include <cstdint>
@@ -27,6 +28,7 @@ class ZoneNames {
     int32_t IdOf(const char* name) const;
     // The id of the nautical zone of a band (reader/nautical.h).
     int32_t NauticalId(int band) const { return mGreenwich + band; }
+    bool IsNautical(int32_t id) const { return id >= NauticalId(-zonedetect::kNauticalBands); }
 
   private:
     std::vector<char> mTexts;       // Each with a zero behind it.

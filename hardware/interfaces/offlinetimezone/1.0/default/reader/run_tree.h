@@ -61,6 +61,50 @@ class RunTree {
         return RunsOf(node);
     }
 
+    // A part of the world, for searches that do not lead to one point: a square of cells, a cell,
+    // or a part of a cell. All parts together require that the world's sides are less than 2^30
+    // units from 0.
+    struct Part {
+        Box area;
+        uint32_t node;  // Which part it is.
+    };
+
+    // The part that holds all others.
+    Part Whole() const { return SquareOf(0, 0, kCellsPerAxis); }
+    // Whether a part is divided no further.
+    bool IsLeaf(const Part& part) const { return (part.node & kSquare) == 0 && IsLeaf(part.node); }
+    // The runs that may have points in a leaf.
+    Runs RunsOf(const Part& leaf) const { return RunsOf(leaf.node); }
+    // Greater than Part::node of every leaf.
+    size_t NodeCount() const { return mNodes.Size(); }
+
+    // Calls visit(part) for each of the two or four parts that `part` is divided into.
+    template <typename Visit>
+    void Divide(const Part& part, const Visit& visit) const {
+        if ((part.node & kSquare) != 0) {
+            const size_t half = (part.node >> kSquareSizeShift & 0xFFu) / 2;
+            const size_t row = part.node >> kSquareRowShift & 0xFFu;
+            const size_t column = part.node & 0xFFu;
+            for (const size_t north : {size_t{0}, half}) {
+                for (const size_t east : {size_t{0}, half})
+                    visit(SquareOf(row + north, column + east, half));
+            }
+            return;
+        }
+        Part first = {part.area, part.node + 1};
+        Part second = {part.area, mNodes[part.node]};
+        const Box& area = part.area;
+        if (area.maxLat - area.minLat > area.maxLon - area.minLon) {
+            first.area.maxLat = area.minLat + (area.maxLat - area.minLat) / 2;
+            second.area.minLat = first.area.maxLat + 1;
+        } else {
+            first.area.maxLon = area.minLon + (area.maxLon - area.minLon) / 2;
+            second.area.minLon = first.area.maxLon + 1;
+        }
+        visit(first);
+        visit(second);
+    }
+
     // The smallest box that covers all bounding boxes; it contains no point before Build.
     const Box& World() const { return mWorld; }
 
@@ -118,6 +162,17 @@ class RunTree {
 
     class Builder;
 
+    // The square of `size` cells on each side whose first cell is given.
+    Part SquareOf(size_t row, size_t column, size_t size) const {
+        const auto side = [](int64_t units) { return static_cast<int32_t>(units); };
+        return {{side(mLat.IntervalOf(row).min), side(mLon.IntervalOf(column).min),
+                 side(mLat.IntervalOf(row + size - 1).max),
+                 side(mLon.IntervalOf(column + size - 1).max)},
+                size == 1 ? mRoots[row * kCellsPerAxis + column]
+                          : kSquare | static_cast<uint32_t>(size << kSquareSizeShift |
+                                                            row << kSquareRowShift | column)};
+    }
+
     bool IsLeaf(size_t node) const { return (mNodes[node] & (kSingleRun | kRunList)) != 0; }
     Runs RunsOf(size_t leaf) const {
         const uint32_t payload = mNodes[leaf] & kPayloadMask;
@@ -130,6 +185,11 @@ class RunTree {
     // With kSingleRun: the whole leaf lies in the bounding box of its run.
     static constexpr uint32_t kIsInBox = 0x40000000u;
     static constexpr uint32_t kPayloadMask = 0x3FFFFFFFu;
+    // Part::node of a square of cells, with its size, first row and first column. Other parts have
+    // the index of their node.
+    static constexpr uint32_t kSquare = 0x80000000u;
+    static constexpr unsigned kSquareSizeShift = 16;
+    static constexpr unsigned kSquareRowShift = 8;
 
     Box mWorld = {0, 0, -1, -1};
     Axis mLat;
