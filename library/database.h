@@ -5,8 +5,12 @@
 #include <zonedetect.h>
 
 #include <string>
+#include <vector>
 
+#include "antimeridian.h"
+#include "coast_leaves.h"
 #include "file_bytes.h"
+#include "sphere_units.h"
 #include "zone_index.h"
 #include "zone_names.h"
 
@@ -26,4 +30,9 @@ struct offlinetz_database {
     float scale = 0.0f;       // Units in 90 degrees of latitude.
     bool isNautical = false;  // Whether there are nautical zones at sea.
     bool hasRadius = false;
+    // For distances to borders, if they are known.
+    bool hasBorders = false;
+    offlinetz::SphereUnits units;
+    std::vector<offlinetz::AntimeridianPart> antimeridian;
+    offlinetz::CoastLeaves coastLeaves;
 };

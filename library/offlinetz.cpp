@@ -13,7 +13,9 @@
 #include "default_database.h"
 #include "file_fault.h"
 #include "find.h"
+#include "nearest_border.h"
 #include "safe_radius.h"
+#include "zones_within.h"
 
 using offlinetz::FileFault;
 
@@ -44,6 +46,7 @@ FileFault OpenBytes(const uint8_t* bytes, size_t size, unsigned flags,
     database->hasRadius = offlinetz::HasSafeRadius(*reader);
     database->names = std::move(names);
     database->reader = reader.release();
+    offlinetz::PrepareBorders(database);
     return {};
 }
 
@@ -142,6 +145,16 @@ size_t offlinetz_find(const offlinetz_database* database, double lat, double lon
 
 int offlinetz_has_radius(const offlinetz_database* database) {
     return database->hasRadius ? 1 : 0;
+}
+
+int offlinetz_nearest_border(const offlinetz_database* database, double lat, double lon,
+                             double limit, offlinetz_border* border) {
+    return offlinetz::NearestBorder(*database, lat, lon, limit, border);
+}
+
+size_t offlinetz_zones_within(const offlinetz_database* database, double lat, double lon,
+                              double metres, int32_t* ids, double* distances, size_t room) {
+    return offlinetz::ZonesWithin(*database, lat, lon, metres, ids, distances, room);
 }
 
 void offlinetz_find_many(const offlinetz_database* database, size_t count, const double* lats,
