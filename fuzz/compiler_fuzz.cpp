@@ -1,10 +1,14 @@
 // Any input of the compiler. Either the compiler refuses it with an error that names the place, and
 // writes nothing. Or the database verifies, opens, passes the self-check against the input, and
-// answers like the reference reader. The bytes describe polygons close to each other, or are a
-// file.
+// answers like the reference reader, and the library's distances to borders are those by brute
+// force. The bytes describe polygons close to each other, or are a file.
 #include <platform/log.h>
 
+#include <cmath>
+
 #include "choices.h"
+#include "compare_borders.h"
+#include "compare_library.h"
 #include "compare_readers.h"
 #include "compiler/compile.h"
 #include "temporary_directory.h"
@@ -104,6 +108,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t i = 0; i < corners.size(); i += 1 + corners.size() / 16) {
         RequireSame(DifferenceWithText(*database, reference, static_cast<float>(corners[i].lat),
                                        static_cast<float>(corners[i].lon)));
+    }
+    offlinetz_database* library;
+    offlinetz_open_memory(file.data(), file.size(), 0, &library);
+    const LibraryPtr closer(library, offlinetz_close);
+    offlinetz_border border;
+    if (options.maxTilePoints == 0) {
+        Require(offlinetz_nearest_border(library, 0, 0, 1e9, &border) == OFFLINETZ_UNKNOWN,
+                "no distances without tiles");
+        return 0;
+    }
+    const oracle::TrueBorders borders(*database);
+    for (size_t i = 0; i < corners.size(); i += 1 + corners.size() / 8) {
+        const double lat = std::clamp(corners[i].lat, -90.0, 90.0);
+        const double lon = std::clamp(corners[i].lon, -180.0, 180.0);
+        const std::string difference = oracle::DifferenceOfBorders(
+                library, borders, {lat, lon}, 100.0 * std::pow(4.0, static_cast<double>(i % 8)));
+        RequireSame(difference.empty() ? nullptr : difference.c_str());
     }
     return 0;
 }

@@ -124,6 +124,7 @@ Bytes Describe(Choices* c, Draft* draft) {
     for (Bytes* section : {&raw.headerStrings, &raw.boxTable, &raw.metadata, &raw.polygons})
         Edit(c, section);
     if (c->OneIn(8)) raw.fieldCount = c->Byte();
+    raw.tableType = 1;  // For distances to borders; lookups are the same for all types.
     Bytes content = raw.Content();
     Edit(c, &content);
     return content;

@@ -54,6 +54,58 @@ inline std::vector<std::string> NamesOf(const offlinetz_database* database, cons
     return names;
 }
 
+// What is wrong in itself with the library's distances at a point of any database; null if nothing
+// is.
+inline const char* FaultOfDistances(const offlinetz_database* database, double lat, double lon) {
+    offlinetz_border border;
+    const int result = offlinetz_nearest_border(database, lat, lon, HUGE_VAL, &border);
+    if (std::isnan(border.metres) != (result != 1)) return "whether there is a border";
+    if (result == 1) {
+        if (!(std::fabs(border.lat) <= 90.0 && std::fabs(border.lon) <= 180.0 &&
+              border.bearing >= 0.0 && border.bearing < 360.0)) {
+            return "the place of the border";
+        }
+        constexpr double kRadians = 3.14159265358979323846 / 180.0;
+        const double a = std::sin((border.lat - lat) / 2.0 * kRadians);
+        const double b = std::sin((border.lon - lon) / 2.0 * kRadians);
+        const double haversine =
+                a * a + std::cos(lat * kRadians) * std::cos(border.lat * kRadians) * b * b;
+        const double metres = 2.0 * 6371008.8 * std::asin(std::sqrt(std::min(haversine, 1.0)));
+        // Near the other side of the earth the arc sine is not exact.
+        if (std::fabs(metres - border.metres) > (haversine > 0.99 ? 1.0 : 0.001))
+            return "the distance of the border";
+        offlinetz_border again;
+        if (offlinetz_nearest_border(database, lat, lon, border.metres + 0.001, &again) != 1 ||
+            again.metres != border.metres || again.lat != border.lat || again.lon != border.lon) {
+            return "the border with a limit behind it";
+        }
+        if (border.metres > 0.001 &&
+            offlinetz_nearest_border(database, lat, lon, border.metres - 0.001, &again) != 0) {
+            return "the border with a limit before it";
+        }
+    }
+    int32_t ids[OFFLINETZ_MOST_WITHIN];
+    double distances[OFFLINETZ_MOST_WITHIN];
+    int32_t own[OFFLINETZ_MOST_WITHIN];
+    const size_t owned = offlinetz_find(database, lat, lon, own, 64, nullptr, nullptr);
+    for (const double metres : {0.0, 1e5, 1e8}) {
+        const size_t count = offlinetz_zones_within(database, lat, lon, metres, ids, distances,
+                                                    OFFLINETZ_MOST_WITHIN);
+        if (count == 0 && ids[0] >= 0) return "why there are no zones within a distance";
+        if (count == 0) continue;
+        if (count > OFFLINETZ_MOST_WITHIN || !std::is_sorted(distances, distances + count) ||
+            !(distances[0] >= 0.0 && distances[count - 1] <= metres + 0.001)) {
+            return "the zones within a distance";
+        }
+        for (size_t i = 0; i < std::min<size_t>(owned, 64); ++i) {
+            const auto at = std::find(ids, ids + count, own[i]) - ids;
+            if (at == static_cast<ptrdiff_t>(count) || distances[at] != 0.0)
+                return "the zones at the point";
+        }
+    }
+    return nullptr;
+}
+
 // What differs between the library's functions and the reference reader's answers for points, which
 // are pairs of floats: latitude, longitude. Null if nothing does. Asks each function for each
 // answer in each form.
@@ -122,6 +174,9 @@ inline const char* DifferenceOfLibrary(const offlinetz_database* database,
             return "the zone with a radius";
         }
         if (!(radius >= 0.0) || radius != radii[i]) return "the radius";
+        const char* const fault = FaultOfDistances(database, std::clamp(lat, -90.0, 90.0),
+                                                   std::clamp(lon, -180.0, 180.0));
+        if (fault != nullptr) return fault;
     }
     return nullptr;
 }

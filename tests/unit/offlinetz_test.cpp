@@ -3,15 +3,19 @@
 #include <gtest/gtest.h>
 #include <reader/units.h>
 
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <complex>
+#include <cstring>
+#include <random>
 #include <thread>
 
 #include "compare_library.h"
 #include "database/decode.h"
 #include "database/random_points.h"
 #include "library/database.h"
+#include "library/sphere.h"
 #include "raw_database.h"
 #include "temporary_directory.h"
 
@@ -239,6 +243,71 @@ TEST(World, AnswersAsTheReaderDoes) {
             EXPECT_GE(radii[i], 111.19 * 0.9 * std::max(arc, 0.0)) << p.lat << " " << p.lon;
         }
     }
+}
+
+// The first questions about distances teach an open database where coasts are.
+TEST(World, HasTheSameDistancesOnAllThreads) {
+    const LibraryPtr world = Open(OFFLINETZ_WORLD_DATABASE);
+    constexpr size_t kPoints = 2000;
+    using Distances = std::vector<std::array<double, 4>>;
+    const auto measure = [&](Distances* distances) {
+        offlinetz::RandomPoints random(5);
+        for (size_t i = 0; i < kPoints; ++i) {
+            const Degrees p = random.OnSphere();
+            offlinetz_border border;
+            EXPECT_EQ(1, offlinetz_nearest_border(world.get(), p.lat, p.lon, 1e9, &border));
+            int32_t id;
+            double distance[2];
+            int32_t ids[2];
+            const size_t count =
+                    offlinetz_zones_within(world.get(), p.lat, p.lon, 3e5, ids, distance, 2);
+            offlinetz_find(world.get(), p.lat, p.lon, &id, 1, nullptr, nullptr);
+            EXPECT_TRUE(id == ids[0] || (count > 1 && id == ids[1]));
+            distances->push_back({border.metres, border.bearing, static_cast<double>(count),
+                                  count > 1 ? distance[1] : 0.0});
+        }
+    };
+    Distances here;
+    Distances there;
+    std::thread other(measure, &there);
+    measure(&here);
+    other.join();
+    EXPECT_EQ(here, there);
+}
+
+// The functions of the mathematical library differ in their last bits. The digest is that of the
+// bits on x86-64; test-on-devices compares other processors.
+TEST(Sphere, HasTheSameBitsOnEveryProcessor) {
+    std::mt19937_64 random(6);
+    uint64_t digest = 0;
+    const auto draw = [&](double most) {
+        return most * (static_cast<double>(random() >> 11) * 0x1p-52 - 1.0);
+    };
+    const auto add = [&](double value) {
+        uint64_t bits;
+        std::memcpy(&bits, &value, sizeof bits);
+        digest = (digest ^ bits) * 0x9E3779B97F4A7C15u;
+        digest ^= digest >> 32;
+    };
+    for (int i = 0; i < 20000; ++i) {
+        const offlinetz::Origin origin({draw(offlinetz::kPi / 2), draw(offlinetz::kPi)});
+        const double reach = std::ldexp(1.0, -i % 20);
+        const offlinetz::Place from = {draw(offlinetz::kPi / 2), draw(offlinetz::kPi)};
+        const offlinetz::Place to = {std::clamp(from.lat + draw(reach), -1.5, 1.5),
+                                     from.lon + draw(reach)};
+        const auto on = origin.NearestOnEdge(from, to, 0.0, 1.0, 2.0);
+        add(on.haversine);
+        add(on.share);
+        add(origin.BearingTo(to));
+        add(origin.NearestOnMeridian(from.lon, -1.0, 1.0).lat);
+        add(offlinetz::MetresOfHaversine(on.haversine));
+        // Right to the last bits.
+        const double angle = draw(2.0 * offlinetz::kPi);
+        EXPECT_NEAR(std::sin(angle), offlinetz::SineAndCosineOf(angle).sine, 0x1p-52);
+        EXPECT_NEAR(std::cos(angle), offlinetz::SineAndCosineOf(angle).cosine, 0x1p-52);
+        EXPECT_NEAR(std::atan2(to.lat, to.lon), offlinetz::ArcTangent(to.lat, to.lon), 0x1p-51);
+    }
+    EXPECT_EQ(0xBFA0EF0CDAF0C087u, digest);
 }
 
 // What makes lookups fast. Answers are the same without it.

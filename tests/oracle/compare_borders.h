@@ -1,0 +1,77 @@
+// Compares the library's distances to borders with those by brute force.
+#pragma once
+
+#include <offlinetz.h>
+
+#include <algorithm>
+#include <cmath>
+#include <sstream>
+#include <string>
+
+#include "true_borders.h"
+
+namespace oracle {
+
+inline Zones ZonesOf(const offlinetz_database* database, const int32_t* ids, size_t count) {
+    Zones zones;
+    for (size_t i = 0; i < count; ++i)
+        zones.insert(offlinetz_zone_name(database, ids[i]));
+    return zones;
+}
+
+// What is wrong with the nearest border of a point, and, if `metres` is not negative, with the
+// zones within that distance; "" if nothing is. Distances must be right to a millimetre.
+inline std::string DifferenceOfBorders(const offlinetz_database* database,
+                                       const TrueBorders& borders, const offlinetz::Degrees& point,
+                                       double metres) {
+    constexpr double kExact = 0.001;
+    std::ostringstream what;
+    what.precision(17);
+    what << point.lat << " " << point.lon << ": ";
+    int32_t ids[OFFLINETZ_MOST_WITHIN];
+    const Zones own =
+            ZonesOf(database, ids,
+                    offlinetz_find(database, point.lat, point.lon, ids, 64, nullptr, nullptr));
+
+    offlinetz_border border;
+    const int result = offlinetz_nearest_border(database, point.lat, point.lon, HUGE_VAL, &border);
+    const double expected = borders.MetresFrom(point);
+    if (result != (std::isinf(expected) ? 0 : 1)) return what.str() + "whether there is a border";
+    if (result == 1) {
+        const Zones beyond = ZonesOf(database, border.ids, static_cast<size_t>(border.count));
+        if (std::fabs(border.metres - expected) > kExact) {
+            what << border.metres << " metres, not " << expected;
+            return what.str();
+        }
+        // At the world's edge the answers around a place are not all in the world.
+        const bool isInside = std::fabs(border.lon) < 180.0 && std::fabs(border.lat) < 90.0;
+        if (beyond == own ||
+            (isInside && borders.AnswersAround({border.lat, border.lon}).count(beyond) == 0)) {
+            return what.str() + "the zones beyond";
+        }
+    }
+
+    if (metres < 0.0) return "";
+    double distances[OFFLINETZ_MOST_WITHIN];
+    const size_t count = offlinetz_zones_within(database, point.lat, point.lon, metres, ids,
+                                                distances, OFFLINETZ_MOST_WITHIN);
+    if (!std::is_sorted(distances, distances + count)) return what.str() + "the order";
+    std::map<std::string, double> within = borders.Within(point, metres, own);
+    for (size_t i = 0; i < count; ++i) {
+        const std::string name = offlinetz_zone_name(database, ids[i]);
+        const auto zone = within.find(name);
+        if (zone == within.end() || std::fabs(zone->second - distances[i]) > kExact) {
+            what << name << " within " << metres << " metres, at " << distances[i];
+            return what.str();
+        }
+        within.erase(zone);
+    }
+    for (const auto& [name, distance] : within) {
+        if (distance > metres - kExact) continue;
+        what << name << " not within " << metres << " metres, at " << distance;
+        return what.str();
+    }
+    return "";
+}
+
+}  // namespace oracle
