@@ -1,7 +1,7 @@
 // Measures the C library beside the reader: one point at a time, many points, many points in the
-// order of places, with cold caches, and on two threads.
+// order of places, with cold caches, and on two threads. Measures distances to borders.
 //
-// Usage: library_bench DIRECTORY    writes library.md there
+// Usage: library_bench DIRECTORY    writes library.md and borders.md there
 #include <fmt/format.h>
 #include <malloc.h>
 #include <offlinetz.h>
@@ -21,6 +21,7 @@ constexpr size_t kPoints = 100000;
 constexpr size_t kOrderedPoints = 1000000;
 constexpr int kRounds = 9;
 constexpr size_t kColdPoints = 200;  // Between two times that the caches are emptied.
+constexpr size_t kBorderPoints = 20000;
 
 // Degrees, as the library takes them.
 struct Place {
@@ -136,6 +137,103 @@ std::string IndexTable(const std::vector<uint8_t>& file) {
             reader.milliseconds, reader.kilobytes, library.milliseconds, library.kilobytes);
 }
 
+// Places up to a kilometre from borders: from the nearest ones of other places.
+Places NearBorders(const offlinetz_database* database, const Places& places) {
+    offlinetz::RandomPoints random(3);
+    Places near;
+    for (const Place& p : places) {
+        offlinetz_border border;
+        offlinetz_nearest_border(database, p.lat, p.lon, HUGE_VAL, &border);
+        near.push_back({std::clamp(border.lat + 0.02 * random.Uniform() - 0.01, -90.0, 90.0),
+                        std::clamp(border.lon + 0.02 * random.Uniform() - 0.01, -180.0, 180.0)});
+    }
+    return near;
+}
+
+// Those of the places whose answer is a nautical zone.
+Places AtSea(const offlinetz_database* database, const Places& places) {
+    const int32_t firstNautical = offlinetz_zone_id(database, "Etc/GMT+12");
+    Places sea;
+    for (const Place& p : places) {
+        int32_t id;
+        offlinetz_find(database, p.lat, p.lon, &id, 1, nullptr, nullptr);
+        if (id >= firstNautical) sea.push_back(p);
+    }
+    return sea;
+}
+
+// Microseconds of calls of ask(place). The mean is processor time, the median over rounds. The
+// other figures are of the least time of each place over the rounds, because other work interrupts
+// some.
+struct CallTimes {
+    double first;  // The mean of the first round.
+    double mean;
+    double p99;
+    double worst;
+};
+
+template <typename Ask>
+CallTimes TimesOf(const Places& places, const Ask& ask) {
+    std::vector<double> means;
+    std::vector<double> least(places.size(), HUGE_VAL);
+    for (int round = 0; round < kRounds; ++round) {
+        const double start = NanosecondsOf(CLOCK_PROCESS_CPUTIME_ID);
+        for (const Place& p : places)
+            ask(p);
+        means.push_back((NanosecondsOf(CLOCK_PROCESS_CPUTIME_ID) - start) / 1e3 /
+                        static_cast<double>(places.size()));
+        for (size_t i = 0; i < places.size(); ++i) {
+            const auto begin = std::chrono::steady_clock::now();
+            ask(places[i]);
+            least[i] = std::min(least[i], NanosecondsSince(begin) / 1e3);
+        }
+    }
+    std::sort(least.begin(), least.end());
+    return {means[0], Median(means), least[least.size() * 99 / 100], least.back()};
+}
+
+std::string BorderTable(const std::vector<uint8_t>& file, const Places& land) {
+    offlinetz_database* database;
+    offlinetz_open_memory(file.data(), file.size(), OFFLINETZ_SKIP_DIGEST, &database);
+    const std::vector<std::pair<const char*, Places>> sets = {
+            {"land", {land.begin(), land.begin() + kBorderPoints}},
+            {"sea", AtSea(database, PlacesOf(SpherePoints(kBorderPoints)))},
+            {"cities", PlacesOf(Cities())},
+            {"near borders", NearBorders(database, {land.begin(), land.begin() + kBorderPoints})}};
+    std::string text =
+            "| µs a point | mean | 99 % | worst | 100 km: mean | 99 % | worst | the first "
+            "time, mean "
+            "| safe radius / distance |\n|---|--:|--:|--:|--:|--:|--:|--:|--:|\n";
+    for (const auto& [name, places] : sets) {
+        offlinetz_database* fresh;
+        offlinetz_open_memory(file.data(), file.size(), OFFLINETZ_SKIP_DIGEST, &fresh);
+        std::vector<double> shares;
+        for (const Place& p : places) {
+            offlinetz_border border;
+            double radius;
+            offlinetz_find(fresh, p.lat, p.lon, nullptr, 0, nullptr, &radius);
+            offlinetz_nearest_border(fresh, p.lat, p.lon, HUGE_VAL, &border);
+            shares.push_back(1000.0 * radius / border.metres);
+        }
+        const CallTimes nearest = TimesOf(places, [&](const Place& p) {
+            offlinetz_border border;
+            offlinetz_nearest_border(fresh, p.lat, p.lon, HUGE_VAL, &border);
+        });
+        const CallTimes within = TimesOf(places, [&](const Place& p) {
+            int32_t ids[16];
+            double distances[16];
+            offlinetz_zones_within(fresh, p.lat, p.lon, 1e5, ids, distances, 16);
+        });
+        text += fmt::format(
+                "| {} | {:.1f} | {:.0f} | {:.0f} | {:.1f} | {:.0f} | {:.0f} | {:.1f} | {:.2f} |\n",
+                name, nearest.mean, nearest.p99, nearest.worst, within.mean, within.p99,
+                within.worst, within.first, Median(shares));
+        offlinetz_close(fresh);
+    }
+    offlinetz_close(database);
+    return text;
+}
+
 void Run(const std::string& directory) {
     const auto file = offlinetz::ReadFileBytes(WorldFile(directory));
     const offlinetz::DatabasePtr reader = offlinetz::CheckFile(file, false).database;
@@ -201,6 +299,7 @@ void Run(const std::string& directory) {
     }
     offlinetz_close(database);
     WriteText(directory + "/library.md", text + IndexTable(*file));
+    WriteText(directory + "/borders.md", BorderTable(*file, land));
 }
 
 }  // namespace
