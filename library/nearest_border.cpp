@@ -31,6 +31,18 @@ struct Nearest {
     ZoneSet beyond = {};
 };
 
+// How far from a border lookups may answer for its other side, in metres; docs/design.md ("The
+// nearest border") proves it. Truncation moves a point by up to a unit in each coordinate, and two
+// units of longitude are one at Greenwich. The rest is single precision: of the degrees, which have
+// the same error in every database, and of the longitude at which an edge crosses a parallel.
+double LookupError(const SphereUnits& units, bool isAtGreenwich) {
+    constexpr double kLatError = 0.15 * 0.5 * kPi * 0x1p-20;
+    constexpr double kLonError = 0.45 * kPi * 0x1p-20;
+    const double lat = units.Lat(1.0) + kLatError;
+    const double lon = units.Lon(isAtGreenwich ? 2.0 : 1.0) + kLonError;
+    return kEarthRadius * std::sqrt(lat * lat + lon * lon);
+}
+
 class Search {
   public:
     Search(const offlinetz_database& database, double lat, double lon, double limit)
@@ -73,6 +85,16 @@ class Search {
                     std::min<size_t>(mNearest.beyond.count, OFFLINETZ_BORDER_ROOM), border->ids);
     }
     bool IsFound() const { return mNearest.kind != Nearest::kNone; }
+
+    // The distance within which lookups have the same answer, in metres.
+    double Holds() const {
+        const double metres = MetresOfHaversine(mNearest.haversine);
+        const Origin::OnMeridian greenwich = mOrigin.NearestOnMeridian(0.0, -0.5 * kPi, 0.5 * kPi);
+        // So far from Greenwich all units are alike.
+        const double beside = 10.0 * kEarthRadius * mUnits.Lon(1.0);
+        const bool mayReach = MetresOfHaversine(greenwich.haversine) < metres + beside;
+        return std::max(metres - LookupError(mUnits, mayReach), 0.0);
+    }
 
     // For NearestFirst.
     double Limit() const { return mNearest.haversine; }
@@ -215,12 +237,13 @@ void PrepareBorders(offlinetz_database* database) {
 int NearestBorder(const offlinetz_database& database, double lat, double lon, double limit,
                   offlinetz_border* border) {
     constexpr double kNothing = std::numeric_limits<double>::quiet_NaN();
-    *border = {kNothing, kNothing, kNothing, kNothing, 0, {}};
+    *border = {kNothing, 0.0, kNothing, kNothing, kNothing, 0, {}};
     if (!(lat >= -90.0 && lat <= 90.0 && lon >= -180.0 && lon <= 180.0))
         return OFFLINETZ_INVALID_POINT;
     if (!database.hasBorders) return OFFLINETZ_UNKNOWN;
     Search search(database, lat, lon, limit > 0.0 ? limit : 0.0);
     if (!search.Run()) return OFFLINETZ_UNKNOWN;
+    border->holds = search.Holds();
     if (!search.IsFound()) return 0;
     search.Fill(border);
     return 1;

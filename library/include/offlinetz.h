@@ -138,8 +138,9 @@ OFFLINETZ_API int offlinetz_has_radius(const offlinetz_database* database);
  * between nautical zones are borders, too. Distances and places are exact to a millimetre for these
  * borders.
  *
- * offlinetz_find truncates a point to units of the database. So within a diagonal of a unit from a
- * border (21 m at precision 21) it may answer for the other side of it. */
+ * offlinetz_find truncates points to units of the database and computes in single precision. So
+ * near a border it may answer for the other side of it: at precision 21 within 30 m, and within 48
+ * m at the meridian of Greenwich. */
 
 enum {
     OFFLINETZ_BORDER_ROOM = 7,  /* Ids in an offlinetz_border. */
@@ -149,7 +150,10 @@ enum {
 /* The nearest place where the answer changes. */
 typedef struct offlinetz_border {
     double metres; /* The distance to the place. */
-    double lat;    /* The place, in degrees. */
+    /* Every point less than so many metres away has the same answer of offlinetz_find: `metres`, or
+     * the limit if no border is within it, less what lookups may be wrong by. 0 if that is less. */
+    double holds;
+    double lat; /* The place, in degrees. */
     double lon;
     /* The direction to the place in degrees, clockwise from north, 0 to 360. 0 if the distance is
      * 0. From a pole, north is along the meridian of the point. */
@@ -169,7 +173,8 @@ typedef struct offlinetz_border {
  * southernmost counts, of these the westernmost.
  *
  * Returns 1; 0 if no border is within the limit; OFFLINETZ_INVALID_POINT; or OFFLINETZ_UNKNOWN.
- * Unless it returns 1, the numbers of `*border` are not numbers (NaN), and `count` is 0.
+ * Unless it returns 1, `count` is 0, and `metres`, `lat`, `lon` and `bearing` are not numbers
+ * (NaN). Where nothing is known, `holds` is 0.
  *
  * It takes 3 to 8 microseconds on average, and 0.1 milliseconds at most, with 16 KB of stack. */
 OFFLINETZ_API int offlinetz_nearest_border(const offlinetz_database* database, double lat,

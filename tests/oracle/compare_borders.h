@@ -19,6 +19,18 @@ inline Zones ZonesOf(const offlinetz_database* database, const int32_t* ids, siz
     return zones;
 }
 
+// The place at a distance and a bearing in degrees.
+inline offlinetz::Degrees PlaceAt(const offlinetz::Degrees& from, double metres, double bearing) {
+    constexpr double kDegree = 3.14159265358979323846 / 180.0;
+    const double angle = metres / 6371008.8;
+    const double lat = from.lat * kDegree;
+    const double sine = std::sin(lat) * std::cos(angle) +
+                        std::cos(lat) * std::sin(angle) * std::cos(bearing * kDegree);
+    const double east = std::atan2(std::sin(bearing * kDegree) * std::sin(angle) * std::cos(lat),
+                                   std::cos(angle) - std::sin(lat) * sine);
+    return {std::asin(sine) / kDegree, std::remainder(from.lon + east / kDegree, 360.0)};
+}
+
 // What is wrong with the nearest border of a point, and, if `metres` is not negative, with the
 // zones within that distance; "" if nothing is. Distances must be right to a millimetre.
 inline std::string DifferenceOfBorders(const offlinetz_database* database,
@@ -48,6 +60,13 @@ inline std::string DifferenceOfBorders(const offlinetz_database* database,
         if (beyond == own ||
             (isInside && borders.AnswersAround({border.lat, border.lon}).count(beyond) == 0)) {
             return what.str() + "the zones beyond";
+        }
+        const offlinetz::Degrees place = PlaceAt(point, 0.999 * border.holds, border.bearing);
+        const size_t count =
+                offlinetz_find(database, place.lat, place.lon, ids, 64, nullptr, nullptr);
+        if (border.holds > 0.0 && ZonesOf(database, ids, count) != own) {
+            what << "does not hold within " << border.holds << " metres";
+            return what.str();
         }
     }
 

@@ -14,6 +14,8 @@ namespace {
 
 using offlinetz::Degrees;
 
+constexpr double kMetresPerDegree = offlinetz::kEarthRadius * M_PI / 180.0;
+
 // Points everywhere, and where the answer is difficult.
 std::vector<Degrees> PointsOf(const oracle::TrueBorders& borders, size_t count, uint64_t seed) {
     offlinetz::RandomPoints random(seed);
@@ -73,23 +75,49 @@ TEST_F(World, HasTheTrueDistances) {
     }
 }
 
-// The place of the border is where the distance and the bearing lead.
 TEST_F(World, HasThePlaceAtTheBearing) {
     for (const Degrees& p : PointsOf(*borders, 2000, 3)) {
         if (std::fabs(p.lat) == 90.0) continue;
         offlinetz_border border;
         ASSERT_EQ(1, offlinetz_nearest_border(database, p.lat, p.lon, HUGE_VAL, &border));
-        const double angle = border.metres / offlinetz::kEarthRadius;
-        const double bearing = border.bearing * M_PI / 180.0;
-        const double lat = p.lat * M_PI / 180.0;
-        const double sine = std::sin(lat) * std::cos(angle) +
-                            std::cos(lat) * std::sin(angle) * std::cos(bearing);
-        const double east = std::atan2(std::sin(bearing) * std::sin(angle) * std::cos(lat),
-                                       std::cos(angle) - std::sin(lat) * sine);
-        const double turn = std::remainder(p.lon + east * 180.0 / M_PI - border.lon, 360.0);
-        ASSERT_NEAR(std::asin(sine) * 180.0 / M_PI, border.lat, 1e-6) << p.lat << " " << p.lon;
+        const Degrees place = oracle::PlaceAt(p, border.metres, border.bearing);
+        const double turn = std::remainder(place.lon - border.lon, 360.0);
+        ASSERT_NEAR(place.lat, border.lat, 1e-6) << p.lat << " " << p.lon;
         ASSERT_NEAR(0.0, turn * std::cos(border.lat * M_PI / 180.0), 1e-6) << p.lat << " " << p.lon;
     }
+}
+
+// Lookups have the same answer up to the distance at which it is said to hold. Asks toward the
+// border, where they fail first. Returns how far from the border one failed; 0 if none did.
+double MetresLost(const offlinetz_database* database, const Degrees& p,
+                  offlinetz::RandomPoints* random) {
+    const auto answerAt = [&](const Degrees& at) {
+        int32_t ids[16];
+        const size_t count = offlinetz_find(database, at.lat, at.lon, ids, 16, nullptr, nullptr);
+        return std::vector<int32_t>(ids, ids + std::min<size_t>(count, 16));
+    };
+    offlinetz_border border;
+    EXPECT_EQ(1, offlinetz_nearest_border(database, p.lat, p.lon, HUGE_VAL, &border));
+    if (border.holds == 0.0) return 0.0;
+    const double bearing = border.bearing + 20.0 * (random->Uniform() - 0.5);
+    const auto own = answerAt(p);
+    EXPECT_EQ(own, answerAt(oracle::PlaceAt(p, 0.999 * border.holds, bearing)))
+            << p.lat << " " << p.lon << " " << border.holds;
+    const double rest = (border.metres - border.holds) * random->Uniform();
+    return answerAt(oracle::PlaceAt(p, border.metres - rest, bearing)) != own ? rest : 0.0;
+}
+
+TEST_F(World, AnswersHoldAsFarAsStated) {
+    offlinetz::RandomPoints random(4);
+    double lost = 0.0;
+    for (size_t i = 0; i < 40000; ++i) {
+        const Degrees end = borders->EndAt(random.Uniform());
+        const double lat = end.lat + 0.003 * (random.Uniform() - 0.5);
+        const double lon = end.lon + 0.003 * (random.Uniform() - 0.5);
+        const Degrees p = {std::clamp(lat, -90.0, 90.0), std::clamp(lon, -180.0, 180.0)};
+        lost = std::max(lost, MetresLost(database, p, &random));
+    }
+    EXPECT_GT(lost, 18.0);
 }
 
 // A database of one tile that covers the world.
@@ -138,8 +166,6 @@ double MetresAt(const offlinetz_database* database, double lat, double lon) {
     EXPECT_EQ(std::isnan(border.metres), result != 1);
     return result == 1 ? border.metres : result;
 }
-
-constexpr double kMetresPerDegree = offlinetz::kEarthRadius * M_PI / 180.0;
 
 TEST(OneTile, ASeamIsNoBorder) {
     constexpr int32_t kDegree = 5825;  // Of longitude, in units, almost.
@@ -223,6 +249,20 @@ TEST(OneTile, StatesWhatIsNotKnown) {
                   results(unknown->Open(), 0.5, HUGE_VAL));
         EXPECT_EQ(OFFLINETZ_UNKNOWN, id);
     }
+}
+
+// There a lookup may be wrong by a unit more.
+TEST(OneTile, AnswersHoldAsFarAsStatedAtGreenwich) {
+    OneTile tile;
+    tile.Add("A", {{-1000, -1000}, {1000, -1000}, {1000, 2}, {-1000, 1}});
+    offlinetz_database* const database = tile.Open();
+    offlinetz::RandomPoints random(5);
+    double lost = 0.0;
+    for (int i = 0; i < 10000; ++i) {
+        const Degrees p = {0.2 * random.Uniform() - 0.1, 0.004 * random.Uniform() - 0.002};
+        lost = std::max(lost, MetresLost(database, p, &random));
+    }
+    EXPECT_GT(lost, 30.0);
 }
 
 // Along a meridian a quarter of a turn away the distance is the same everywhere.
