@@ -147,6 +147,10 @@ int offlinetz_has_radius(const offlinetz_database* database) {
     return database->hasRadius ? 1 : 0;
 }
 
+int offlinetz_has_borders(const offlinetz_database* database) {
+    return database->hasBorders ? 1 : 0;
+}
+
 int offlinetz_nearest_border(const offlinetz_database* database, double lat, double lon,
                              double limit, offlinetz_border* border) {
     return offlinetz::NearestBorder(*database, lat, lon, limit, border);

@@ -72,8 +72,8 @@ enum {
     /* The point is in no zone. This happens with OFFLINETZ_NO_NAUTICAL, and with a database whose
      * precision is not 21: it has no nautical zones. */
     OFFLINETZ_NO_ZONE = -2,
-    /* Distances to borders are not known: the database is not tiled as the compiler makes it
-     * (offlinetz_has_radius is 0), or is damaged. */
+    /* Distances to borders are not known: offlinetz_has_borders is 0, or the database is damaged.
+     */
     OFFLINETZ_UNKNOWN = -3
 };
 
@@ -141,6 +141,9 @@ OFFLINETZ_API int offlinetz_has_radius(const offlinetz_database* database);
  * offlinetz_find truncates points to units of the database and computes in single precision. So
  * near a border it may answer for the other side of it: at precision 21 within 30 m, and within 48
  * m at the meridian of Greenwich. */
+
+/* Whether they are known: 1 if the database is tiled, as the compiler makes it, else 0. */
+OFFLINETZ_API int offlinetz_has_borders(const offlinetz_database* database);
 
 enum {
     OFFLINETZ_BORDER_ROOM = 7,  /* Ids in an offlinetz_border. */

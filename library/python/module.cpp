@@ -2,9 +2,11 @@
 #include <offlinetz.h>
 #include <pybind11/pybind11.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -68,35 +70,83 @@ std::string DefaultPath() {
                        : py::str("the latitude {} is not within -90 to 90").format(lat));
 }
 
-// Whether an argument is a single number: of Python, or a scalar of numpy.
-bool IsNumber(const py::object& value) {
-    return PyNumber_Check(value.ptr()) != 0 && PySequence_Check(value.ptr()) == 0;
-}
-
-// `ids`, `radii`: values of the part's points; either may be null.
-void FindMany(const offlinetz_database& database, const PointBlock& part, int32_t* ids,
-              double* radii) {
-    offlinetz_find_many(&database, part.count, part.lats, part.latStride, part.lons, part.lonStride,
-                        ids, sizeof *ids, radii, sizeof *radii);
-}
-
-// The result of offlinetz_find_all.
+// Several values for each of some points: those of point i are at offsets[i] to before offsets[i +
+// 1].
 struct Answers {
     std::vector<int64_t> offsets;
-    std::vector<int32_t> values;
-
-    void Find(const offlinetz_database& database, const PointBlock& part) {
-        offsets.resize(part.count + 1);
-        size_t count = part.count + part.count / 16;
-        do {  // Again if there was not enough room.
-            values.resize(count);
-            count = offlinetz_find_all(&database, part.count, part.lats, part.latStride, part.lons,
-                                       part.lonStride, offsets.data(), values.data(),
-                                       values.size());
-        } while (count > values.size());
-        values.resize(count);
-    }
+    std::vector<int32_t> ids;
+    std::vector<double> distances;  // As many as there are ids, or none.
 };
+
+void FindAll(const offlinetz_database& database, const PointBlock& part, Answers* answers) {
+    answers->offsets.resize(part.count + 1);
+    size_t count = part.count + part.count / 16;
+    do {  // Again if there was not enough room.
+        answers->ids.resize(count);
+        count = offlinetz_find_all(&database, part.count, part.lats.first, part.lats.stride,
+                                   part.lons.first, part.lons.stride, answers->offsets.data(),
+                                   answers->ids.data(), answers->ids.size());
+    } while (count > answers->ids.size());
+    answers->ids.resize(count);
+}
+
+// The zones within a distance of a point.
+struct ZonesWithin {
+    int32_t ids[OFFLINETZ_MOST_WITHIN];
+    double distances[OFFLINETZ_MOST_WITHIN];
+    size_t count;
+
+    // cppcheck-suppress uninitMemberVar ; the first `count` elements are filled.
+    ZonesWithin(const offlinetz_database& database, double lat, double lon, double metres)
+        : count(offlinetz_zones_within(&database, lat, lon, metres, ids, distances,
+                                       OFFLINETZ_MOST_WITHIN)) {}
+};
+
+// A point without zones has one value.
+void FindWithin(const offlinetz_database& database, const PointBlock& part, Answers* answers) {
+    answers->offsets.push_back(0);
+    for (size_t i = 0; i < part.count; ++i) {
+        ZonesWithin within(database, part.lats.At(i), part.lons.At(i), part.metres.At(i));
+        if (within.count == 0) {
+            within.count = 1;
+            within.distances[0] = std::numeric_limits<double>::quiet_NaN();
+        }
+        answers->ids.insert(answers->ids.end(), within.ids, within.ids + within.count);
+        answers->distances.insert(answers->distances.end(), within.distances,
+                                  within.distances + within.count);
+        answers->offsets.push_back(static_cast<int64_t>(answers->ids.size()));
+    }
+}
+
+// An element of the array that find_borders returns.
+struct BorderElement {
+    double metres;
+    double holds;
+    double lat;
+    double lon;
+    double bearing;
+    int32_t zone;
+    int32_t count;
+};
+
+py::list TypeOfBorderElement() {
+    py::list fields;
+    for (const char* name : {"metres", "holds", "lat", "lon", "bearing"})
+        fields.append(py::make_tuple(name, "f8"));
+    for (const char* name : {"zone", "count"})
+        fields.append(py::make_tuple(name, "i4"));
+    return fields;
+}
+
+BorderElement FindBorder(const offlinetz_database& database, double lat, double lon, double limit) {
+    offlinetz_border border;
+    const int result = offlinetz_nearest_border(&database, lat, lon, limit, &border);
+    const int32_t zone = border.count > 0 ? border.ids[0]
+                         : result < 0     ? int32_t{result}
+                                          : int32_t{OFFLINETZ_NO_ZONE};
+    return {border.metres,  border.holds, border.lat,  border.lon,
+            border.bearing, zone,         border.count};
+}
 
 // The class Database. The documents of its members are at the end of this file.
 class Database {
@@ -151,54 +201,71 @@ class Database {
         return names;
     }
 
-    py::object Find(const py::object& lats, const py::object& lons, int threads) const {
-        return FillArray<int32_t>(lats, lons, threads, "int32",
-                                  [](const offlinetz_database& database, const PointBlock& part,
-                                     int32_t* ids) { FindMany(database, part, ids, nullptr); });
+    py::object NearestBorder(double lat, double lon, double limit) const {
+        const Handle open = HandleWithBorders();
+        offlinetz_border border;
+        int result;
+        {
+            const py::gil_scoped_release release;
+            result = offlinetz_nearest_border(open.get(), lat, lon, limit, &border);
+        }
+        RequireKnown(result, lat, lon);
+        if (result == 0) return py::none();
+        const auto count = static_cast<size_t>(std::min(border.count, int{OFFLINETZ_BORDER_ROOM}));
+        py::tuple zones(count);
+        for (size_t i = 0; i < count; ++i)
+            zones[i] = NameOf(border.ids[i]);
+        return py::module_::import("offlinetz")
+                .attr("Border")(border.metres, border.holds, border.lat, border.lon, border.bearing,
+                                zones);
     }
 
-    py::object RadiusKm(const py::object& lats, const py::object& lons, int threads) const {
-        if (offlinetz_has_radius(Open().get()) == 0)
-            throw py::value_error(
-                    py::str("{}: is not tiled, so it has no safe radii").format(mPath));
-        if (IsNumber(lats) && IsNumber(lons)) {
-            const double lat = py::float_(lats);
-            const double lon = py::float_(lons);
-            int32_t id;
-            double radius;
-            offlinetz_find(Open().get(), lat, lon, &id, 1, nullptr, &radius);
-            if (id == OFFLINETZ_INVALID_POINT) ThrowInvalidPoint(lat, lon);
-            return py::float_(radius);
-        }
-        return FillArray<double>(lats, lons, threads, "float64",
-                                 [](const offlinetz_database& database, const PointBlock& part,
-                                    double* radii) { FindMany(database, part, nullptr, radii); });
+    py::dict ZonesIn(double lat, double lon, double metres) const {
+        const Handle open = HandleWithBorders();
+        const auto within = [&] {
+            const py::gil_scoped_release release;
+            return ZonesWithin(*open, lat, lon, metres);
+        }();
+        py::dict zones;
+        if (within.count == 0) RequireKnown(within.ids[0], lat, lon);
+        for (size_t i = 0; i < within.count; ++i)
+            zones[NameOf(within.ids[i])] = within.distances[i];
+        return zones;
+    }
+
+    py::object Find(const py::object& lats, const py::object& lons, int threads) const {
+        return FillArray<int32_t>(
+                HandleFor(threads), PointArrays(lats, lons), threads, "int32",
+                [](const offlinetz_database& database, const PointBlock& part, int32_t* ids) {
+                    offlinetz_find_many(&database, part.count, part.lats.first, part.lats.stride,
+                                        part.lons.first, part.lons.stride, ids, sizeof *ids,
+                                        nullptr, 0);
+                });
+    }
+
+    py::object FindBorders(const py::object& lats, const py::object& lons, const py::object& limit,
+                           int threads) const {
+        HandleWithBorders();
+        return FillArray<BorderElement>(
+                HandleFor(threads), PointArrays(lats, lons, limit), threads, TypeOfBorderElement(),
+                [](const offlinetz_database& database, const PointBlock& part,
+                   BorderElement* borders) {
+                    for (size_t i = 0; i < part.count; ++i) {
+                        borders[i] = FindBorder(database, part.lats.At(i), part.lons.At(i),
+                                                part.metres.At(i));
+                    }
+                });
     }
 
     py::tuple FindAll(const py::object& lats, const py::object& lons, int threads) const {
-        const Handle open = HandleFor(threads);
-        const PointArrays points(lats, lons);
-        const py::object offsets = points.NewArray(points.Count() + 1, "int64");
-        const Buffer ends(offsets, PyBUF_WRITABLE);
-        *ends.Data<int64_t>() = 0;
-        std::vector<int32_t> values;
-        values.reserve(points.Count() + points.Count() / 16);
-        points.ForEachBlock(threads, [&](const PointBlock& block) {
-            std::vector<Answers> answers(PartCount(block, threads));
-            ForEachPart(block, threads, [&](const PointBlock& part, size_t number) {
-                answers[number].Find(*open, part);
-            });
-            int64_t* end = ends.Data<int64_t>() + block.begin;
-            for (const Answers& part : answers) {
-                const auto before = static_cast<int64_t>(values.size());
-                for (size_t i = 1; i < part.offsets.size(); ++i)
-                    *++end = before + part.offsets[i];
-                values.insert(values.end(), part.values.begin(), part.values.end());
-            }
-        });
-        const py::object ids = points.NewArray(values.size(), "int32");
-        std::copy(values.begin(), values.end(), Buffer(ids, PyBUF_WRITABLE).Data<int32_t>());
-        return py::make_tuple(offsets, ids);
+        return FillLists(HandleFor(threads), PointArrays(lats, lons), threads, false, ::FindAll);
+    }
+
+    py::tuple FindWithin(const py::object& lats, const py::object& lons, const py::object& metres,
+                         int threads) const {
+        HandleWithBorders();
+        return FillLists(HandleFor(threads), PointArrays(lats, lons, metres), threads, true,
+                         ::FindWithin);
     }
 
     int32_t ZoneId(const std::string& name) const {
@@ -234,14 +301,27 @@ class Database {
         return Open();
     }
 
+    Handle HandleWithBorders() const {
+        if (offlinetz_has_borders(Open().get()) == 0) {
+            throw py::value_error(
+                    py::str("{}: is not tiled, so it has no distances to borders").format(mPath));
+        }
+        return Open();
+    }
+
+    // `result`: of a function for distances, negative if there is none.
+    void RequireKnown(int result, double lat, double lon) const {
+        if (result == OFFLINETZ_INVALID_POINT) ThrowInvalidPoint(lat, lon);
+        if (result == OFFLINETZ_UNKNOWN)
+            throw py::value_error(py::str("{}: is damaged").format(mPath));
+    }
+
     py::object NameOf(int32_t id) const { return mNames[static_cast<size_t>(id)]; }
 
     // Makes an array with a value for each point, by find(database, part, values of the part).
-    template <typename Value, typename Find>
-    py::object FillArray(const py::object& lats, const py::object& lons, int threads,
-                         const char* type, const Find& find) const {
-        const Handle open = HandleFor(threads);
-        const PointArrays points(lats, lons);
+    template <typename Value, typename Type, typename Find>
+    static py::object FillArray(const Handle& open, const PointArrays& points, int threads,
+                                const Type& type, const Find& find) {
         py::object result = points.NewArray(points.Shape(), type);
         const Buffer values(result, PyBUF_WRITABLE);
         points.ForEachBlock(threads, [&](const PointBlock& block) {
@@ -250,6 +330,41 @@ class Database {
             });
         });
         return result;
+    }
+
+    // Makes arrays of offsets, ids and, if they are wanted, distances by find(database, part,
+    // answers for the part).
+    template <typename Find>
+    static py::tuple FillLists(const Handle& open, const PointArrays& points, int threads,
+                               bool wantsDistances, const Find& find) {
+        const py::object offsets = points.NewArray(points.Count() + 1, "int64");
+        const Buffer ends(offsets, PyBUF_WRITABLE);
+        *ends.Data<int64_t>() = 0;
+        std::vector<int32_t> ids;
+        std::vector<double> distances;
+        ids.reserve(points.Count() + points.Count() / 16);
+        points.ForEachBlock(threads, [&](const PointBlock& block) {
+            std::vector<Answers> answers(PartCount(block, threads));
+            ForEachPart(block, threads, [&](const PointBlock& part, size_t number) {
+                find(*open, part, &answers[number]);
+            });
+            int64_t* end = ends.Data<int64_t>() + block.begin;
+            for (const Answers& part : answers) {
+                const auto before = static_cast<int64_t>(ids.size());
+                for (size_t i = 1; i < part.offsets.size(); ++i)
+                    *++end = before + part.offsets[i];
+                ids.insert(ids.end(), part.ids.begin(), part.ids.end());
+                distances.insert(distances.end(), part.distances.begin(), part.distances.end());
+            }
+        });
+        const auto arrayOf = [&](const auto& values, const char* type) {
+            using Value = typename std::decay_t<decltype(values)>::value_type;
+            py::object array = points.NewArray(values.size(), type);
+            std::copy(values.begin(), values.end(), Buffer(array, PyBUF_WRITABLE).Data<Value>());
+            return array;
+        };
+        if (!wantsDistances) return py::make_tuple(offsets, arrayOf(ids, "int32"));
+        return py::make_tuple(offsets, arrayOf(ids, "int32"), arrayOf(distances, "float64"));
     }
 
     Handle mOpen;  // Null if closed.
@@ -265,6 +380,7 @@ PYBIND11_MODULE(offlinetz, module) {
     py::options options;
     options.disable_function_signatures();
     const auto threads = "threads"_a = 1;
+    const auto limit = "limit"_a = std::numeric_limits<double>::infinity();
 
     module.doc() = R"(Which time zone contains a point, without a network.
 
@@ -277,6 +393,19 @@ Coordinates are degrees, north and east positive: latitudes from -90 to 90, long
     module.attr("__version__") = OFFLINETZ_VERSION;
     module.attr("INVALID_POINT") = py::int_(static_cast<int>(OFFLINETZ_INVALID_POINT));
     module.attr("NO_ZONE") = py::int_(static_cast<int>(OFFLINETZ_NO_ZONE));
+    module.attr("UNKNOWN") = py::int_(static_cast<int>(OFFLINETZ_UNKNOWN));
+    module.attr("Border") =
+            py::module_::import("collections")
+                    .attr("namedtuple")("Border", "metres holds lat lon bearing zones",
+                                        "module"_a = "offlinetz");
+    module.attr("Border").attr("__doc__") = R"(The nearest place where the answer changes.
+
+metres: its distance on a sphere with the earth's mean radius of 6371008.8 m.
+holds: every point less than so many metres away has the same zones. This is metres less what
+    truncation may do: 30 m in the world database, 48 m where Greenwich is nearer than the border.
+lat, lon: the place in degrees.
+bearing: the direction to it in degrees, clockwise from north.
+zones: a tuple of the names of the zones beyond.)";
 
     py::class_<Database>(module, "Database",
                          R"(Database(path=None, *, verify=True, mapped=False, nautical=True)
@@ -338,16 +467,50 @@ values (int32) holds the ids of point i from index offsets[i] to before offsets[
 as find() gives. Points of arrays of several dimensions are numbered in C order.
 
 Arguments and errors are those of find().)")
-            .def("radius_km", &Database::RadiusKm, "lats"_a, "lons"_a, py::kw_only(), threads,
-                 R"(radius_km(lats, lons, *, threads=1)
+            .def("nearest_border", &Database::NearestBorder, "lat"_a, "lon"_a, py::kw_only(), limit,
+                 R"(nearest_border(lat, lon, *, limit=inf)
 
-The safe radius in kilometres: every point that is not further away has the same zones. It is 0 if
-nothing is known: close to a border, and for the invalid points of arrays.
+The nearest place where the answer changes: a Border, or None if no border is within limit metres,
+which saves time.
 
-For two numbers it is a float; errors are those of zone(). For arrays it is a float64 array of their
-shape, in C order; arguments and errors are those of find().
+Raises ValueError for a coordinate that is not a number or outside of its range, and if the database
+is not tiled.)")
+            .def("zones_within", &Database::ZonesIn, "lat"_a, "lon"_a, "metres"_a,
+                 R"(zones_within(lat, lon, metres)
 
-Raises ValueError if the database is not tiled.)")
+The names of all zones that have a point within a distance, with the distances of their nearest
+points in metres: a dict, the nearest first. Those of zones(lat, lon) have 0.
+
+With the accuracy of a position it tells whether the answer is certain, and which others are
+possible. Nautical zones count where there is sea.
+
+Errors are those of nearest_border().)")
+            .def("find_borders", &Database::FindBorders, "lats"_a, "lons"_a, py::kw_only(), limit,
+                 threads, R"(find_borders(lats, lons, *, limit=inf, threads=1)
+
+The nearest border of each point: a structured array of the shape of lats and lons, in C order, with
+the fields of Border except zones. Instead it has zone, the id of the first zone beyond, and count,
+their number.
+
+zone is -2 (NO_ZONE) where there is no zone beyond, or no border within limit; -1 (INVALID_POINT)
+where a coordinate is not a number or outside of its range; -3 (UNKNOWN) where the database is
+damaged. Without a border all fields but holds are NaN.
+
+limit: metres, a number or an array of the same shape.
+
+Other arguments and errors are those of find(). Raises ValueError if the database is not tiled.)")
+            .def("find_within", &Database::FindWithin, "lats"_a, "lons"_a, "metres"_a,
+                 py::kw_only(), threads, R"(find_within(lats, lons, metres, *, threads=1)
+
+All zones within a distance of each point: a tuple of three arrays of one dimension, offsets, values
+and distances.
+
+offsets and values are those of find_all(), with the nearest zones first. distances (float64) has
+the metres to the nearest point of each zone. A point without a zone has the distance NaN.
+
+metres: a number or an array of the same shape.
+
+Other arguments and errors are those of find_borders().)")
             .def("zone_id", &Database::ZoneId, "name"_a, R"(zone_id(name)
 
 The id of the zone with a name. Raises KeyError if there is none.)")

@@ -1,4 +1,4 @@
-// The points of two numpy arrays, block by block.
+// The points of numpy arrays, block by block.
 //
 // Only numpy's Python functions and the buffer protocol are used. So the module works with any
 // version of numpy, and imports numpy when the first array comes.
@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <future>
 #include <vector>
 
@@ -38,44 +39,57 @@ class Buffer {
     Py_buffer mView;
 };
 
-// Some points that follow each other: degrees, with strides in bytes.
+// Numbers as they lie in memory.
+struct Column {
+    const double* first;
+    ptrdiff_t stride;  // In bytes.
+
+    Column From(size_t i) const {
+        const auto* const bytes = static_cast<const char*>(static_cast<const void*>(first));
+        const void* const element = bytes + static_cast<ptrdiff_t>(i) * stride;
+        return {static_cast<const double*>(element), stride};
+    }
+    // Elements need not be aligned.
+    double At(size_t i) const {
+        double value;
+        std::memcpy(&value, From(i).first, sizeof value);
+        return value;
+    }
+};
+
+// Some points that follow each other.
 struct PointBlock {
     size_t begin;  // The number of the first one in the arrays.
     size_t count;
-    const double* lats;
-    ptrdiff_t latStride;
-    const double* lons;
-    ptrdiff_t lonStride;
+    Column lats;  // Degrees.
+    Column lons;
+    Column metres;  // A distance for each point.
 
     PointBlock Part(size_t from, size_t to) const {
-        const auto at = [from](const double* first, ptrdiff_t stride) {
-            const void* const element = static_cast<const char*>(static_cast<const void*>(first)) +
-                                        static_cast<ptrdiff_t>(from) * stride;
-            return static_cast<const double*>(element);
-        };
-        return {begin + from, to - from,           at(lats, latStride),
-                latStride,    at(lons, lonStride), lonStride};
+        return {begin + from, to - from, lats.From(from), lons.From(from), metres.From(from)};
     }
 };
 
 class PointArrays {
   public:
-    // Takes arrays, or what numpy.asarray makes arrays of. Throws TypeError if they hold no real
-    // numbers, and ValueError if their shapes differ.
-    PointArrays(const pybind11::object& lats, const pybind11::object& lons)
-        : mLats(NumbersOf("lats", lats)), mLons(NumbersOf("lons", lons)) {
-        if (!Shape().equal(mLons.attr("shape"))) {
-            throw pybind11::value_error(pybind11::str("lats and lons differ in shape: {} and {}")
-                                                .format(Shape(), mLons.attr("shape")));
-        }
+    // Takes arrays, or what numpy.asarray makes arrays of. `metres` may also be one number for all
+    // points. Throws TypeError if they hold no real numbers, and ValueError if their shapes differ.
+    PointArrays(const pybind11::object& lats, const pybind11::object& lons,
+                const pybind11::object& metres = pybind11::float_(0.0))
+        : mLats(NumbersOf("lats", lats)),
+          mLons(NumbersOf("lons", lons)),
+          mMetres(NumbersOf("metres", metres)) {
+        RequireShape("lons", mLons);
+        if (mMetres.attr("ndim").cast<int>() > 0) RequireShape("metres", mMetres);
     }
 
     pybind11::object Shape() const { return mLats.attr("shape"); }
     size_t Count() const { return mLats.attr("size").cast<size_t>(); }
 
-    // Makes an array in C order, not initialised. `shape`: a number or a tuple.
-    template <typename Shape>
-    pybind11::object NewArray(const Shape& shape, const char* type) const {
+    // Makes an array in C order, not initialised. `shape`: a number or a tuple. `type`: what numpy
+    // makes a dtype of.
+    template <typename Shape, typename Type>
+    pybind11::object NewArray(const Shape& shape, const Type& type) const {
         return mNumpy.attr("empty")(shape, type);
     }
 
@@ -86,20 +100,23 @@ class PointArrays {
     template <typename Take>
     void ForEachBlock(int threads, const Take& take) const {
         using namespace pybind11::literals;
-        const auto pair = [](const auto& both) { return pybind11::make_tuple(both, both); };
+        const auto three = [](const auto& all) { return pybind11::make_tuple(all, all, all); };
         const pybind11::object blocks = mNumpy.attr("nditer")(
-                pybind11::make_tuple(mLats, mLons), "order"_a = "C", "casting"_a = kCasting,
+                pybind11::make_tuple(mLats, mLons, mMetres), "order"_a = "C",
+                "casting"_a = kCasting,
                 "flags"_a = pybind11::make_tuple("external_loop", "buffered", "zerosize_ok"),
-                "op_flags"_a = pair(pybind11::make_tuple("readonly")), "op_dtypes"_a = pair(kType),
+                "op_flags"_a = three(pybind11::make_tuple("readonly")),
+                "op_dtypes"_a = three(kType),
                 "buffersize"_a = 65536 * std::min(threads, kMostThreads));
         size_t begin = 0;
         for (const pybind11::handle block : blocks) {
             const Buffer lats(block[pybind11::int_(0)], PyBUF_STRIDES);
             const Buffer lons(block[pybind11::int_(1)], PyBUF_STRIDES);
+            const Buffer metres(block[pybind11::int_(2)], PyBUF_STRIDES);
             {
                 const pybind11::gil_scoped_release release;
-                take(PointBlock{begin, lats.Count(), lats.Data<double>(), lats.Stride(),
-                                lons.Data<double>(), lons.Stride()});
+                take(PointBlock{begin, lats.Count(), ColumnOf(lats), ColumnOf(lons),
+                                ColumnOf(metres)});
             }
             begin += lats.Count();
             if (PyErr_CheckSignals() != 0) throw pybind11::error_already_set();
@@ -110,6 +127,16 @@ class PointArrays {
     static constexpr int kMostThreads = 256;  // That get a whole block each.
     static constexpr const char* kType = "float64";
     static constexpr const char* kCasting = "same_kind";
+
+    static Column ColumnOf(const Buffer& buffer) {
+        return {buffer.Data<double>(), buffer.Stride()};
+    }
+
+    void RequireShape(const char* name, const pybind11::object& array) const {
+        if (Shape().equal(array.attr("shape"))) return;
+        throw pybind11::value_error(pybind11::str("lats and {} differ in shape: {} and {}")
+                                            .format(name, Shape(), array.attr("shape")));
+    }
 
     pybind11::object NumbersOf(const char* name, const pybind11::object& values) const {
         pybind11::object array = mNumpy.attr("asarray")(values);
@@ -124,6 +151,7 @@ class PointArrays {
     const pybind11::module_ mNumpy = pybind11::module_::import("numpy");
     const pybind11::object mLats;
     const pybind11::object mLons;
+    const pybind11::object mMetres;
 };
 
 // The number of parts into which `threads` threads divide a block. A thread takes longer to start

@@ -91,9 +91,30 @@ class PythonTest(unittest.TestCase):
         disputed = self.db.find_all([43.8256] * 40, [87.6168] * 40)  # More values than are expected.
         self.assertEqual(disputed[0].tolist(), list(range(0, 81, 2)))
         self.assertEqual(names[disputed[1]].tolist(), ["Asia/Shanghai", "Asia/Urumqi"] * 40)
-        radii = self.db.radius_km(lats[:2000], lons[:2000]).tolist()
-        self.assertEqual(radii, [self.db.radius_km(*point) for point in points[:2000]])
-        self.assertGreater(sum(radii), 2000)
+
+    def test_distances_of_arrays_are_those_of_points(self):
+        lats, lons = random_points(2000)
+        metres = numpy.geomspace(1, 1e6, 2000)
+        borders = self.db.find_borders(lats, lons, limit=metres)
+        offsets, values, distances = self.db.find_within(lats, lons, metres)
+        found = 0
+        for i, point in enumerate(zip(lats.tolist(), lons.tolist())):
+            border = self.db.nearest_border(*point, limit=metres[i])
+            found += border is not None
+            row = borders[i].item()
+            if border is None:
+                self.assertTrue(numpy.isnan(row[0]) and row[1] > 0 and row[5:] == (offlinetz.NO_ZONE, 0) or metres[i] < 50)
+            else:
+                self.assertEqual(row, (*border[:5], self.db.zone_id(border.zones[0]), len(border.zones)))
+            part = slice(offsets[i], offsets[i + 1])
+            zones = self.db.zones_within(*point, metres[i])
+            self.assertEqual([*zones], [self.db.names[id] for id in values[part]])
+            self.assertEqual([*zones.values()], distances[part].tolist())
+            own = self.db.zones(*point)
+            self.assertEqual(sorted([*zones][: len(own)]), sorted(own))
+            if border and border.metres < metres[i] - 0.001:
+                self.assertLessEqual({*border.zones}, {*zones})
+        self.assertGreater(found, 200)
 
     def test_arrays_of_every_kind(self):
         lats, lons = random_points(150_000)  # More than two blocks.
@@ -110,10 +131,14 @@ class PythonTest(unittest.TestCase):
             plain = [numpy.ravel(array).astype("f8") for array in (x, y)]
             for threads in 1, 2, 100:
                 with self.subTest(kind, threads=threads):
-                    for find, dtype in (self.db.find, "int32"), (self.db.radius_km, "float64"):
-                        result = find(x, y, threads=threads)
-                        self.assertEqual((result.shape, result.dtype), (numpy.shape(x), dtype))
-                        numpy.testing.assert_array_equal(result.ravel(), find(*plain))
+                    result = self.db.find(x, y, threads=threads)
+                    self.assertEqual((result.shape, result.dtype), (numpy.shape(x), "int32"))
+                    numpy.testing.assert_array_equal(result.ravel(), self.db.find(*plain))
+                    few = [numpy.asarray(array)[:50] if numpy.ndim(array) else array for array in (x, y)]
+                    borders = self.db.find_borders(*few, limit=1000, threads=threads)
+                    self.assertEqual(borders.shape, numpy.shape(few[0]))
+                    plain_few = [numpy.ravel(array).astype("f8") for array in few]
+                    self.assertEqual(borders.tobytes(), self.db.find_borders(*plain_few, limit=1000).tobytes())
                     for result, expected in zip(self.db.find_all(x, y, threads=threads), self.db.find_all(*plain)):
                         numpy.testing.assert_array_equal(result, expected)
 
@@ -133,6 +158,12 @@ class PythonTest(unittest.TestCase):
         self.assertEqual(ids.tolist()[:3], [offlinetz.NO_ZONE, offlinetz.INVALID_POINT, offlinetz.INVALID_POINT])
         self.assertEqual(numpy.array([*land.names, None, None])[ids].tolist(), [None, None, None, "Europe/Paris"])
         self.assertEqual([array.tolist() for array in land.find_all([30, 91], [-40, 0])], [[0, 1, 2], [-2, -1]])
+        self.assertIsNone(self.db.nearest_border(*ATLANTIC, limit=1000))
+        self.assertEqual(land.nearest_border(36.9, -8.9).zones, ())
+        borders = land.find_borders([30, 90.001], [-40, 0], limit=1000)
+        self.assertEqual((borders["zone"].tolist(), borders["holds"].round().tolist()), ([-2, -1], [970, 0]))
+        offsets, ids, metres = land.find_within([30, 90.001], [-40, 0], 1000)
+        self.assertEqual((offsets.tolist(), ids.tolist(), numpy.isnan(metres).all()), ([0, 1, 2], [-2, -1], True))
         self.assertEqual(self.db.zone_id("Etc/GMT-12"), len(self.db.names) - 1)
 
     def test_errors(self):
@@ -141,15 +172,16 @@ class PythonTest(unittest.TestCase):
         for error, message, call, *arguments in [
             (ValueError, "the latitude 90.5 is not within -90 to 90", self.db.zone, 90.5, 0),
             (ValueError, "the longitude nan is not within -180 to 180", self.db.zones, 0, float("nan")),
-            (ValueError, "the latitude -inf is not", self.db.radius_km, -float("inf"), 0),
+            (ValueError, "the latitude -inf is not", self.db.nearest_border, -float("inf"), 0),
+            (ValueError, "the longitude 181.0 is not", self.db.zones_within, 0, 181, 5),
             (TypeError, "incompatible function arguments", self.db.zone, "1", 2),
-            (TypeError, "not 'complex'", self.db.radius_km, 1j, 2),
             (ValueError, r"differ in shape: \(2,\) and \(1, 2\)", self.db.find, [1, 2], [[1, 2]]),
             (TypeError, "lons has no real numbers but the type object", self.db.find, [1], [None]),
+            (ValueError, r"lats and metres differ in shape: \(1,\) and \(2,\)", self.db.find_within, [1], [1], [5, 6]),
             (TypeError, "lats has no real numbers but the type complex128", self.db.find_all, [1j], [1]),
             (ValueError, "threads is less than 1", lambda: self.db.find([1], [1], threads=0)),
             (KeyError, "Nowhere", self.db.zone_id, "Nowhere"), (KeyError, "Paris", self.db.zone_id, "Europe/Paris\0"),
-            (ValueError, "a.bin: is not tiled", whole.radius_km, 1, 2), (ValueError, "is not tiled", whole.radius_km, [1], [2]),
+            (ValueError, "a.bin: is not tiled", whole.nearest_border, 1, 2), (ValueError, "is not tiled", whole.find_within, [1], [2], 3),
         ]:
             with self.subTest(message), self.assertRaisesRegex(error, message):
                 call(*arguments)
@@ -181,7 +213,8 @@ class PythonTest(unittest.TestCase):
         members = {hint.name for hint in hints if not hint.name.startswith("_")}
         self.assertEqual(members, {name for name in dir(db) if not name.startswith("_")})
         arguments = {"zone_id": ["Europe/Paris"], "__getstate__": [], **dict.fromkeys(
-            ["zone", "zones", "find", "find_all", "radius_km"], PARIS)}
+            ["zone", "zones", "nearest_border", "find", "find_all", "find_borders"], PARIS),
+            **dict.fromkeys(["zones_within", "find_within"], [*PARIS, 5])}
         for name in (members | {"__getstate__"}) - {"path", "close"}:
             with self.subTest(name), self.assertRaisesRegex(ValueError, "the database is closed"):
                 getattr(db, name)(*arguments.get(name, []))
@@ -223,7 +256,7 @@ class PythonTest(unittest.TestCase):
 
     def test_numpy_is_imported_for_arrays_only(self):
         run_python(sys.executable, "-c", "import offlinetz, sys; db = offlinetz.Database(); db.zone(1, 2); "
-                   "db.zones(1, 2); db.radius_km(1, 2); assert 'numpy' not in sys.modules")
+                   "db.zones(1, 2); db.nearest_border(1, 2); db.zones_within(1, 2, 3); assert 'numpy' not in sys.modules")
 
     def test_wheel(self):
         make_wheel = ROOT / "library/python/make-wheel"

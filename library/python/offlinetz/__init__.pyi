@@ -1,6 +1,6 @@
 from os import PathLike
 from types import TracebackType
-from typing import Final, SupportsFloat, SupportsIndex, TypeVar, overload
+from typing import Any, Final, NamedTuple, SupportsFloat, SupportsIndex, TypeVar
 
 from numpy import float64, int32, int64
 from numpy.typing import ArrayLike, NDArray
@@ -8,8 +8,17 @@ from numpy.typing import ArrayLike, NDArray
 __version__: Final[str]
 INVALID_POINT: Final = -1
 NO_ZONE: Final = -2
+UNKNOWN: Final = -3
 
 _Self = TypeVar("_Self", bound=Database)
+
+class Border(NamedTuple):
+    metres: float
+    holds: float
+    lat: float
+    lon: float
+    bearing: float
+    zones: tuple[str, ...]
 
 class Database:
     def __init__(
@@ -22,16 +31,22 @@ class Database:
     ) -> None: ...
     def zone(self, lat: SupportsFloat | SupportsIndex, lon: SupportsFloat | SupportsIndex) -> str | None: ...
     def zones(self, lat: SupportsFloat | SupportsIndex, lon: SupportsFloat | SupportsIndex) -> list[str]: ...
+    def nearest_border(
+        self, lat: SupportsFloat | SupportsIndex, lon: SupportsFloat | SupportsIndex, *, limit: float = ...
+    ) -> Border | None: ...
+    def zones_within(
+        self, lat: SupportsFloat | SupportsIndex, lon: SupportsFloat | SupportsIndex, metres: float
+    ) -> dict[str, float]: ...
     def find(self, lats: ArrayLike, lons: ArrayLike, *, threads: int = 1) -> NDArray[int32]: ...
     def find_all(
         self, lats: ArrayLike, lons: ArrayLike, *, threads: int = 1
     ) -> tuple[NDArray[int64], NDArray[int32]]: ...
-    @overload  # A number is array-like, too.
-    def radius_km(  # type: ignore[misc]
-        self, lats: float, lons: float, *, threads: int = 1
-    ) -> float: ...
-    @overload
-    def radius_km(self, lats: ArrayLike, lons: ArrayLike, *, threads: int = 1) -> NDArray[float64]: ...
+    def find_borders(
+        self, lats: ArrayLike, lons: ArrayLike, *, limit: ArrayLike = ..., threads: int = 1
+    ) -> NDArray[Any]: ...
+    def find_within(
+        self, lats: ArrayLike, lons: ArrayLike, metres: ArrayLike, *, threads: int = 1
+    ) -> tuple[NDArray[int64], NDArray[int32], NDArray[float64]]: ...
     def zone_id(self, name: str) -> int: ...
     @property
     def names(self) -> tuple[str, ...]: ...
