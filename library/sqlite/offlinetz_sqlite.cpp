@@ -2,12 +2,18 @@
 //
 //     timezone(lat, lon)            the name of the first zone at a point; NULL if there is none
 //     timezones(lat, lon)           the names of all zones, as a JSON array
-//     timezone_radius_km(lat, lon)  the safe radius in kilometres (offlinetz_find)
+//     timezone_border(lat, lon)     the nearest border, as a JSON object with the members of
+//                                   offlinetz_border: {"metres":…,"holds":…,"lat":…,"lon":…,
+//                                   "bearing":…,"zones":[…]}; NULL if there is none
+//     timezones_within(lat, lon, metres)
+//                                   the zones within a distance, the nearest first, as a JSON array
+//                                   of objects: {"zone":…,"metres":…}
 //     timezone_open(path)           opens another database for this connection; returns its version
 //
-// `lat` and `lon` are degrees: numbers, or texts that SQLite's numeric affinity turns into numbers.
-// The first three functions return NULL if an argument is NULL. Without timezone_open they use the
-// installed world database, which the first lookup of a connection opens.
+// `lat` and `lon` are degrees. They and `metres` are numbers, or texts that SQLite's numeric
+// affinity turns into numbers. All but timezone_open return NULL if an argument is NULL. Without
+// timezone_open they use the installed world database, which the first lookup of a connection
+// opens.
 //
 // Threads. Each connection has its own database and shares nothing with others. SQLite calls a
 // function while it holds the mutex of its connection. In a build or a connection without that
@@ -15,11 +21,16 @@
 #include <offlinetz.h>
 #include <sqlite3ext.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cstdint>
+#include <iterator>
+#include <limits>
 #include <memory>
 #include <new>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 SQLITE_EXTENSION_INIT1
@@ -62,6 +73,25 @@ std::string JsonString(const std::string& text) {
     return json + '"';
 }
 
+std::string JsonNumber(double value) {
+    char text[32];
+    return {text, std::to_chars(text, std::end(text), value).ptr};
+}
+
+std::string JsonNames(const State& state, const int32_t* ids, size_t count) {
+    std::string json = "[";
+    for (size_t i = 0; i < count; ++i)
+        json += (i > 0 ? "," : "") + JsonString(*state.TextsOf(ids[i]).name);
+    return json + ']';
+}
+
+constexpr unsigned kJson = 'J';  // The subtype of SQLite's JSON functions.
+
+void SetJson(sqlite3_context* context, const std::string& json) {
+    sqlite3_result_text64(context, json.data(), json.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+    sqlite3_result_subtype(context, kJson);
+}
+
 // Gives SQLite a text that lives as long as the connection.
 void SetText(sqlite3_context* context, const std::string& text) {
     sqlite3_result_text64(context, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
@@ -100,10 +130,9 @@ struct Found {
     size_t count;
 };
 
-// Looks up the point of the arguments; opens the installed database if none is open. `radius`
-// receives the safe radius; it may be null. Returns false if the result of the SQL function is
-// settled: NULL or an error. Throws std::bad_alloc.
-bool LookUp(sqlite3_context* context, sqlite3_value** values, double* radius, Found* found) {
+// Looks up the point of the arguments; opens the installed database if none is open. Returns false
+// if the result of the SQL function is settled: NULL or an error. Throws std::bad_alloc.
+bool LookUp(sqlite3_context* context, sqlite3_value** values, Found* found) {
     const int lat = sqlite3_value_numeric_type(values[0]);
     const int lon = sqlite3_value_numeric_type(values[1]);
     if (lat == SQLITE_NULL || lon == SQLITE_NULL) return false;
@@ -119,7 +148,7 @@ bool LookUp(sqlite3_context* context, sqlite3_value** values, double* radius, Fo
     if (state->database == nullptr && !Open(context, nullptr, state)) return false;
     *found = {state, sqlite3_value_double(values[0]), sqlite3_value_double(values[1]), 0, 0};
     found->count = offlinetz_find(state->database.get(), found->lat, found->lon, &found->id, 1,
-                                  nullptr, radius);
+                                  nullptr, nullptr);
     if (found->id != OFFLINETZ_INVALID_POINT) return true;
     sqlite3_result_error(context,
                          "the point is outside the world: a latitude is -90 to 90 degrees, a "
@@ -130,37 +159,73 @@ bool LookUp(sqlite3_context* context, sqlite3_value** values, double* radius, Fo
 
 void First(sqlite3_context* context, sqlite3_value** values) {
     Found found;
-    if (LookUp(context, values, nullptr, &found) && found.count > 0)
+    if (LookUp(context, values, &found) && found.count > 0)
         SetText(context, *found.state->TextsOf(found.id).name);
 }
 
 void All(sqlite3_context* context, sqlite3_value** values) {
     Found found;
-    if (!LookUp(context, values, nullptr, &found)) return;
+    if (!LookUp(context, values, &found)) return;
     if (found.count == 1) {
         SetText(context, *found.state->TextsOf(found.id).json);
     } else {
         std::vector<int32_t> ids(found.count);
         offlinetz_find(found.state->database.get(), found.lat, found.lon, ids.data(), ids.size(),
                        nullptr, nullptr);
-        std::string json = "[";
-        for (const int32_t id : ids)
-            json += (json.size() > 1 ? "," : "") + JsonString(*found.state->TextsOf(id).name);
-        json += ']';
-        sqlite3_result_text64(context, json.data(), json.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+        SetJson(context, JsonNames(*found.state, ids.data(), ids.size()));
     }
-    sqlite3_result_subtype(context, 'J');
+    sqlite3_result_subtype(context, kJson);
 }
 
-void Radius(sqlite3_context* context, sqlite3_value** values) {
+// Reports an error if distances are not known, and returns false.
+bool RequireBorders(sqlite3_context* context, const Found& found) {
+    if (offlinetz_has_borders(found.state->database.get()) != 0) return true;
+    sqlite3_result_error(context, "the database is not tiled: it has no distances to borders", -1);
+    return false;
+}
+
+void Border(sqlite3_context* context, sqlite3_value** values) {
     Found found;
-    double radius;
-    if (!LookUp(context, values, &radius, &found)) return;
-    if (offlinetz_has_radius(found.state->database.get()) != 0) {
-        sqlite3_result_double(context, radius);
-    } else {
-        sqlite3_result_error(context, "the database is not tiled: it has no safe radii", -1);
+    if (!LookUp(context, values, &found) || !RequireBorders(context, found)) return;
+    offlinetz_border border;
+    if (offlinetz_nearest_border(found.state->database.get(), found.lat, found.lon,
+                                 std::numeric_limits<double>::infinity(), &border) != 1) {
+        return;
     }
+    const std::pair<const char*, double> members[] = {{"metres", border.metres},
+                                                      {"holds", border.holds},
+                                                      {"lat", border.lat},
+                                                      {"lon", border.lon},
+                                                      {"bearing", border.bearing}};
+    std::string json = "{";
+    for (const auto& [key, value] : members) {
+        json += '"' + std::string(key) + "\":" + JsonNumber(value) + ',';
+    }
+    const auto count = static_cast<size_t>(std::min(border.count, int32_t{OFFLINETZ_BORDER_ROOM}));
+    SetJson(context, json + "\"zones\":" + JsonNames(*found.state, border.ids, count) + '}');
+}
+
+void Within(sqlite3_context* context, sqlite3_value** values) {
+    Found found;
+    const int type = sqlite3_value_numeric_type(values[2]);
+    if (type == SQLITE_NULL) return;
+    if (!LookUp(context, values, &found) || !RequireBorders(context, found)) return;
+    if (type != SQLITE_FLOAT && type != SQLITE_INTEGER) {
+        sqlite3_result_error(context, "the distance is not a number", -1);
+        return;
+    }
+    std::vector<int32_t> ids(OFFLINETZ_MOST_WITHIN);
+    std::vector<double> distances(OFFLINETZ_MOST_WITHIN);
+    const size_t count = offlinetz_zones_within(found.state->database.get(), found.lat, found.lon,
+                                                sqlite3_value_double(values[2]), ids.data(),
+                                                distances.data(), OFFLINETZ_MOST_WITHIN);
+    std::string json = "[";
+    for (size_t i = 0; i < count; ++i) {
+        json += (i > 0 ? ",{\"zone\":" : "{\"zone\":") +
+                JsonString(*found.state->TextsOf(ids[i]).name) +
+                ",\"metres\":" + JsonNumber(distances[i]) + '}';
+    }
+    SetJson(context, json + ']');
 }
 
 // NULL opens the installed database.
@@ -199,10 +264,12 @@ int Register(sqlite3* connection) {
         int flags;
         void (*call)(sqlite3_context*, int, sqlite3_value**);
     };
-    constexpr Function kFunctions[] = {{"timezone", 2, kLookup, Call<First>},
-                                       {"timezones", 2, kLookup | SQLITE_RESULT_SUBTYPE, Call<All>},
-                                       {"timezone_radius_km", 2, kLookup, Call<Radius>},
-                                       {"timezone_open", 1, kOpening, Call<OpenPath>}};
+    constexpr Function kFunctions[] = {
+            {"timezone", 2, kLookup, Call<First>},
+            {"timezones", 2, kLookup | SQLITE_RESULT_SUBTYPE, Call<All>},
+            {"timezone_border", 2, kLookup | SQLITE_RESULT_SUBTYPE, Call<Border>},
+            {"timezones_within", 3, kLookup | SQLITE_RESULT_SUBTYPE, Call<Within>},
+            {"timezone_open", 1, kOpening, Call<OpenPath>}};
     const auto state = std::make_shared<State>();
     for (const Function& f : kFunctions) {
         const int status = sqlite3_create_function_v2(
