@@ -148,14 +148,7 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
                                     "from the source (0 to 100000, default {}); more makes a "
                                     "smaller file; 0 keeps every point",
                                     options->maxErrorMetres))
-            ->check(CLI::Range(0.0, 100000.0).description(""))
-            ->check(CLI::Validator(
-                    [](const std::string& text) {
-                        return !std::isnan(std::strtod(text.c_str(), nullptr))
-                                       ? std::string()
-                                       : "not a number of metres: " + text;
-                    },
-                    ""))
+            ->check(Number(0.0, 100000.0))
             ->type_name("METRES");
     command->add_flag("--exceed-max-error", options->exceedMaxError,
                       "Write the database even if some edges cannot meet --max-error (default: "

@@ -25,6 +25,8 @@ struct AnswerKeys {
     std::string error = "error";
     std::string raw = "raw";
     std::string radius = "radius_km";
+    std::string border = "border";
+    std::string within = "zones_within";
 };
 
 // The answers for some points, in each form of output. `i` is the number of a point.

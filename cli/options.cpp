@@ -24,6 +24,20 @@ CLI::Validator WholeNumber(uint64_t least, uint64_t greatest, bool orZero) {
             "");
 }
 
+CLI::Validator Number(double least, double greatest) {
+    return CLI::Validator(
+            [=](const std::string& text) {
+                double number = 0.0;
+                const char* const end = text.data() + text.size();
+                const auto [stop, error] = std::from_chars(text.data(), end, number);
+                return error == std::errc() && stop == end && number >= least && number <= greatest
+                               ? std::string()
+                               : fmt::format("{} is not a number from {} to {}", text, least,
+                                             greatest);
+            },
+            "");
+}
+
 CLI::Validator NamesFile() {
     return CLI::Validator(
             [](const std::string& path) {

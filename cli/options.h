@@ -10,6 +10,9 @@
 // library's own conversion wraps negative numbers around and reads 010 as 8.
 CLI::Validator WholeNumber(uint64_t least, uint64_t greatest, bool orZero = false);
 
+// Accepts a decimal number from `least` to `greatest`. The library's own range lets NaN through.
+CLI::Validator Number(double least, double greatest);
+
 // Refuses an empty path, such as the value of a shell variable that is not set.
 CLI::Validator NamesFile();
 

@@ -95,7 +95,8 @@ RowMaker::RowMaker(const LineFormat& format, std::optional<CsvColumns> table)
     }
     if (!mHidesLat) mLatKey = names.Take(mLatKey);
     if (!mHidesLon) mLonKey = names.Take(mLonKey);
-    for (std::string* name : {&mKeys.zones, &mKeys.error, &mKeys.raw, &mKeys.radius})
+    for (std::string* name :
+         {&mKeys.zones, &mKeys.error, &mKeys.raw, &mKeys.radius, &mKeys.border, &mKeys.within})
         *name = names.Take(*name);
 }
 
