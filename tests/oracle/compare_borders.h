@@ -61,12 +61,17 @@ inline std::string DifferenceOfBorders(const offlinetz_database* database,
             (isInside && borders.AnswersAround({border.lat, border.lon}).count(beyond) == 0)) {
             return what.str() + "the zones beyond";
         }
-        const offlinetz::Degrees place = PlaceAt(point, 0.999 * border.holds, border.bearing);
-        const size_t count =
-                offlinetz_find(database, place.lat, place.lon, ids, 64, nullptr, nullptr);
-        if (border.holds > 0.0 && ZonesOf(database, ids, count) != own) {
-            what << "does not hold within " << border.holds << " metres";
-            return what.str();
+        // The answer holds as far as is said, also in the direction in which it changes first.
+        double radius;
+        offlinetz_find(database, point.lat, point.lon, nullptr, 0, nullptr, &radius);
+        for (const double holds : {border.holds, 1000.0 * radius}) {
+            const offlinetz::Degrees place = PlaceAt(point, 0.999 * holds, border.bearing);
+            const size_t count =
+                    offlinetz_find(database, place.lat, place.lon, ids, 64, nullptr, nullptr);
+            if (holds > 0.0 && ZonesOf(database, ids, count) != own) {
+                what << "does not hold within " << holds << " metres";
+                return what.str();
+            }
         }
     }
 
