@@ -64,10 +64,11 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     if (options.selfCheckPoints > 0) {
         print("self-check",
               fmt::format("{} points, {} of them near a border, and {} beside the worst edges: {} "
-                          "differ from the source, at most {:.1f} m from a border; {} further than "
+                          "differ from the source, the furthest {} from a border; {} further than "
                           "certified",
                           s.selfCheck.points, s.selfCheck.nearBorder, s.selfCheck.probes,
-                          s.selfCheck.differences, s.selfCheck.greatestMetres,
+                          s.selfCheck.differences,
+                          offlinetz::DifferenceText(s.selfCheck.greatestMetres),
                           s.selfCheck.failures.size()));
     }
     print("took", fmt::format("{:.1f} s and {:.0f} MB of memory", seconds, PeakMegabytes()));

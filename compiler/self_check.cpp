@@ -123,6 +123,11 @@ std::vector<std::string> SourceLookup::ZonesAt(double lat, double lon) const {
     return zones;
 }
 
+std::string DifferenceText(double metres) {
+    return std::isinf(metres) ? "more than ten times the certified error"
+                              : fmt::format("{:.1f} m", metres);
+}
+
 double SourceLookup::MetresToBorder(double lat, double lon, const std::string& tzid,
                                     double within) const {
     const double dLat = within / Grid::kMetresPerDegree;
@@ -195,9 +200,9 @@ class Comparison {
         mResult.greatestMetres = std::max(mResult.greatestMetres, metres);
         if (metres <= mAllowedMetres) return;
         mResult.failures.push_back(fmt::format(
-                "{:.6f} {:.6f}: the source says [{}], the database says [{}], {:.1f} m from a "
-                "border",
-                lat, lon, fmt::join(expected, ", "), fmt::join(actual, ", "), metres));
+                "{:.6f} {:.6f}: the source says [{}], the database says [{}], {} from a border",
+                lat, lon, fmt::join(expected, ", "), fmt::join(actual, ", "),
+                DifferenceText(metres)));
     }
 
   private:

@@ -46,12 +46,17 @@ class SourceLookup {
 // fallback answers.
 std::vector<std::string> ZonesAt(const ZDDatabase& database, float lat, float lon);
 
+// A distance of a difference from a border, as a text.
+std::string DifferenceText(double metres);
+
 struct SelfCheckResult {
     size_t points = 0;
-    size_t nearBorder = 0;              // Points chosen near a border.
-    size_t probes = 0;                  // Points chosen beside the worst edges; not in `points`.
-    size_t differences = 0;             // Answers that differ from the source.
-    double greatestMetres = 0.0;        // Greatest distance of a difference from a disputed border.
+    size_t nearBorder = 0;   // Points chosen near a border.
+    size_t probes = 0;       // Points chosen beside the worst edges; not in `points`.
+    size_t differences = 0;  // Answers that differ from the source.
+    // Greatest distance of a difference from a disputed border; infinite if it is more than ten
+    // times the certified error.
+    double greatestMetres = 0.0;
     std::vector<std::string> failures;  // One line for each difference further away than allowed.
 };
 
