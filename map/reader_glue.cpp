@@ -7,6 +7,8 @@
 #include <reader/units.h>
 #include <zonedetect.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -33,6 +35,16 @@ offlinetz::GridPoint UnitsOf(const ZDDatabase& database, double lat, double lon)
             zonedetect::LongitudeUnits(static_cast<float>(lon), scale)};
 }
 
+nlohmann::ordered_json BorderJson(const OpenDatabase& open, const offlinetz_border& border) {
+    nlohmann::ordered_json object = {
+            {"metres", border.metres},   {"holds", border.holds},
+            {"lat", border.lat},         {"lon", border.lon},
+            {"bearing", border.bearing}, {"zones", nlohmann::json::array()}};
+    for (int32_t i = 0; i < std::min<int32_t>(border.count, OFFLINETZ_BORDER_ROOM); ++i)
+        object["zones"].push_back(offlinetz_zone_name(open.library, border.ids[i]));
+    return object;
+}
+
 }  // namespace
 
 extern "C" {
@@ -56,12 +68,12 @@ int Open(const uint8_t* bytes, size_t size) {
 // The functions below return JSON texts, which the caller must free. `number` is a result of Open.
 
 // The answer at a point in degrees: an object with "lat", "lon", "zones" or "error", "raw" (the
-// text that a client gets), and, if the database is tiled, "radius_km" (the safe radius).
+// text that a client gets), and, if the library knows it, "border" (the nearest border): an object
+// with the members of offlinetz_border, but "zones" (names) in place of ids.
 char* Look(int number, double lat, double lon) {
     const OpenDatabase& open = gDatabases[static_cast<size_t>(number)];
     std::vector<int32_t> ids(1);
-    double radius = 0.0;
-    const size_t count = offlinetz_find(open.library, lat, lon, ids.data(), 1, nullptr, &radius);
+    const size_t count = offlinetz_find(open.library, lat, lon, ids.data(), 1, nullptr, nullptr);
     if (count > ids.size()) {
         ids.resize(count);
         offlinetz_find(open.library, lat, lon, ids.data(), count, nullptr, nullptr);
@@ -77,7 +89,9 @@ char* Look(int number, double lat, double lon) {
             &std::free);
     nlohmann::ordered_json object = offlinetz::AnswerJson(lat, lon, answer);
     object["raw"] = raw != nullptr ? raw.get() : kMallocFailed;
-    if (offlinetz_has_radius(open.library) != 0) object["radius_km"] = radius;
+    offlinetz_border border;
+    if (offlinetz_nearest_border(open.library, lat, lon, INFINITY, &border) == 1)
+        object["border"] = BorderJson(open, border);
     return strdup(offlinetz::OneLine(object).c_str());
 }
 

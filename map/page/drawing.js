@@ -1,10 +1,11 @@
 // Draws the map on a canvas, in an equirectangular projection: edges of the database, which are straight
 // in latitude and longitude, are straight on the map.
-import { geoCircle } from 'd3-geo';
+import { geoCircle, geoEquirectangular, geoPath } from 'd3-geo';
 import { select } from 'd3-selection';
 import { zoom, zoomIdentity } from 'd3-zoom';
 
-const KM_PER_DEGREE = 111.195;
+// On the sphere on which the library measures.
+const METRES_PER_DEGREE = 6371008.8 * Math.PI / 180;
 const LEAST_ZOOM = 0.8;
 const MOST_ZOOM = 40000;
 // At low zoom the map draws the simplified rings of zones. From NEAR_PIXELS pixels a degree on it draws
@@ -137,7 +138,7 @@ export class Drawing {
     this.changes = changes.map(pathOfFeature);
     this.transform = zoomIdentity;
     this.marked = null;      // The name of the highlighted zone.
-    this.point = null;       // {lat, lon, radiusKm, entries: those that the lookup read}
+    this.point = null;       // {lat, lon, border, entries: those that the lookup read}
     // Keeps the centre of the canvas inside the world at every zoom.
     const inWorld = (t) => {
       const middle = [canvas.clientWidth / 2, canvas.clientHeight / 2];
@@ -285,7 +286,7 @@ export class Drawing {
   }
 
   drawPoint(c, pixel, dark) {
-    const { lat, lon, radiusKm, entries } = this.point;
+    const { lat, lon, border, entries } = this.point;
     c.strokeStyle = dark ? '#ffd166' : '#8a5a00';
     c.lineWidth = 1.5 * pixel;
     for (const entry of entries) {
@@ -294,21 +295,44 @@ export class Drawing {
       c.setLineDash([]);
       c.stroke(entry.path);
     }
-    if (radiusKm > 0) {
-      const circle = geoCircle().center([lon, lat]).radius(radiusKm / KM_PER_DEGREE).precision(2)();
-      c.beginPath();
-      // A circle that crosses the antimeridian continues beyond the map's edge.
-      for (const [x, y] of circle.coordinates[0])
-        c.lineTo(x - 360 * Math.round((x - lon) / 360), -y);
-      c.closePath();
-      c.strokeStyle = dark ? '#7cc4ff' : '#00539f';
-      c.fillStyle = dark ? '#7cc4ff33' : '#00539f22';
-      c.fill();
-      c.stroke();
-    }
+    if (border) this.drawBorder(c, pixel, dark);
     c.beginPath();
     c.arc(lon, -lat, 5 * pixel, 0, 2 * Math.PI);
     c.fillStyle = dark ? '#fff' : '#000';
     c.fill();
+  }
+
+  // Draws the nearest place of a border, the shortest way there, and the circle of all points that are
+  // as far from the point as that place.
+  drawBorder(c, pixel, dark) {
+    const { lat, lon, border } = this.point;
+    // Cuts lines and polygons at the antimeridian and the poles.
+    const projection = geoEquirectangular().scale(180 / Math.PI).translate([0, 0]).precision(pixel / 2);
+    const path = geoPath(projection, c);
+    const colour = dark ? '#7cc4ff' : '#00539f';
+    c.strokeStyle = colour;
+    const radius = border.metres / METRES_PER_DEGREE;
+    if (border.metres >= 1) {
+      // Chords are at most a quarter of a pixel within the circle.
+      const step = Math.min(2, Math.sqrt(2 * pixel / radius) * 180 / Math.PI);
+      const circle = geoCircle().center([lon, lat]).radius(radius).precision(step)();
+      c.beginPath();
+      path(circle);
+      c.fillStyle = `${colour}${dark ? '33' : '22'}`;
+      c.fill();
+      // As a line, it has no edges where the polygon is cut.
+      c.beginPath();
+      path({ type: 'LineString', coordinates: circle.coordinates[0] });
+      c.stroke();
+    }
+    c.lineWidth = pixel;
+    c.beginPath();
+    path({ type: 'LineString', coordinates: [[lon, lat], [border.lon, border.lat]] });
+    c.stroke();
+    c.beginPath();
+    c.arc(border.lon, -border.lat, 3.5 * pixel, 0, 2 * Math.PI);
+    c.fillStyle = '#fff';
+    c.fill();
+    c.stroke();
   }
 }

@@ -7,6 +7,14 @@ const element = (name, text) => Object.assign(document.createElement(name), { te
 
 const isPlace = (lat, lon) => Math.abs(lat) <= 90 && Math.abs(lon) <= 180;
 
+// Rounds down, so an answer that holds within a length holds within the written one.
+function lengthOf(metres) {
+  if (metres < 10) return 'less than 10 m';
+  if (metres < 10000) return `${Math.floor(metres)} m`;
+  if (metres < 100000) return `${(Math.floor(metres / 100) / 10).toFixed(1)} km`;
+  return `${Math.floor(metres / 1000)} km`;
+}
+
 // Parses "48.85, 2.35", "48.85N 2.35E" or "E 2.35 N 48.85". Returns null if the text is not a point.
 const NUMBER = '([-+]?(?:\\d+\\.?\\d*|\\.\\d+))\\s*°?';
 const LETTER = '([NSEW])';
@@ -58,7 +66,7 @@ async function start(data) {
     const answers = readers.map((r) => r.look(lat, lon));
     const found = answers.at(-1);
     const entries = map.entriesAt(reader.entriesIn(lat, lon, lat, lon));
-    map.point = { lat, lon, radiusKm: found.radius_km ?? 0, entries };
+    map.point = { lat, lon, border: found.border, entries };
     map.marked = found.zones?.[0] ?? null;
     const list = document.createElement('dl');
     const say = (term, text) => list.append(element('dt', term), element('dd', text));
@@ -67,7 +75,12 @@ async function start(data) {
       const of = answers.length > 1 ? ` in ${data.databases[i].name}` : '';
       say(`Zones${of}`, (answer.zones ?? [answer.error]).join(' and '));
       say(`A client gets${of}`, answer.raw);
-      if (answer.radius_km !== undefined) say(`Safe radius${of}`, `${answer.radius_km.toFixed(2)} km`);
+      const { border } = answer;
+      if (border) {
+        say(`Nearest border${of}`, `${lengthOf(border.metres)}: ${border.zones.join(' and ') || 'no zone'}`);
+        if (border.metres - border.holds > 0.01 * border.metres)
+          say(`The answer holds within${of}`, lengthOf(border.holds));
+      }
     });
     const points = entries.reduce((sum, entry) => sum + entry.points, 0);
     say('The lookup read', `${entries.length} ${entries.length === 1 ? 'ring' : 'rings'} with ${points} points`);

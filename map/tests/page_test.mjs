@@ -14,14 +14,14 @@ const inDirectory = (name) => join(directory, name);
 const offlinetz = (...words) => execFileSync(OFFLINETZ, words, { encoding: 'utf8' });
 let browser;
 
-const square = (tzid, west, east) => ({
+const square = (tzid, west, east, north = 10) => ({
   type: 'Feature', properties: { tzid },
-  geometry: { type: 'Polygon', coordinates: [[[west, 0], [east, 0], [east, 10], [west, 10], [west, 0]]] },
+  geometry: { type: 'Polygon', coordinates: [[[west, 0], [east, 0], [east, north], [west, north], [west, 0]]] },
 });
-function compile(name, ...features) {
+function compile(name, features, ...options) {
   writeFileSync(inDirectory(`${name}.json`), JSON.stringify({ type: 'FeatureCollection', features }));
   offlinetz('compile', inDirectory(`${name}.json`), '-o', inDirectory(`${name}.bin`), '--precision', '20', '--max-error', '0',
-      '--notice', '<!-- <script>');
+      '--notice', '<!-- <script>', ...options);
   return inDirectory(`${name}.bin`);
 }
 
@@ -59,20 +59,20 @@ after(async () => {
 test('places clicked at low and high zoom have the answers of the library', async () => {
   const page = await openPage(browser, inDirectory('world.html'));
   const places = [
-    [48.8566, 2.3522, 'Europe/Paris', '"Europe/Paris"'],
-    [-33.9, 18.6, 'Africa/Johannesburg', '"Africa/Johannesburg"'],
-    [64.15, -21.8, 'Atlantic/Reykjavik', '"Atlantic/Reykjavik"'],
-    [0.5, -30.5, 'Etc/GMT+2', '"Etc/GMT+2"'],
-    [43.8, 87.6, 'Asia/Shanghai and Asia/Urumqi', '"Asia/Shanghai""Asia/Urumqi"'],
+    [48.8566, 2.3522, 'Europe/Paris', '"Europe/Paris"', 'Etc/GMT'],
+    [-33.9, 18.6, 'Africa/Johannesburg', '"Africa/Johannesburg"', 'Etc/GMT-1'],
+    [64.15, -21, 'Atlantic/Reykjavik', '"Atlantic/Reykjavik"', 'Etc/GMT+1'],
+    [0.5, -30.5, 'Etc/GMT+2', '"Etc/GMT+2"', 'America/Noronha'],
+    [43.8, 87.6, 'Asia/Shanghai and Asia/Urumqi', '"Asia/Shanghai""Asia/Urumqi"', 'Asia/Hovd'],
   ];
   for (const k of [1, 3000]) {
-    for (const [lat, lon, zones, raw] of places) {
+    for (const [lat, lon, zones, raw, beyond] of places) {
       await page.evaluate((lat, lon, k) => window.offlinetzMap.show(k > 1 ? lat : 20, k > 1 ? lon : 0, k), lat, lon, k);
       await page.mouse.click(...(await placeOnScreen(page, lat, lon)));
       const said = await answer(page);
       assert.equal(said.Zones, zones);
       assert.equal(said['A client gets'], raw);
-      assert.ok(parseFloat(said['Safe radius']) >= 0, said['Safe radius']);
+      assert.equal(said['Nearest border'].replace(/^[\d.]+ k?m: /, ''), beyond);
       assert.match(said['The lookup read'], /^(1 ring|\d+ rings) with \d+ points$/);
       const [x, y] = await placeOnScreen(page, lat, lon);
       await page.mouse.move(x + 1, y + 1);
@@ -82,6 +82,33 @@ test('places clicked at low and high zoom have the answers of the library', asyn
   // It requests nothing but itself.
   assert.deepEqual(page.wanted.filter((url) => !url.startsWith('data:')), [`file://${inDirectory('world.html')}`]);
   assert.deepEqual(page.faults, []);
+});
+
+test('the nearest border is marked, and the circle through it crosses the antimeridian', async () => {
+  const zone = [square('Test/Line', 140, 180, 60), square('Test/Line', -180, -140, 60)];
+  const show = async (...options) => {
+    offlinetz('map', compile('line', zone, ...options), '-o', inDirectory('line.html'));
+    return openPage(browser, inDirectory('line.html'));
+  };
+  const page = await show();
+  await type(page, '#point', '20, 175');
+  assert.equal((await answer(page))['Nearest border'], '2223 km: no zone');
+  await page.evaluate(() => window.offlinetzMap.show(20, 0, 1));
+  assert.deepEqual(await colourAt(page, 0, 175), [255, 255, 255]);
+  // At 20 degrees north the circle reaches from 153.7 degrees east to 163.7 west.
+  const inside = await colourAt(page, 20, 155), outside = await colourAt(page, 20, 152);
+  assert.notDeepEqual(inside, outside);
+  assert.deepEqual(await colourAt(page, 20, -165), inside);
+  assert.deepEqual(await colourAt(page, 20, -162), outside);
+  await type(page, '#point', '-0.02, 175');
+  const said = await answer(page);
+  assert.equal(said['Nearest border'], '2223 m: Test/Line');
+  assert.match(said['The answer holds within'], /^21\d\d m$/);
+  // Without tiles the nearest border is not known.
+  const whole = await show('--max-tile-points', '0');
+  await type(whole, '#point', '20, 175');
+  assert.equal((await answer(whole)).Zones, 'Test/Line');
+  assert.equal((await answer(whole))['Nearest border'], undefined);
 });
 
 test('the rings that lookups read are drawn at high zoom as the zones are at low zoom', async () => {
@@ -190,8 +217,8 @@ test('a phone in dark mode shows all controls and answers a tap', async () => {
 
 test('two databases show the changed areas, and the answer of each there', async () => {
   const name = '</script><img src=x onerror=window.taken=1>';
-  const was = compile('was', square('Test/West', 0, 10), square(name, 10, 20));
-  const is = compile('is', square('Test/West', 0, 12), square(name, 12, 20), square('Test/Far', 80, 83));
+  const was = compile('was', [square('Test/West', 0, 10), square(name, 10, 20)]);
+  const is = compile('is', [square('Test/West', 0, 12), square(name, 12, 20), square('Test/Far', 80, 83)]);
   offlinetz('map', was, is, '-o', inDirectory('change.html'));
   const page = await openPage(browser, inDirectory('change.html'));
   const buttons = await page.$$('#list button');
