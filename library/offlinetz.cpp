@@ -143,10 +143,6 @@ size_t offlinetz_find(const offlinetz_database* database, double lat, double lon
     return offlinetz::Find(*database, lat, lon, ids, room, on_border, radius_km);
 }
 
-int offlinetz_has_radius(const offlinetz_database* database) {
-    return database->hasRadius ? 1 : 0;
-}
-
 int offlinetz_has_borders(const offlinetz_database* database) {
     return database->hasBorders ? 1 : 0;
 }

@@ -123,15 +123,13 @@ OFFLINETZ_API int32_t offlinetz_zone_id(const offlinetz_database* database, cons
  * Where zones are disputed, a point has several. Each of the pointers that follow may be NULL:
  * `*on_border` receives 1 if the point is on a border, to the precision of the database, else 0.
  * `*radius_km` receives the safe radius in kilometres: every point that is not further away has the
- * same zones. 0 if nothing is known: close to a border, and where offlinetz_has_radius is 0.
+ * same zones. It takes a tenth of the time of `holds` below, and is on land mostly about half of
+ * it. 0 if nothing is known: close to a border, and where the database is not tiled.
  *
  * Returns the number of zones, even if it is greater than `room`. If it is 0, the first of the ids
  * is OFFLINETZ_INVALID_POINT or OFFLINETZ_NO_ZONE. */
 OFFLINETZ_API size_t offlinetz_find(const offlinetz_database* database, double lat, double lon,
                                     int32_t* ids, size_t room, int* on_border, double* radius_km);
-
-/* Whether safe radii are known: 1 if the database is tiled, as the compiler makes it, else 0. */
-OFFLINETZ_API int offlinetz_has_radius(const offlinetz_database* database);
 
 /* Distances to borders. They are measured on a sphere with the earth's mean radius of 6371008.8 m.
  * Borders are straight in latitude and longitude, as the database has them; at sea the meridians
