@@ -35,7 +35,7 @@ class Side {
         : mDatabase(database),
           mScale(database.units.Scale()),
           mLon(isEast ? mScale - kInside : kInside - mScale),
-          mBudget(database.reader->length),
+          mBudget(database.reader->length, kBudgetLookups),
           mAnswers(database, &mBudget) {}
 
     // Returns false if a ring cannot be decoded or the budget is spent.

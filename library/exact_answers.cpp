@@ -101,8 +101,13 @@ bool ExactAnswers::ForEachBlockAt(const UnitPlace& place, const Visit& visit) {
     const zonedetect::RunTree::Runs runs = index.RunsAt(point);
     for (uint32_t i = 0; i < runs.count; ++i) {
         const ZoneIndex::Step* const first = index.StepsFrom(runs.At(i));
-        if (first->KindOf() == ZoneIndex::Kind::kBox && !index.BoxOf(*first).box.Contains(point))
+        if (first->KindOf() == ZoneIndex::Kind::kBox && !index.BoxOf(*first).box.Contains(point)) {
+            constexpr int64_t kBoxBytes =
+                    8;  // A comparison counts as the reading of so many bytes.
+            mBudget.Spend(kBoxBytes);
+            if (mBudget.IsSpent()) return false;
             continue;
+        }
         const bool isWhole = ForEachRing(index, first, [&](const ZoneIndex::Step& step) {
             return ForEachBlock(*mDatabase.reader, step.Place(), &mBudget,
                                 [&](const EdgeBlock& block) { visit(step.Zone(), block); });

@@ -50,10 +50,10 @@ class Search {
           mUnits(database.units),
           mAt(mUnits.FromDegrees(lat, lon)),
           mOrigin(mUnits.PlaceOf(mAt)),
-          mBudget(database.reader->length),
+          mBudget(database.reader->length, kBudgetLookups),
           mEdges(database, mOrigin, &mBudget),
           mAnswers(database, &mBudget),
-          mNearest{HaversineOfMetres(limit)} {
+          mNearest{LimitOfMetres(limit)} {
         int32_t ids[ZoneSet::kMost];
         const size_t count = Find(database, lat, lon, ids, ZoneSet::kMost, nullptr, nullptr);
         for (size_t i = 0; i < std::min(count, ZoneSet::kMost); ++i)

@@ -14,7 +14,8 @@ namespace offlinetz {
 
 // A search has a limit, which may shrink while it runs: leaves further away are not visited. It
 // keeps up to kRoom parts of the tree, on the stack. Where that is not enough, it visits the leaves
-// of further parts at once, out of order.
+// of a further part at once, out of order. That takes recursion, but only into smaller parts of the
+// same part.
 class NearestFirst {
   public:
     // Borrows the arguments.
@@ -30,7 +31,7 @@ class NearestFirst {
         mCount = 0;
         Entry next = {0.0f, mTree.Whole()};
         for (;;) {
-            if (!Descend(next, visitor)) return false;
+            if (!Descend(next, true, visitor)) return false;
             if (mCount == 0) return true;
             std::pop_heap(mEntries, mEntries + mCount, IsFurther);
             next = mEntries[--mCount];
@@ -47,9 +48,10 @@ class NearestFirst {
     };
     static bool IsFurther(const Entry& a, const Entry& b) { return a.haversine > b.haversine; }
 
-    // Divides a part, goes on with the nearest of the new parts and keeps the others.
+    // Divides a part, goes on with the nearest of the new parts and keeps the others. If
+    // `mayExchange` is set, it goes on with a kept part where that is nearer.
     template <typename Visitor>
-    bool Descend(Entry entry, Visitor* visitor) {
+    bool Descend(Entry entry, bool mayExchange, Visitor* visitor) {
         while (!mTree.IsLeaf(entry.part)) {
             Entry nearest = {3.0f, {}};
             bool isDone = true;
@@ -61,12 +63,12 @@ class NearestFirst {
                     mEntries[mCount++] = other;
                     std::push_heap(mEntries, mEntries + mCount, IsFurther);
                 } else {
-                    isDone = isDone && Descend(other, visitor);
+                    isDone = isDone && Descend(other, false, visitor);
                 }
             });
             if (!isDone) return false;
             if (static_cast<double>(nearest.haversine) > visitor->Limit()) return true;
-            if (mCount > 0 && mEntries[0].haversine < nearest.haversine) {
+            if (mayExchange && mCount > 0 && mEntries[0].haversine < nearest.haversine) {
                 std::pop_heap(mEntries, mEntries + mCount, IsFurther);
                 std::swap(mEntries[mCount - 1], nearest);
                 std::push_heap(mEntries, mEntries + mCount, IsFurther);

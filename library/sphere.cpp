@@ -92,9 +92,10 @@ double ArcTangent(double y, double x) {
     return y < 0.0 ? -angle : angle;
 }
 
-double HaversineOfMetres(double metres) {
+double LimitOfMetres(double metres) {
+    constexpr double kRounding = 0x1p-38;  // More than NearestOnEdge neglects.
     const double angle = metres * (1.0 / kEarthRadius);
-    return angle < kPi ? SquaredSineOfHalf(angle) : 1.0;
+    return angle < kPi ? SquaredSineOfHalf(angle) * (1.0 + kRounding) : 1.0 + kRounding;
 }
 
 double MetresOfHaversine(double haversine) {

@@ -20,9 +20,10 @@ SineAndCosine SineAndCosineOf(double angle);
 // The angle of the direction x, y, from -pi to pi, with an error below 2^-51; 0 for 0, 0.
 double ArcTangent(double y, double x);
 
-// The haversine of a distance in metres on the earth; 1 from half the circumference on. `metres` is
-// at least 0.
-double HaversineOfMetres(double metres);
+// The greatest haversine of places not further away than `metres`, which is at least 0, and rounded
+// up: a distance that MetresOfHaversine gave has its haversine at least. More than that of all
+// places from half the circumference on.
+double LimitOfMetres(double metres);
 double MetresOfHaversine(double haversine);
 
 // A point on the sphere. An edge between two of them is straight in latitude and longitude.

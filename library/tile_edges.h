@@ -12,6 +12,11 @@
 
 namespace offlinetz {
 
+// The budget of a question for distances, and of opening a database for them, is that of so many
+// lookups: a border takes a few looks on the sphere, and all borders of a small database may be
+// equally far away.
+constexpr int64_t kBudgetLookups = 16;
+
 // Consecutive edges of a ring in true units, without kRingShift: edge i leads from vertex i to
 // vertex i + 1.
 struct EdgeBlock {
@@ -38,7 +43,8 @@ struct EdgeBlock {
 };
 
 // Calls visit(block) for each block of edges of the ring at `place`, and charges what was read to
-// `budget`. Returns false if the ring cannot be decoded or the budget is spent.
+// `budget`, and something for the ring itself. Returns false if the ring cannot be decoded or the
+// budget is spent.
 template <typename Visit>
 bool ForEachBlock(const ZDDatabase& reader, uint32_t place, zonedetect::ReadBudget* budget,
                   const Visit& visit) {
@@ -64,7 +70,8 @@ bool ForEachBlock(const ZDDatabase& reader, uint32_t place, zonedetect::ReadBudg
         visit(block);
         if (!steps->isWhole) return false;
     }
-    budget->Spend(int64_t{zonedetect::PositionOf(reader, cursor)} - place);
+    constexpr int64_t kRingBytes = 32;  // A ring takes as long as the reading of so many bytes.
+    budget->Spend(kRingBytes + int64_t{zonedetect::PositionOf(reader, cursor)} - place);
     return !budget->IsSpent();
 }
 

@@ -83,10 +83,10 @@ class Search {
         : mDatabase(database),
           mUnits(database.units),
           mOrigin(mUnits.PlaceOf(mUnits.FromDegrees(lat, lon))),
-          mBudget(database.reader->length),
+          mBudget(database.reader->length, kBudgetLookups),
           mEdges(database, mOrigin, &mBudget),
           mAnswers(database, &mBudget),
-          mFound(HaversineOfMetres(metres)) {
+          mFound(LimitOfMetres(metres)) {
         int32_t ids[ZoneSet::kMost];
         const size_t count = Find(database, lat, lon, ids, ZoneSet::kMost, nullptr, nullptr);
         for (size_t i = 0; i < std::min(count, ZoneSet::kMost); ++i)

@@ -75,11 +75,12 @@ inline const char* FaultOfDistances(const offlinetz_database* database, double l
         if (std::fabs(metres - border.metres) > (haversine > 0.99 ? 1.0 : 0.001))
             return "the distance of the border";
         offlinetz_border again;
-        if (offlinetz_nearest_border(database, lat, lon, border.metres + 0.001, &again) != 1 ||
+        if (offlinetz_nearest_border(database, lat, lon, border.metres, &again) != 1 ||
             again.metres != border.metres || again.lat != border.lat || again.lon != border.lon) {
-            return "the border with a limit behind it";
+            return "the border with its distance as the limit";
         }
-        if (border.metres > 0.001 &&
+        constexpr double kFar = 1.9e7;  // From there on distances are less exact.
+        if (border.metres > 0.001 && border.metres < kFar &&
             offlinetz_nearest_border(database, lat, lon, border.metres - 0.001, &again) != 0) {
             return "the border with a limit before it";
         }

@@ -2,6 +2,7 @@
 // does not have. compiler_fuzz compares them on small databases of all kinds, database_fuzz tries
 // broken ones.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <cmath>
 
@@ -105,6 +106,27 @@ double MetresLost(const offlinetz_database* database, const Degrees& p,
             << p.lat << " " << p.lon << " " << border.holds;
     const double rest = (border.metres - border.holds) * random->Uniform();
     return answerAt(oracle::PlaceAt(p, border.metres - rest, bearing)) != own ? rest : 0.0;
+}
+
+// With as much stack as the header says, and some for the thread itself. A search of the whole
+// earth keeps the most parts of the tree. Where zones are disputed, lookups take the most.
+TEST_F(World, HasEnoughStack) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, size_t{80} << 10);
+    pthread_t thread;
+    const auto ask = [](void*) -> void* {
+        for (const Degrees& p : {Degrees{-45.0, 170.0}, Degrees{34.867639186, 79.379394385}}) {
+            offlinetz_border border;
+            EXPECT_EQ(1, offlinetz_nearest_border(database, p.lat, p.lon, HUGE_VAL, &border));
+            EXPECT_LT(400u, offlinetz_zones_within(database, p.lat, p.lon, HUGE_VAL, nullptr,
+                                                   nullptr, 0));
+        }
+        return nullptr;
+    };
+    ASSERT_EQ(0, pthread_create(&thread, &attributes, ask, nullptr));
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
 }
 
 TEST_F(World, AnswersHoldAsFarAsStated) {
@@ -263,6 +285,32 @@ TEST(OneTile, AnswersHoldAsFarAsStatedAtGreenwich) {
         lost = std::max(lost, MetresLost(database, p, &random));
     }
     EXPECT_GT(lost, 30.0);
+}
+
+// None of 20,000 edges may be left out.
+TEST(OneTile, AllEdgesMayBeAlmostAsNear) {
+    offlinetz::GridRing circle;
+    for (int i = 0; i < 20000; ++i) {
+        const double angle = -2.0 * M_PI * i / 20000;
+        circle.push_back({static_cast<int32_t>(std::lround(100000.0 * std::sin(angle))),
+                          static_cast<int32_t>(std::lround(50000.0 * std::cos(angle)))});
+    }
+    OneTile tile;
+    tile.Add("A", circle);
+    EXPECT_NEAR(100000.0 * 90.0 / (1 << 20) * kMetresPerDegree, MetresAt(tile.Open(), 0, 0),
+                5000.0);
+}
+
+// The only border is on the other side of the earth, where haversines hardly differ.
+TEST(OneTile, TheOtherSideIsFound) {
+    OneTile tile;
+    tile.Add("A", {{500, 2500}, {501, 2500}, {500, 2501}});
+    offlinetz_database* const database = tile.Open(OFFLINETZ_NO_NAUTICAL);
+    for (int i = 0; i < 300; ++i) {
+        const double lat = -(500.0 + i / 300.0) * 90.0 / (1 << 20);
+        const double lon = (2500.0 + i % 17 / 17.0) * 180.0 / (1 << 20) - 180.0;
+        ASSERT_NEAR(180.0 * kMetresPerDegree, MetresAt(database, lat, lon), 40.0);
+    }
 }
 
 // Along a meridian a quarter of a turn away the distance is the same everywhere.
