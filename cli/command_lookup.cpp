@@ -18,12 +18,16 @@
 
 namespace {
 
+constexpr char kNow[] = "now";
+
 struct LookupOptions {
     std::string database = BesideProgram(OFFLINETZ_WORLD_DATABASE);
     std::string lat;
     std::string lon;
     bool json = false;
     LookupParts parts;
+    std::string when;  // Of --time.
+    std::string timeColumn;
     std::string latColumn;
     std::string lonColumn;
     bool noVerify = false;
@@ -35,7 +39,22 @@ struct LibraryCloser {
     void operator()(offlinetz_database* database) const { offlinetz_close(database); }
 };
 
-int RunLookup(const LookupOptions& options, bool onePoint) {
+// Sets what --time and --time-column ask for. Throws UsageError (commands.h) for a text that is no
+// instant.
+void SetTime(bool onePoint, LookupOptions* options) {
+    const bool hasColumn = !options->timeColumn.empty();
+    if (hasColumn && onePoint) throw UsageError("--time-column needs a table on standard input");
+    options->parts.time = hasColumn || !options->when.empty();
+    if (hasColumn || options->when.empty()) return;
+    try {
+        options->parts.instant = options->when == kNow ? Now() : ParseInstant(options->when);
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(std::string("--time: ") + error.what());
+    }
+}
+
+int RunLookup(LookupOptions options, bool onePoint) {
+    SetTime(onePoint, &options);
     UseLog(options.parts.log);
     const std::optional<PointText> point = PointOfArguments(onePoint, options.lat, options.lon);
     const offlinetz::DatabasePtr reader =
@@ -56,6 +75,7 @@ int RunLookup(const LookupOptions& options, bool onePoint) {
     format.json = options.json;
     format.latColumn = options.latColumn;
     format.lonColumn = options.lonColumn;
+    format.instantColumn = options.timeColumn;
     format.answerColumns = options.parts.Columns();
     format.hasColumnOptions = true;
     format.maxRow = options.maxRow;
@@ -100,6 +120,14 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
                         "first: those that are possible if a position is so accurate")
             ->check(Number(0.0, 20100000.0))
             ->type_name("METRES");
+    CLI::Option* const time = command->add_flag(
+            "--time{now}", options->when,
+            "Also print local time, offset and abbreviation in each zone, now or at an instant as "
+            "ISO 8601 writes it (--time=2026-07-01T12:00Z), by the time zone tables of the system");
+    command->add_option("--time-column", options->timeColumn,
+                        "The same at the instants in a column of a table")
+            ->type_name("NAME")
+            ->excludes(time);
     command->add_option("--jobs", options->jobs,
                         "Number of threads that look up lines (default: the processor's)")
             ->type_name("N")
@@ -117,6 +145,9 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
             "printed with its zone as an additional column. The rows have the order of the\n"
             "input, whatever the number of threads.\n"
             "\n"
+            "In names such as Etc/GMT+3 the sign is inverted: these are three hours behind\n"
+            "UTC, and lie in the west.\n"
+            "\n"
             "A line without a valid point gives a row with the error, and a message on\n"
             "standard error.\n"
             "\n"
@@ -127,7 +158,9 @@ void AddLookupCommand(CLI::App* app, int* exitCode) {
             "  $ offlinetz lookup 48.8566 2.3522\n"
             "  $ offlinetz lookup --radius 33.9S 18.4E\n"
             "  $ offlinetz lookup --within 50 51.44 4.93\n"
-            "  $ offlinetz lookup --json <places.csv");
+            "  $ offlinetz lookup --json <places.csv\n"
+            "  $ offlinetz lookup --time 48.8566 2.3522\n"
+            "  $ offlinetz lookup --time-column taken <photos.csv");
     command->callback(
             [options, lat, exitCode] { *exitCode = RunLookup(*options, lat->count() > 0); });
 }

@@ -33,13 +33,14 @@ void SplitRow(std::string_view row, char separator, std::vector<CsvField>* field
 // value must not contain tabs and line ends.
 void AppendField(std::string_view value, char separator, std::string* row);
 
-// The columns that a header names, without blanks around the names. `lat` and `lon` are indexes
-// into `names`.
+// The columns that a header names, without blanks around the names. The others are indexes into
+// `names`.
 struct CsvColumns {
     char separator = ',';
     std::vector<std::string> names;
     std::optional<size_t> lat;
     std::optional<size_t> lon;
+    std::optional<size_t> instant;  // Set by FindHeader (rows.h).
 };
 
 // Finds the latitude and longitude columns of a header by the names `lat` and `lon`, or by usual

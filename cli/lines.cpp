@@ -173,7 +173,8 @@ std::optional<PointText> PointOfArguments(bool isGiven, const std::string& lat,
 
 bool AnswerPointOrLines(const std::optional<PointText>& point, const LineFormat& format) {
     if (!point.has_value()) return AnswerLines(format);
-    const PointColumns points = {{point->lat}, {point->lon}, {point->latText}, {point->lonText}};
+    const PointColumns points = {
+            {point->lat}, {point->lon}, {point->latText}, {point->lonText}, {}};
     const std::unique_ptr<Answers> answers = format.answer(points);
     std::string row;
     if (format.json) {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "local_time.h"
 #include "points.h"
 
 // Points to look up, an element of each vector for each point.
@@ -17,6 +18,8 @@ struct PointColumns {
     // As decimal numbers in text. Empty unless LineFormat::needsTexts is set.
     std::vector<std::string_view> latTexts;
     std::vector<std::string_view> lonTexts;
+    // Of LineFormat::instantColumn; empty without one.
+    std::vector<Instant> instants;
 };
 
 // The names of an answer's values in a JSON object.
@@ -27,6 +30,9 @@ struct AnswerKeys {
     std::string radius = "radius_km";
     std::string border = "border";
     std::string within = "zones_within";
+    std::string localTime = "local_time";
+    std::string offset = "utc_offset";
+    std::string abbreviation = "abbreviation";
 };
 
 // The answers for some points, in each form of output. `i` is the number of a point.
@@ -48,6 +54,8 @@ struct LineFormat {
     // be a header with that column. If none is, the first line may be a header with usual names.
     std::string latColumn;
     std::string lonColumn;
+    // The name of a table's column of instants, which the header must have; none if it is empty.
+    std::string instantColumn;
     std::vector<std::string> answerColumns;  // The names of the columns that are appended.
     bool hasColumnOptions = false;           // Whether messages may refer to --lat and --lon.
     size_t maxRow = size_t{1} << 20;         // The length of the longest record in bytes.

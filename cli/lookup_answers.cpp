@@ -88,9 +88,31 @@ std::vector<offlinetz_border> FindBorders(const offlinetz_database& database,
     return borders;
 }
 
+// The clock of each id of answers. `instant`: that of all points; nothing if each has its own.
+std::vector<std::optional<LocalTime>> FindTimes(const Clocks& clocks, const IdLists& zones,
+                                                const PointColumns& points,
+                                                std::optional<Instant> instant) {
+    std::vector<std::optional<LocalTime>> times(zones.ids.size());
+    for (size_t i = 0; i < points.lats.size(); ++i) {
+        for (size_t at = zones.Begin(i); at < zones.End(i); ++at) {
+            if (zones.ids[at] < 0) continue;
+            times[at] = clocks.At(static_cast<size_t>(zones.ids[at]),
+                                  instant ? *instant : points.instants[i]);
+        }
+    }
+    return times;
+}
+
 // Kilometres with two decimals, not rounded up.
 std::string KilometresText(double metres) {
     return fmt::format("{:.2f}", std::floor(metres / 10.0) / 100.0);
+}
+
+std::vector<std::string> NamesOf(const offlinetz_database& database) {
+    std::vector<std::string> names;
+    for (int32_t id = 0; id < offlinetz_zone_count(&database); ++id)
+        names.emplace_back(offlinetz_zone_name(&database, id));
+    return names;
 }
 
 class LookupAnswers : public Answers {
@@ -101,16 +123,19 @@ class LookupAnswers : public Answers {
           mZones(FindAll(answerer.Database(), points)) {
         if (mParts.radius) mBorders = FindBorders(answerer.Database(), points);
         if (mParts.within) mWithin = FindWithin(answerer.Database(), points, *mParts.within);
+        if (mParts.time) mTimes = FindTimes(answerer.ZoneClocks(), mZones, points, mParts.instant);
         for (size_t i = 0; (mParts.raw || mParts.log) && i < points.lats.size(); ++i)
             mRaw.push_back(ClientText(answerer.Reader(), points.lats[i], points.lons[i]));
     }
 
-    bool IsError(size_t i) const override { return mZones.ids[mZones.Begin(i)] < 0; }
+    bool IsError(size_t i) const override {
+        return HasNoZone(i) || (mParts.time && TimeError(i).has_value());
+    }
 
     void AppendText(size_t i, std::string* row) const override {
         AppendZones(i, row);
-        const auto to = std::back_inserter(*row);
         if (mParts.radius) {
+            const auto to = std::back_inserter(*row);
             const offlinetz_border& border = mBorders[i];
             constexpr double kLeast = 10.0;  // In metres. Less is not printed as a number.
             if (border.holds < kLeast) {
@@ -123,14 +148,18 @@ class LookupAnswers : public Answers {
                 AppendBeyond(border, row);
             }
         }
-        if (!mParts.within) return;
-        fmt::format_to(to, "\twithin {} m: ", *mParts.within);
-        const size_t begin = mWithin.Begin(i);
-        for (size_t at = begin; at < mWithin.End(i); ++at) {
-            fmt::format_to(to, "{}{} {:.0f} m", at == begin ? "" : ", ",
-                           mAnswerer.PrintableOf(mWithin.ids[at]), mWithin.metres[at]);
+        if (mParts.within) AppendWithin(i, row);
+        if (!mParts.time || HasNoZone(i)) return;
+        for (size_t at = mZones.Begin(i); at < mZones.End(i); ++at) {
+            row->append(at == mZones.Begin(i) ? "\t" : ", ");
+            if (!mTimes[at]) {
+                row->append("error: ").append(Printable(NoClock(at)));
+                continue;
+            }
+            mTimes[at]->AppendTime(row);
+            mTimes[at]->AppendOffset(row);
+            row->append(1, ' ').append(mTimes[at]->abbreviation);
         }
-        if (begin == mWithin.End(i)) row->append(kNoZone);
     }
 
     void AppendFields(size_t i, char separator, std::string* row) const override {
@@ -153,13 +182,14 @@ class LookupAnswers : public Answers {
                         &within);
             append(within);
         }
+        if (mParts.time) AppendTimeFields(i, separator, row);
     }
 
     void AppendMembers(size_t i, const AnswerKeys& keys, std::string* row) const override {
         const auto begin = [row](const std::string& key) {
             row->append(",\"").append(key).append("\":");
         };
-        if (IsError(i)) {
+        if (HasNoZone(i)) {
             begin(keys.error);
             AppendJsonString(kNoZone, row);
         } else {
@@ -187,13 +217,81 @@ class LookupAnswers : public Answers {
             }
             row->push_back(']');
         }
+        if (mParts.time && !HasNoZone(i)) AppendTimeMembers(i, keys, row);
     }
 
   private:
+    bool HasNoZone(size_t i) const { return mZones.ids[mZones.Begin(i)] < 0; }
+
+    std::string NoClock(size_t at) const {
+        return fmt::format("the time zone tables of this system do not have {}",
+                           offlinetz_zone_name(&mAnswerer.Database(), mZones.ids[at]));
+    }
+
+    // Why a zone of an answer has no clock; nothing if all have one.
+    std::optional<std::string> TimeError(size_t i) const {
+        for (size_t at = mZones.Begin(i); at < mZones.End(i); ++at) {
+            if (!mTimes[at]) return NoClock(at);
+        }
+        return std::nullopt;
+    }
+
+    // The parts of a clock, in the order of their columns.
+    static constexpr int kTimeParts = 3;
+    static void AppendTimePart(const LocalTime& time, int part, std::string* row) {
+        if (part == 0) time.AppendTime(row);
+        if (part == 1) time.AppendOffset(row);
+        if (part == 2) row->append(time.abbreviation);
+    }
+
+    void AppendTimeFields(size_t i, char separator, std::string* row) const {
+        const bool hasZone = !HasNoZone(i);
+        const std::optional<std::string> error = hasZone ? TimeError(i) : std::nullopt;
+        for (int part = 0; part < kTimeParts; ++part) {
+            row->push_back(separator);
+            if (error && part == 0) AppendField("error: " + Printable(*error), separator, row);
+            for (size_t at = mZones.Begin(i); hasZone && !error && at < mZones.End(i); ++at) {
+                if (at > mZones.Begin(i)) row->push_back(' ');
+                AppendTimePart(*mTimes[at], part, row);
+            }
+        }
+    }
+
+    // Arrays with a value for each zone, or the error.
+    void AppendTimeMembers(size_t i, const AnswerKeys& keys, std::string* row) const {
+        if (const std::optional<std::string> error = TimeError(i)) {
+            row->append(",\"").append(keys.error).append("\":");
+            AppendJsonString(*error, row);
+            return;
+        }
+        const std::string* const names[] = {&keys.localTime, &keys.offset, &keys.abbreviation};
+        for (int part = 0; part < kTimeParts; ++part) {
+            row->append(",\"").append(*names[part]).append("\":[");
+            for (size_t at = mZones.Begin(i); at < mZones.End(i); ++at) {
+                if (at > mZones.Begin(i)) row->push_back(',');
+                std::string text;
+                AppendTimePart(*mTimes[at], part, &text);
+                AppendJsonString(text, row);
+            }
+            row->push_back(']');
+        }
+    }
+
+    void AppendWithin(size_t i, std::string* row) const {
+        const auto to = std::back_inserter(*row);
+        fmt::format_to(to, "\twithin {} m: ", *mParts.within);
+        const size_t begin = mWithin.Begin(i);
+        for (size_t at = begin; at < mWithin.End(i); ++at) {
+            fmt::format_to(to, "{}{} {:.0f} m", at == begin ? "" : ", ",
+                           mAnswerer.PrintableOf(mWithin.ids[at]), mWithin.metres[at]);
+        }
+        if (begin == mWithin.End(i)) row->append(kNoZone);
+    }
+
     void AppendZones(size_t i, std::string* row) const {
         if (mParts.raw) {
             row->append(mRaw[i]);
-        } else if (IsError(i)) {
+        } else if (HasNoZone(i)) {
             row->append("error:").append(kNoZone);
         } else {
             AppendNames(mZones.ids.data() + mZones.Begin(i), mZones.ids.data() + mZones.End(i),
@@ -252,6 +350,7 @@ class LookupAnswers : public Answers {
     const IdLists mZones;
     std::vector<offlinetz_border> mBorders;
     IdLists mWithin;
+    std::vector<std::optional<LocalTime>> mTimes;  // Of each id of mZones.
     std::vector<std::string> mRaw;
 };
 
@@ -261,12 +360,13 @@ std::vector<std::string> LookupParts::Columns() const {
     std::vector<std::string> columns = {"zone"};
     if (radius) columns.insert(columns.end(), {"radius_km", "zone_beyond"});
     if (within) columns.push_back("zones_within");
+    if (time) columns.insert(columns.end(), {"local_time", "utc_offset", "abbreviation"});
     return columns;
 }
 
 LookupAnswerer::LookupAnswerer(const offlinetz_database& database, const ZDDatabase& reader,
                                const LookupParts& parts)
-    : mDatabase(database), mReader(reader), mParts(parts) {
+    : mDatabase(database), mReader(reader), mParts(parts), mClocks(NamesOf(database)) {
     for (int32_t id = 0; id < offlinetz_zone_count(&database); ++id) {
         const char* const name = offlinetz_zone_name(&database, id);
         mPrintable.push_back(Printable(name));

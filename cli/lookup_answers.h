@@ -10,13 +10,17 @@
 #include <vector>
 
 #include "lines.h"
+#include "local_time.h"
 
 // What an answer has besides the zones.
 struct LookupParts {
     bool raw = false;              // The exact text that a client of the service gets, instead.
     bool radius = false;           // The nearest border, and how far the answer holds.
     std::optional<double> within;  // The zones within so many metres.
-    bool log = false;              // Whether the service's log of each lookup is written.
+    // Local time in the zones, at this instant or those of the points (LineFormat::instantColumn).
+    bool time = false;
+    std::optional<Instant> instant;
+    bool log = false;  // Whether the service's log of each lookup is written.
 
     // The names of a table's columns.
     std::vector<std::string> Columns() const;
@@ -38,6 +42,7 @@ class LookupAnswerer {
     const LookupParts& Parts() const { return mParts; }
     const std::string& PrintableOf(int32_t id) const { return mPrintable[static_cast<size_t>(id)]; }
     const std::string& JsonOf(int32_t id) const { return mJson[static_cast<size_t>(id)]; }
+    const Clocks& ZoneClocks() const { return mClocks; }
 
   private:
     const offlinetz_database& mDatabase;
@@ -45,4 +50,5 @@ class LookupAnswerer {
     const LookupParts mParts;
     std::vector<std::string> mPrintable;  // The names of the zones, by their ids.
     std::vector<std::string> mJson;
+    const Clocks mClocks;
 };

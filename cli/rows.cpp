@@ -39,7 +39,8 @@ std::string JsonText(const std::string& name) {
 // What is wrong with a header that lacks a column.
 std::string FaultOfHeader(const CsvColumns& columns, const LineFormat& format) {
     for (const auto& [wanted, found] :
-         {std::pair(format.latColumn, columns.lat), std::pair(format.lonColumn, columns.lon)}) {
+         {std::pair(format.latColumn, columns.lat), std::pair(format.lonColumn, columns.lon),
+          std::pair(format.instantColumn, columns.instant)}) {
         if (!wanted.empty() && !found.has_value()) {
             const std::string names = fmt::format("{}", fmt::join(columns.names, ", "));
             return names.empty() ? "the first line is blank; it must name the columns"
@@ -47,6 +48,8 @@ std::string FaultOfHeader(const CsvColumns& columns, const LineFormat& format) {
         }
     }
     const bool hasLat = columns.lat.has_value();
+    if (!hasLat && !columns.lon.has_value())
+        return "the first line names no latitude and no longitude column";
     std::string fault = fmt::format("the first line has '{}' but no {} column",
                                     columns.names[hasLat ? *columns.lat : *columns.lon],
                                     hasLat ? "longitude" : "latitude");
@@ -65,7 +68,12 @@ std::optional<CsvColumns> FindHeader(std::string_view line, const LineFormat& fo
     CsvColumns columns = FindColumns(line, format.latColumn, format.lonColumn);
     const bool hasLat = columns.lat.has_value();
     const bool hasLon = columns.lon.has_value();
-    const bool isWanted = !format.latColumn.empty() || !format.lonColumn.empty();
+    const bool isWanted =
+            !format.latColumn.empty() || !format.lonColumn.empty() || !format.instantColumn.empty();
+    const auto instant =
+            std::find(columns.names.begin(), columns.names.end(), format.instantColumn);
+    const bool hasInstant = !format.instantColumn.empty() && instant != columns.names.end();
+    if (hasInstant) columns.instant = static_cast<size_t>(instant - columns.names.begin());
     const bool isHeader =
             (hasLat && hasLon) || isWanted || ((hasLat || hasLon) && columns.names.size() >= 2);
     if (!isHeader) return std::nullopt;
@@ -73,7 +81,8 @@ std::optional<CsvColumns> FindHeader(std::string_view line, const LineFormat& fo
         throw std::runtime_error(fmt::format("the first line is longer than {} bytes{}",
                                              format.maxRow, AdviceOn(format)));
     }
-    if (!hasLat || !hasLon) throw std::runtime_error(FaultOfHeader(columns, format));
+    if (!hasLat || !hasLon || hasInstant == format.instantColumn.empty())
+        throw std::runtime_error(FaultOfHeader(columns, format));
     bool isOpen;
     RowLength(line, columns.separator, &isOpen);
     if (isOpen) throw std::runtime_error("the first line has a quote that it does not close");
@@ -95,8 +104,8 @@ RowMaker::RowMaker(const LineFormat& format, std::optional<CsvColumns> table)
     }
     if (!mHidesLat) mLatKey = names.Take(mLatKey);
     if (!mHidesLon) mLonKey = names.Take(mLonKey);
-    for (std::string* name :
-         {&mKeys.zones, &mKeys.error, &mKeys.raw, &mKeys.radius, &mKeys.border, &mKeys.within})
+    for (std::string* name : {&mKeys.zones, &mKeys.error, &mKeys.raw, &mKeys.radius, &mKeys.border,
+                              &mKeys.within, &mKeys.localTime, &mKeys.offset, &mKeys.abbreviation})
         *name = names.Take(*name);
 }
 
@@ -125,6 +134,8 @@ Rows RowMaker::Make(const Records& records) const {
         if (all.back().kind != Parsed::kPoint) continue;
         points.lats.push_back(all.back().point.lat);
         points.lons.push_back(all.back().point.lon);
+        if (mTable.has_value() && mTable->instant.has_value())
+            points.instants.push_back(all.back().instant);
     }
     for (const Parsed& parsed : all) {
         if (!mFormat.needsTexts || parsed.kind != Parsed::kPoint) continue;
@@ -208,7 +219,7 @@ void RowMaker::ParseRow(std::string_view row, Parsed* parsed) const {
                                                     fields.size(), wanted));
         }
     }
-    for (const size_t column : {*mTable->lat, *mTable->lon}) {
+    for (const size_t column : {*mTable->lat, *mTable->lon, mTable->instant.value_or(0)}) {
         if (column >= fields.size()) {
             throw std::invalid_argument(fmt::format("the row has {} field{}, but '{}' is column {}",
                                                     fields.size(), fields.size() == 1 ? "" : "s",
@@ -218,6 +229,10 @@ void RowMaker::ParseRow(std::string_view row, Parsed* parsed) const {
     parsed->fields = static_cast<uint32_t>(fields.size());
     const CsvField& lat = fields[*mTable->lat];
     const CsvField& lon = fields[*mTable->lon];
+    if (mTable->instant.has_value()) {
+        std::string room;
+        parsed->instant = ParseInstant(fields[*mTable->instant].Value(mTable->separator, &room));
+    }
     if (ParsePlainPoint(lat.text, lon.text, &parsed->point)) return;
     std::string latRoom;
     std::string lonRoom;

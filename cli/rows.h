@@ -53,6 +53,7 @@ class RowMaker {
         enum : uint32_t { kBlank, kPoint, kFault } kind = kBlank;
         uint32_t fields = 0;  // Of a table's row.
         PointView point;
+        Instant instant;  // Of a table with a column of instants.
         std::unique_ptr<Slow> slow;
 
         std::string_view LatText() const { return slow ? slow->point.latText : point.latText; }

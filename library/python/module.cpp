@@ -201,6 +201,17 @@ class Database {
         return names;
     }
 
+    py::object LocalTime(double lat, double lon, const py::object& when) const {
+        const py::object name = Zone(lat, lon);
+        if (name.is_none()) return py::none();
+        const py::object zone = py::module_::import("zoneinfo").attr("ZoneInfo")(name);
+        if (when.is_none())
+            return py::module_::import("datetime").attr("datetime").attr("now")(zone);
+        if (when.attr("utcoffset")().is_none())
+            throw py::value_error(py::str("{!r} has no offset from UTC").format(when));
+        return when.attr("astimezone")(zone);
+    }
+
     py::object NearestBorder(double lat, double lon, double limit) const {
         const Handle open = HandleWithBorders();
         offlinetz_border border;
@@ -467,6 +478,18 @@ values (int32) holds the ids of point i from index offsets[i] to before offsets[
 as find() gives. Points of arrays of several dimensions are numbered in C order.
 
 Arguments and errors are those of find().)")
+            .def("local_time", &Database::LocalTime, "lat"_a, "lon"_a, "when"_a = py::none(),
+                 R"(local_time(lat, lon, when=None)
+
+The local time in the first zone at a point: an aware datetime, whose tzinfo is a zoneinfo.ZoneInfo.
+None where there is no zone.
+
+when: an aware datetime. None: now.
+
+In names such as Etc/GMT+3 the sign is inverted: these are three hours behind UTC.
+
+Raises ValueError for an invalid point, and for a datetime without an offset from UTC;
+zoneinfo.ZoneInfoNotFoundError if the system has no table for the zone.)")
             .def("nearest_border", &Database::NearestBorder, "lat"_a, "lon"_a, py::kw_only(), limit,
                  R"(nearest_border(lat, lon, *, limit=inf)
 

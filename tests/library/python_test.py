@@ -2,6 +2,7 @@
 import ast
 import contextlib
 import ctypes
+import datetime
 import doctest
 import importlib.util
 import io
@@ -166,6 +167,16 @@ class PythonTest(unittest.TestCase):
         self.assertEqual((offsets.tolist(), ids.tolist(), numpy.isnan(metres).all()), ([0, 1, 2], [-2, -1], True))
         self.assertEqual(self.db.zone_id("Etc/GMT-12"), len(self.db.names) - 1)
 
+    def test_local_time(self):
+        noon = datetime.datetime(2026, 7, 1, 12, tzinfo=datetime.timezone.utc)
+        for point, expected in (PARIS, "2026-07-01 14:00:00+02:00 CEST"), (ATLANTIC, "2026-07-01 09:00:00-03:00 -03"):
+            local = self.db.local_time(*point, noon)
+            self.assertEqual((f"{local} {local.tzname()}", local), (expected, noon))
+        self.assertLess(abs(self.db.local_time(*PARIS) - datetime.datetime.now(datetime.timezone.utc)).total_seconds(), 60)
+        self.assertIsNone(offlinetz.Database(nautical=False).local_time(*ATLANTIC, noon))
+        with self.assertRaisesRegex(ValueError, "has no offset from UTC"):
+            self.db.local_time(*PARIS, noon.replace(tzinfo=None))
+
     def test_errors(self):
         self.file.write_bytes(b"PLB\0" + WORLD.read_bytes()[4:])
         whole = offlinetz.Database(self.file, verify=False)
@@ -213,7 +224,7 @@ class PythonTest(unittest.TestCase):
         members = {hint.name for hint in hints if not hint.name.startswith("_")}
         self.assertEqual(members, {name for name in dir(db) if not name.startswith("_")})
         arguments = {"zone_id": ["Europe/Paris"], "__getstate__": [], **dict.fromkeys(
-            ["zone", "zones", "nearest_border", "find", "find_all", "find_borders"], PARIS),
+            ["zone", "zones", "local_time", "nearest_border", "find", "find_all", "find_borders"], PARIS),
             **dict.fromkeys(["zones_within", "find_within"], [*PARIS, 5])}
         for name in (members | {"__getstate__"}) - {"path", "close"}:
             with self.subTest(name), self.assertRaisesRegex(ValueError, "the database is closed"):
