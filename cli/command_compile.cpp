@@ -3,16 +3,19 @@
 #include <sha1.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "commands.h"
 #include "compiler/compile.h"
 #include "compiler/source.h"
 #include "database/open_database.h"
+#include "inspector/zone_tables.h"
 #include "options.h"
 #include "progress.h"
 
@@ -38,6 +41,8 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     };
     print("zones", fmt::format("{} from {} features, {} sea features left out", s.zones, s.features,
                                s.seaFeatures));
+    if (s.otherFeatures > 0)
+        print("not wanted", fmt::format("{} features of other zones", s.otherFeatures));
     const offlinetz::LeftOut& bad = s.leftOut;
     if (bad.features + bad.polygons + bad.zones > 0) {
         print("left out",
@@ -74,7 +79,30 @@ void PrintSummary(const CompileOptions& options, const CompileSummary& s, double
     print("took", fmt::format("{:.1f} s and {:.0f} MB of memory", seconds, PeakMegabytes()));
 }
 
-int RunCompile(const CompileOptions& options) {
+// Where new names of zones come from. Empty: from nowhere.
+struct NewNames {
+    std::string links;   // A file of links.
+    std::string tables;  // Time zone tables.
+};
+
+// The new names of each zone.
+offlinetz::ZoneLinks LinksOf(const NewNames& from) {
+    if (from.links.empty()) return {};
+    offlinetz::ZoneLinks links = offlinetz::ReadLinks(from.links);
+    if (from.tables.empty()) return links;
+    const offlinetz::ZoneTables tables = offlinetz::ReadZoneTables(from.tables);
+    const auto has = [&](const std::string& name) { return tables.tableOf.count(name) > 0; };
+    offlinetz::ZoneLinks needed;
+    for (const auto& [target, names] : links) {
+        if (has(target)) continue;
+        std::vector<std::string> known;
+        std::copy_if(names.begin(), names.end(), std::back_inserter(known), has);
+        if (!known.empty()) needed[target] = known;
+    }
+    return needed;
+}
+
+int RunCompile(CompileOptions options, const NewNames& names) {
     const auto start = std::chrono::steady_clock::now();
     Progress progress;
     offlinetz::StartGeometry();
@@ -83,6 +111,7 @@ int RunCompile(const CompileOptions& options) {
     listener.progress = progress.Callback();
     CompileSummary summary;
     try {
+        options.zones.names = LinksOf(names);
         summary = offlinetz::Compile(options, listener);
     } catch (const offlinetz::InputError& error) {
         for (const std::string& line : error.Lines())
@@ -109,6 +138,7 @@ int RunCompile(const CompileOptions& options) {
 
 void AddCompileCommand(CLI::App* app, int* exitCode) {
     const auto options = std::make_shared<CompileOptions>();
+    const auto names = std::make_shared<NewNames>();
     CLI::App* command = app->add_subcommand(
             "compile", "Compiles boundary polygons (GeoJSON, plain or gzip) to a database");
     command->add_option("INPUT", options->inputs,
@@ -124,6 +154,25 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
                         fmt::format("Property that names the zone of a feature (default: {})",
                                     options->tzidProperty))
             ->type_name("NAME");
+    command->add_option("--rename", names->links,
+                        "Links as the file backward of tzdata has them (lines Link TARGET NAME): "
+                        "zones named TARGET become NAME")
+            ->check(NamesFile())
+            ->type_name("FILE");
+    command->add_option("--zoneinfo", names->tables,
+                        "Rename only what these time zone tables lack, to a name that they have: "
+                        "a directory, or the tzdata file of a device")
+            ->check(NamesFile())
+            ->type_name("PATH")
+            ->needs("--rename");
+    command->add_option("--only", options->zones.only, "Keep this zone only; may be repeated")
+            ->type_name("ZONE")
+            ->expected(1)
+            ->take_all();
+    command->add_option("--without", options->zones.without, "Leave this zone out; may be repeated")
+            ->type_name("ZONE")
+            ->expected(1)
+            ->take_all();
     command->add_option(
                    "--data-version", options->version,
                    fmt::format("Version byte, by which clients tell databases apart (0 to 255, "
@@ -205,5 +254,5 @@ void AddCompileCommand(CLI::App* app, int* exitCode) {
             "  $ offlinetz compile zones.geojson -o new.bin --data-version 2\n"
             "  $ offlinetz compile zones.geojson.gz -o new.bin --self-check 20000\n"
             "  $ offlinetz compile zones.geojson -o - --max-tile-points 0 >whole.bin");
-    command->callback([options, exitCode] { *exitCode = RunCompile(*options); });
+    command->callback([options, names, exitCode] { *exitCode = RunCompile(*options, *names); });
 }

@@ -11,6 +11,7 @@
 
 #include "commands.h"
 #include "database/open_database.h"
+#include "library_database.h"
 #include "lines.h"
 #include "lookup_answers.h"
 #include "options.h"
@@ -35,10 +36,6 @@ struct LookupOptions {
     size_t jobs = std::max(std::thread::hardware_concurrency(), 1u);
 };
 
-struct LibraryCloser {
-    void operator()(offlinetz_database* database) const { offlinetz_close(database); }
-};
-
 // Sets what --time and --time-column ask for. Throws UsageError (commands.h) for a text that is no
 // instant.
 void SetTime(bool onePoint, LookupOptions* options) {
@@ -59,14 +56,9 @@ int RunLookup(LookupOptions options, bool onePoint) {
     const std::optional<PointText> point = PointOfArguments(onePoint, options.lat, options.lon);
     const offlinetz::DatabasePtr reader =
             offlinetz::OpenDatabase(options.database, !options.noVerify);
-    offlinetz_database* opened;
-    const offlinetz_status status =
-            offlinetz_open_memory(ZDGetMapping(reader.get()), offlinetz::FileSize(*reader),
-                                  OFFLINETZ_SKIP_DIGEST, &opened);
-    const std::unique_ptr<offlinetz_database, LibraryCloser> database(opened);
-    if (status != OFFLINETZ_OK)
-        throw std::runtime_error(options.database + ": " + offlinetz_message(opened));
-    if ((options.parts.radius || options.parts.within) && offlinetz_has_borders(opened) == 0) {
+    const LibraryPtr database = OpenLibrary(*reader, options.database);
+    if ((options.parts.radius || options.parts.within) &&
+        offlinetz_has_borders(database.get()) == 0) {
         throw std::runtime_error(options.database +
                                  ": is not tiled, so it has no distances to borders");
     }

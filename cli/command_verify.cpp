@@ -3,6 +3,7 @@
 #include <reader/read_budget.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -13,7 +14,10 @@
 #include "database/answer.h"
 #include "database/open_database.h"
 #include "inspector/check.h"
+#include "inspector/zone_tables.h"
+#include "library_database.h"
 #include "message.h"
+#include "options.h"
 #include "progress.h"
 
 namespace {
@@ -88,7 +92,10 @@ void PrintJson(const std::string& path, const std::string& verdict,
     std::printf("%s\n", offlinetz::OneLine(all).c_str());
 }
 
-int RunVerify(const std::string& path, bool json) {
+// `zoneinfo`: the path of time zone tables; empty if none are to be compared.
+int RunVerify(const std::string& path, const std::string& zoneinfo, bool json) {
+    const offlinetz::ZoneTables tables =
+            zoneinfo.empty() ? offlinetz::ZoneTables() : offlinetz::ReadZoneTables(zoneinfo);
     const auto [database, fault] = offlinetz::CheckFile(offlinetz::ReadFileBytes(path));
     if (!fault.empty()) {
         if (json) {
@@ -104,6 +111,14 @@ int RunVerify(const std::string& path, bool json) {
         offlinetz::StartGeometry();
         findings = offlinetz::CheckDatabase(*database, progress.Callback());
     }
+    if (!zoneinfo.empty()) {
+        const std::vector<Finding> more =
+                offlinetz::CheckZoneTables(ZoneNames(*OpenLibrary(*database, path)), tables);
+        findings.insert(findings.end(), more.begin(), more.end());
+        std::stable_sort(findings.begin(), findings.end(), [](const Finding& a, const Finding& b) {
+            return a.severity > b.severity;
+        });
+    }
     if (json) {
         PrintJson(path, Verdict(findings), findings);
     } else {
@@ -118,9 +133,15 @@ int RunVerify(const std::string& path, bool json) {
 void AddVerifyCommand(CLI::App* app, int* exitCode) {
     const auto path = std::make_shared<std::string>();
     const auto json = std::make_shared<bool>(false);
+    const auto zoneinfo = std::make_shared<std::string>();
     CLI::App* command =
             app->add_subcommand("verify", "Checks a database file before a device gets it");
     command->add_option("FILE", *path, "Database file")->required()->type_name("");
+    command->add_option("--zoneinfo", *zoneinfo,
+                        "Also compare the zones with time zone tables: a directory such as "
+                        "/usr/share/zoneinfo, or the tzdata file of a device")
+            ->check(NamesFile())
+            ->type_name("PATH");
     command->add_flag("--json", *json, "Print one JSON object (default: text)");
     command->footer(
             "Checks every byte, entry, ring and tile, and looks up the vertices of all\n"
@@ -132,6 +153,8 @@ void AddVerifyCommand(CLI::App* app, int* exitCode) {
             "\n"
             "Examples:\n"
             "  $ offlinetz verify new.bin\n"
-            "  $ offlinetz verify --json new.bin");
-    command->callback([path, json, exitCode] { *exitCode = RunVerify(*path, *json); });
+            "  $ offlinetz verify --json new.bin\n"
+            "  $ offlinetz verify --zoneinfo /usr/share/zoneinfo new.bin");
+    command->callback(
+            [path, zoneinfo, json, exitCode] { *exitCode = RunVerify(*path, *zoneinfo, *json); });
 }

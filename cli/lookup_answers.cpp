@@ -15,6 +15,7 @@
 
 #include "csv.h"
 #include "json_text.h"
+#include "library_database.h"
 #include "message.h"
 
 namespace {
@@ -106,13 +107,6 @@ std::vector<std::optional<LocalTime>> FindTimes(const Clocks& clocks, const IdLi
 // Kilometres with two decimals, not rounded up.
 std::string KilometresText(double metres) {
     return fmt::format("{:.2f}", std::floor(metres / 10.0) / 100.0);
-}
-
-std::vector<std::string> NamesOf(const offlinetz_database& database) {
-    std::vector<std::string> names;
-    for (int32_t id = 0; id < offlinetz_zone_count(&database); ++id)
-        names.emplace_back(offlinetz_zone_name(&database, id));
-    return names;
 }
 
 class LookupAnswers : public Answers {
@@ -366,9 +360,8 @@ std::vector<std::string> LookupParts::Columns() const {
 
 LookupAnswerer::LookupAnswerer(const offlinetz_database& database, const ZDDatabase& reader,
                                const LookupParts& parts)
-    : mDatabase(database), mReader(reader), mParts(parts), mClocks(NamesOf(database)) {
-    for (int32_t id = 0; id < offlinetz_zone_count(&database); ++id) {
-        const char* const name = offlinetz_zone_name(&database, id);
+    : mDatabase(database), mReader(reader), mParts(parts), mClocks(ZoneNames(database)) {
+    for (const std::string& name : ZoneNames(database)) {
         mPrintable.push_back(Printable(name));
         AppendJsonString(name, &mJson.emplace_back());
     }

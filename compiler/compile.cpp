@@ -182,6 +182,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     sourceOptions.maxTzidBytes =
             kMaxStringLength - StoredIdentifier("", options.bareIdentifiers).size();
     sourceOptions.tzidProperty = options.tzidProperty;
+    sourceOptions.zones = options.zones;
     sourceOptions.crossAntimeridian = options.crossAntimeridian;
     sourceOptions.skipBad = options.skipBad;
     Source source = ReadSource(options.inputs, listener.warn, listener.progress, sourceOptions);
@@ -190,6 +191,7 @@ CompileSummary Compile(const CompileOptions& options, const CompileListener& lis
     CountEntries(content.entries, &summary);
     summary.features = source.features;
     summary.seaFeatures = source.seaFeatures;
+    summary.otherFeatures = source.otherFeatures;
     summary.leftOut = source.leftOut;
     summary.zones = source.zones.size();
     summary.pointsIn = source.points;

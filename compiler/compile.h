@@ -13,6 +13,7 @@
 #include "self_check.h"
 #include "snap.h"
 #include "source.h"
+#include "zone_choice.h"
 
 namespace offlinetz {
 
@@ -26,8 +27,9 @@ struct CompileOptions {
     std::vector<std::string> inputs;    // "-" is standard input.
     std::string output;                 // "-" is standard output.
     std::string tzidProperty = "tzid";  // See SourceOptions.
-    int version = 1;                    // The database's version byte, 0 to 255.
-    std::string notice;                 // Up to kMaxStringLength bytes; see FaultOfNotice.
+    ZoneChoice zones;
+    int version = 1;     // The database's version byte, 0 to 255.
+    std::string notice;  // Up to kMaxStringLength bytes; see FaultOfNotice.
     int precision = zonedetect::kNauticalPrecision;  // Of Grid.
     // No answer may differ further from a source border, in metres. 0: keep every point, whatever
     // the error.
@@ -43,8 +45,9 @@ struct CompileOptions {
 };
 
 struct CompileSummary {
-    size_t features = 0;     // As in Source.
-    size_t seaFeatures = 0;  // As in Source.
+    size_t features = 0;       // As in Source.
+    size_t seaFeatures = 0;    // As in Source.
+    size_t otherFeatures = 0;  // As in Source.
     LeftOut leftOut;
     size_t zones = 0;
     size_t pointsIn = 0;   // Of the features' rings.

@@ -7,6 +7,8 @@
 #include <map>
 #include <new>
 #include <optional>
+#include <set>
+#include <stdexcept>
 
 #include "database/text_rules.h"
 #include "input_polygon.h"
@@ -238,6 +240,8 @@ class SourceReader {
     // Unites the polygons of each zone. Throws InputError with all faults so far, unless they are
     // to be left out.
     Source Finish() {
+        RequireNamed(mOptions.zones.only);
+        RequireNamed(mOptions.zones.without);
         size_t done = 0;
         for (auto& [tzid, zone] : mZones) {
             try {
@@ -317,14 +321,38 @@ class SourceReader {
                 mUnnamed.Add(feature.index, element);
                 return;
             }
-            feature.tzid = ReadTzid(*identifier, feature, mOptions);
+            feature.tzid = NameOf(ReadTzid(*identifier, feature, mOptions));
+            mNames.insert(feature.tzid);
             if (IsSeaZone(feature.tzid)) {
                 ++mSource.seaFeatures;
+            } else if (!mOptions.zones.Keeps(feature.tzid)) {
+                ++mSource.otherFeatures;
             } else {
                 AddToZone(feature, element);
             }
         } catch (const InputError& error) {
             RejectFeature(error.what());
+        }
+    }
+
+    // The name of a zone in the database. Warns of a new one.
+    std::string NameOf(const std::string& tzid) {
+        try {
+            const std::string& name = mOptions.zones.NameOf(tzid);
+            if (name != tzid && mRenamed.insert(tzid).second)
+                mWarn(fmt::format("{} becomes {}", tzid, name));
+            return name;
+        } catch (const std::invalid_argument& error) {
+            // Not a fault of one feature, which could be left out.
+            if (mRenamed.insert(tzid).second) mErrors.push_back(error.what());
+            return tzid;
+        }
+    }
+
+    // Zones that were named and are not in the input are faults.
+    void RequireNamed(const std::set<std::string>& names) {
+        for (const std::string& name : names) {
+            if (mNames.count(name) == 0) mErrors.push_back(name + ": the input has no such zone");
         }
     }
 
@@ -432,7 +460,9 @@ class SourceReader {
     const ProgressCallback& mProgress;
     Source mSource;
     std::map<std::string, ZoneParts> mZones;
-    UnnamedFeatures mUnnamed;  // Of the current file.
+    std::set<std::string> mNames;    // Of all zones, wanted or not.
+    std::set<std::string> mRenamed;  // Former names that have been reported.
+    UnnamedFeatures mUnnamed;        // Of the current file.
     size_t mFiles = 0;
     size_t mInvalidFiles = 0;
     size_t mFeatures = 0;         // All, valid or not, of land or sea.

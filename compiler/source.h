@@ -10,6 +10,7 @@
 #include "geometry.h"
 #include "input_error.h"
 #include "progress_callback.h"
+#include "zone_choice.h"
 
 namespace offlinetz {
 
@@ -30,9 +31,10 @@ struct LeftOut {
 };
 
 struct Source {
-    std::vector<Zone> zones;  // Sorted by tzid, each once.
-    size_t features = 0;      // Features of land zones that were used.
-    size_t seaFeatures = 0;   // Features of sea zones (IsSeaZone), which are ignored.
+    std::vector<Zone> zones;   // Sorted by tzid, each once.
+    size_t features = 0;       // Features of land zones that were used.
+    size_t seaFeatures = 0;    // Features of sea zones (IsSeaZone), which are ignored.
+    size_t otherFeatures = 0;  // Features of zones that were not wanted.
     LeftOut leftOut;
     size_t points = 0;  // Of the rings of used features, as read.
 };
@@ -50,6 +52,7 @@ struct SourceOptions {
     // polygons are cut there. Otherwise a polygon with such an edge is invalid, because the edge
     // may as well be meant to go the long way.
     bool crossAntimeridian = false;
+    ZoneChoice zones;
     bool skipBad = false;  // Leave invalid polygons, features and zones out, with a warning.
 };
 

@@ -79,6 +79,14 @@ inline constexpr Kind kOverlap = {Severity::kNote, "zones-overlap",
                                   "answers there name both; a disputed area, or a fault of the "
                                   "source"};
 
+// Time zone tables.
+inline constexpr Kind kNoClock = {
+        Severity::kError, "zone-without-table",
+        "an application there does not know the zone: it may fail, or show another time"};
+inline constexpr Kind kLinkedName = {Severity::kNote, "zone-linked",
+                                     "clients get this name, and its clock is that of the other"};
+inline constexpr Kind kNoPolygon = {Severity::kNote, "table-without-zone", "no lookup names it"};
+
 // Collects findings. Of each kind it keeps the first and counts the others.
 class Findings {
   public:

@@ -1,0 +1,59 @@
+#include "zone_choice.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "database/text_rules.h"
+#include "input_error.h"
+
+namespace offlinetz {
+
+ZoneLinks ReadLinks(const std::string& path) {
+    std::ifstream stream(path);
+    if (!stream) ThrowInputError(path, std::generic_category().message(errno));
+    ZoneLinks links;
+    std::vector<std::string> faults;
+    size_t number = 0;
+    for (std::string line; std::getline(stream, line);) {
+        ++number;
+        std::istringstream words(line.substr(0, line.find('#')));
+        std::string kind, target, name, more;
+        words >> kind;
+        if (kind != "Link" && kind != "L") continue;
+        const auto add = [&](const std::string& fault) {
+            faults.push_back(fmt::format("{}: line {}: {}", path, number, fault));
+        };
+        if (!(words >> target >> name) || words >> more) {
+            add("is not 'Link TARGET NAME'");
+        } else if (const char* fault = FaultOfIdentifier(name)) {
+            add(fmt::format("the name {}", fault));
+        } else {
+            links[target].push_back(name);
+        }
+    }
+    if (stream.bad()) ThrowInputError(path, "cannot be read");
+    if (!faults.empty()) throw InputError(faults);
+    if (links.empty()) ThrowInputError(path, "has no line 'Link TARGET NAME'");
+    return links;
+}
+
+const std::string& ZoneChoice::NameOf(const std::string& tzid) const {
+    const auto found = names.find(tzid);
+    if (found == names.end()) return tzid;
+    if (found->second.size() > 1) {
+        throw std::invalid_argument(fmt::format("{} has several new names: {}; give one", tzid,
+                                                fmt::join(found->second, ", ")));
+    }
+    return found->second.front();
+}
+
+bool ZoneChoice::Keeps(const std::string& name) const {
+    return (only.empty() || only.count(name) > 0) && without.count(name) == 0;
+}
+
+}  // namespace offlinetz
