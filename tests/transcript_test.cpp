@@ -175,6 +175,10 @@ TEST(Examples, BehaveAsTheTranscriptSays) {
     });
 }
 
+TEST(Release, IsAsTheTranscriptSays) {
+    CheckCommands("release/release.transcript", [] {});
+}
+
 TEST(World, AnswersAsTheTranscriptSays) {
     CheckCommands("world/world.transcript", [] {});
 }
