@@ -18,15 +18,17 @@ Instant Now();
 
 // Parses an instant as ISO 8601 writes it: a date, T or a blank, a time to the minute, second or a
 // part of it, and Z or an offset (2026-07-01T12:00Z, 2026-07-01 14:00:00.5+02:00). Parts of a
-// second are dropped. Throws std::invalid_argument with a message for the user, which quotes the
-// text.
+// second are dropped; there are no leap seconds. Throws std::invalid_argument with a message for
+// the user, which quotes the text.
 Instant ParseInstant(std::string_view text);
 
 // The clock of a zone.
 struct LocalTime {
     cctz::civil_second time;
-    int offset;                // From UTC in seconds, east positive.
-    const char* abbreviation;  // Such as CEST. Valid until the process ends.
+    int offset;  // From UTC in seconds, east positive.
+    // Such as CEST: letters, digits, + and -, or "?" where a table has other characters. Valid
+    // until the process ends.
+    const char* abbreviation;
 
     // Append texts: 2026-07-01T14:00:00; +02:00, with seconds where there are any.
     void AppendTime(std::string* text) const;

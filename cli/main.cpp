@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <new>
 #include <string>
 #include <vector>
@@ -32,13 +33,26 @@ bool IsNegativeFraction(const std::string& argument) {
            argument.find_first_not_of("0123456789.+-eE,; ") == std::string::npos;
 }
 
+// Whether an argument begins as an instant does, unlike a latitude: 2026-
+bool IsInstant(const std::string& argument) {
+    return argument == "now" || (argument.size() > 4 && argument[4] == '-' &&
+                                 argument.find_first_not_of("0123456789") == 4);
+}
+
 // The arguments as the parser needs them, the last one first. The parser recognises a negative
-// number by a digit after the minus, so "-.5" becomes "-0.5".
+// number by a digit after the minus, so "-.5" becomes "-0.5". It takes the instant of --time behind
+// "=" only, because it cannot tell it from a latitude, and an empty one for none at all.
 std::vector<std::string> Arguments(int argc, char** argv) {
     std::vector<std::string> arguments(argv + 1, argv + argc);
     const auto lookup = std::find(arguments.begin(), arguments.end(), "lookup");
     for (auto argument = lookup; argument != arguments.end(); ++argument) {
         if (IsNegativeFraction(*argument)) argument->insert(1, "0");
+        if (*argument == "--time=") *argument += ' ';
+        const auto next = std::next(argument);
+        if (*argument == "--time" && next != arguments.end() && IsInstant(*next)) {
+            *argument += "=" + *next;
+            arguments.erase(next);
+        }
     }
     std::reverse(arguments.begin(), arguments.end());
     return arguments;

@@ -242,6 +242,7 @@ class SourceReader {
     Source Finish() {
         RequireNamed(mOptions.zones.only);
         RequireNamed(mOptions.zones.without);
+        if (!mOptions.zones.names.empty() && mRenamed.empty()) mWarn("no zone gets a new name");
         size_t done = 0;
         for (auto& [tzid, zone] : mZones) {
             try {
@@ -321,7 +322,8 @@ class SourceReader {
                 mUnnamed.Add(feature.index, element);
                 return;
             }
-            feature.tzid = NameOf(ReadTzid(*identifier, feature, mOptions));
+            feature.tzid = ReadTzid(*identifier, feature, mOptions);
+            if (!IsSeaZone(feature.tzid)) feature.tzid = NameOf(feature);
             mNames.insert(feature.tzid);
             if (IsSeaZone(feature.tzid)) {
                 ++mSource.seaFeatures;
@@ -335,10 +337,13 @@ class SourceReader {
         }
     }
 
-    // The name of a zone in the database. Warns of a new one.
-    std::string NameOf(const std::string& tzid) {
+    // The name of a land zone in the database. Warns of a new one.
+    std::string NameOf(const Feature& feature) {
+        const std::string& tzid = feature.tzid;
         try {
             const std::string& name = mOptions.zones.NameOf(tzid);
+            if (IsSeaZone(name))
+                throw std::invalid_argument(tzid + " would get a name at sea, " + name);
             if (name != tzid && mRenamed.insert(tzid).second)
                 mWarn(fmt::format("{} becomes {}", tzid, name));
             return name;

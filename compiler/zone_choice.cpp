@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <sstream>
@@ -16,11 +17,16 @@ namespace offlinetz {
 ZoneLinks ReadLinks(const std::string& path) {
     std::ifstream stream(path);
     if (!stream) ThrowInputError(path, std::generic_category().message(errno));
+    constexpr size_t kMostBytes = size_t{16} << 20;
+    constexpr size_t kMostNameBytes = 253;  // With its quotes, a text of a database.
     ZoneLinks links;
     std::vector<std::string> faults;
     size_t number = 0;
+    size_t bytes = 0;
     for (std::string line; std::getline(stream, line);) {
         ++number;
+        bytes += line.size() + 1;
+        if (bytes > kMostBytes) ThrowInputError(path, "is larger than 16 MiB");
         std::istringstream words(line.substr(0, line.find('#')));
         std::string kind, target, name, more;
         words >> kind;
@@ -32,8 +38,12 @@ ZoneLinks ReadLinks(const std::string& path) {
             add("is not 'Link TARGET NAME'");
         } else if (const char* fault = FaultOfIdentifier(name)) {
             add(fmt::format("the name {}", fault));
+        } else if (name.size() > kMostNameBytes) {
+            add(fmt::format("the name has {} bytes; the database holds up to {}", name.size(),
+                            kMostNameBytes));
         } else {
-            links[target].push_back(name);
+            std::vector<std::string>& names = links[target];
+            if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
         }
     }
     if (stream.bad()) ThrowInputError(path, "cannot be read");

@@ -27,14 +27,18 @@ namespace fs = std::filesystem;
     throw std::runtime_error(path + ": " + what);
 }
 
+// Throws std::runtime_error if the file cannot be read.
 bool BeginsWith(const fs::path& file, std::string_view magic) {
     std::ifstream stream(file, std::ios::binary);
+    if (!stream) Throw(file.string(), "cannot be read");
     std::string begin(magic.size(), '\0');
     return stream.read(begin.data(), static_cast<std::streamsize>(begin.size())) && begin == magic;
 }
 
 // Sets the links that a text of zic (tzdata.zi) has: lines "L TARGET NAME".
 void ReadLinks(const fs::path& file, ZoneTables* tables) {
+    std::error_code ignored;
+    if (!fs::is_regular_file(file, ignored)) return;
     std::ifstream stream(file);
     for (std::string line; std::getline(stream, line);) {
         std::istringstream words(line);
@@ -44,6 +48,21 @@ void ReadLinks(const fs::path& file, ZoneTables* tables) {
         if (table != tables->tableOf.end() && tables->tableOf.count(target) > 0)
             table->second = target;
     }
+    // Links to links, of which an honest text has a few in a row.
+    constexpr int kMostInARow = 16;
+    for (auto& [name, table] : tables->tableOf) {
+        for (int i = 0; i < kMostInARow && tables->tableOf.at(table) != table; ++i)
+            table = tables->tableOf.at(table);
+    }
+}
+
+// Whether a path is a link to a folder that it is in.
+bool LeadsUp(const fs::path& path) {
+    std::error_code ignored;
+    if (!fs::is_symlink(path, ignored)) return false;
+    const fs::path folder = fs::canonical(path.parent_path(), ignored);
+    const std::string way = folder.lexically_relative(fs::canonical(path, ignored)).string();
+    return !way.empty() && way.substr(0, 2) != "..";
 }
 
 ZoneTables ReadDirectory(const std::string& path) {
@@ -51,26 +70,26 @@ ZoneTables ReadDirectory(const std::string& path) {
     tables.knowsLinks = true;
     const fs::path root(path);
     std::error_code error;
-    fs::recursive_directory_iterator at(root, error);
+    fs::recursive_directory_iterator at(root, fs::directory_options::follow_directory_symlink,
+                                        error);
     for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) {
         const std::string name = at->path().lexically_relative(root).string();
         // Copies of all tables, with and without leap seconds.
-        if (at->is_directory() && (name == "posix" || name == "right")) {
+        std::error_code ignored;  // What leads nowhere is no table.
+        if (name == "posix" || name == "right" || LeadsUp(at->path()))
             at.disable_recursion_pending();
-            continue;
-        }
-        if (!at->is_regular_file() || !BeginsWith(at->path(), "TZif")) continue;
+        if (!at->is_regular_file(ignored) || !BeginsWith(at->path(), "TZif")) continue;
         std::string table = name;
-        if (at->is_symlink()) {
-            const fs::path target = fs::canonical(at->path(), error);
-            const std::string other =
-                    target.lexically_relative(fs::canonical(root, error)).string();
-            if (!error && other.substr(0, 2) != "..") table = other;
-            error.clear();
+        if (at->is_symlink(ignored)) {
+            const fs::path target = fs::canonical(at->path(), ignored);
+            table = target.lexically_relative(fs::canonical(root, ignored)).string();
         }
         tables.tableOf.emplace(name, table);
     }
     if (error) Throw(path, error.message());
+    for (auto& [name, table] : tables.tableOf) {
+        if (tables.tableOf.count(table) == 0) table = name;  // A link to another directory.
+    }
     if (tables.tableOf.empty()) Throw(path, "has no time zone table (TZif file)");
     ReadLinks(root / "tzdata.zi", &tables);
     return tables;
@@ -90,6 +109,10 @@ ZoneTables ReadFile(const std::string& path) {
     constexpr size_t kHeader = 24;
     constexpr size_t kName = 40;
     constexpr size_t kEntry = kName + 3 * 4;
+    constexpr uintmax_t kMostBytes = uintmax_t{64} << 20;
+    std::error_code error;
+    if (!fs::is_regular_file(path, error)) Throw(path, "is neither a directory nor a file");
+    if (fs::file_size(path, error) > kMostBytes) Throw(path, "is larger than 64 MiB");
     std::ifstream stream(path, std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(stream)),
                             std::istreambuf_iterator<char>());
