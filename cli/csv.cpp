@@ -1,6 +1,7 @@
 #include "csv.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstring>
 #include <utility>
@@ -39,6 +40,8 @@ std::string Lowered(std::string text) {
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return text;
 }
+
+constexpr std::array<std::string_view, 0> kNoNames = {};
 
 // The first column named `wanted`, or with one of the usual names if `wanted` is empty.
 template <typename Names>
@@ -113,7 +116,8 @@ void AppendField(std::string_view value, char separator, std::string* row) {
     row->push_back('"');
 }
 
-CsvColumns FindColumns(std::string_view header, const std::string& lat, const std::string& lon) {
+CsvColumns FindColumns(std::string_view header, const std::string& lat, const std::string& lon,
+                       const std::string& instant) {
     const auto rank = [](const CsvColumns& columns) {
         const int found = (columns.lat.has_value() ? 1 : 0) + (columns.lon.has_value() ? 1 : 0);
         return std::make_pair(found, columns.names.size());
@@ -130,6 +134,7 @@ CsvColumns FindColumns(std::string_view header, const std::string& lat, const st
         }
         columns.lat = FindColumn(columns.names, kUsualLat, lat);
         columns.lon = FindColumn(columns.names, kUsualLon, lon);
+        columns.instant = FindColumn(columns.names, kNoNames, instant);
         if (best.names.empty() || rank(columns) > rank(best)) best = std::move(columns);
     }
     return best;

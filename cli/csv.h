@@ -40,10 +40,12 @@ struct CsvColumns {
     std::vector<std::string> names;
     std::optional<size_t> lat;
     std::optional<size_t> lon;
-    std::optional<size_t> instant;  // Set by FindHeader (rows.h).
+    std::optional<size_t> instant;
 };
 
 // Finds the latitude and longitude columns of a header by the names `lat` and `lon`, or by usual
-// names (of any case) where these are empty. Fields are separated by commas, semicolons or tabs,
-// whichever gives more of the two columns, then more columns.
-CsvColumns FindColumns(std::string_view header, const std::string& lat, const std::string& lon);
+// names (of any case) where these are empty; and that of instants by its name, if it has one.
+// Fields are separated by commas, semicolons or tabs, whichever gives more of the two columns, then
+// more columns.
+CsvColumns FindColumns(std::string_view header, const std::string& lat, const std::string& lon,
+                       const std::string& instant);

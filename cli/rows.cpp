@@ -65,15 +65,13 @@ const char* AdviceOn(const LineFormat& format) {
 }  // namespace
 
 std::optional<CsvColumns> FindHeader(std::string_view line, const LineFormat& format) {
-    CsvColumns columns = FindColumns(line, format.latColumn, format.lonColumn);
+    CsvColumns columns =
+            FindColumns(line, format.latColumn, format.lonColumn, format.instantColumn);
     const bool hasLat = columns.lat.has_value();
     const bool hasLon = columns.lon.has_value();
     const bool isWanted =
             !format.latColumn.empty() || !format.lonColumn.empty() || !format.instantColumn.empty();
-    const auto instant =
-            std::find(columns.names.begin(), columns.names.end(), format.instantColumn);
-    const bool hasInstant = !format.instantColumn.empty() && instant != columns.names.end();
-    if (hasInstant) columns.instant = static_cast<size_t>(instant - columns.names.begin());
+    const bool lacksInstant = !format.instantColumn.empty() && !columns.instant.has_value();
     const bool isHeader =
             (hasLat && hasLon) || isWanted || ((hasLat || hasLon) && columns.names.size() >= 2);
     if (!isHeader) return std::nullopt;
@@ -81,7 +79,7 @@ std::optional<CsvColumns> FindHeader(std::string_view line, const LineFormat& fo
         throw std::runtime_error(fmt::format("the first line is longer than {} bytes{}",
                                              format.maxRow, AdviceOn(format)));
     }
-    if (!hasLat || !hasLon || hasInstant == format.instantColumn.empty())
+    if (!hasLat || !hasLon || lacksInstant)
         throw std::runtime_error(FaultOfHeader(columns, format));
     bool isOpen;
     RowLength(line, columns.separator, &isOpen);

@@ -14,6 +14,16 @@
 
 namespace offlinetz {
 
+std::optional<ZoneLink> LinkOf(const std::string& line) {
+    std::istringstream words(line.substr(0, line.find('#')));
+    std::string kind, more;
+    ZoneLink link;
+    words >> kind;
+    if (kind != "Link" && kind != "L") return std::nullopt;
+    if (!(words >> link.target >> link.name) || words >> more) return ZoneLink();
+    return link;
+}
+
 ZoneLinks ReadLinks(const std::string& path) {
     std::ifstream stream(path);
     if (!stream) ThrowInputError(path, std::generic_category().message(errno));
@@ -27,14 +37,13 @@ ZoneLinks ReadLinks(const std::string& path) {
         ++number;
         bytes += line.size() + 1;
         if (bytes > kMostBytes) ThrowInputError(path, "is larger than 16 MiB");
-        std::istringstream words(line.substr(0, line.find('#')));
-        std::string kind, target, name, more;
-        words >> kind;
-        if (kind != "Link" && kind != "L") continue;
+        const std::optional<ZoneLink> link = LinkOf(line);
+        if (!link.has_value()) continue;
+        const std::string& name = link->name;
         const auto add = [&](const std::string& fault) {
             faults.push_back(fmt::format("{}: line {}: {}", path, number, fault));
         };
-        if (!(words >> target >> name) || words >> more) {
+        if (name.empty()) {
             add("is not 'Link TARGET NAME'");
         } else if (const char* fault = FaultOfIdentifier(name)) {
             add(fmt::format("the name {}", fault));
@@ -42,7 +51,7 @@ ZoneLinks ReadLinks(const std::string& path) {
             add(fmt::format("the name has {} bytes; the database holds up to {}", name.size(),
                             kMostNameBytes));
         } else {
-            std::vector<std::string>& names = links[target];
+            std::vector<std::string>& names = links[link->target];
             if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
         }
     }

@@ -2,11 +2,20 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 namespace offlinetz {
+
+struct ZoneLink {
+    std::string target;
+    std::string name;
+};
+// The link of a line "Link TARGET NAME" or "L TARGET NAME"; nothing for other lines. Texts behind #
+// do not count. Empty if there are more or fewer words.
+std::optional<ZoneLink> LinkOf(const std::string& line);
 
 // The names that links give to each target.
 using ZoneLinks = std::map<std::string, std::vector<std::string>>;

@@ -8,13 +8,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "compiler/zone_choice.h"
 #include "findings.h"
 
 namespace offlinetz {
@@ -35,18 +36,16 @@ bool BeginsWith(const fs::path& file, std::string_view magic) {
     return stream.read(begin.data(), static_cast<std::streamsize>(begin.size())) && begin == magic;
 }
 
-// Sets the links that a text of zic (tzdata.zi) has: lines "L TARGET NAME".
-void ReadLinks(const fs::path& file, ZoneTables* tables) {
+// Sets the links of tzdata.zi.
+void SetLinks(const fs::path& file, ZoneTables* tables) {
     std::error_code ignored;
     if (!fs::is_regular_file(file, ignored)) return;
     std::ifstream stream(file);
     for (std::string line; std::getline(stream, line);) {
-        std::istringstream words(line);
-        std::string kind, target, name;
-        if (!(words >> kind >> target >> name) || kind != "L") continue;
-        const auto table = tables->tableOf.find(name);
-        if (table != tables->tableOf.end() && tables->tableOf.count(target) > 0)
-            table->second = target;
+        const std::optional<ZoneLink> link = LinkOf(line);
+        if (!link.has_value() || tables->tableOf.count(link->target) == 0) continue;
+        const auto table = tables->tableOf.find(link->name);
+        if (table != tables->tableOf.end()) table->second = link->target;
     }
     // Links to links, of which an honest text has a few in a row.
     constexpr int kMostInARow = 16;
@@ -74,10 +73,10 @@ ZoneTables ReadDirectory(const std::string& path) {
                                         error);
     for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) {
         const std::string name = at->path().lexically_relative(root).string();
-        // Copies of all tables, with and without leap seconds.
-        std::error_code ignored;  // What leads nowhere is no table.
+        // posix and right are copies of all tables, without and with leap seconds.
         if (name == "posix" || name == "right" || LeadsUp(at->path()))
             at.disable_recursion_pending();
+        std::error_code ignored;  // A link that leads nowhere is no table.
         if (!at->is_regular_file(ignored) || !BeginsWith(at->path(), "TZif")) continue;
         std::string table = name;
         if (at->is_symlink(ignored)) {
@@ -91,7 +90,7 @@ ZoneTables ReadDirectory(const std::string& path) {
         if (tables.tableOf.count(table) == 0) table = name;  // A link to another directory.
     }
     if (tables.tableOf.empty()) Throw(path, "has no time zone table (TZif file)");
-    ReadLinks(root / "tzdata.zi", &tables);
+    SetLinks(root / "tzdata.zi", &tables);
     return tables;
 }
 

@@ -53,8 +53,7 @@ class ExactAnswers {
     // each side has its own.
     bool Beside(const BorderEdge& edge, double share, ZoneSet answers[2]);
 
-    // The answer beyond the nearest place to `origin` on an edge. `own` is the answer at the
-    // origin.
+    // The answer beyond the nearest place to `origin` on an edge. `own` is that at the origin.
     // `*isBorder` becomes false if the answer does not change there; then `beyond` is not set.
     //
     // At a vertex several borders may meet. Then the one counts whose direction is nearest to the

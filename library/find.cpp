@@ -338,12 +338,6 @@ bool AnswerWithRadius(const offlinetz_database& database, const Query& query, Ri
     return walked.isOnBorder;
 }
 
-double ValueOf(const Column<const double>& column, size_t i) {
-    double value;
-    std::memcpy(&value, column.At(i), sizeof value);
-    return value;
-}
-
 template <typename T>
 void SetValue(const Column<T>& column, size_t i, T value) {
     if (column.first != nullptr) std::memcpy(column.At(i), &value, sizeof value);
@@ -362,7 +356,7 @@ void ForEachQuery(const offlinetz_database& database, size_t count,
     for (size_t begin = 0; begin < count; begin += kGroup) {
         const size_t size = std::min(kGroup, count - begin);
         for (size_t i = 0; i < size; ++i) {
-            queries[i] = QueryAt(database, ValueOf(lats, begin + i), ValueOf(lons, begin + i));
+            queries[i] = QueryAt(database, lats.ValueAt(begin + i), lons.ValueAt(begin + i));
             if (queries[i].onlyRun != nullptr) __builtin_prefetch(queries[i].onlyRun);
         }
         for (size_t i = 0; i < size; ++i) {

@@ -3,8 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
 
+#include "column.h"
 #include "database.h"
 
 namespace offlinetz {
@@ -13,18 +13,6 @@ namespace offlinetz {
 // parameters. The database is open.
 size_t Find(const offlinetz_database& database, double lat, double lon, int32_t* ids, size_t room,
             int* onBorder, double* radius);
-
-// Elements at equal distances in memory.
-template <typename T>
-struct Column {
-    T* first;
-    ptrdiff_t stride;  // In bytes.
-
-    auto* At(size_t i) const {
-        using Byte = std::conditional_t<std::is_const_v<T>, const char, char>;
-        return reinterpret_cast<Byte*>(first) + static_cast<ptrdiff_t>(i) * stride;
-    }
-};
 
 void FindMany(const offlinetz_database& database, size_t count, Column<const double> lats,
               Column<const double> lons, Column<int32_t> ids, Column<double> radii);

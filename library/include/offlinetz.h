@@ -141,7 +141,8 @@ OFFLINETZ_API size_t offlinetz_find(const offlinetz_database* database, double l
  * near a border it may answer for the other side of it: at precision 21 within 30 m, and within 48
  * m at the meridian of Greenwich. */
 
-/* Whether they are known: 1 if the database is tiled, as the compiler makes it, else 0. */
+/* Whether distances to borders are known: 1 if the database is tiled, as the compiler makes it,
+ * else 0. */
 OFFLINETZ_API int offlinetz_has_borders(const offlinetz_database* database);
 
 enum {

@@ -106,7 +106,8 @@ struct ZonesWithin {
 void FindWithin(const offlinetz_database& database, const PointBlock& part, Answers* answers) {
     answers->offsets.push_back(0);
     for (size_t i = 0; i < part.count; ++i) {
-        ZonesWithin within(database, part.lats.At(i), part.lons.At(i), part.metres.At(i));
+        ZonesWithin within(database, part.lats.ValueAt(i), part.lons.ValueAt(i),
+                           part.metres.ValueAt(i));
         if (within.count == 0) {
             within.count = 1;
             within.distances[0] = std::numeric_limits<double>::quiet_NaN();
@@ -262,8 +263,8 @@ class Database {
                 [](const offlinetz_database& database, const PointBlock& part,
                    BorderElement* borders) {
                     for (size_t i = 0; i < part.count; ++i) {
-                        borders[i] = FindBorder(database, part.lats.At(i), part.lons.At(i),
-                                                part.metres.At(i));
+                        borders[i] = FindBorder(database, part.lats.ValueAt(i),
+                                                part.lons.ValueAt(i), part.metres.ValueAt(i));
                     }
                 });
     }

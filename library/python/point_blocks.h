@@ -8,9 +8,10 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <future>
 #include <vector>
+
+#include "library/column.h"
 
 namespace offlinetz {
 
@@ -39,34 +40,20 @@ class Buffer {
     Py_buffer mView;
 };
 
-// Numbers as they lie in memory.
-struct Column {
-    const double* first;
-    ptrdiff_t stride;  // In bytes.
-
-    Column From(size_t i) const {
-        const auto* const bytes = static_cast<const char*>(static_cast<const void*>(first));
-        const void* const element = bytes + static_cast<ptrdiff_t>(i) * stride;
-        return {static_cast<const double*>(element), stride};
-    }
-    // Elements need not be aligned.
-    double At(size_t i) const {
-        double value;
-        std::memcpy(&value, From(i).first, sizeof value);
-        return value;
-    }
-};
-
 // Some points that follow each other.
 struct PointBlock {
     size_t begin;  // The number of the first one in the arrays.
     size_t count;
-    Column lats;  // Degrees.
-    Column lons;
-    Column metres;  // A distance for each point.
+    Column<const double> lats;  // Degrees.
+    Column<const double> lons;
+    Column<const double> metres;  // A distance for each point.
 
     PointBlock Part(size_t from, size_t to) const {
-        return {begin + from, to - from, lats.From(from), lons.From(from), metres.From(from)};
+        const auto part = [from](const Column<const double>& column) {
+            const void* const first = column.At(from);
+            return Column<const double>{static_cast<const double*>(first), column.stride};
+        };
+        return {begin + from, to - from, part(lats), part(lons), part(metres)};
     }
 };
 
@@ -128,7 +115,7 @@ class PointArrays {
     static constexpr const char* kType = "float64";
     static constexpr const char* kCasting = "same_kind";
 
-    static Column ColumnOf(const Buffer& buffer) {
+    static Column<const double> ColumnOf(const Buffer& buffer) {
         return {buffer.Data<double>(), buffer.Stride()};
     }
 

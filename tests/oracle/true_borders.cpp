@@ -17,6 +17,7 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kEarthRadius = 6371008.8;
 constexpr double kInside = 1e-6;  // From the edge of the world, in units.
+constexpr double kBeside = 1e-7;  // From a line, to ask for the answer on a side.
 constexpr double kRows = 32768;
 
 double DistanceOf(double haversine) {
@@ -123,8 +124,8 @@ std::pair<TrueBorders::Answer, TrueBorders::Answer> TrueBorders::AnswersBeside(
             AnswerAt(place.lat - by * line.ByLon(), place.lon + by * line.ByLat())};
 }
 
-void TrueBorders::AddBorder(const Line& line) {
-    const auto [a, b] = AnswersBeside(line, 0.5, 1e-7);
+void TrueBorders::AddBorder(const Line& line, const std::pair<Answer, Answer>& sides) {
+    const auto& [a, b] = sides;
     if (a == b) return;
     Border border = {line, {}};
     std::set_symmetric_difference(a.begin(), a.end(), b.begin(), b.end(),
@@ -161,7 +162,7 @@ void TrueBorders::AddEdges() {
             if (share > first && share < last) cuts.insert(share);
         }
         for (auto from = cuts.begin(), to = std::next(from); to != cuts.end(); from = to++)
-            AddBorder(line.Part(*from, *to));
+            AddBorder(line.Part(*from, *to), AnswersBeside(line.Part(*from, *to), 0.5, kBeside));
     }
 }
 
@@ -182,17 +183,10 @@ void TrueBorders::AddMeridians() {
         }
         for (auto from = cuts.begin(), to = std::next(from); to != cuts.end(); from = to++) {
             const Line line = {*from, meridian, *to, meridian};
-            if (!isEnd) {
-                AddBorder(line);
-                continue;
-            }
-            const Answer a = AnswerAt((*from + *to) / 2.0, meridian - kInside);
-            const Answer b = AnswerAt((*from + *to) / 2.0, kInside - meridian);
-            if (a == b) continue;
-            Border border = {line, {}};
-            std::set_union(a.begin(), a.end(), b.begin(), b.end(),
-                           std::back_inserter(border.zones));
-            mBorders.push_back(std::move(border));
+            const double lat = (*from + *to) / 2.0;
+            AddBorder(line, isEnd ? std::pair(AnswerAt(lat, meridian - kInside),
+                                              AnswerAt(lat, kInside - meridian))
+                                  : AnswersBeside(line, 0.5, kBeside));
         }
     }
 }
@@ -319,7 +313,7 @@ std::set<Zones> TrueBorders::AnswersAround(const Degrees& place) const {
         if (std::hypot(lat - nearest.lat, lon - nearest.lon) > 1e-6) return;
         // Not too near to the ends of the border, where others are.
         const double least = std::min(0.3 / length, 0.5);
-        const auto sides = AnswersBeside(b, std::clamp(at, least, 1.0 - least), 1e-7);
+        const auto sides = AnswersBeside(b, std::clamp(at, least, 1.0 - least), kBeside);
         for (const Answer& answer : {sides.first, sides.second}) {
             Zones names;
             for (const size_t zone : answer)

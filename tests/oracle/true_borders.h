@@ -68,7 +68,8 @@ class TrueBorders {
     std::pair<Answer, Answer> AnswersBeside(const Line& line, double share, double distance) const;
     void AddEdges();
     void AddMeridians();
-    void AddBorder(const Line& line);
+    // Adds a line as a border if the answers on its sides differ.
+    void AddBorder(const Line& line, const std::pair<Answer, Answer>& sides);
     void FillBuckets();
     double AngleOf(const Line& line) const;
     double Haversine(const offlinetz::Degrees& point, double lat, double lon) const;
